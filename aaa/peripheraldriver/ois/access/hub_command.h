@@ -1,0 +1,98 @@
+#pragma once
+// The sensor hub's command record and command ids.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "camera_platform/sensor_provider.h"
+
+namespace ois {
+
+constexpr auto kOisSensorType = static_cast<NSCam::Utils::eSensorType>(8);
+
+constexpr size_t kHubPayloadSize = 60;
+
+// One command to the sensor hub, answered in place: input bytes first, the rest zero; the reply occupies the
+// first `outputLength` bytes of the payload.
+struct OisCustomCmd {
+    uint8_t id;
+    uint8_t inputLength;
+    uint8_t outputLength;
+    uint8_t reserved;
+    uint8_t payload[kHubPayloadSize];
+};
+static_assert(sizeof(OisCustomCmd) == 64);
+static_assert(offsetof(OisCustomCmd, id) == 0);
+static_assert(offsetof(OisCustomCmd, inputLength) == 1);
+static_assert(offsetof(OisCustomCmd, outputLength) == 2);
+static_assert(offsetof(OisCustomCmd, payload) == 4);
+
+enum class HubCommand : int32_t {
+    kKorvaReadReg = 0,         // register access of the Korva family: address, byte count, value word
+    kKorvaWriteReg = 1,        // the same
+    kSetMode = 4,              // mode word; the family parser writes the mode register instead
+    kWriteGain = 5,            // OisGain
+    kSetAccParams = 6,         // ois_acc_params; the family parser writes the acceleration registers instead
+    kOperation18 = 7,          // zero word
+    kReadGain = 9,             // OisGain, answered with 24 bytes
+    kSetGyroOffset = 12,       // zero word; the family parser runs the offset calibration instead
+    kKorvaFwCmd = 14,          // firmware service: op and two arguments
+    kCapture = 16,             // capture value
+    kInit = 17,                // bring-up: bypass switch, log level, zero
+    kKorvaBypassDisable = 17,  // the same id: with three zero words, the hub stops bypassing the controller
+    kSetAfPosition = 18,       // coded AF position
+    kSetFixMode = 20,          // OisFixMode
+    kNotifyStream = 22,        // stream word
+    kSetActiveOis = 24,        // ois_act_parameters
+    kSetTemperature = 25,      // degrees Celsius
+    kEndSession = 26,          // zero word
+    kSetTempStrategy = 27,     // strategy word
+    kNoHubMeaning = 28,        // what goes with requests that only the sub-device understands
+};
+
+constexpr int32_t id(HubCommand command) { return static_cast<int32_t>(command); }
+constexpr uint8_t idByte(HubCommand command) { return static_cast<uint8_t>(command); }
+
+// Payloads of the commands above that are not records of the controller (controller_records.h).
+
+struct HubInit {
+    int32_t bypass;  // the bypass switch, as the property has it
+    int32_t logLevel;
+    int32_t zero;
+};
+static_assert(sizeof(HubInit) == 12);
+
+struct HubRegisterAccess {
+    uint32_t address;
+    uint32_t byteCount;
+    uint32_t value;
+};
+static_assert(sizeof(HubRegisterAccess) == 12);
+static_assert(offsetof(HubRegisterAccess, value) == 8);
+
+enum class FirmwareOp : uint32_t {
+    kReport = 0,      // outcome code, value
+    kImage = 1,       // 0, 0: the image's version; address, 256: write that block to the controller
+    kCheckValue = 3,  // the image's 16-bit check value
+};
+
+struct HubFirmwareCommand {
+    FirmwareOp op;
+    uint32_t argument1;
+    uint32_t argument2;
+};
+static_assert(sizeof(HubFirmwareCommand) == 12);
+
+// Outcomes of a firmware update, as reported to the hub.
+enum class FirmwareOutcome : uint32_t {
+    kUpdated = 1,
+    kControllerError = 2,  // the controller's error status was set
+    kNotUpdated = 4,       // same version, controller not idle, or another version after the download
+};
+
+constexpr uint32_t kFirmwareBlockSize = 256;
+constexpr uint32_t kFirmwareBlockCount = 112;
+constexpr uint32_t kFirmwareImageSize = kFirmwareBlockSize * kFirmwareBlockCount;
+static_assert(kFirmwareImageSize == 28672);
+
+}  // namespace ois

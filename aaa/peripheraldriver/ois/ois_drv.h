@@ -1,0 +1,392 @@
+#pragma once
+// The user-space driver of a camera module's optical image stabilisation (OIS) controller.
+//
+// One OISDrv object serves one camera sensor. The camera's 3A process opens it with Init, calls the control
+// operations while the camera streams, and closes it with Uninit.
+//
+// Threads: all public operations come from one thread, the 3A layer's. The object runs up to three workers of
+// its own: bring-up, status recorder and defect detector. Nothing is locked; fields that a worker shares with the
+// caller are accessed through shared_field.h.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "access/controller_records.h"
+#include "access/hub_command.h"
+#include "access/private_ioctl.h"
+#include "diagnostics/session_buffers.h"
+#include "lifecycle/customisation.h"
+
+// One request of the 3A layer.
+struct ois_params {
+    uint8_t ois_mode_from_tag;  // nonzero: the request asks for stabilisation
+    uint8_t reserved0[3];
+    int32_t video_mode;          // nonzero: video is recorded
+    int32_t engineer_mode;       // 8: engineering path
+    int32_t engineer_operation;  // operation for SetOperation; -1: none
+    int32_t* op_result_ptr;      // out: null, or &op_result after an engineering operation ran
+    int32_t op_result;           // out: result of that operation
+    int32_t act_scene;           // scene code: 4, 12 and 14 allow angle-based active OIS
+    float zoom_ratio;
+    int32_t zoom_scale_en;   // nonzero: scale zoom_ratio by the module's zoom factor
+    uint32_t extra_param;    // kept when the module has extra parameters
+    int32_t scenario;        // 31: the rule for mode 10; 29: stream changes are ignored
+    int32_t sensor_dev;      // sensor device index that the scenario concerns
+    uint8_t reserved1[4];
+    int32_t capture_en;     // 1: still capture
+    int32_t capture_value;  // forwarded to a controller behind the hub from 125000 on
+    int32_t scenario_flag;  // with scenario 31, 0 allows mode 10
+    uint8_t reserved2[4];
+};
+static_assert(sizeof(ois_params) == 72);
+static_assert(offsetof(ois_params, video_mode) == 4);
+static_assert(offsetof(ois_params, engineer_mode) == 8);
+static_assert(offsetof(ois_params, engineer_operation) == 12);
+static_assert(offsetof(ois_params, op_result_ptr) == 16);
+static_assert(offsetof(ois_params, op_result) == 24);
+static_assert(offsetof(ois_params, act_scene) == 28);
+static_assert(offsetof(ois_params, zoom_ratio) == 32);
+static_assert(offsetof(ois_params, zoom_scale_en) == 36);
+static_assert(offsetof(ois_params, extra_param) == 40);
+static_assert(offsetof(ois_params, scenario) == 44);
+static_assert(offsetof(ois_params, sensor_dev) == 48);
+static_assert(offsetof(ois_params, capture_en) == 56);
+static_assert(offsetof(ois_params, capture_value) == 60);
+static_assert(offsetof(ois_params, scenario_flag) == 64);
+
+// Sensor configuration; only the mode is looked at.
+struct ois_cfg_data {
+    int32_t SensorMode;
+};
+static_assert(sizeof(ois_cfg_data) == 4);
+
+// Opaque to the driver.
+struct ois_lens_info_buf;
+
+// Angle-based active OIS.
+struct ois_act_parameters {
+    int32_t enable;  // active OIS state; 2 comes with an angle
+    uint32_t angle;  // bits of a float32 angle, or the integer 1 when none applies
+};
+static_assert(sizeof(ois_act_parameters) == 8);
+static_assert(offsetof(ois_act_parameters, angle) == 4);
+
+struct ois_stream_info {
+    int32_t notify_stream;  // 1: stream on, 0: stream off
+    int32_t reserved;
+};
+static_assert(sizeof(ois_stream_info) == 8);
+
+// Accelerometer compensation, which corrects the shift of a camera that moves sideways.
+struct ois_acc_params {
+    uint32_t reserved;
+    uint32_t enable;        // 1: on
+    uint32_t lastDistance;  // distance last sent, mm
+    int32_t distance;       // object distance, mm
+    float distanceF;        // the same as a float
+    int32_t distanceQ31;    // a sixteenth of the reciprocal distance in metres, Q31
+    uint32_t count;
+};
+static_assert(sizeof(ois_acc_params) == 28);
+static_assert(offsetof(ois_acc_params, enable) == 4);
+static_assert(offsetof(ois_acc_params, lastDistance) == 8);
+static_assert(offsetof(ois_acc_params, distance) == 12);
+static_assert(offsetof(ois_acc_params, distanceF) == 16);
+static_assert(offsetof(ois_acc_params, distanceQ31) == 20);
+static_assert(offsetof(ois_acc_params, count) == 24);
+
+// Where the lens focuses; SetAccParam takes its address.
+struct ois_focus_params {
+    int32_t distanceValid;  // nonzero: `distance` may be used
+    int32_t distance;       // object distance, mm
+    int32_t useFocus;       // nonzero: use focusDiopter all the same
+    float focusDiopter;     // 1/m; values below 0.1 are replaced by 0.1, here too
+};
+static_assert(sizeof(ois_focus_params) == 16);
+static_assert(offsetof(ois_focus_params, distance) == 4);
+static_assert(offsetof(ois_focus_params, useFocus) == 8);
+static_assert(offsetof(ois_focus_params, focusDiopter) == 12);
+
+constexpr size_t kOtpImageSize = 2112;
+
+// A copy of the module's one-time-programmable memory.
+struct ois_otp_data {
+    uint8_t reserved[4];
+    uint8_t image[kOtpImageSize];
+};
+static_assert(sizeof(ois_otp_data) == 2116);
+static_assert(offsetof(ois_otp_data, image) == 4);
+
+// Hall calibration, derived from customisation and controller at bring-up.
+struct OisCalibInfo {
+    float angle_amplitude;
+    float hall_amplitude_x;  // hall counts per angle unit
+    float hall_amplitude_y;
+    int32_t hall_center_x;  // hall reading at the lens centre
+    int32_t hall_center_y;
+};
+
+// Debug switches, one byte each.
+struct OisProperty {
+    uint8_t manual;
+    uint8_t dump;              // bit mask, DumpFile
+    uint8_t dumpLevel;         // sent with every status request
+    uint8_t dumpIntervalTime;  // ms between status requests
+    uint8_t isRun;             // run flag of the status recorder
+    uint8_t actuatorDetect;
+    uint8_t statusCheck;
+    uint8_t actOis;
+    uint8_t manualMode;
+    uint8_t fixTarget;
+};
+
+enum DumpFile : uint8_t {
+    kDumpStatus = 1,
+    kDumpOtp = 2,
+    kDumpFlash = 4,
+};
+
+struct OisSineParam {
+    int32_t enable;
+    int32_t frequency;
+    int32_t amplitudeX;
+    int32_t amplitudeY;
+};
+
+class [[gnu::visibility("default")]] OISDrv {
+  public:
+    // The object of a sensor device index, 0 to 7, created on first use; null for any other index. The object
+    // belongs to the library and lives until the process ends. Any thread.
+    static OISDrv* GetInstance(int32_t sensorDev);
+
+    // Opens nothing, starts no thread and reads no property.
+    explicit OISDrv(int32_t sensorDev);
+    // Joins and closes nothing: the last user must have called Uninit, since a worker that was not joined ends
+    // the process.
+    virtual ~OISDrv();
+    OISDrv(const OISDrv&) = delete;
+    OISDrv& operator=(const OISDrv&) = delete;
+
+    // --- Session (lifecycle/) ---
+
+    // Opens the driver for one more user. 1 when it is usable, 0 when the module has no OIS or OIS is switched off
+    // by property. The channel comes up on a thread of its own. Throws std::system_error when that thread cannot
+    // be created. Not to be called at the same time as Uninit or FirmwareUpdate of the same object.
+    int32_t Init(int32_t sensorId, int32_t moduleId);
+    // Closes the driver for one user; the last one stops the workers, closes the channel and frees the buffers.
+    // Always 0.
+    int32_t Uninit();
+
+    // --- Access to the controller (access/) ---
+
+    // Sends one command, by ioctl `request` or as hub command `commandId`. On the sub-device way `in` carries the
+    // request's size in both directions and the ioctl's result is returned; on the hub way, or when nothing is
+    // open, the result is 0. Lengths in bytes. Any worker or the caller.
+    int32_t ConfigOisTransfer(uint32_t request, int32_t commandId, void* in, void* out, int32_t inLength,
+                              int32_t outLength);
+    // Sends one hub command record with up to 60 input bytes; ends the process on more. Always 0.
+    int32_t CustomCmdPackage(int32_t commandId, void* in, void* out, int32_t inLength, int32_t outLength);
+    // The first media node whose model begins with `name`: its descriptor (the caller's to close), or -1.
+    int32_t GetV4l2MediaDevice(const char* name);
+    // The /dev path of a character device, into 32 bytes. 1 on success, 0 on failure.
+    int32_t GetV4l2SubDevName(int32_t major, int32_t minor, char* path);
+    // The lens sub-device whose entity name begins with `driverName`, opened: its descriptor, or -1.
+    int32_t GetV4l2SubDevice(const char* driverName);
+    // Brings the channel to the controller up; the body of the bring-up thread. Always 0.
+    int32_t InitDrv();
+
+    // --- Stabilisation control (control/) ---
+
+    // Sets the working mode; a repeated or unsupported one sends nothing. The transfer's result, or 0.
+    int32_t SetMode(int32_t mode);
+    // Runs a one-shot operation. -1 when the device is not open; else the transfer's result, a value read back in
+    // 1/10000, or 0. Throws std::system_error when the detector's thread cannot be created.
+    int32_t SetOperation(int32_t operation);
+    // Stores the dynamic mode, which the next SetOisParams uses. Always 0.
+    int32_t EnableOis(int32_t dynamic);
+    // Asks the sub-device for the controller's status. The transfer's result, or 0 when it is not open.
+    int32_t CheckIcStatus();
+
+    // Applies one request. `params` is copied; its op_result fields are written back. The last command's result,
+    // or 0. Throws std::system_error when the recorder's thread cannot be created.
+    int32_t SetOisParams(ois_params* params);
+    int32_t SetOisCfgData(ois_cfg_data* cfg);
+    int32_t GetOisInfo(ois_lens_info_buf* info);
+
+    // Holds the lens at the debug properties' target while fix mode is on. The transfer's result, or 0.
+    int32_t SetFixMode();
+    // Reads the hall position into mFixMode. The transfer's result.
+    int32_t GetHall();
+
+    // Switches angle-based active OIS when the scene and the mode allow it. The transfer's result, or 0.
+    int32_t SetActOis(ois_act_parameters params);
+    int32_t SetActOisBySoftTrigger(int32_t trigger);
+    void GimbalCalibration();
+    // Tells the controller of a stream start or stop, after waiting for the bring-up. The transfer's result, or 0.
+    int32_t NotifyStream(ois_stream_info* info);
+
+    // Accelerometer compensation from the focus: the address of an ois_focus_params, or 0. The transfer's result,
+    // or 0.
+    int32_t SetAccParam(long focus);
+    // Forwards a new position of the autofocus actuator (its driver's units, from 1). The transfer's result, or 0.
+    int32_t SetOisAFdriftParams(int32_t AF_position);
+
+    // Forwards a changed camera temperature to a controller behind the hub.
+    void update_temp_cmp();
+    void UpdateTempStrategy();
+
+    // --- Korva S4SW controller family (korva/) ---
+
+    // Turns hub commands into register accesses where the family needs it. 0, or the calibration's result.
+    int32_t KorvaCmdParse(int32_t commandId, void* in, void* out, int32_t inLength, int32_t outLength);
+    int32_t korvas4sw_set_mode(int32_t on);
+    int32_t korvas4sw_set_acc(ois_acc_params* params);
+    // Asks for the idle state and waits for it, up to 200 ms. 1 when idle, else 0.
+    int32_t korvas4sw_set_idle();
+    int32_t korvas4sw_init_pid();
+    // Measures and saves the gyro offset. 0 also when it was skipped since the controller is not idle; -1 when the
+    // controller reports an error.
+    int32_t korvas4sw_set_offset_calibration();
+    // Saves the controller's working data to its flash; the outcome is only logged. Always 0.
+    int32_t korvas4sw_flash_save();
+    // Sum of the image's little-endian 16-bit words, modulo 65536. `size` in bytes; an odd last byte is ignored.
+    // `image` needs no alignment.
+    uint16_t korvas4sw_fw_checksum(const void* image, uint16_t size);
+    // Brings the controller's firmware up to date, synchronously, with or without an open session. 1 when the
+    // module has OIS, whatever came of the update; 0 when it has none or cannot be opened.
+    int32_t FirmwareUpdate(int32_t sensorId, int32_t moduleId);
+    int32_t check_ois_clock();
+    int32_t update_fw_func();
+
+    // --- Diagnostics (diagnostics/) ---
+
+    // Appends the hub's queued motion samples, oldest first, to the seven sample vectors. Not at the same time as
+    // Uninit.
+    void GetSensorData();
+    // Records the controller's status to a text file until mProperty.isRun is cleared. -3 when the file cannot be
+    // created, else the last request's result or 0.
+    int32_t DumpGyroAccRawTargetHallData2File();
+    // Walks the lens through the module's test coordinates. -1 or -2 when the single or the summed error limit
+    // trips, else the last read-back's result or 0.
+    int32_t DetectActutorDefect();
+    // Takes a copy of the module's OTP memory, and dumps it when the dump switch asks for that.
+    void GetOisOtpData(ois_otp_data* otp);
+    // -1 when the file cannot be created, else 0.
+    int32_t DumpOtp2File();
+    // -3 when the file cannot be created, 0 when the device is not open, else the transfer's result.
+    int32_t DumpOisFlashData2File();
+    // Reports the OIS error flag to the telemetry service. Always 0.
+    int32_t GetDataRuvex();
+
+    // --- State. Written by the driver alone; open so that field tools and tests can look at it. ---
+
+    char mOisDriverName[ois::kDriverNameSize]{};  // controller's driver name, looked up in the media graph
+    int32_t mSensorDev;                           // sensor device index, as messages print it
+    int32_t mSensorIdx;                           // the same, as the customisation library takes it
+    int32_t m_user_count = 0;                     // users between Init and Uninit
+    int32_t fd_driver = -1;                       // sub-device; open when 1 or more
+    int32_t mModuleId = 0;
+    int32_t mIsOisSupport = 0;
+    int32_t mControllerState = 0;  // -1 once the customisation block was written to the sub-device
+    int32_t mStreamState = 0;      // last stream state sent
+    int32_t mStatusWord = 0;
+    int32_t mPreviousActEn = 0;  // active OIS state of the request before
+    int32_t mOisDynamic = 0;
+    int32_t mParamsCallCount = 0;  // engineering requests since Init, at most 2
+    OisProperty mProperty{};
+    uint8_t mUseCustomCmd = 0;  // hub way: 1 relays every command, 0 goes through the family parser
+    uint8_t logLevel = 0;       // the hub's log level
+    ois::OisCustInfo mOisCustInfo{};
+    ois::OisCustExt mOisCustExt{};
+    float mScaleFactor = 1.0F;  // zoom factor of a module that sets none
+    ois::OisFixMode mFixMode{};
+    std::thread mSpareThread;  // never started
+
+    ois::OisStatusRecord* mStatusBuf = nullptr;
+    // A flash transfer hands the kernel the address of the pointer member, not of the buffer. So the member heads
+    // a block of the transfer's size that holds nothing else.
+    union {
+        ois::OisFlashRecord* mOisFlashData;
+        std::array<std::byte, sizeof(ois::OisFlashRecord)> mOisFlashBlock;
+    };
+
+    std::thread mInitDrvThread;       // InitDrv
+    std::thread mDumpThread;          // DumpGyroAccRawTargetHallData2File
+    std::thread mDefectDetectThread;  // DetectActutorDefect
+    int32_t mReserved[3] = {0, -1, -1};
+    int32_t mSensorInterval = 5;  // ms, of the OIS channel
+    uint8_t mSensorHubEnabled = 0;
+    std::shared_ptr<NSCam::Utils::SensorProvider> mpSensorProvider;
+    std::vector<unsigned long> mSensorTimestamps;
+    std::vector<float> mSensorValue1;
+    std::vector<float> mSensorValue2;
+    std::vector<float> mSensorValue3;
+    std::vector<float> mSensorValue4;
+    std::vector<float> mSensorValue5;
+    std::vector<float> mSensorValue6;
+
+    int32_t mTargetStatus[5]{};  // target and status words
+
+    ois::OisHallInfo mHallInfo{};
+    OisCalibInfo mOisCalibInfo{};
+
+    int32_t mOisMode = 0;  // last mode given to SetMode, supported or not
+    OisSineParam mSineParam{};
+    ois::OisGain mOisGain{};
+    ois_acc_params mAccParams{};
+    int32_t mOisErrorFlag = 0;      // 1 after a successful gyro offset operation
+    int32_t mDefectDetectDone = 0;  // 1 once a defect limit tripped
+    int32_t mActuatorDefectError = 0;
+
+    ois_params mOisParams{};  // last request
+    uint32_t mOisExtraParam = 0;
+    int32_t mActOisIoctlState = 0;  // 1 while zoom-triggered active OIS is on
+    int32_t mLastEngOperation = 0;
+
+    int32_t mLastAfPosition = 0;
+    int32_t mLastTemp = 0;  // degrees Celsius, last sent
+    int32_t mOisTempStrategy = 0;
+
+    ois_otp_data mOtpData{};
+
+  private:
+    // Session.
+    void resetForOpen();
+    void readProperties();
+    void allocateBuffers();
+    void startBringUp();
+
+    // Access. `transfer` is ConfigOisTransfer with typed request and command, for a record that is at least as large
+    // as the request says.
+    template <typename Record>
+    int32_t transfer(ois::Request request, ois::HubCommand command, Record& record, int32_t inLength,
+                     void* out = nullptr, int32_t outLength = 0) {
+        static_assert(std::is_trivially_copyable_v<Record>);
+        return ConfigOisTransfer(ois::code(request), ois::id(command), &record, out, inLength, outLength);
+    }
+    bool isOpen() const;
+    int32_t subDeviceTransfer(uint32_t request, void* record) const;
+    void sendToHub(ois::OisCustomCmd& command) const;
+    void bringUpSensorHub();
+    void bringUpSubDevice();
+    void deriveCalibration();
+    void tearDownSensorHub();
+    void tearDownSubDevice();
+
+    // Control.
+    int32_t sendModeWord(uint32_t word);
+    int32_t setGyroOffset();
+    int32_t readGain(uint32_t axis);
+    int32_t writeGain(uint32_t axis, uint32_t value);
+    int32_t enableAccAtDefaultDistance();
+    int32_t disableAcc();
+    void runDefectDetection();
+    int32_t checkStatus();
+
+    ois::SessionBuffers mBuffers;  // owns what mStatusBuf and mOisFlashData point to
+};

@@ -1,0 +1,51 @@
+#pragma once
+// The phone's clock, and the order in which threads run while time is simulated.
+
+#include <pthread.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace phone {
+
+enum class ClockMode {
+    // Time stands still while any thread works and jumps to the next wake-up when all sleep or join. A new thread
+    // takes its first turn when its creator sleeps or joins. One run is like the next.
+    kSimulated,
+    // Sleeps last as long as they say; the clock is the machine's.
+    kRealTime,
+    // Sleeps return at once and only add to the clock; threads run as the machine schedules them. For stress tests.
+    kFreeRunning,
+};
+
+class Clock {
+  public:
+    // The constructing thread takes part from the start.
+    explicit Clock(ClockMode mode);
+    ~Clock();
+    Clock(const Clock&) = delete;
+    Clock& operator=(const Clock&) = delete;
+
+    ClockMode mode() const;
+    // Microseconds since construction.
+    int64_t nowUs() const;
+    // Blocks the calling thread until that much time has passed; other threads take their turns meanwhile. 0 lets
+    // them run until they sleep beyond now.
+    void sleepUs(int64_t us);
+    void sleepUntilUs(int64_t us);
+
+    // A small number for the calling thread, in order of creation; the constructing thread is 0.
+    uint32_t threadNumber();
+
+    // For the interposed pthread calls (kernel/syscalls.cpp). A thread takes its first turn at its first call into
+    // the phone: every entry point calls enter().
+    void enter();
+    int createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
+    int joinThread(pthread_t thread, void** result);
+
+  private:
+    struct State;
+    std::unique_ptr<State> mState;
+};
+
+}  // namespace phone

@@ -1,0 +1,95 @@
+#pragma once
+// The stabilisation loop and the lens it moves: gyro in, targets and hall positions out.
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+
+namespace phone {
+
+class Motion;
+
+// Lens, hall sensors and control loop of one module. Angles in the module's angle unit (degrees).
+struct StabiliserSettings {
+    int32_t hallCenterX = 0;        // hall reading at the lens centre
+    int32_t hallCenterY = 0;
+    double hallPerAngleX = 1000;    // hall counts per angle unit
+    double hallPerAngleY = 1000;
+    double limitAngle = 1.5;        // how far the lens can go, either way
+    double bandwidthHz = 70;        // of the lens, a damped second-order system
+    double damping = 0.7;
+    double highPassHz = 0.3;        // corner below which slow motion is followed, not stabilised
+    double hallNoiseCounts = 1.0;   // RMS
+    double gyroLsbPerRadS = 939.65; // raw gyro counts
+    double accLsbPerMS2 = 835.1;
+    std::array<double, 3> gyroBiasRadS{};
+    double gyroNoiseRadS = 0.0005;  // RMS
+    uint64_t seed = 1;
+};
+
+enum class LensDefect {
+    kNone,
+    kStuck,      // does not move at all
+    kSluggish,   // a tenth of the bandwidth
+    kOffCentre,  // rests beside the hall centre
+};
+
+enum class StabiliserMode {
+    kOff,     // lens held at the centre
+    kOn,      // follows the gyro
+    kFixed,   // held at a target
+    kActive,  // follows the gyro about an angle
+};
+
+// What the controller knows at one moment.
+struct StabiliserState {
+    std::array<int16_t, 3> gyroRaw{};
+    std::array<int16_t, 3> accRaw{};
+    double gyroTargetX = 0;  // angle that would cancel the shake
+    double gyroTargetY = 0;
+    double accTargetX = 0;   // shift of the camera as an angle, when acceleration is compensated
+    double accTargetY = 0;
+    double lensX = 0;        // angle of the lens
+    double lensY = 0;
+    int32_t hallX = 0;       // what the hall sensors read
+    int32_t hallY = 0;
+};
+
+// Thread-safe. Time only moves forward; the physics is stepped internally at a fixed rate, so the state at a moment
+// does not depend on how often it is asked for.
+class Stabiliser {
+  public:
+    Stabiliser(const Motion& motion, StabiliserSettings settings);
+
+    void setMode(StabiliserMode mode);
+    StabiliserMode mode() const;
+    // Target of kFixed, hall counts.
+    void setFixedTarget(int32_t hallX, int32_t hallY);
+    // Angle about which kActive works.
+    void setActiveAngle(double angle);
+    // Accelerometer compensation and the object distance in metres it is for.
+    void setAccCompensation(bool enabled, double distanceM);
+    // Gyro offsets that the controller subtracts, raw counts.
+    void setGyroOffset(int16_t x, int16_t y);
+    void setDefect(LensDefect x, LensDefect y);
+    // Constant error between target and hall in kFixed, hall counts.
+    void setTrackingError(double hallX, double hallY);
+    const StabiliserSettings& settings() const { return mSettings; }
+
+    StabiliserState stateAt(int64_t timeUs);
+    // Mean raw gyro over the last `windowUs` up to `timeUs`, and its standard deviation: what an offset calibration
+    // measures.
+    struct GyroMeasurement {
+        std::array<double, 2> meanRaw{};
+        std::array<double, 2> deviationRaw{};
+    };
+    GyroMeasurement measureGyro(int64_t timeUs, int64_t windowUs) const;
+
+  private:
+    const Motion& mMotion;
+    const StabiliserSettings mSettings;
+    mutable std::mutex mMutex;
+    // The owner of this file adds the loop's state here.
+};
+
+}  // namespace phone

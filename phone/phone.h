@@ -1,0 +1,89 @@
+#pragma once
+// The simulated phone: everything around the driver that a real phone would provide.
+//
+// Constructing a Phone makes it the phone of this process; from then on the platform's functions and the system
+// calls that the driver makes are answered by it. One at a time. Each part has three faces: the driver's side
+// (platform and system calls), the state side (these accessors, for tests and tools), and faults().
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "clock.h"
+#include "faults.h"
+#include "trace.h"
+
+namespace phone {
+
+class PropertyStore;      // services/property_store.h
+class LogService;         // services/log_service.h
+class Telemetry;          // services/telemetry.h
+class FileTree;           // kernel/file_tree.h
+class MediaGraph;         // kernel/media_graph.h
+class Controller;         // kernel/controller.h: the OIS controller behind a sub-device
+class SensorHub;          // hub/sensor_hub.h: holds the KorvaChip (hub/korva_chip.h)
+class Motion;             // motion/motion.h
+struct ModuleDescription; // modules/module_description.h
+
+enum class KernelKind {
+    kSimulated,
+    kReal,  // system calls go to the machine's own kernel; platform services stay simulated
+};
+
+struct PhoneOptions {
+    KernelKind kernel = KernelKind::kSimulated;
+    ClockMode clock = ClockMode::kSimulated;
+    // Where the phone keeps its files; created if missing. Empty: a fresh temporary folder, removed at the end.
+    std::filesystem::path folder;
+    // With the real kernel: folders that stand for /mnt/vendor/nvcfg/camera and /sys/cam_thermal. Empty: the paths themselves.
+    std::filesystem::path dumpFolder;
+    std::filesystem::path thermalFolder;
+    bool trace = true;
+};
+
+constexpr int kSensorCount = 8;
+
+class Phone {
+  public:
+    explicit Phone(PhoneOptions options = {});
+    ~Phone();
+    Phone(const Phone&) = delete;
+    Phone& operator=(const Phone&) = delete;
+
+    // The phone of this process, or null.
+    static Phone* current();
+
+    const PhoneOptions& options() const { return mOptions; }
+
+    // Fits a camera module to a sensor position: customisation, and a lens sub-device with its controller in the
+    // media graph, or the controller behind the sensor hub. Replaces what was there.
+    void fit(int32_t sensorDev, const ModuleDescription& module);
+    // The module at that position; null when there is none.
+    const ModuleDescription* module(int32_t sensorDev) const;
+    // The controller behind that position's sub-device; null when it has none.
+    Controller* controller(int32_t sensorDev) const;
+
+    Clock& clock();
+    Trace& trace();
+    Faults& faults();
+    PropertyStore& properties();
+    LogService& log();
+    Telemetry& telemetry();
+    FileTree& files();
+    MediaGraph& media();
+    SensorHub& hub();
+    // The motion of the phone's body, one for all its cameras.
+    Motion& motion();
+
+    // Thermal sensor of the camera: the file's text; nullptr-like states are set through files().
+    // See kernel/file_tree.h.
+
+  private:
+    struct Parts;
+    PhoneOptions mOptions;
+    std::unique_ptr<Parts> mParts;
+};
+
+}  // namespace phone

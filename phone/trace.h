@@ -1,0 +1,91 @@
+#pragma once
+// One ordered record of everything that passes between the driver and the phone.
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace phone {
+
+class Clock;
+
+enum class EventKind {
+    kSubDevice,      // private ioctl on the OIS sub-device
+    kHub,            // record to the sensor hub
+    kMedia,          // media-graph ioctl
+    kFile,           // open, close, readlink, fopen, fclose
+    kSleep,          // usleep
+    kProperty,       // property read
+    kMessage,        // log line
+    kThread,         // thread created, joined, rescheduled
+    kSensor,         // sensor channel: create, enable, isEnabled, disable, drain
+    kCustomisation,  // GetOisDriverName
+    kTelemetry,      // report to the telemetry service
+    kCall,           // public operation of the driver, as a tool or test called it
+    kNote,           // remark of the phone itself, such as a fault that took effect
+};
+std::string_view name(EventKind kind);  // "sub-device", "hub", "media", ...
+
+struct Field {
+    std::string name;
+    std::variant<int64_t, uint64_t, double, std::string> value;
+    bool hex = false;  // integers are shown in hexadecimal
+};
+
+struct Event {
+    EventKind kind = EventKind::kNote;
+    std::string name;           // what it is: "SET_MODE", "WRITE_REGISTER", "usleep", a property's key
+    uint32_t code = 0;          // request code or hub command id, where there is one
+    std::vector<Field> fields;  // the record, decoded
+    std::string text;           // human form of the fields where it differs from a list of them; a message's text
+    bool hasResult = false;
+    int64_t result = 0;
+    int error = 0;      // errno of a failure, else 0
+    std::string fault;  // the fault that took effect, else empty
+    // Set by Trace::record.
+    uint64_t sequence = 0;
+    int64_t timeUs = 0;
+    uint32_t thread = 0;
+};
+
+// "sub-device  SET_MODE(0x400456C2) mode=2 -> 0". `withHead` puts time and thread in front.
+std::string toText(const Event& event, bool withHead = true);
+// One JSON object, no newline.
+std::string toJson(const Event& event);
+
+class Trace {
+  public:
+    explicit Trace(Clock& clock);
+
+    // Off: record() does nothing and takes no lock.
+    void setEnabled(bool enabled);
+    bool enabled() const { return mEnabled.load(std::memory_order_relaxed); }
+    void record(Event event);
+
+    // Called for each event in order, under the trace's lock: must not call back into the phone.
+    using Listener = std::function<void(const Event&)>;
+    void setListener(Listener listener);
+
+    // A listener alone keeps memory flat over long sessions; on by default.
+    void setKeep(bool keep);
+    std::vector<Event> events() const;
+    std::vector<Event> events(EventKind kind) const;
+    uint64_t count() const;
+    void clear();
+
+  private:
+    Clock& mClock;
+    std::atomic<bool> mEnabled{true};
+    mutable std::mutex mMutex;
+    Listener mListener;
+    std::vector<Event> mEvents;
+    uint64_t mCount = 0;
+    bool mKeep = true;
+};
+
+}  // namespace phone
