@@ -1,0 +1,16 @@
+# ois_header_library(TARGET FOLDER HEADER): an imported target for a header-only library in /usr/include/FOLDER.
+# In a cross build only that folder is made visible, since the rest of /usr/include belongs to the build machine.
+function(ois_header_library target folder header)
+  find_path(include_dir NAMES ${folder}/${header} PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH NO_CACHE)
+  if(NOT include_dir)
+    message(FATAL_ERROR "${folder}/${header} not found; on Debian it comes with tools/setup.sh")
+  endif()
+  if(CMAKE_CROSSCOMPILING)
+    set(visible ${CMAKE_BINARY_DIR}/header_libraries)
+    file(MAKE_DIRECTORY ${visible})
+    file(CREATE_LINK ${include_dir}/${folder} ${visible}/${folder} SYMBOLIC)
+    set(include_dir ${visible})
+  endif()
+  add_library(${target} INTERFACE IMPORTED GLOBAL)
+  target_include_directories(${target} SYSTEM INTERFACE ${include_dir})
+endfunction()
