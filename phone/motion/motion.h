@@ -28,11 +28,12 @@ class MotionSource {
     virtual double durationS() const = 0;
 };
 
-// "rest", "hand" (tremor and sway), "pan" (hand shake and a slow pan), "walk"; the same seed gives the same motion.
+// "rest", "hand" (tremor and sway), "pan" (hand shake and a slow pan), "walk"; the same seed gives the same
+// motion.
 std::vector<std::string> builtinMotions();
 std::shared_ptr<const MotionSource> makeBuiltinMotion(std::string_view name, uint64_t seed = 1);
-// CSV with the columns time_s, gyro x/y/z in rad/s, acceleration x/y/z in m/s^2; '#' starts a comment line. Throws
-// std::runtime_error "FILE:LINE: reason".
+// CSV with the columns time_s, gyro x/y/z in rad/s, acceleration x/y/z in m/s^2; '#' starts a comment line.
+// Throws std::runtime_error "FILE:LINE: reason".
 std::shared_ptr<const MotionSource> loadMotion(const std::filesystem::path& file);
 // A builtin's name, else a file. Throws as loadMotion; the text lists the builtin names.
 std::shared_ptr<const MotionSource> motionByName(const std::string& nameOrFile, uint64_t seed = 1);

@@ -1,5 +1,10 @@
 #pragma once
 // The stabilisation loop and the lens it moves: gyro in, targets and hall positions out.
+//
+// Channel x cancels rotation about the body's x axis, channel y rotation about its y axis. The controller
+// samples the gyro, subtracts the offsets, and integrates the rate to an angle that decays at the high-pass
+// corner; the target is that angle's negative. As the target nears the limit the decay grows: a pan is
+// followed, not fought.
 
 #include <array>
 #include <cstdint>
@@ -11,19 +16,20 @@ class Motion;
 
 // Lens, hall sensors and control loop of one module. Angles in the module's angle unit (degrees).
 struct StabiliserSettings {
-    int32_t hallCenterX = 0;        // hall reading at the lens centre
+    int32_t hallCenterX = 0;  // hall reading at the lens centre
     int32_t hallCenterY = 0;
-    double hallPerAngleX = 1000;    // hall counts per angle unit
+    double hallPerAngleX = 1000;  // hall counts per angle unit
     double hallPerAngleY = 1000;
-    double limitAngle = 1.5;        // how far the lens can go, either way
-    double bandwidthHz = 70;        // of the lens, a damped second-order system
+    double limitAngle = 1.5;  // how far the lens can go, either way
+    double bandwidthHz = 70;  // of the lens, a damped second-order system
     double damping = 0.7;
-    double highPassHz = 0.3;        // corner below which slow motion is followed, not stabilised
-    double hallNoiseCounts = 1.0;   // RMS
-    double gyroLsbPerRadS = 939.65; // raw gyro counts
+    double highPassHz = 0.3;  // corner below which slow motion is followed, not stabilised; at least 0.05
+    double hallNoiseCounts = 1.0;    // RMS
+    double gyroLsbPerRadS = 939.65;  // raw gyro counts
     double accLsbPerMS2 = 835.1;
     std::array<double, 3> gyroBiasRadS{};
     double gyroNoiseRadS = 0.0005;  // RMS
+    double accNoiseMS2 = 0.02;      // RMS
     uint64_t seed = 1;
 };
 
@@ -45,27 +51,32 @@ enum class StabiliserMode {
 struct StabiliserState {
     std::array<int16_t, 3> gyroRaw{};
     std::array<int16_t, 3> accRaw{};
-    double gyroTargetX = 0;  // angle that would cancel the shake
+    double gyroTargetX = 0;  // angle that would cancel the shake, in every mode
     double gyroTargetY = 0;
-    double accTargetX = 0;   // shift of the camera as an angle, when acceleration is compensated
+    double accTargetX = 0;  // shift of the camera as an angle, when acceleration is compensated
     double accTargetY = 0;
-    double lensX = 0;        // angle of the lens
+    double lensX = 0;  // angle of the lens
     double lensY = 0;
-    int32_t hallX = 0;       // what the hall sensors read
+    int32_t hallX = 0;  // what the hall sensors read
     int32_t hallY = 0;
 };
 
-// Thread-safe. Time only moves forward; the physics is stepped internally at a fixed rate, so the state at a moment
-// does not depend on how often it is asked for.
+// Thread-safe. Time only moves forward; the physics is stepped internally at a fixed rate, so the state at a
+// moment does not depend on how often it is asked for. A setting takes effect at the last moment that was
+// asked for: call advance() with the present time before changing one. After a long gap only the last seconds
+// are stepped, enough for all that was before to have decayed below a hall count.
 class Stabiliser {
   public:
     Stabiliser(const Motion& motion, StabiliserSettings settings);
 
     void setMode(StabiliserMode mode);
     StabiliserMode mode() const;
+    // Moves time forward.
+    void advance(int64_t timeUs);
+
     // Target of kFixed, hall counts.
     void setFixedTarget(int32_t hallX, int32_t hallY);
-    // Angle about which kActive works.
+    // Angle about which kActive works, on both axes.
     void setActiveAngle(double angle);
     // Accelerometer compensation and the object distance in metres it is for.
     void setAccCompensation(bool enabled, double distanceM);
@@ -76,9 +87,10 @@ class Stabiliser {
     void setTrackingError(double hallX, double hallY);
     const StabiliserSettings& settings() const { return mSettings; }
 
+    // A time before one already asked for gives the state at that later one.
     StabiliserState stateAt(int64_t timeUs);
-    // Mean raw gyro over the last `windowUs` up to `timeUs`, and its standard deviation: what an offset calibration
-    // measures.
+    // Mean raw gyro over the last `windowUs` up to `timeUs`, and its standard deviation: what an offset
+    // calibration measures.
     struct GyroMeasurement {
         std::array<double, 2> meanRaw{};
         std::array<double, 2> deviationRaw{};
