@@ -1,0 +1,85 @@
+# Installs what a purpose needs and builds presets. Sourced by ./run, ./test, ./bench-all and the CI script; also a
+# command of its own: `bash tools/setup.sh PURPOSE...` only installs.
+
+REPO=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# Debian package, and the command or file that shows it is there already.
+declare -A NEEDS=(
+    [build]="g++:g++ cmake:cmake ninja-build:ninja libcli11-dev:/usr/include/CLI/CLI.hpp
+             libtomlplusplus-dev:/usr/include/toml++/toml.h nlohmann-json3-dev:/usr/include/nlohmann/json.hpp"
+    [plot]="gnuplot-nox:gnuplot fonts-dejavu-core:/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
+    [test]="libgtest-dev:/usr/include/gtest/gtest.h"
+    [bench]="libbenchmark-dev:/usr/include/benchmark/benchmark.h valgrind:valgrind"
+    [check]="clang-format:clang-format clang-tidy:clang-tidy python3:python3 pkg-config:pkg-config"
+    [cross]="g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user:qemu-aarch64
+             googletest:/usr/src/googletest/CMakeLists.txt"
+    [speed]="ccache:ccache"
+)
+
+fail() {
+    echo "$(basename "$0"): $*" >&2
+    exit 1
+}
+
+# apt_get ARGS...: quiet; what it said is in $apt_log.
+apt_get() {
+    local sudo=()
+    [ "$(id -u)" = 0 ] || sudo=(sudo)
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -y -o DPkg::Lock::Timeout=300 "$@" \
+        </dev/null >"$apt_log" 2>&1
+}
+
+# need PURPOSE...: makes sure that what the purposes need is on this machine.
+need() {
+    local purpose item missing=() apt_log
+    for purpose in "$@"; do
+        [ -n "${NEEDS[$purpose]:-}" ] || fail "unknown purpose '$purpose'; there are: ${!NEEDS[*]}"
+        for item in ${NEEDS[$purpose]}; do
+            [ -e "${item#*:}" ] || command -v "${item#*:}" >/dev/null || missing+=("${item%%:*}")
+        done
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+
+    command -v apt-get >/dev/null || fail "missing here: ${missing[*]} (Debian's names); no apt-get to install them with"
+    [ "$(id -u)" = 0 ] || command -v sudo >/dev/null || fail "missing here: ${missing[*]}; install them as root, or install sudo"
+    echo "Installing ${missing[*]} ..." >&2
+    apt_log=$(mktemp)
+    compgen -G '/var/lib/apt/lists/*_Packages*' >/dev/null || apt_get update || true
+    if ! apt_get install --no-install-recommends "${missing[@]}"; then
+        # The package lists may be older than the archive.
+        if ! { apt_get update && apt_get install --no-install-recommends "${missing[@]}"; }; then
+            tail -n 5 "$apt_log" >&2
+            rm -f "$apt_log"
+            fail "apt-get could not install ${missing[*]}"
+        fi
+    fi
+    rm -f "$apt_log"
+}
+
+# build PRESET TARGET...: configures the preset when it is new and brings its targets up to date. Quiet unless it
+# takes a while or fails; writes to standard error only.
+build() {
+    local preset=$1 folder=$REPO/build/$1 log
+    shift
+    command -v ccache >/dev/null && export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+    mkdir -p "$folder"
+    log=$folder/setup.log
+    if [ ! -e "$folder/build.ninja" ]; then
+        (cd "$REPO" && cmake --preset "$preset") >"$log" 2>&1 || {
+            cat "$log" >&2
+            fail "cannot configure the preset '$preset'"
+        }
+    fi
+    if ! ninja -C "$folder" -n "$@" 2>/dev/null | grep -q 'no work to do'; then
+        echo "Building $preset (the first time takes a minute or two) ..." >&2
+    fi
+    ninja -C "$folder" -j "$(nproc)" "$@" >"$log" 2>&1 || {
+        grep -v '^\[[0-9]*/[0-9]*\] \(Building\|Linking\)' "$log" >&2
+        fail "the build of '$preset' failed"
+    }
+}
+
+if [ "${BASH_SOURCE[0]}" = "$0" ]; then
+    set -eu
+    need "$@"
+fi
