@@ -1,0 +1,11 @@
+# Writes the scenario files into one C++ source. OUTPUT: the source; SCENARIOS: the files.
+set(source "// Generated from scenarios/*.toml.\n#include \"scenario.h\"\n\nnamespace oisctl {\n\n")
+string(APPEND source "const std::vector<ShippedScenario>& shippedScenarios() {\n")
+string(APPEND source "    static const std::vector<ShippedScenario> scenarios{\n")
+foreach(file IN LISTS SCENARIOS)
+  get_filename_component(name ${file} NAME_WE)
+  file(READ ${file} text)
+  string(APPEND source "        {\"${name}\", R\"scenario(${text})scenario\"},\n")
+endforeach()
+string(APPEND source "    };\n    return scenarios;\n}\n\n}  // namespace oisctl\n")
+file(WRITE ${OUTPUT} "${source}")

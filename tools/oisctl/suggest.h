@@ -1,0 +1,18 @@
+#pragma once
+// "Did you mean": what a mistyped name was probably meant to be.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oisctl {
+
+// The candidate nearest to `typed`, or empty when none is near.
+std::string nearest(std::string_view typed, const std::vector<std::string>& candidates);
+
+// "; did you mean 'x'?", or "; it may be: a, b, c" when nothing is near.
+std::string suggestion(std::string_view typed, const std::vector<std::string>& candidates);
+
+std::string joined(const std::vector<std::string>& words, std::string_view separator = ", ");
+
+}  // namespace oisctl

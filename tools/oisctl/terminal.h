@@ -1,0 +1,64 @@
+#pragma once
+// What the tool puts on the terminal: lines, tables, colours, and a progress bar that stays out of their way.
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace oisctl {
+
+enum class Style { kPlain, kBold, kDim, kGood, kWarning, kBad, kName, kValue };
+
+// `text` in that style for standard output; unchanged when that is no terminal or NO_COLOR is set.
+std::string styled(Style style, std::string_view text);
+
+// One line to standard output. Any thread; a progress bar makes way.
+void printLine(std::string_view text = {});
+// One line to standard error, for remarks that are not the result.
+void printRemark(std::string_view text);
+
+// Columns padded to their widest cell.
+class Table {
+  public:
+    explicit Table(std::vector<std::string> headings);
+    void addRow(std::vector<std::string> cells);
+    // Numbers stand better to the right.
+    void alignRight(size_t column);
+    void print() const;
+
+  private:
+    std::vector<std::string> mHeadings;
+    std::vector<std::vector<std::string>> mRows;
+    std::vector<bool> mRight;
+};
+
+// A bar on standard error while it lives, if that is a terminal and the work takes more than a second. One at
+// a time.
+class Progress {
+  public:
+    Progress(std::string label, double total);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    // Any thread. `note` stands behind the bar.
+    void update(double done, std::string_view note = {});
+
+  private:
+    const std::string mLabel;
+    const double mTotal;
+    const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point mDrawn{};
+};
+
+// "12.3 s", "45.0 ms", "830 us".
+std::string duration(double seconds);
+// printf-like, for numbers in texts.
+std::string number(double value, int decimals);
+// 28672 as "28,672".
+std::string grouped(uint64_t value);
+std::string hex(uint64_t value, int digits);
+
+}  // namespace oisctl
