@@ -1,9 +1,10 @@
 #pragma once
 // The simulated phone: everything around the driver that a real phone would provide.
 //
-// Constructing a Phone makes it the phone of this process; from then on the platform's functions and the system
-// calls that the driver makes are answered by it. One at a time. Each part has three faces: the driver's side
-// (platform and system calls), the state side (these accessors, for tests and tools), and faults().
+// Constructing a Phone makes it the phone of this process; from then on the platform's functions and the
+// system calls that the driver makes are answered by it. One at a time. Each part has three faces: the
+// driver's side (platform and system calls), the state side (these accessors, for tests and tools), and
+// faults().
 
 #include <array>
 #include <cstdint>
@@ -17,15 +18,16 @@
 
 namespace phone {
 
-class PropertyStore;      // services/property_store.h
-class LogService;         // services/log_service.h
-class Telemetry;          // services/telemetry.h
-class FileTree;           // kernel/file_tree.h
-class MediaGraph;         // kernel/media_graph.h
-class Controller;         // kernel/controller.h: the OIS controller behind a sub-device
-class SensorHub;          // hub/sensor_hub.h: holds the KorvaChip (hub/korva_chip.h)
-class Motion;             // motion/motion.h
-struct ModuleDescription; // modules/module_description.h
+class PropertyStore;       // services/property_store.h
+class LogService;          // services/log_service.h
+class Telemetry;           // services/telemetry.h
+class FileTree;            // kernel/file_tree.h
+class MediaGraph;          // kernel/media_graph.h
+class Controller;          // kernel/controller.h: the OIS controller behind a sub-device
+class Kernel;              // kernel/kernel.h: the driver's system calls
+class SensorHub;           // hub/sensor_hub.h: holds the KorvaChip (hub/korva_chip.h)
+class Motion;              // motion/motion.h
+struct ModuleDescription;  // modules/module_description.h
 
 enum class KernelKind {
     kSimulated,
@@ -35,9 +37,11 @@ enum class KernelKind {
 struct PhoneOptions {
     KernelKind kernel = KernelKind::kSimulated;
     ClockMode clock = ClockMode::kSimulated;
-    // Where the phone keeps its files; created if missing. Empty: a fresh temporary folder, removed at the end.
+    // Where the phone keeps its files; created if missing. Empty: a fresh temporary folder, removed at the
+    // end.
     std::filesystem::path folder;
-    // With the real kernel: folders that stand for /mnt/vendor/nvcfg/camera and /sys/cam_thermal. Empty: the paths themselves.
+    // With the real kernel: folders that stand for /mnt/vendor/nvcfg/camera and /sys/cam_thermal. Empty: the
+    // paths themselves.
     std::filesystem::path dumpFolder;
     std::filesystem::path thermalFolder;
     bool trace = true;
@@ -57,8 +61,8 @@ class Phone {
 
     const PhoneOptions& options() const { return mOptions; }
 
-    // Fits a camera module to a sensor position: customisation, and a lens sub-device with its controller in the
-    // media graph, or the controller behind the sensor hub. Replaces what was there.
+    // Fits a camera module to a sensor position: customisation, and a lens sub-device with its controller in
+    // the media graph, or the controller behind the sensor hub. Replaces what was there.
     void fit(int32_t sensorDev, const ModuleDescription& module);
     // The module at that position; null when there is none.
     const ModuleDescription* module(int32_t sensorDev) const;
@@ -73,12 +77,10 @@ class Phone {
     Telemetry& telemetry();
     FileTree& files();
     MediaGraph& media();
+    Kernel& kernel();
     SensorHub& hub();
     // The motion of the phone's body, one for all its cameras.
     Motion& motion();
-
-    // Thermal sensor of the camera: the file's text; nullptr-like states are set through files().
-    // See kernel/file_tree.h.
 
   private:
     struct Parts;

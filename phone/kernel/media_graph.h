@@ -1,0 +1,89 @@
+#pragma once
+// The phone's media devices: what the kernel answers about them, and the nodes that stand for their entities.
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct media_device_info;
+struct media_entity_desc;
+
+namespace phone {
+
+class Controller;
+
+inline constexpr uint32_t kLensEntityType = 0x20003;
+inline constexpr uint32_t kSensorEntityType = 0x20001;
+inline constexpr uint32_t kSubDeviceEntityType = 0x20000;
+inline constexpr uint32_t kVideoNodeEntityType = 0x10001;
+inline constexpr uint32_t kVideoMajor = 81;
+
+struct MediaEntity {
+    uint32_t id = 0;
+    std::string name;  // at most 31 characters
+    uint32_t type = kLensEntityType;
+    uint32_t groupId = 0;
+    uint32_t major = kVideoMajor;
+    uint32_t minor = 0;
+    std::string node;     // under /dev, such as "v4l-subdev10"; empty: no node
+    bool hasLink = true;  // /sys/dev/char/MAJOR:MINOR exists
+    // Answers the private requests; without one they are unknown.
+    std::shared_ptr<Controller> controller;
+};
+
+struct MediaDevice {
+    int number = 0;  // of /dev/mediaN
+    std::string model;
+    std::string driver;
+    std::string serial;
+    std::string busInfo;
+    std::vector<MediaEntity> entities;  // in the order in which the kernel registered them
+};
+
+// A graph as this phone has it from the start: an image signal processor as media0, the camera's lenses as
+// media1
+// ("nxa_camera_af", where fit() adds a lens entity per module), no media2, a codec as media3.
+std::vector<MediaDevice> defaultMediaDevices();
+
+// Thread-safe.
+class MediaGraph {
+  public:
+    MediaGraph();
+
+    // A copy; change it with change().
+    std::vector<MediaDevice> devices() const;
+    void setDevices(std::vector<MediaDevice> devices);
+    // Runs `edit` on the devices: add, remove, rename, renumber what you like. Nodes that are open stay open.
+    void change(const std::function<void(std::vector<MediaDevice>&)>& edit);
+
+    // Puts the lens of the module at that sensor position into the lens device, as fit() does; the device is
+    // made anew if it is gone.
+    void addLens(int32_t sensorDev, const std::string& entityName, std::shared_ptr<Controller> controller);
+    void removeLens(int32_t sensorDev);
+    // The node under /dev that addLens gives a sensor position's lens: "v4l-subdev10" for 0.
+    static std::string lensNode(int32_t sensorDev);
+    static uint32_t lensEntityId(int32_t sensorDev);
+
+    // For the interposed calls (kernel/kernel.cpp). Results are 0 or a negative errno.
+    bool hasDevice(int number) const;
+    int deviceInfo(int number, media_device_info& info) const;
+    // As the kernel: with the next-flag, the first registered entity whose id is greater.
+    int enumerateEntity(int number, media_entity_desc& entity) const;
+    // Target of /sys/dev/char/MAJOR:MINOR.
+    std::optional<std::string> sysfsLink(uint32_t major, uint32_t minor) const;
+    // The entity whose node has that name.
+    std::optional<MediaEntity> entityByNode(std::string_view node) const;
+
+  private:
+    const MediaDevice* find(int number) const;
+
+    mutable std::mutex mMutex;
+    std::vector<MediaDevice> mDevices;
+};
+
+}  // namespace phone
