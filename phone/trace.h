@@ -42,6 +42,7 @@ struct Event {
     std::string name;           // what it is: "SET_MODE", "WRITE_REGISTER", "usleep", a property's key
     uint32_t code = 0;          // request code or hub command id, where there is one
     std::vector<Field> fields;  // the record, decoded
+    std::vector<Field> answer;  // what came back, decoded
     std::string text;           // human form of the fields where it differs from a list of them; a message's text
     bool hasResult = false;
     int64_t result = 0;
@@ -52,6 +53,9 @@ struct Event {
     int64_t timeUs = 0;
     uint32_t thread = 0;
 };
+
+// The field of that name, in what came back or else in what was sent; null when neither has it.
+const Field* findField(const Event& event, std::string_view name);
 
 // "sub-device  SET_MODE(0x400456C2) mode=2 -> 0". `withHead` puts time and thread in front.
 std::string toText(const Event& event, bool withHead = true);
