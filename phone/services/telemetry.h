@@ -1,0 +1,49 @@
+#pragma once
+// The phone's telemetry service: keeps what was reported to it.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vendor/quor/hardware/ruvex/1.0/IRuvex.h"
+
+namespace phone {
+
+class Clock;
+class Faults;
+class Trace;
+
+struct TelemetryReport {
+    std::string moduleId;
+    std::string eventId;
+    std::string content;
+    int64_t timeUs = 0;
+};
+
+// Any thread. A reference to the service that outlives the phone takes reports without keeping them.
+class Telemetry {
+  public:
+    Telemetry(Clock& clock, Trace& trace, Faults& faults);
+    ~Telemetry();
+    Telemetry(const Telemetry&) = delete;
+    Telemetry& operator=(const Telemetry&) = delete;
+
+    // Whether the phone has the service; it does at first.
+    void setPresent(bool present);
+    bool present() const;
+    std::vector<TelemetryReport> reports() const;
+    // How often the service was looked up, and how many of the references handed out are still held.
+    uint64_t lookups() const;
+    int32_t references() const;
+
+    // For the platform's entry point: the service, or null.
+    android::sp<vendor::quor::hardware::ruvex::V1_0::IRuvex> lookUp(const std::string& serviceName);
+
+  private:
+    class Service;
+    struct State;
+    std::shared_ptr<State> mState;
+};
+
+}  // namespace phone
