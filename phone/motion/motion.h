@@ -12,6 +12,7 @@
 
 namespace phone {
 
+// In the body's axes: x to the right of the screen, y to its top, z out of it.
 struct MotionSample {
     double timeS = 0;
     std::array<double, 3> gyroRadS{};  // about x, y, z
@@ -27,6 +28,8 @@ class MotionSource {
     // Length of a recording in seconds, after which it starts over; 0 when endless.
     virtual double durationS() const = 0;
 };
+
+constexpr double kGravityMS2 = 9.80665;
 
 // "rest", "hand" (tremor and sway), "pan" (hand shake and a slow pan), "walk"; the same seed gives the same
 // motion.

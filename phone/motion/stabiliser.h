@@ -10,9 +10,9 @@
 #include <cstdint>
 #include <mutex>
 
-namespace phone {
+#include "motion.h"
 
-class Motion;
+namespace phone {
 
 // Lens, hall sensors and control loop of one module. Angles in the module's angle unit (degrees).
 struct StabiliserSettings {
@@ -20,7 +20,7 @@ struct StabiliserSettings {
     int32_t hallCenterY = 0;
     double hallPerAngleX = 1000;  // hall counts per angle unit
     double hallPerAngleY = 1000;
-    double limitAngle = 1.5;  // how far the lens can go, either way
+    double limitAngle = 1.5;  // how far the lens can go, either way; above 0
     double bandwidthHz = 70;  // of the lens, a damped second-order system
     double damping = 0.7;
     double highPassHz = 0.3;  // corner below which slow motion is followed, not stabilised; at least 0.05
@@ -76,9 +76,9 @@ class Stabiliser {
 
     // Target of kFixed, hall counts.
     void setFixedTarget(int32_t hallX, int32_t hallY);
-    // Angle about which kActive works, on both axes.
+    // Angle about which kActive works, on both axes; 0 if it is no number.
     void setActiveAngle(double angle);
-    // Accelerometer compensation and the object distance in metres it is for.
+    // Accelerometer compensation and the object distance in metres it is for; at least 0.03.
     void setAccCompensation(bool enabled, double distanceM);
     // Gyro offsets that the controller subtracts, raw counts.
     void setGyroOffset(int16_t x, int16_t y);
@@ -98,10 +98,40 @@ class Stabiliser {
     GyroMeasurement measureGyro(int64_t timeUs, int64_t windowUs) const;
 
   private:
+    // One channel of the controller and the lens axis it moves. Angles in degrees.
+    struct Channel {
+        int16_t gyroOffset = 0;  // raw counts
+        LensDefect defect = LensDefect::kNone;
+        int32_t fixedTarget = 0;   // hall counts
+        double trackingError = 0;  // hall counts
+        double angle = 0;          // the shake, high-passed
+        double shiftSpeed = 0;     // m/s, of the camera across this channel
+        double shift = 0;          // m
+        double lens = 0;
+        double lensSpeed = 0;  // degrees per second
+    };
+
+    void advanceLocked(int64_t timeUs, const MotionSource& source);
+    void step(const MotionSource& source);
+    void trackShift(const MotionSample& sample, const std::array<double, 3>& rateRadS);
+    void moveLens(size_t axis);
+    double lensTarget(size_t axis) const;
+    double accTarget(size_t axis) const;
+    int32_t hallReading(size_t axis) const;
+    int16_t gyroRaw(const MotionSample& sample, int64_t step, size_t axis) const;
+    int16_t accRaw(const MotionSample& sample, int64_t step, size_t axis) const;
+
     const Motion& mMotion;
     const StabiliserSettings mSettings;
     mutable std::mutex mMutex;
-    // The owner of this file adds the loop's state here.
+    StabiliserMode mMode = StabiliserMode::kOff;
+    double mActiveAngle = 0;
+    bool mAccCompensation = false;
+    double mDistanceM = 1;
+    int64_t mStep = 0;                 // the last one taken
+    std::array<double, 3> mGravity{};  // as the controller believes, m/s^2
+    bool mGravityKnown = false;
+    std::array<Channel, 2> mChannels{};
 };
 
 }  // namespace phone
