@@ -11,6 +11,7 @@
 
 namespace phone {
 
+class Clock;
 class Trace;
 
 enum class LogLevel { kOff, kError, kInfo, kDebug };
@@ -29,7 +30,7 @@ std::string_view name(LogSink sink);
 class LogService {
   public:
     // All messages, through the unified logger alone, so that each appears once.
-    explicit LogService(Trace& trace);
+    LogService(Clock& clock, Trace& trace);
     // Leaves the logs switched off.
     ~LogService();
     LogService(const LogService&) = delete;
@@ -69,6 +70,7 @@ class LogService {
     void apply();
     bool showsInOutput(LogSink sink, LogLevel level) const;
 
+    Clock& mClock;
     Trace& mTrace;
     UnifiedLogger mUnifiedLogger{*this};
     std::atomic<LogLevel> mLevel{LogLevel::kDebug};
