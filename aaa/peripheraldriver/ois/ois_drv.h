@@ -5,13 +5,14 @@
 // operations while the camera streams, and closes it with Uninit.
 //
 // Threads: all public operations come from one thread, the 3A layer's. The object runs up to three workers of
-// its own: bring-up, status recorder and defect detector. Nothing is locked; fields that a worker shares with the
-// caller are accessed through shared_field.h.
+// its own: bring-up, status recorder and defect detector. Nothing is locked; fields that a worker shares with
+// the caller are accessed through shared_field.h.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -21,6 +22,10 @@
 #include "access/private_ioctl.h"
 #include "diagnostics/session_buffers.h"
 #include "lifecycle/customisation.h"
+
+namespace ois {
+class DumpFile;
+}
 
 // One request of the 3A layer.
 struct ois_params {
@@ -33,10 +38,10 @@ struct ois_params {
     int32_t op_result;           // out: result of that operation
     int32_t act_scene;           // scene code: 4, 12 and 14 allow angle-based active OIS
     float zoom_ratio;
-    int32_t zoom_scale_en;   // nonzero: scale zoom_ratio by the module's zoom factor
-    uint32_t extra_param;    // kept when the module has extra parameters
-    int32_t scenario;        // 31: the rule for mode 10; 29: stream changes are ignored
-    int32_t sensor_dev;      // sensor device index that the scenario concerns
+    int32_t zoom_scale_en;  // nonzero: scale zoom_ratio by the module's zoom factor
+    uint32_t extra_param;   // kept when the module has extra parameters
+    int32_t scenario;       // 31: the rule for mode 10; 29: stream changes are ignored
+    int32_t sensor_dev;     // sensor device index that the scenario concerns
     uint8_t reserved1[4];
     int32_t capture_en;     // 1: still capture
     int32_t capture_value;  // forwarded to a controller behind the hub from 125000 on
@@ -166,27 +171,28 @@ class [[gnu::visibility("default")]] OISDrv {
 
     // Opens nothing, starts no thread and reads no property.
     explicit OISDrv(int32_t sensorDev);
-    // Joins and closes nothing: the last user must have called Uninit, since a worker that was not joined ends
-    // the process.
+    // Joins and closes nothing: the last user must have called Uninit, since a worker that was not joined
+    // ends the process.
     virtual ~OISDrv();
     OISDrv(const OISDrv&) = delete;
     OISDrv& operator=(const OISDrv&) = delete;
 
     // --- Session (lifecycle/) ---
 
-    // Opens the driver for one more user. 1 when it is usable, 0 when the module has no OIS or OIS is switched off
-    // by property. The channel comes up on a thread of its own. Throws std::system_error when that thread cannot
-    // be created. Not to be called at the same time as Uninit or FirmwareUpdate of the same object.
+    // Opens the driver for one more user. 1 when it is usable, 0 when the module has no OIS or OIS is
+    // switched off by property. The channel comes up on a thread of its own. Throws std::system_error when
+    // that thread cannot be created. Not to be called at the same time as Uninit or FirmwareUpdate of the
+    // same object.
     int32_t Init(int32_t sensorId, int32_t moduleId);
-    // Closes the driver for one user; the last one stops the workers, closes the channel and frees the buffers.
-    // Always 0.
+    // Closes the driver for one user; the last one stops the workers, closes the channel and frees the
+    // buffers. Always 0.
     int32_t Uninit();
 
     // --- Access to the controller (access/) ---
 
-    // Sends one command, by ioctl `request` or as hub command `commandId`. On the sub-device way `in` carries the
-    // request's size in both directions and the ioctl's result is returned; on the hub way, or when nothing is
-    // open, the result is 0. Lengths in bytes. Any worker or the caller.
+    // Sends one command, by ioctl `request` or as hub command `commandId`. On the sub-device way `in` carries
+    // the request's size in both directions and the ioctl's result is returned; on the hub way, or when
+    // nothing is open, the result is 0. Lengths in bytes. Any worker or the caller.
     int32_t ConfigOisTransfer(uint32_t request, int32_t commandId, void* in, void* out, int32_t inLength,
                               int32_t outLength);
     // Sends one hub command record with up to 60 input bytes; ends the process on more. Always 0.
@@ -204,19 +210,19 @@ class [[gnu::visibility("default")]] OISDrv {
 
     // Sets the working mode; a repeated or unsupported one sends nothing. The transfer's result, or 0.
     int32_t SetMode(int32_t mode);
-    // Runs a one-shot operation. -1 when the device is not open; else the transfer's result, a value read back in
-    // 1/10000, or 0. Throws std::system_error when the detector's thread cannot be created.
+    // Runs a one-shot operation. -1 when the device is not open; else the transfer's result, a value read
+    // back in 1/10000, or 0. Throws std::system_error when the detector's thread cannot be created.
     int32_t SetOperation(int32_t operation);
     // Stores the dynamic mode, which the next SetOisParams uses. Always 0.
     int32_t EnableOis(int32_t dynamic);
     // Asks the sub-device for the controller's status. The transfer's result, or 0 when it is not open.
     int32_t CheckIcStatus();
 
-    // Applies one request. `params` is copied; its op_result fields are written back. The last command's result,
-    // or 0. Throws std::system_error when the recorder's thread cannot be created.
-    int32_t SetOisParams(ois_params* params);
-    int32_t SetOisCfgData(ois_cfg_data* cfg);
-    int32_t GetOisInfo(ois_lens_info_buf* info);
+    // Applies one request. `params` is copied; its op_result fields are written back. The last command's
+    // result, or 0. Throws std::system_error when the recorder's thread cannot be created.
+    int32_t SetOisParams(ois_params * params);
+    int32_t SetOisCfgData(ois_cfg_data * cfg);
+    int32_t GetOisInfo(ois_lens_info_buf * info);
 
     // Holds the lens at the debug properties' target while fix mode is on. The transfer's result, or 0.
     int32_t SetFixMode();
@@ -227,13 +233,15 @@ class [[gnu::visibility("default")]] OISDrv {
     int32_t SetActOis(ois_act_parameters params);
     int32_t SetActOisBySoftTrigger(int32_t trigger);
     void GimbalCalibration();
-    // Tells the controller of a stream start or stop, after waiting for the bring-up. The transfer's result, or 0.
-    int32_t NotifyStream(ois_stream_info* info);
-
-    // Accelerometer compensation from the focus: the address of an ois_focus_params, or 0. The transfer's result,
+    // Tells the controller of a stream start or stop, after waiting for the bring-up. The transfer's result,
     // or 0.
+    int32_t NotifyStream(ois_stream_info * info);
+
+    // Accelerometer compensation from the focus: the address of an ois_focus_params, or 0. The transfer's
+    // result, or 0.
     int32_t SetAccParam(long focus);
-    // Forwards a new position of the autofocus actuator (its driver's units, from 1). The transfer's result, or 0.
+    // Forwards a new position of the autofocus actuator (its driver's units, from 1). The transfer's result,
+    // or 0.
     int32_t SetOisAFdriftParams(int32_t AF_position);
 
     // Forwards a changed camera temperature to a controller behind the hub.
@@ -245,17 +253,17 @@ class [[gnu::visibility("default")]] OISDrv {
     // Turns hub commands into register accesses where the family needs it. 0, or the calibration's result.
     int32_t KorvaCmdParse(int32_t commandId, void* in, void* out, int32_t inLength, int32_t outLength);
     int32_t korvas4sw_set_mode(int32_t on);
-    int32_t korvas4sw_set_acc(ois_acc_params* params);
+    int32_t korvas4sw_set_acc(ois_acc_params * params);
     // Asks for the idle state and waits for it, up to 200 ms. 1 when idle, else 0.
     int32_t korvas4sw_set_idle();
     int32_t korvas4sw_init_pid();
-    // Measures and saves the gyro offset. 0 also when it was skipped since the controller is not idle; -1 when the
-    // controller reports an error.
+    // Measures and saves the gyro offset. 0 also when it was skipped since the controller is not idle; -1
+    // when the controller reports an error.
     int32_t korvas4sw_set_offset_calibration();
     // Saves the controller's working data to its flash; the outcome is only logged. Always 0.
     int32_t korvas4sw_flash_save();
-    // Sum of the image's little-endian 16-bit words, modulo 65536. `size` in bytes; an odd last byte is ignored.
-    // `image` needs no alignment.
+    // Sum of the image's little-endian 16-bit words, modulo 65536. `size` in bytes; an odd last byte is
+    // ignored. `image` needs no alignment.
     uint16_t korvas4sw_fw_checksum(const void* image, uint16_t size);
     // Brings the controller's firmware up to date, synchronously, with or without an open session. 1 when the
     // module has OIS, whatever came of the update; 0 when it has none or cannot be opened.
@@ -265,17 +273,17 @@ class [[gnu::visibility("default")]] OISDrv {
 
     // --- Diagnostics (diagnostics/) ---
 
-    // Appends the hub's queued motion samples, oldest first, to the seven sample vectors. Not at the same time as
-    // Uninit.
+    // Appends the hub's queued motion samples, oldest first, to the seven sample vectors. Not at the same
+    // time as Uninit.
     void GetSensorData();
-    // Records the controller's status to a text file until mProperty.isRun is cleared. -3 when the file cannot be
-    // created, else the last request's result or 0.
+    // Records the controller's status to a text file until mProperty.isRun is cleared. -3 when the file
+    // cannot be created, else the last request's result or 0.
     int32_t DumpGyroAccRawTargetHallData2File();
-    // Walks the lens through the module's test coordinates. -1 or -2 when the single or the summed error limit
-    // trips, else the last read-back's result or 0.
+    // Walks the lens through the module's test coordinates. -1 or -2 when the single or the summed error
+    // limit trips, else the last read-back's result or 0.
     int32_t DetectActutorDefect();
     // Takes a copy of the module's OTP memory, and dumps it when the dump switch asks for that.
-    void GetOisOtpData(ois_otp_data* otp);
+    void GetOisOtpData(ois_otp_data * otp);
     // -1 when the file cannot be created, else 0.
     int32_t DumpOtp2File();
     // -3 when the file cannot be created, 0 when the device is not open, else the transfer's result.
@@ -308,8 +316,8 @@ class [[gnu::visibility("default")]] OISDrv {
     std::thread mSpareThread;  // never started
 
     ois::OisStatusRecord* mStatusBuf = nullptr;
-    // A flash transfer hands the kernel the address of the pointer member, not of the buffer. So the member heads
-    // a block of the transfer's size that holds nothing else.
+    // A flash transfer hands the kernel the address of the pointer member, not of the buffer. So the member
+    // heads a block of the transfer's size that holds nothing else.
     union {
         ois::OisFlashRecord* mOisFlashData;
         std::array<std::byte, sizeof(ois::OisFlashRecord)> mOisFlashBlock;
@@ -356,22 +364,25 @@ class [[gnu::visibility("default")]] OISDrv {
 
   private:
     // Session.
-    void resetForOpen();
+    void resetForOpen(int32_t moduleId);
+    int32_t readCustomisation(int32_t sensorId, int32_t moduleId);
     void readProperties();
     void allocateBuffers();
+    void freeBuffers();
     void startBringUp();
 
-    // Access. `transfer` is ConfigOisTransfer with typed request and command, for a record that is at least as large
-    // as the request says.
+    // Access. `transfer` is ConfigOisTransfer with typed request and command, for a record that is at least
+    // as large as the request says.
     template <typename Record>
-    int32_t transfer(ois::Request request, ois::HubCommand command, Record& record, int32_t inLength,
+    int32_t transfer(ois::Request request, ois::HubCommand command, Record & record, int32_t inLength,
                      void* out = nullptr, int32_t outLength = 0) {
         static_assert(std::is_trivially_copyable_v<Record>);
         return ConfigOisTransfer(ois::code(request), ois::id(command), &record, out, inLength, outLength);
     }
     bool isOpen() const;
     int32_t subDeviceTransfer(uint32_t request, void* record) const;
-    void sendToHub(ois::OisCustomCmd& command) const;
+    // The hub's result, or 0 without a provider.
+    int32_t sendToHub(ois::OisCustomCmd & command) const;
     void bringUpSensorHub();
     void bringUpSubDevice();
     void deriveCalibration();
@@ -379,14 +390,50 @@ class [[gnu::visibility("default")]] OISDrv {
     void tearDownSubDevice();
 
     // Control.
+    int32_t runOperation(int32_t which, int32_t value);
     int32_t sendModeWord(uint32_t word);
     int32_t setGyroOffset();
     int32_t readGain(uint32_t axis);
-    int32_t writeGain(uint32_t axis, uint32_t value);
+    int32_t writeGain(uint32_t axis, int32_t value);
     int32_t enableAccAtDefaultDistance();
     int32_t disableAcc();
     void runDefectDetection();
     int32_t checkStatus();
+
+    // The steps of SetOisParams, and what they leave for its end.
+    struct Execution {
+        int32_t mode;
+        float zoom;
+        int32_t result;
+    };
+    void refreshFixMode();
+    void runNormalRequest(Execution & execution);
+    void runEngineeringRequest(ois_params & params, Execution & execution);
+    void startEngineering();
+    float zoomFactor() const;
+    void updateZoomActiveOis();
+    void switchZoomActiveOis(int32_t on);
+    void updateAngleActiveOis();
+    void forwardCapture(Execution & execution);
+    int32_t sendFixTarget();
+
+    // Firmware update.
+    struct UpdateReport {
+        ois::FirmwareOutcome outcome;
+        uint32_t value;
+    };
+    bool openForUpdate();
+    void closeAfterUpdate(int32_t result);
+    uint32_t updateClock();
+    UpdateReport runFirmwareUpdate();
+
+    // Diagnostics.
+    std::string dumpPath(const char* suffix) const;
+    int32_t recordStatus(ois::OisStatusRecord & shared, ois::DumpFile & file);
+    int32_t moveLensAndReadHall(int32_t targetX, int32_t targetY);
+    void markDefect(float error);
+    ois::OisFlashRecord takeFlashRecord(const ois::SessionBuffers::Storage& storage,
+                                        ois::OisFlashRecord* buffer);
 
     ois::SessionBuffers mBuffers;  // owns what mStatusBuf and mOisFlashData point to
 };

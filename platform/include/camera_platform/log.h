@@ -26,7 +26,8 @@ class ULogger {
     virtual void onAttach() = 0;
     virtual void onDetach() = 0;
     virtual void onFlush() = 0;
-    virtual void onLog(uint32_t moduleId, const char* tag, int32_t level, const char* text, size_t length) = 0;
+    virtual void onLog(uint32_t moduleId, const char* tag, int32_t level, const char* text,
+                       size_t length) = 0;
 
   protected:
     ~ULogger() = default;

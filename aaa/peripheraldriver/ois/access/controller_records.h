@@ -1,6 +1,6 @@
 #pragma once
-// The records that travel to and from the OIS controller and belong to the driver (those its callers pass stand in
-// ois_drv.h). All little-endian, exactly as on the wire.
+// The records that travel to and from the OIS controller and belong to the driver (those its callers pass
+// stand in ois_drv.h). All little-endian, exactly as on the wire.
 
 #include <cstddef>
 #include <cstdint>

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "camera_platform/sensor_provider.h"
 
@@ -50,8 +52,32 @@ enum class HubCommand : int32_t {
     kNoHubMeaning = 28,        // what goes with requests that only the sub-device understands
 };
 
-constexpr int32_t id(HubCommand command) { return static_cast<int32_t>(command); }
-constexpr uint8_t idByte(HubCommand command) { return static_cast<uint8_t>(command); }
+constexpr int32_t id(HubCommand command) {
+    return static_cast<int32_t>(command);
+}
+constexpr uint8_t idByte(HubCommand command) {
+    return static_cast<uint8_t>(command);
+}
+
+// Makes `command` a fresh one whose whole input is `input`.
+template <typename Input>
+void packInput(OisCustomCmd& command, HubCommand which, const Input& input, uint8_t outputLength = 0) {
+    static_assert(std::is_trivially_copyable_v<Input> && sizeof(Input) <= kHubPayloadSize);
+    command = {};
+    command.id = idByte(which);
+    command.inputLength = sizeof(Input);
+    command.outputLength = outputLength;
+    std::memcpy(command.payload, &input, sizeof input);
+}
+
+// The first bytes of the hub's answer.
+template <typename Output>
+Output unpackOutput(const OisCustomCmd& command) {
+    static_assert(std::is_trivially_copyable_v<Output> && sizeof(Output) <= kHubPayloadSize);
+    Output output;
+    std::memcpy(&output, command.payload, sizeof output);
+    return output;
+}
 
 // Payloads of the commands above that are not records of the controller (controller_records.h).
 

@@ -1,8 +1,9 @@
 #pragma once
 // The private ioctl requests of the OIS sub-device.
 //
-// Every code is the kernel's own encoding: type 'V', number 192 (the V4L2 private base) plus an index, and the
-// size of the record that travels. The kernel moves exactly that many bytes, whatever length a caller names.
+// Every code is the kernel's own encoding: type 'V', number 192 (the V4L2 private base) plus an index, and
+// the size of the record that travels. The kernel moves exactly that many bytes, whatever length a caller
+// names.
 
 #include <linux/ioctl.h>
 #include <linux/videodev2.h>
@@ -16,7 +17,9 @@ constexpr unsigned kRequestType = 'V';
 constexpr uint32_t requestCode(unsigned direction, unsigned index, unsigned size) {
     return static_cast<uint32_t>(_IOC(direction, kRequestType, BASE_VIDIOC_PRIVATE + index, size));
 }
-constexpr uint32_t writeRequest(unsigned index, unsigned size) { return requestCode(_IOC_WRITE, index, size); }
+constexpr uint32_t writeRequest(unsigned index, unsigned size) {
+    return requestCode(_IOC_WRITE, index, size);
+}
 constexpr uint32_t readWriteRequest(unsigned index, unsigned size) {
     return requestCode(_IOC_READ | _IOC_WRITE, index, size);
 }
@@ -44,8 +47,12 @@ enum class Request : uint32_t {
     kSetZoomActiveOis = readWriteRequest(28, 4),    // on/off word; always a bare ioctl
 };
 
-constexpr uint32_t code(Request request) { return static_cast<uint32_t>(request); }
-constexpr unsigned sizeOf(Request request) { return _IOC_SIZE(code(request)); }
+constexpr uint32_t code(Request request) {
+    return static_cast<uint32_t>(request);
+}
+constexpr unsigned sizeOf(Request request) {
+    return _IOC_SIZE(code(request));
+}
 
 // The numbers that the kernel driver knows.
 static_assert(code(Request::kSetMode) == 0x400456C2);

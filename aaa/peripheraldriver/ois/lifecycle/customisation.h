@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace ois {
 
@@ -58,11 +59,18 @@ static_assert(offsetof(OisCustInfo, coordinateY) == 856);
 static_assert(offsetof(OisCustInfo, mOisIcName) == 1656);
 static_assert(offsetof(OisCustInfo, cameraTypeName) == 1688);
 
+// The text in a fixed field, up to its NUL or its end.
+template <size_t kSize>
+std::string_view textOf(const char (&field)[kSize]) {
+    const std::string_view whole(field, kSize);
+    return whole.substr(0, whole.find('\0'));
+}
+
 constexpr size_t kCustExtPlatformSize = 160;  // what the platform fills
 constexpr size_t kOtpAddressCount = 82;
 
-// OTP addresses of the module's calibration fields. The last map entry in use, 80, lies in the four bytes that
-// the driver owns behind the platform's 160.
+// OTP addresses of the module's calibration fields. The last map entry in use, 80, lies in the four bytes
+// that the driver owns behind the platform's 160.
 struct OisCustExt {
     uint16_t otpAddress[kOtpAddressCount];
 };

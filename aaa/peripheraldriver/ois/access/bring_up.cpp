@@ -1,0 +1,171 @@
+// Bringing the channel to the controller up and down, on both ways.
+
+#include <unistd.h>
+
+#include "log.h"
+#include "numeric.h"
+#include "ois_drv.h"
+#include "shared_field.h"
+
+using NSCam::Utils::SensorProvider;
+using ois::HubCommand;
+using ois::loadShared;
+using ois::Request;
+using ois::storeShared;
+using ois::log::Severity;
+
+namespace {
+
+constexpr const char* kInitDrv = "InitDrv";  // the operation in whose name these steps log
+constexpr const char* kUninit = "Uninit";
+constexpr const char* kUserName = "OisDrv";  // at the sensor service
+
+constexpr useconds_t kChannelSettleUs = 10000;
+constexpr useconds_t kEndSessionUs = 2000;
+
+// What part of the hall span one unit of hall range stands for, in gain format 3.
+constexpr int kHallRangeSteps = 6;
+constexpr double kHallSpanUnit = 0.1;
+// Integer gain to hall amplitude, in gain format 2.
+constexpr int32_t kIntegerGainNumerator = 1333;
+constexpr int32_t kIntegerGainDenominator = 8192;
+constexpr float kFloatGainScale = 1000.0F;
+
+// One axis' half of the upper word minus that of the lower.
+int32_t hallSpan(uint32_t upperHalf, uint32_t lowerHalf) {
+    return static_cast<int32_t>(upperHalf - lowerHalf);
+}
+
+float amplitudeFromSpan(uint16_t hallRange, int32_t span) {
+    return static_cast<float>((hallRange * kHallRangeSteps) / (span * kHallSpanUnit));
+}
+
+float amplitudeFromIntegerGain(int32_t gain) {
+    return static_cast<float>(ois::wrappingMultiply(gain, kIntegerGainNumerator) / kIntegerGainDenominator);
+}
+
+}  // namespace
+
+int32_t OISDrv::InitDrv() {
+    mControllerState = 0;
+    storeShared(mStreamState, 0);
+    if (loadShared(mOisCustInfo.useSensorHub) != 0) {
+        bringUpSensorHub();
+    } else {
+        bringUpSubDevice();
+    }
+    return 0;
+}
+
+void OISDrv::bringUpSensorHub() {
+    mpSensorProvider = SensorProvider::createInstance(kUserName);
+    if (!mpSensorProvider) {
+        OIS_LOG(Severity::kError, kInitDrv, "mpSensorProvider is NULL");
+        return;
+    }
+    mpSensorProvider->enableSensor(ois::kOisSensorType, static_cast<uint32_t>(mSensorInterval));
+    usleep(kChannelSettleUs);
+    const bool enabled = mpSensorProvider->isEnabled(ois::kOisSensorType);
+    OIS_LOG(Severity::kDebug, kInitDrv, "OIS_SENSORHUB isEnabled :%d ", enabled ? 1 : 0);
+
+    ois::OisCustomCmd init{};
+    ois::packInput(init, HubCommand::kInit, ois::HubInit{loadShared(mUseCustomCmd), loadShared(logLevel), 0});
+    sendToHub(init);
+    storeShared(mStreamState, 1);
+    storeShared(mSensorHubEnabled, 1);
+
+    ois_stream_info stream{1, 0};
+    transfer(Request::kNotifyStream, HubCommand::kNotifyStream, stream, sizeof stream.notify_stream);
+    usleep(kChannelSettleUs);
+    OIS_LOG(Severity::kDebug, kInitDrv, "OIS_SENSORHUB INIT SUCCEED");
+}
+
+void OISDrv::bringUpSubDevice() {
+    const auto driverName = ois::snapshot(mOisDriverName);
+    const int32_t descriptor = GetV4l2SubDevice(driverName.data());
+    storeShared(fd_driver, descriptor);
+    if (descriptor < 0) {
+        // The descriptor is printed where the device index is meant.
+        OIS_LOG(Severity::kError, kInitDrv, "Dev %d , OIS error opening\n", descriptor);
+        return;
+    }
+    transfer(Request::kSetCustomisation, HubCommand::kNoHubMeaning, mOisCustInfo, ois::kHubPayloadSize);
+    mControllerState = -1;
+    transfer(Request::kReadGain, HubCommand::kNoHubMeaning, mOisGain, sizeof mOisGain);
+    transfer(Request::kReadHallInfo, HubCommand::kNoHubMeaning, mHallInfo, sizeof mHallInfo);
+    deriveCalibration();
+    if (loadShared(mProperty.dump) != 0) {
+        DumpOisFlashData2File();
+        DumpGyroAccRawTargetHallData2File();
+    }
+}
+
+// The transfers before are not checked: the calibration is derived from whatever the records hold.
+void OISDrv::deriveCalibration() {
+    const ois::OisGain gain = ois::snapshot(mOisGain);
+    const ois::OisHallInfo hall = ois::snapshot(mHallInfo);
+    const ois::OisCustInfo custInfo = ois::snapshot(mOisCustInfo);
+    OisCalibInfo calibration{};
+    calibration.angle_amplitude = custInfo.angleAmplitude;
+    calibration.hall_center_x = hall.centerX;
+    calibration.hall_center_y = hall.centerY;
+
+    float gyroGainX = 0.0F;
+    float gyroGainY = 0.0F;
+    switch (custInfo.gainFormat) {
+        case ois::kGainQ31: {
+            const int32_t spanX = hallSpan(hall.upperWord & 0xffff, hall.lowerWord & 0xffff);
+            const int32_t spanY = hallSpan(hall.upperWord >> 16, hall.lowerWord >> 16);
+            calibration.hall_amplitude_x = amplitudeFromSpan(custInfo.hallRange, spanX);
+            calibration.hall_amplitude_y = amplitudeFromSpan(custInfo.hallRange, spanY);
+            OIS_LOG(Severity::kDebug, kInitDrv, "InitDrv(%d)(%d)(%d) -", custInfo.hallRange, spanX, spanY);
+            break;
+        }
+        case ois::kGainInteger:
+            calibration.hall_amplitude_x = amplitudeFromIntegerGain(gain.valueXi);
+            calibration.hall_amplitude_y = amplitudeFromIntegerGain(gain.valueYi);
+            break;
+        case ois::kGainFloat:
+            gyroGainX = gain.valueXf;
+            gyroGainY = gain.valueYf;
+            calibration.hall_amplitude_x = gyroGainX * calibration.angle_amplitude * kFloatGainScale;
+            calibration.hall_amplitude_y = gyroGainY * calibration.angle_amplitude * kFloatGainScale;
+            break;
+        default:
+            break;
+    }
+    ois::publish(mOisCalibInfo, calibration);
+    OIS_LOG(
+        Severity::kDebug, kInitDrv,
+        "angle_amplitude %f, hall_amplitude_x %f, hall_amplitude_y %f, hall_center_x %d, hall_center_y %d, "
+        "gyro_gain_x %f, gyro_gain_y %f\n",
+        static_cast<double>(calibration.angle_amplitude), static_cast<double>(calibration.hall_amplitude_x),
+        static_cast<double>(calibration.hall_amplitude_y), calibration.hall_center_x,
+        calibration.hall_center_y, static_cast<double>(gyroGainX), static_cast<double>(gyroGainY));
+}
+
+void OISDrv::tearDownSensorHub() {
+    GetDataRuvex();
+    if (mpSensorProvider) {
+        int32_t zero = 0;
+        transfer(Request::kEndSession, HubCommand::kEndSession, zero, sizeof zero);
+        usleep(kEndSessionUs);
+        const int32_t disabled = mpSensorProvider->disableSensor(ois::kOisSensorType);
+        mpSensorProvider.reset();
+        if (disabled != -1) OIS_LOG(Severity::kDebug, kUninit, "OIS_SENSORHUB UNINIT SUCCEED");
+    }
+    storeShared(mSensorHubEnabled, 0);
+    mSensorTimestamps.clear();
+    for (auto* values :
+         {&mSensorValue1, &mSensorValue2, &mSensorValue3, &mSensorValue4, &mSensorValue5, &mSensorValue6}) {
+        values->clear();
+    }
+}
+
+void OISDrv::tearDownSubDevice() {
+    if (fd_driver < 1) return;
+    int32_t last = -1;
+    transfer(Request::kEndSession, HubCommand::kNoHubMeaning, last, sizeof last);
+    close(fd_driver);
+    storeShared(fd_driver, -1);
+}

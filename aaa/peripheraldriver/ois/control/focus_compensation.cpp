@@ -1,0 +1,108 @@
+// Corrections that depend on the focus: accelerometer compensation and AF drift.
+
+#include <cstdint>
+
+#include "control/acc_distance.h"
+#include "log.h"
+#include "numeric.h"
+#include "ois_drv.h"
+
+using ois::HubCommand;
+using ois::Request;
+using ois::log::Severity;
+
+namespace {
+
+constexpr const char* kSetAccParam = "SetAccParam";  // the operation in whose name its steps log
+
+constexpr int32_t kModeOn = 2;
+constexpr float kLowestDiopter = 0.1F;
+constexpr float kMmPerM = 1000.0F;
+
+// The dead band is a tenth of the distance from a focus value, a twentieth of a measured one.
+constexpr int32_t kFocusDivisor = 10;
+constexpr int32_t kDistanceDivisor = 20;
+
+// Compensation works near; the limits leave a band in which it stays as it is. In mm.
+constexpr int32_t kSwitchOnAtMost = 499;
+constexpr int32_t kSwitchOffAtLeast = 601;
+constexpr int32_t kUpdateAtLeast = 91;
+
+constexpr int32_t kPositionScaledBy64 = 1;  // camera types
+constexpr int32_t kPositionPlain = 2;
+constexpr int32_t kPositionScale = 64;
+
+struct ObjectDistance {
+    int32_t mm;
+    int32_t deadBandDivisor;
+};
+
+ObjectDistance chooseDistance(ois_focus_params& focus) {
+    if (focus.distanceValid != 0 && focus.useFocus == 0) return {focus.distance, kDistanceDivisor};
+    if (focus.focusDiopter < kLowestDiopter) {
+        OIS_LOG(Severity::kDebug, kSetAccParam, "invalid focus params (%f)\n",
+                static_cast<double>(focus.focusDiopter));
+        focus.focusDiopter = kLowestDiopter;
+    }
+    return {ois::toInt32(kMmPerM / focus.focusDiopter), kFocusDivisor};
+}
+
+bool insideDeadBand(const ObjectDistance& object, uint32_t lastMm) {
+    const int32_t change = ois::wrappingSubtract(object.mm, static_cast<int32_t>(lastMm));
+    return ois::wrappingAbs(change) < object.mm / object.deadBandDivisor;
+}
+
+// Switches compensation by the distance in the record; true when the record is to be sent.
+bool decideSwitch(ois_acc_params& params) {
+    switch (params.enable) {
+        case 1:
+            if (params.distance >= kSwitchOffAtLeast) {
+                params.enable = 0;
+                OIS_LOG(Severity::kDebug, kSetAccParam, "turn acc off\n");
+                return true;
+            }
+            if (params.distance < kUpdateAtLeast) return false;
+            OIS_LOG(Severity::kDebug, kSetAccParam, "common update distance\n");
+            return true;
+        case 0:
+            if (params.distance > kSwitchOnAtMost) return false;
+            params.enable = 1;
+            OIS_LOG(Severity::kDebug, kSetAccParam, "turn acc on\n");
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+int32_t OISDrv::SetAccParam(long focus) {
+    auto* record = reinterpret_cast<ois_focus_params*>(focus);
+    if (mOisCustInfo.accSupport == 0 || !isOpen() || mOisMode != kModeOn || record == nullptr) return 0;
+    const ObjectDistance object = chooseDistance(*record);
+    if (insideDeadBand(object, mAccParams.lastDistance)) return 0;
+
+    mAccParams.count = 0;
+    ois::setAccDistance(mAccParams, object.mm);
+    if (!decideSwitch(mAccParams)) return 0;
+    // Operations 11 and 12 send the same record as another hub command; each path keeps its own.
+    const int32_t result =
+        transfer(Request::kSetAccParams, HubCommand::kNoHubMeaning, mAccParams, sizeof mAccParams);
+    mAccParams.lastDistance = static_cast<uint32_t>(object.mm);
+    return result;
+}
+
+int32_t OISDrv::SetOisAFdriftParams(int32_t AF_position) {
+    if (AF_position < 1 || !isOpen() || AF_position == mLastAfPosition) return 0;
+    mLastAfPosition = AF_position;  // also when no module wants it
+    const int32_t cameraType = mOisCustInfo.camera_type;
+    if (cameraType != kPositionScaledBy64 && cameraType != kPositionPlain) {
+        OIS_DEBUG("no_AF_drift_compensation: AF_position(%d)\n", AF_position);
+        return 0;
+    }
+    const int32_t scale = cameraType == kPositionScaledBy64 ? kPositionScale : 1;
+    auto coded = static_cast<uint16_t>(ois::wrappingMultiply(AF_position, scale));
+    const int32_t result = transfer(Request::kSetAfPosition, HubCommand::kSetAfPosition, coded, sizeof coded);
+    OIS_DEBUG("AF_drift: AF_position(%d) camera_type(%d)\n", AF_position, cameraType);
+    return result;
+}

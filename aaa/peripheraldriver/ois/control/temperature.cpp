@@ -1,0 +1,67 @@
+// Temperature compensation of a controller behind the sensor hub. These commands go to the hub directly.
+
+#include <cstdint>
+#include <cstdio>
+
+#include "log.h"
+#include "numeric.h"
+#include "ois_drv.h"
+
+using ois::HubCommand;
+
+namespace {
+
+constexpr size_t kPathSize = 40;
+constexpr const char* kThermalFile = "/sys/cam_thermal/cam_thermal_sensor0";
+
+constexpr int32_t kColdestC = 11;  // readings outside these are ignored
+constexpr int32_t kHottestC = 79;
+constexpr int32_t kDeadBandC = 5;
+
+constexpr int32_t kStillScenario = 31;
+constexpr int32_t kStillStrategy = 2;
+
+bool worthSending(int32_t temperature, int32_t last) {
+    return temperature >= kColdestC && temperature <= kHottestC &&
+           ois::wrappingAbs(ois::wrappingSubtract(temperature, last)) >= kDeadBandC;
+}
+
+}  // namespace
+
+void OISDrv::update_temp_cmp() {
+    char path[kPathSize] = {};
+    if (std::snprintf(path, sizeof path, "%s", kThermalFile) < 0) {
+        OIS_ERROR("temp_path snprintf fail");
+        return;
+    }
+    FILE* file = std::fopen(path, "r");
+    if (file == nullptr) {
+        OIS_ERROR("failed to open temppath");
+        return;
+    }
+    int32_t temperature = 0;
+    // Nothing read leaves 0, which is out of range.
+    static_cast<void>(std::fscanf(file, "%d", &temperature));
+    if (worthSending(temperature, mLastTemp)) {
+        ois::OisCustomCmd command{};
+        ois::packInput(command, HubCommand::kSetTemperature, temperature);
+        sendToHub(command);
+        mLastTemp = temperature;
+        OIS_ERROR("update temp:%d", temperature);  // an error so that the line always shows
+        UpdateTempStrategy();
+    }
+    const int closed = std::fclose(file);
+    if (closed != 0) OIS_ERROR("fclose fail: %d", closed);
+}
+
+void OISDrv::UpdateTempStrategy() {
+    if (mOisParams.video_mode != 0 || mOisParams.scenario != kStillScenario ||
+        mOisTempStrategy == kStillStrategy) {
+        return;
+    }
+    ois::OisCustomCmd command{};
+    ois::packInput(command, HubCommand::kSetTempStrategy, kStillStrategy);
+    sendToHub(command);
+    mOisTempStrategy = kStillStrategy;
+    OIS_ERROR("mOisTempStrategy:%d", mOisTempStrategy);  // likewise
+}

@@ -1,0 +1,132 @@
+#pragma once
+// The driver's logging macro and its two sinks, the platform's debug log and the unified logger.
+//
+// A message costs two or three loads while nobody wants it; its arguments are then not evaluated. Any thread.
+
+#include <cstdio>
+#include <cstring>
+
+#include "camera_platform/log.h"
+
+namespace ois::log {
+
+enum class Severity { kError, kInfo, kDebug };
+
+constexpr const char* kTag = "OisDrv";
+constexpr size_t kBufferSize = 1024;
+
+// Levels as the two sinks number them.
+constexpr int debugLogLevel(Severity severity) {
+    switch (severity) {
+        case Severity::kError:
+            return 1;
+        case Severity::kInfo:
+            return 3;
+        case Severity::kDebug:
+            return 0;
+    }
+    return 0;
+}
+constexpr int32_t unifiedLevel(Severity severity) {
+    switch (severity) {
+        case Severity::kError:
+            return 1;
+        case Severity::kInfo:
+            return 3;
+        case Severity::kDebug:
+            return 5;
+    }
+    return 5;
+}
+
+constexpr uint32_t kModuleMaskBit = 1U << 23;  // the driver's module in the unified logger's details mask
+constexpr uint32_t kDebugMaskBits = 0x21000;   // any of them lets debug messages through
+constexpr uint32_t kDebugLogMode = 1;          // of ULogger::sMode
+constexpr uint32_t kUnifiedModes = 10;
+constexpr uint8_t kLevelEnabled = 0x80;  // of LogLevelInfo::flags
+
+inline bool severityWanted(Severity severity) {
+    using NSCam::Utils::ULog::ULogger;
+    if (severity == Severity::kError) return true;
+    if (ULogger::sDetailsLevel < unifiedLevel(severity)) return false;
+    return severity == Severity::kInfo || ((ULogger::sNormalDetailsMask & kModuleMaskBit) != 0 &&
+                                           (ULogger::sNormalDetailsMask & kDebugMaskBits) != 0);
+}
+inline bool debugLogWants(Severity severity) {
+    return (NSCam::Utils::ULog::ULogger::sMode & kDebugLogMode) != 0 &&
+           (g_logInfoLv[debugLogLevel(severity)].flags & kLevelEnabled) != 0;
+}
+inline bool unifiedLoggerWants() {
+    using NSCam::Utils::ULog::ULogger;
+    return (ULogger::sMode & kUnifiedModes) != 0 && ULogger::sULogger != nullptr;
+}
+inline bool wanted(Severity severity) {
+    return severityWanted(severity) && (debugLogWants(severity) || unifiedLoggerWants());
+}
+
+// Where a message stands in the source.
+struct Site {
+    const char* path;
+    int line;
+    const char* function;
+};
+
+// Writes the debug log's line head and the message's format, to be filled in by the debug log itself. False
+// when that cannot be formatted.
+bool buildLineFormat(char (&line)[kBufferSize], int level, const Site& site, const char* format);
+void passToUnifiedLogger(Severity severity, const char* text);
+
+template <typename... Arguments>
+void toDebugLog(Severity severity, const Site& site, const char* format, const char* errorFormat,
+                Arguments... arguments) {
+    const int level = debugLogLevel(severity);
+    char line[kBufferSize] = {};
+    if (severity == Severity::kError) {
+        if (!buildLineFormat(line, level, site, errorFormat)) return;
+        log_dbg_print(kTag, level, line, arguments..., site.function, site.line, site.path);
+    } else {
+        if (!buildLineFormat(line, level, site, format)) return;
+        log_dbg_print(kTag, level, line, arguments...);
+    }
+}
+
+template <typename... Arguments>
+void toUnifiedLogger(Severity severity, const char* format, Arguments... arguments) {
+    char text[kBufferSize] = {};
+    if (std::snprintf(text, sizeof text, format, arguments...) < 0) return;
+    text[kBufferSize - 1] = '\0';
+    passToUnifiedLogger(severity, text);
+}
+
+template <typename... Arguments>
+[[gnu::cold, gnu::noinline]] void write(Severity severity, const Site& site, const char* format,
+                                        const char* errorFormat, Arguments... arguments) {
+    if (debugLogWants(severity)) toDebugLog(severity, site, format, errorFormat, arguments...);
+    if (unifiedLoggerWants()) toUnifiedLogger(severity, format, arguments...);
+}
+
+// Never called: lets the compiler hold a message's arguments against its format.
+[[gnu::format(printf, 1, 2)]] void checkFormat(const char* format, ...);
+
+}  // namespace ois::log
+
+// Logs a message that begins "[FUNCTION] ". FORMAT is a literal; what follows are its arguments.
+#define OIS_LOG(SEVERITY, FUNCTION, FORMAT, ...)                                                \
+    do {                                                                                        \
+        if (false) ois::log::checkFormat("[%s] " FORMAT, (FUNCTION)__VA_OPT__(, ) __VA_ARGS__); \
+        OIS_LOG_UNCHECKED(SEVERITY, FUNCTION, FORMAT __VA_OPT__(, ) __VA_ARGS__);               \
+    } while (false)
+
+// The same for the few messages whose arguments deliberately do not fit their format.
+#define OIS_LOG_UNCHECKED(SEVERITY, FUNCTION, FORMAT, ...)                                        \
+    do {                                                                                          \
+        if (ois::log::wanted(SEVERITY))                                                           \
+            ois::log::write(SEVERITY, {__FILE__, __LINE__, FUNCTION}, "[%s] " FORMAT,             \
+                            "[%s] " FORMAT " (%s){#%d:%s}", FUNCTION __VA_OPT__(, ) __VA_ARGS__); \
+    } while (false)
+
+// For the operation that the message stands in; a step in a function of its own names its operation with
+// OIS_LOG.
+#define OIS_ERROR(...) OIS_LOG(ois::log::Severity::kError, __func__, __VA_ARGS__)
+#define OIS_INFO(...) OIS_LOG(ois::log::Severity::kInfo, __func__, __VA_ARGS__)
+#define OIS_DEBUG(...) OIS_LOG(ois::log::Severity::kDebug, __func__, __VA_ARGS__)
