@@ -50,7 +50,7 @@ class LogService {
     uint64_t count(LogLevel level) const;
 
     // For the platform's entry points (platform_log.cpp).
-    bool wantsText(LogSink sink, LogLevel level) const;
+    bool wantsText(LogLevel level) const;
     void receive(LogSink sink, LogLevel level, std::string_view tag, std::string_view text);
 
   private:
@@ -68,7 +68,7 @@ class LogService {
     };
 
     void apply();
-    bool showsInOutput(LogSink sink, LogLevel level) const;
+    bool showsInOutput(LogLevel level) const;
 
     Clock& mClock;
     Trace& mTrace;

@@ -43,6 +43,7 @@ class Telemetry {
   private:
     class Service;
     struct State;
+    Faults& mFaults;
     std::shared_ptr<State> mState;
 };
 

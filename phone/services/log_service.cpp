@@ -1,0 +1,114 @@
+#include "log_service.h"
+
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "clock.h"
+#include "platform_log.h"
+#include "trace.h"
+
+namespace phone {
+
+namespace {
+
+constexpr std::array<std::string_view, 4> kLevelNames = {"off", "error", "info", "debug"};
+constexpr char kLevelLetters[] = "-EID";
+
+size_t index(LogLevel level) {
+    return static_cast<size_t>(level);
+}
+
+}  // namespace
+
+std::string_view name(LogLevel level) {
+    return kLevelNames.at(index(level));
+}
+
+LogLevel logLevelByName(std::string_view name) {
+    for (size_t i = 0; i < kLevelNames.size(); ++i) {
+        if (kLevelNames[i] == name) return static_cast<LogLevel>(i);
+    }
+    throw std::invalid_argument("\"" + std::string(name) +
+                                "\" is no log level; use off, error, info or debug");
+}
+
+std::string_view name(LogSink sink) {
+    switch (sink) {
+        case LogSink::kDebugLog:
+            return "debug-log";
+        case LogSink::kUnifiedLogger:
+            return "unified";
+        case LogSink::kAndroidLog:
+            return "android";
+    }
+    return "unified";
+}
+
+LogService::LogService(Clock& clock, Trace& trace) : mClock(clock), mTrace(trace) {
+    apply();
+}
+
+LogService::~LogService() {
+    openPlatformLogs(LogLevel::kOff, false, nullptr);
+}
+
+void LogService::setLevel(LogLevel level) {
+    mLevel.store(level, std::memory_order_relaxed);
+    apply();
+}
+
+void LogService::setSinks(bool debugLog, bool unifiedLogger) {
+    mDebugLog = debugLog;
+    mUnified = unifiedLogger;
+    apply();
+}
+
+void LogService::apply() {
+    openPlatformLogs(level(), mDebugLog, mUnified ? &mUnifiedLogger : nullptr);
+}
+
+void LogService::setOutput(std::FILE* file) {
+    mOutput.store(file, std::memory_order_release);
+}
+
+uint64_t LogService::count(LogLevel level) const {
+    return mCounts[index(level)].load(std::memory_order_relaxed);
+}
+
+bool LogService::showsInOutput(LogLevel level) const {
+    return mOutput.load(std::memory_order_acquire) != nullptr &&
+           level <= mLevel.load(std::memory_order_relaxed);
+}
+
+bool LogService::wantsText(LogLevel level) const {
+    return mTrace.enabled() || showsInOutput(level);
+}
+
+void LogService::receive(LogSink sink, LogLevel level, std::string_view tag, std::string_view text) {
+    mClock.enter();
+    mCounts[index(level)].fetch_add(1, std::memory_order_relaxed);
+    if (mTrace.enabled()) {
+        Event event;
+        event.kind = EventKind::kMessage;
+        event.name = name(sink);
+        event.fields.push_back({"level", std::string(name(level))});
+        event.fields.push_back({"tag", std::string(tag)});
+        event.text = text;
+        mTrace.record(std::move(event));
+    }
+    if (!showsInOutput(level)) return;
+    std::string line{kLevelLetters[index(level)], '/'};
+    line.append(tag).append(": ").append(text);
+    if (!line.ends_with('\n')) line += '\n';
+    // One call per line, so that lines of different threads stay whole.
+    std::fwrite(line.data(), 1, line.size(), mOutput.load(std::memory_order_acquire));
+}
+
+void LogService::UnifiedLogger::onLog(uint32_t /*moduleId*/, const char* tag, int32_t level, const char* text,
+                                      size_t length) {
+    mService.receive(LogSink::kUnifiedLogger, levelOfUnified(level), tag, std::string_view(text, length));
+}
+
+}  // namespace phone

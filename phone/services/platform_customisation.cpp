@@ -1,0 +1,62 @@
+// The lens customisation library, answered from the modules fitted to the current phone.
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "camera_platform/lens_customisation.h"
+#include "lifecycle/customisation.h"
+#include "modules/module_description.h"
+#include "phone.h"
+
+namespace {
+
+struct Answer {
+    int32_t supported = 0;
+    int32_t status = 0;
+    char driverName[ois::kDriverNameSize]{};
+    ois::OisCustInfo custInfo{};
+    std::array<uint16_t, ois::kCustExtPlatformSize / 2> otpAddresses{};
+};
+
+Answer answerFor(const phone::ModuleDescription& module) {
+    Answer answer;
+    answer.supported = module.hasOis ? 1 : 0;
+    answer.status = module.status;
+    const size_t length = std::min(module.driverName.size(), sizeof answer.driverName - 1);
+    std::memcpy(answer.driverName, module.driverName.data(), length);
+    answer.custInfo = module.custInfo;
+    answer.otpAddresses = module.otpAddresses;
+    return answer;
+}
+
+}  // namespace
+
+int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, int32_t* status,
+                         char* driverName, void* custInfo, void* custExt) {
+    phone::Phone* phone = phone::Phone::current();
+    if (phone != nullptr) phone->clock().enter();
+    const phone::ModuleDescription* module = phone == nullptr ? nullptr : phone->module(sensorDev);
+    const Answer answer = module == nullptr ? Answer{} : answerFor(*module);
+
+    if (status != nullptr) *status = answer.status;
+    if (driverName != nullptr) std::memcpy(driverName, answer.driverName, sizeof answer.driverName);
+    if (custInfo != nullptr) std::memcpy(custInfo, &answer.custInfo, sizeof answer.custInfo);
+    if (custExt != nullptr) std::memcpy(custExt, answer.otpAddresses.data(), sizeof answer.otpAddresses);
+
+    if (phone != nullptr && phone->trace().enabled()) {
+        phone::Event event;
+        event.kind = phone::EventKind::kCustomisation;
+        event.name = "GetOisDriverName";
+        event.fields = {{"sensor_dev", int64_t{sensorDev}},
+                        {"sensor_id", int64_t{sensorId}},
+                        {"module_id", int64_t{moduleId}},
+                        {"module", module == nullptr ? std::string("none") : module->name},
+                        {"driver_name", std::string(answer.driverName)}};
+        event.hasResult = true;
+        event.result = answer.supported;
+        phone->trace().record(std::move(event));
+    }
+    return answer.supported;
+}

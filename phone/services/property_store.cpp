@@ -1,0 +1,243 @@
+#include "property_store.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <fstream>
+#include <mutex>
+#include <stdexcept>
+
+namespace phone {
+
+namespace {
+
+constexpr std::array kKnownProperties = {
+    KnownProperty{"vendor.debug.ois.mode", PropertyType::kBool, "0",
+                  "manual control: the mode is the driver's manual mode"},
+    KnownProperty{"vendor.debug.ois.dump", PropertyType::kInt32, "0",
+                  "dump files, a sum of: 1 status, 2 OTP, 4 flash"},
+    KnownProperty{"vendor.debug.ois.dump.interval.time", PropertyType::kInt32, "4",
+                  "ms between rows of the status file (0 to 255)"},
+    KnownProperty{"vendor.debug.ois.dump.level", PropertyType::kInt32, "15",
+                  "value groups asked of the controller for the status file"},
+    KnownProperty{"vendor.debug.ois.actuator.dectect", PropertyType::kBool, "0",
+                  "actuator defect detection switch; shown only"},
+    KnownProperty{"vendor.debug.ois.status.check", PropertyType::kBool, "0",
+                  "check the controller's status with every request"},
+    KnownProperty{"vendor.debug.ois.actois", PropertyType::kBool, "0", "active OIS in every dynamic mode"},
+    KnownProperty{"vendor.debug.ois.fixmode", PropertyType::kBool, "0",
+                  "hold the lens at a target instead of stabilising"},
+    KnownProperty{"vendor.debug.ois.disable", PropertyType::kInt32, "",
+                  "0 switches OIS off; any other value leaves it on"},
+    KnownProperty{"vendor.debug.ois.bypassen", PropertyType::kInt32, "1",
+                  "behind the hub: 1 relays commands, 0 turns them into register accesses"},
+    KnownProperty{"vendor.debug.ois.loglevel", PropertyType::kInt32, "0", "the sensor hub's log level"},
+    KnownProperty{"vendor.debug.ois.gethall", PropertyType::kBool, "0",
+                  "in fix mode: read the hall position back"},
+    KnownProperty{"vendor.debug.ois.dynamic", PropertyType::kInt32, "",
+                  "dynamic mode in force of the one asked for"},
+    KnownProperty{"vendor.debug.ois.tarx", PropertyType::kInt32, "0",
+                  "fix-mode target x of a request, controller units"},
+    KnownProperty{"vendor.debug.ois.tary", PropertyType::kInt32, "0",
+                  "fix-mode target y of a request, controller units"},
+    KnownProperty{"vendor.debug.ois.targetx", PropertyType::kInt32, "",
+                  "manual fix-mode target x, controller units; default 2000 on korvas4sw, else 0"},
+    KnownProperty{"vendor.debug.ois.targety", PropertyType::kInt32, "",
+                  "manual fix-mode target y, controller units; default 2000 on korvas4sw, else 0"},
+    KnownProperty{"vendor.debug.ois.sineEn", PropertyType::kInt32, "3", "sine test: axes driven"},
+    KnownProperty{"vendor.debug.ois.sineFre", PropertyType::kInt32, "1", "sine test: frequency"},
+    KnownProperty{"vendor.debug.ois.sineAmpX", PropertyType::kInt32, "100", "sine test: amplitude x"},
+    KnownProperty{"vendor.debug.ois.sineAmpY", PropertyType::kInt32, "100", "sine test: amplitude y"},
+    KnownProperty{"ro.product.country.region", PropertyType::kText, "N",
+                  "region code; IN sends no telemetry"},
+};
+
+const KnownProperty* findKnown(std::string_view key) {
+    const auto found = std::ranges::find(kKnownProperties, key, &KnownProperty::key);
+    return found == kKnownProperties.end() ? nullptr : &*found;
+}
+
+std::optional<bool> parseBool(std::string_view text) {
+    static constexpr std::array<std::string_view, 5> kTrue = {"1", "y", "yes", "on", "true"};
+    static constexpr std::array<std::string_view, 5> kFalse = {"0", "n", "no", "off", "false"};
+    if (std::ranges::find(kTrue, text) != kTrue.end()) return true;
+    if (std::ranges::find(kFalse, text) != kFalse.end()) return false;
+    return std::nullopt;
+}
+
+// Decimal, or hexadecimal after 0x, with an optional minus.
+std::optional<int32_t> parseInt32(std::string_view text) {
+    const bool negative = text.starts_with('-');
+    if (negative) text.remove_prefix(1);
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
+    if (hex) text.remove_prefix(2);
+    uint64_t magnitude = 0;
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), magnitude, hex ? 16 : 10);
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    const uint64_t limit = uint64_t{INT32_MAX} + (negative ? 1 : 0);
+    if (magnitude > limit) return std::nullopt;
+    const auto value = static_cast<int64_t>(magnitude);
+    return static_cast<int32_t>(negative ? -value : value);
+}
+
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view kBlank = " \t\r";
+    const size_t first = text.find_first_not_of(kBlank);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
+}
+
+void checkStorable(std::string_view key, std::string_view value) {
+    if (key.empty()) throw std::invalid_argument("a property needs a name before the '='");
+    if (value.size() > kPropertyValueMax) {
+        throw std::invalid_argument("property " + std::string(key) + ": the value has " +
+                                    std::to_string(value.size()) + " characters; at most " +
+                                    std::to_string(kPropertyValueMax) + " fit");
+    }
+}
+
+// Letters to change, drop or add to get from one text to the other.
+size_t editDistance(std::string_view a, std::string_view b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i);
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, replaced}));
+        }
+    }
+    return row[b.size()];
+}
+
+std::string_view closestKnown(std::string_view key) {
+    return std::ranges::min_element(
+               kKnownProperties, {},
+               [key](const KnownProperty& known) { return editDistance(known.key, key); })
+        ->key;
+}
+
+void checkKnown(std::string_view key, std::string_view value) {
+    checkStorable(key, value);
+    const KnownProperty* known = findKnown(key);
+    const std::string what = "property " + std::string(key);
+    if (known == nullptr) {
+        throw std::invalid_argument(what + ": the driver reads no such property; the closest is " +
+                                    std::string(closestKnown(key)));
+    }
+    if (known->type == PropertyType::kBool && !parseBool(value)) {
+        throw std::invalid_argument(what + ": \"" + std::string(value) +
+                                    "\" is no switch; use 1, y, yes, on, true or 0, n, no, off, false");
+    }
+    if (known->type == PropertyType::kInt32 && !parseInt32(value)) {
+        throw std::invalid_argument(what + ": \"" + std::string(value) +
+                                    "\" is no integer from -2147483648 to 2147483647");
+    }
+}
+
+struct Assignment {
+    std::string_view key;
+    std::string_view value;
+};
+Assignment split(std::string_view text) {
+    const size_t equals = text.find('=');
+    if (equals == std::string_view::npos) {
+        throw std::invalid_argument("\"" + std::string(text) + "\" is no property; write key=value");
+    }
+    return {trimmed(text.substr(0, equals)), trimmed(text.substr(equals + 1))};
+}
+
+}  // namespace
+
+std::span<const KnownProperty> knownProperties() {
+    return kKnownProperties;
+}
+
+void PropertyStore::set(std::string_view key, std::string_view value) {
+    checkStorable(key, value);
+    const std::unique_lock lock(mMutex);
+    mValues.insert_or_assign(std::string(key), std::string(value));
+}
+
+void PropertyStore::setKnown(std::string_view key, std::string_view value) {
+    checkKnown(key, value);
+    set(key, value);
+}
+
+void PropertyStore::assign(std::string_view keyAndValue) {
+    const Assignment assignment = split(keyAndValue);
+    setKnown(assignment.key, assignment.value);
+}
+
+bool PropertyStore::erase(std::string_view key) {
+    const std::unique_lock lock(mMutex);
+    const auto found = mValues.find(key);
+    if (found == mValues.end()) return false;
+    mValues.erase(found);
+    return true;
+}
+
+void PropertyStore::clear() {
+    const std::unique_lock lock(mMutex);
+    mValues.clear();
+}
+
+std::optional<std::string> PropertyStore::get(std::string_view key) const {
+    const std::shared_lock lock(mMutex);
+    const auto found = mValues.find(key);
+    if (found == mValues.end()) return std::nullopt;
+    return found->second;
+}
+
+std::vector<std::pair<std::string, std::string>> PropertyStore::all() const {
+    const std::shared_lock lock(mMutex);
+    return {mValues.begin(), mValues.end()};
+}
+
+void PropertyStore::load(const std::filesystem::path& file) {
+    std::ifstream in(file);
+    if (!in) throw std::runtime_error(file.string() + ": cannot be opened");
+    std::map<std::string, std::string, std::less<>> loaded;
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        const std::string_view text = trimmed(line);
+        if (text.empty() || text.starts_with('#')) continue;
+        try {
+            const Assignment assignment = split(text);
+            checkKnown(assignment.key, assignment.value);
+            loaded.insert_or_assign(std::string(assignment.key), std::string(assignment.value));
+        } catch (const std::invalid_argument& error) {
+            throw std::runtime_error(file.string() + ":" + std::to_string(number) + ": " + error.what());
+        }
+    }
+    if (in.bad()) throw std::runtime_error(file.string() + ": cannot be read");
+    const std::unique_lock lock(mMutex);
+    for (auto& [key, value] : loaded) mValues.insert_or_assign(key, std::move(value));
+}
+
+int32_t PropertyStore::getInt32(std::string_view key, int32_t defaultValue) const {
+    const std::shared_lock lock(mMutex);
+    const auto found = mValues.find(key);
+    return found == mValues.end() ? defaultValue : parseInt32(found->second).value_or(defaultValue);
+}
+
+bool PropertyStore::getBool(std::string_view key, bool defaultValue) const {
+    const std::shared_lock lock(mMutex);
+    const auto found = mValues.find(key);
+    return found == mValues.end() ? defaultValue : parseBool(found->second).value_or(defaultValue);
+}
+
+size_t PropertyStore::getText(std::string_view key, std::span<char> value,
+                              std::string_view defaultValue) const {
+    const std::shared_lock lock(mMutex);
+    const auto found = mValues.find(key);
+    const std::string_view text = found == mValues.end() ? defaultValue : std::string_view(found->second);
+    if (value.empty()) return 0;
+    const size_t length = std::min(text.size(), value.size() - 1);
+    std::ranges::copy(text.substr(0, length), value.begin());
+    value[length] = '\0';
+    return length;
+}
+
+}  // namespace phone

@@ -1,0 +1,124 @@
+#include "telemetry.h"
+
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include "clock.h"
+#include "faults.h"
+#include "trace.h"
+
+namespace phone {
+
+using vendor::quor::hardware::ruvex::V1_0::hidl_string;
+using vendor::quor::hardware::ruvex::V1_0::IRuvex;
+
+struct Telemetry::State {
+    std::mutex mutex;
+    // Null once the phone is gone.
+    Clock* clock = nullptr;
+    Trace* trace = nullptr;
+    std::vector<TelemetryReport> reports;
+    uint64_t lookups = 0;
+    bool present = true;
+    std::atomic<int32_t> references{0};
+};
+
+class Telemetry::Service final : public IRuvex {
+  public:
+    explicit Service(std::shared_ptr<State> state) : mState(std::move(state)) { ++mState->references; }
+
+    android::hardware::Return<void> report(const hidl_string& moduleId, const hidl_string& eventId,
+                                           const hidl_string& content) override {
+        if (Clock* clock = currentClock()) clock->enter();
+        const std::lock_guard lock(mState->mutex);
+        if (mState->clock == nullptr) return android::hardware::Return<void>(false);
+        mState->reports.push_back(
+            {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock->nowUs()});
+        if (mState->trace->enabled()) {
+            Event event;
+            event.kind = EventKind::kTelemetry;
+            event.name = "report";
+            event.fields = {{"module_id", std::string(moduleId.c_str())},
+                            {"event_id", std::string(eventId.c_str())},
+                            {"content", std::string(content.c_str())}};
+            mState->trace->record(std::move(event));
+        }
+        return android::hardware::Return<void>(true);
+    }
+
+  protected:
+    ~Service() override { --mState->references; }
+
+  private:
+    Clock* currentClock() const {
+        const std::lock_guard lock(mState->mutex);
+        return mState->clock;
+    }
+
+    std::shared_ptr<State> mState;
+};
+
+Telemetry::Telemetry(Clock& clock, Trace& trace, Faults& faults)
+    : mFaults(faults), mState(std::make_shared<State>()) {
+    mState->clock = &clock;
+    mState->trace = &trace;
+}
+
+Telemetry::~Telemetry() {
+    const std::lock_guard lock(mState->mutex);
+    mState->clock = nullptr;
+    mState->trace = nullptr;
+}
+
+void Telemetry::setPresent(bool present) {
+    const std::lock_guard lock(mState->mutex);
+    mState->present = present;
+}
+
+bool Telemetry::present() const {
+    const std::lock_guard lock(mState->mutex);
+    return mState->present;
+}
+
+std::vector<TelemetryReport> Telemetry::reports() const {
+    const std::lock_guard lock(mState->mutex);
+    return mState->reports;
+}
+
+uint64_t Telemetry::lookups() const {
+    const std::lock_guard lock(mState->mutex);
+    return mState->lookups;
+}
+
+int32_t Telemetry::references() const {
+    return mState->references;
+}
+
+android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName) {
+    mState->clock->enter();
+    const auto strike = mFaults.strike(FaultPoint::kTelemetry, {});
+    using Kind = FaultEffect::Kind;
+    const bool hidden = strike && (strike->effect.kind == Kind::kFail || strike->effect.kind == Kind::kLost);
+    if (strike && strike->effect.kind == Kind::kSlow) mState->clock->sleepUs(strike->effect.delayUs);
+
+    bool found = false;
+    {
+        const std::lock_guard lock(mState->mutex);
+        ++mState->lookups;
+        found = mState->present && !hidden;
+    }
+    if (mState->trace->enabled()) {
+        Event event;
+        event.kind = EventKind::kTelemetry;
+        event.name = "getService";
+        event.fields = {{"service", serviceName}};
+        event.hasResult = true;
+        event.result = found ? 1 : 0;
+        if (strike) event.fault = strike->text;
+        mState->trace->record(std::move(event));
+    }
+    return found ? android::sp<IRuvex>(new Service(mState)) : android::sp<IRuvex>();
+}
+
+}  // namespace phone
