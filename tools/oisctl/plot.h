@@ -7,10 +7,10 @@
 
 namespace oisctl {
 
-// Writes `out`, a .png or .svg by its extension: gyro, target and hall angle per axis with a close-up,
-// residual, the lens's path, and the spectrum. Throws std::runtime_error with one line when the extension is
-// another, when gnuplot is missing or fails, or when `out` cannot be written; an existing `out` is then left
-// as it was.
+// Writes `out`, a .png or .svg by its extension: gyro, target and hall angle per axis with a close-up of the
+// worst moment, residual, the lens's path, and the spectrum. An existing `out` is replaced only by a finished
+// picture. Throws InputError for another extension, JobError when gnuplot is missing or fails or `out` cannot
+// be written.
 void plotRecording(const Recording& recording, const RecordingStats& stats, const std::filesystem::path& out);
 
 }  // namespace oisctl

@@ -13,6 +13,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "errors.h"
+
 namespace oisctl {
 
 // In file order.
@@ -59,7 +61,7 @@ struct Recording {
 
 // Reads a status file. A last row without its newline was cut while being written, rows of zeros are polls
 // that the controller did not answer, rows whose time does not go on are repeats: they are left out, with a
-// note. Throws std::runtime_error "FILE:LINE: reason".
+// note. Throws InputError "FILE:LINE: reason".
 Recording loadRecording(const std::filesystem::path& file);
 
 // Angles in the recording's angle unit (degrees); RMS values are taken about the mean. NaN: cannot be told.
@@ -90,7 +92,7 @@ struct RecordingStats {
 };
 
 // `limitAngle` is the lens's travel either way; without it the travel is estimated from where the lens stops
-// while its target goes on. Throws std::runtime_error for a recording of fewer than two rows.
+// while its target goes on. Throws InputError for a recording of fewer than two rows.
 RecordingStats computeStats(const Recording& recording, std::optional<double> limitAngle = std::nullopt);
 
 // Target minus hall angle, row by row; axis 0 is x, 1 is y. The target is the gyro's and the accelerometer's
