@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -55,6 +54,7 @@ struct RequestInfo {
     uint32_t code = 0;      // the whole request
     EventKind kind = EventKind::kSubDevice;
     const RecordLayout* record = nullptr;
+    bool reads = false;  // the record's answered fields are what it asks for
     std::string_view meaning;
 };
 // Bytes that travel.
@@ -68,6 +68,7 @@ struct HubCommandInfo {
     std::string_view name;  // "WRITE_REGISTER"
     int32_t id = 0;
     const RecordLayout* record = nullptr;  // null: any bytes
+    bool reads = false;
     std::string_view meaning;
 };
 
@@ -106,6 +107,8 @@ enum class HubPhase {
 };
 // What that record asks for; null for an unknown id.
 const HubCommandInfo* hubCommand(const ois::OisCustomCmd& command, HubPhase phase = HubPhase::kUnknown);
+// The layout of its payload; null when only its bytes can be shown.
+const RecordLayout* hubRecord(const ois::OisCustomCmd& command, HubPhase phase = HubPhase::kUnknown);
 // Its name, or "COMMAND_<id>".
 std::string hubCommandName(const ois::OisCustomCmd& command, HubPhase phase = HubPhase::kUnknown);
 
@@ -119,9 +122,12 @@ std::vector<Field> decodeRecord(const RecordLayout& layout, std::span<const uint
 // be empty. `answer` holds what was asked for and whatever else came back changed.
 Event decodeRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out);
 
-// A record to the hub, before and after; equal when nothing was answered.
+// A record to the hub, before and after. What was asked for is decoded from `answered` also when the hub left
+// it as it was: that is what the driver reads.
 Event decodeHub(const ois::OisCustomCmd& sent, const ois::OisCustomCmd& answered,
                 HubPhase phase = HubPhase::kUnknown);
+// The record alone, as sent.
+Event decodeHub(const ois::OisCustomCmd& sent, HubPhase phase = HubPhase::kUnknown);
 
 // "0c 00 ff".
 std::string hexBytes(std::span<const uint8_t> bytes);

@@ -15,13 +15,13 @@ namespace phone {
 class Clock;
 
 enum class EventKind {
-    kSubDevice,      // private ioctl on the OIS sub-device
-    kHub,            // record to the sensor hub
-    kMedia,          // media-graph ioctl
-    kFile,           // open, close, readlink, fopen, fclose
-    kSleep,          // usleep
-    kProperty,       // property read
-    kMessage,        // log line
+    kSubDevice,      // private ioctl on the OIS sub-device: decodeRequest (decode.h)
+    kHub,            // record to the sensor hub: decodeHub
+    kMedia,          // media-graph ioctl: decodeRequest
+    kFile,           // open, close, readlink, fopen, fclose; fields: path, ...
+    kSleep,          // usleep; field: us
+    kProperty,       // property read, named by its key; fields: value, default
+    kMessage,        // log line, named by its sink; field: level ("error"); its text
     kThread,         // thread created, joined, rescheduled
     kSensor,         // sensor channel: create, enable, isEnabled, disable, drain
     kCustomisation,  // GetOisDriverName
@@ -43,7 +43,7 @@ struct Event {
     uint32_t code = 0;          // request code or hub command id, where there is one
     std::vector<Field> fields;  // the record, decoded
     std::vector<Field> answer;  // what came back, decoded
-    std::string text;           // human form of the fields where it differs from a list of them; a message's text
+    std::string text;           // what stands for name and fields in toText, if not empty; a message's text
     bool hasResult = false;
     int64_t result = 0;
     int error = 0;      // errno of a failure, else 0
@@ -54,6 +54,8 @@ struct Event {
     uint32_t thread = 0;
 };
 
+// A field's value as it stands in text: "16", "0x0558", "0.25".
+std::string toText(const Field& field);
 // The field of that name, in what came back or else in what was sent; null when neither has it.
 const Field* findField(const Event& event, std::string_view name);
 
