@@ -1,0 +1,34 @@
+#!/bin/bash
+# Runs the benchmarks and the counts that do not depend on the machine's load. Called by ./bench-all.
+#     measure.sh [--quick] [Google Benchmark's options...]
+set -eu
+. "$(dirname "$0")/../tools/setup.sh"
+programs=$REPO/build/bench
+results=$REPO/bench-results
+mkdir -p "$results"
+
+options=()
+if [ "${1:-}" = --quick ]; then
+    # Only shows that everything runs and that nothing allocates.
+    options=(--benchmark_repetitions=1 --benchmark_min_time=0.005)
+    shift
+fi
+"$programs/bench/ois_bench" --benchmark_out="$results/benchmarks.json" --benchmark_out_format=json \
+    "${options[@]}" "$@"
+
+# instructions WAY COUNT: executed by that many requests, start and end of the process included.
+instructions() {
+    valgrind --tool=callgrind --callgrind-out-file=/dev/null "$programs/bench/ois_requests" "$1" "$2" 2>&1 |
+        sed -n 's/.*Collected : //p'
+}
+
+echo
+if command -v valgrind >/dev/null; then
+    more=2000 fewer=1000
+    for way in sub-device hub; do
+        many=$(instructions "$way" $more)
+        few=$(instructions "$way" $fewer)
+        echo "instructions of one request, $way: $(((many - few) / (more - fewer)))"
+    done | tee "$results/instructions.txt"
+fi
+echo "raw figures: bench-results/"
