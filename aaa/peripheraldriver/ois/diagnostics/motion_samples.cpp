@@ -43,22 +43,24 @@ void OISDrv::GetSensorData() {
     // The hub may deliver newest first.
     const bool oldestFirst =
         field<int64_t>(samples.front(), kTimestamp) < field<int64_t>(samples.back(), kTimestamp);
+    // Grown once for the whole batch.
+    const size_t kept = mSensorTimestamps.size();
+    const size_t total = kept + samples.size();
+    mSensorTimestamps.resize(total);
+    for (auto* values :
+         {&mSensorValue1, &mSensorValue2, &mSensorValue3, &mSensorValue4, &mSensorValue5, &mSensorValue6}) {
+        values->resize(total);
+    }
     for (size_t i = 0; i < samples.size(); ++i) {
         const SensorData& sample = samples[oldestFirst ? i : samples.size() - 1 - i];
         const auto timestamp = field<int64_t>(sample, kTimestamp);
-        const auto value1 = field<float>(sample, kValue1);
-        const auto value2 = field<float>(sample, kValue2);
-        const auto value3 = field<float>(sample, kValue3);
-        const auto value4 = field<float>(sample, kValue4);
-        const auto value5 = field<float>(sample, kValue5);
-        const auto value6 = field<float>(sample, kValue6);
-        mSensorTimestamps.push_back(static_cast<unsigned long>(timestamp));
-        mSensorValue1.push_back(value1);
-        mSensorValue2.push_back(value2);
-        mSensorValue3.push_back(value3);
-        mSensorValue4.push_back(value4);
-        mSensorValue5.push_back(value5);
-        mSensorValue6.push_back(value6);
+        const auto value1 = mSensorValue1[kept + i] = field<float>(sample, kValue1);
+        const auto value2 = mSensorValue2[kept + i] = field<float>(sample, kValue2);
+        const auto value3 = mSensorValue3[kept + i] = field<float>(sample, kValue3);
+        const auto value4 = mSensorValue4[kept + i] = field<float>(sample, kValue4);
+        const auto value5 = mSensorValue5[kept + i] = field<float>(sample, kValue5);
+        const auto value6 = mSensorValue6[kept + i] = field<float>(sample, kValue6);
+        mSensorTimestamps[kept + i] = static_cast<unsigned long>(timestamp);
         // Seven conversions for six values, deliberately: the timestamp meets none of them and the last
         // prints whatever is there.
         OIS_LOG_UNCHECKED(ois::log::Severity::kDebug, __func__, "<GetSensorData,%f,%f,%f,%f,%f,%f,%f,>\n",

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "korva/register_access.h"
 #include "log.h"
@@ -25,6 +27,17 @@ uint16_t readOtherFlashCheckValue(const RegisterAccess& controller) {
     controller.write8(Register::kFlashCheckRequest, kStart);
     usleep(kCheckValueUs);
     return controller.read<uint16_t>(Register::kFlashCheckValue, kStart);
+}
+
+// As many words as a vector register holds, so that one instruction adds them.
+using Lanes = std::array<uint16_t, 8>;
+static_assert(std::endian::native == std::endian::little, "the image's words are little-endian");
+
+void addWords(Lanes& sum, const uint8_t* bytes) {
+    Lanes words;
+    std::memcpy(words.data(), bytes, sizeof words);
+    for (size_t lane = 0; lane < words.size(); ++lane)
+        sum[lane] = static_cast<uint16_t>(sum[lane] + words[lane]);
 }
 
 }  // namespace
@@ -61,23 +74,28 @@ int32_t OISDrv::korvas4sw_flash_save() {
 }
 
 uint16_t OISDrv::korvas4sw_fw_checksum(const void* image, uint16_t size) {
-    // Independent lanes, so that the compiler can add many words at a time; the sum wraps, so their order is
-    // free.
-    constexpr size_t kLanes = 32;
     const auto* bytes = static_cast<const uint8_t*>(image);
-    const size_t words = size / sizeof(uint16_t);
-    const auto word = [bytes](size_t index) {
-        return static_cast<uint16_t>(bytes[2 * index] | (bytes[2 * index + 1] << 8));
-    };
-    std::array<uint16_t, kLanes> lanes{};
+    // Four sums that do not wait for each other; the sum wraps, so the order of its words is free.
+    Lanes sum0{};
+    Lanes sum1{};
+    Lanes sum2{};
+    Lanes sum3{};
+    constexpr size_t kStep = 4 * sizeof(Lanes);
     size_t next = 0;
-    for (; next + kLanes <= words; next += kLanes) {
-        for (size_t lane = 0; lane < kLanes; ++lane) {
-            lanes[lane] = static_cast<uint16_t>(lanes[lane] + word(next + lane));
-        }
+    for (; next + kStep <= size; next += kStep) {
+        addWords(sum0, bytes + next);
+        addWords(sum1, bytes + next + sizeof(Lanes));
+        addWords(sum2, bytes + next + 2 * sizeof(Lanes));
+        addWords(sum3, bytes + next + 3 * sizeof(Lanes));
     }
     uint16_t sum = 0;
-    for (const uint16_t lane : lanes) sum = static_cast<uint16_t>(sum + lane);
-    for (; next < words; ++next) sum = static_cast<uint16_t>(sum + word(next));
+    for (size_t lane = 0; lane < sum0.size(); ++lane) {
+        sum = static_cast<uint16_t>(sum + sum0[lane] + sum1[lane] + sum2[lane] + sum3[lane]);
+    }
+    for (; next + sizeof(uint16_t) <= size; next += sizeof(uint16_t)) {
+        uint16_t word;
+        std::memcpy(&word, bytes + next, sizeof word);
+        sum = static_cast<uint16_t>(sum + word);
+    }
     return sum;
 }
