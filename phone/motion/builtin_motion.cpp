@@ -98,12 +98,18 @@ constexpr double kTremorHighHz = 12;
 // Sway of arms and trunk.
 constexpr double kSwayLowHz = 0.3;
 constexpr double kSwayHighHz = 2.5;
+// What lies between and above, weaker.
+constexpr double kBetween = 0.3;  // of the sway
+constexpr double kAbove = 0.15;   // of the tremor
+constexpr double kHighestHz = 20;
 
 Body handHeld(std::mt19937_64& random, double strength) {
     Body body;
     const auto shake = [&](Wave& angle, double tremorRadS, double swayRadS) {
         angle.band(random, kTremorLowHz, kTremorHighHz, kPartsPerBand, kRate, strength * tremorRadS);
         angle.band(random, kSwayLowHz, kSwayHighHz, kPartsPerBand, kRate, strength * swayRadS);
+        angle.band(random, kSwayHighHz, kTremorLowHz, kPartsPerBand, kRate, strength * kBetween * swayRadS);
+        angle.band(random, kTremorHighHz, kHighestHz, kPartsPerBand, kRate, strength * kAbove * tremorRadS);
     };
     shake(body.pitch, 0.020, 0.030);
     shake(body.yaw, 0.016, 0.032);

@@ -27,7 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kWidth = 1600;
-constexpr int kHeight = 2200;
+constexpr int kHeight = 2400;
 
 // More points than a panel is wide in pixels add nothing but time and, in SVG, size.
 constexpr size_t kMaxBuckets = 1400;
@@ -41,7 +41,9 @@ constexpr const char* kErrorsName = "errors.txt";
 
 // Colours that the colour-blind can tell apart.
 constexpr const char* kTargetColour = "#0072B2";
+constexpr const char* kLightTargetColour = "#56B4E9";
 constexpr const char* kHallColour = "#D55E00";
+constexpr const char* kLightHallColour = "#E69F00";
 constexpr std::array<const char*, 3> kAxisColours = {"#009E73", "#AA4499", "#999999"};
 
 struct Range {
@@ -84,9 +86,9 @@ class Script {
         mCloseUp = worstMoment();
         begin(terminal);
         addGyro();
-        addAxis(0, 0.79 - kRowStep);
-        addAxis(1, 0.79 - 2 * kRowStep);
-        addResidual(0.79 - 3 * kRowStep);
+        addAxis(0, kFirstRow - kRowStep);
+        addAxis(1, kFirstRow - 2 * kRowStep);
+        addResidual(kFirstRow - 3 * kRowStep);
         addPath();
         addSpectrum();
         mOut << "unset multiplot\n";
@@ -95,8 +97,14 @@ class Script {
     std::string text() const { return mOut.str(); }
 
   private:
-    static constexpr double kRowStep = 0.178;
-    static constexpr double kRowHeight = 0.128;
+    // Places, as parts of the picture from its lower left corner.
+    static constexpr double kLeft = 0.075;
+    static constexpr double kRight = 0.98;
+    static constexpr double kFirstRow = 0.820;
+    static constexpr double kRowStep = 0.162;
+    static constexpr double kRowHeight = 0.117;
+    static constexpr double kBottom = 0.035;
+    static constexpr double kBottomHeight = 0.245;
 
     // In quotes for gnuplot.
     static std::string quoted(std::string_view text) {
@@ -120,12 +128,13 @@ class Script {
              << "set tics nomirror textcolor '#222222'\n"
              << "set key opaque box linecolor '#CCCCCC' samplen 2 spacing 1.1 horizontal top right\n";
         const std::string name = fs::path(mRecording.source).filename().string();
-        mOut << "set label 1 " << quoted(name) << " at screen 0.06,0.983 left noenhanced font ',19'\n"
+        mOut << "set label 1 " << quoted(name) << " at screen 0.04,0.985 left noenhanced font ',22'\n"
              << "set label 2 "
              << quoted(grouped(mStats.rows) + " rows, " + number(mStats.durationS, 2) + " s at " +
                        number(mStats.rateHz, 1) + " Hz, " + std::to_string(mStats.gaps) +
-                       (mStats.gaps == 1 ? " gap" : " gaps") + "; left: whole recording, right: worst moment")
-             << " at screen 0.06,0.966 left noenhanced font ',13'\n";
+                       (mStats.gaps == 1 ? " gap" : " gaps") +
+                       "; to the right: where the residual is largest")
+             << " at screen 0.04,0.969 left noenhanced font ',15'\n";
     }
 
     // Around the largest excursion of a residual.
@@ -185,13 +194,13 @@ class Script {
     struct Panel {
         double left, right, bottom, top;  // parts of the picture
     };
-    static Panel leftPanel(double bottom) { return {0.075, 0.60, bottom, bottom + kRowHeight}; }
-    static Panel rightPanel(double bottom) { return {0.675, 0.98, bottom, bottom + kRowHeight}; }
+    static Panel leftPanel(double bottom) { return {kLeft, 0.60, bottom, bottom + kRowHeight}; }
+    static Panel rightPanel(double bottom) { return {0.675, kRight, bottom, bottom + kRowHeight}; }
 
     void place(const Panel& panel, const std::string& title, const char* xLabel, const char* yLabel) {
         mOut << "set lmargin at screen " << panel.left << "\nset rmargin at screen " << panel.right
              << "\nset bmargin at screen " << panel.bottom << "\nset tmargin at screen " << panel.top << "\n"
-             << "set title " << quoted(title) << " noenhanced font ',14' offset 0,-0.3\n"
+             << "set title " << quoted(title) << " noenhanced font ',16' offset 0,-0.4\n"
              << "set xlabel " << quoted(xLabel) << " offset 0,0.4\n"
              << "set ylabel " << quoted(yLabel) << " offset 0.5,0\n";
     }
@@ -254,21 +263,19 @@ class Script {
                                &mRecording[Column::kGyroRawZ]};
         Range range;
         for (const std::vector<double>* values : series) range.include(*values);
-        addRow("gyro", 0.79, "gyro, raw", "gyro [counts]", series,
+        addRow("gyro", kFirstRow, "gyro, raw", "gyro [counts]", series,
                {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}, {"z", kAxisColours[2], 1}},
                range.padded(0.15));
     }
 
-    static std::string angle(double value) {
-        return std::isfinite(value) ? number(value, 4) + "°" : std::string("unknown");
-    }
+    static std::string angle(double value) { return measured(value, 4, "°"); }
 
     std::string axisTitle(size_t axis) const {
         const AxisStats& stats = mStats.axes[axis];
         std::string title = axis == 0 ? "x: " : "y: ";
         title += "shake " + angle(stats.shakeRms) + " RMS";
         if (std::isfinite(stats.suppressionDb))
-            title += ", suppressed by " + number(stats.suppressionDb, 1) + " dB";
+            title += ", suppressed by " + measured(stats.suppressionDb, 1, " dB");
         if (stats.samplesAtLimit > 0) title += ", " + grouped(stats.samplesAtLimit) + " samples at the limit";
         return title;
     }
@@ -282,7 +289,7 @@ class Script {
         const Column hall = axis == 0 ? Column::kAngleHallX : Column::kAngleHallY;
         addRow(axis == 0 ? "axis_x" : "axis_y", bottom, axisTitle(axis),
                axis == 0 ? "angle x [°]" : "angle y [°]", {&mTarget[axis], &mRecording[hall]},
-               {{"target", kTargetColour, 2}, {"hall", kHallColour, 1.2}}, range.padded(0.15));
+               {{"target", kLightTargetColour, 3.5}, {"hall", kHallColour, 1.3}}, range.padded(0.15));
     }
 
     void addResidual(double bottom) {
@@ -311,20 +318,20 @@ class Script {
             mOut << '\n';
         }
         mOut << "END_OF_DATA\n";
-        // As wide as it is high, in pixels.
-        constexpr double kSide = 0.40;
-        constexpr double kBottom = 0.035;
-        place({0.075, 0.075 + kSide * 0.93, kBottom, kBottom + kSide * 0.93 * kWidth / kHeight / 1.31},
-              "path of the lens", "angle x [°]", "angle y [°]");
+        constexpr double kAsWideAsHigh = kBottomHeight * kHeight / kWidth;
+        place({kLeft, kLeft + kAsWideAsHigh, kBottom, kBottom + kBottomHeight}, "path of the lens",
+              "angle x [°]", "angle y [°]");
         setRange("x", square);
         setRange("y", square);
-        mOut << "plot $path using 1:2 with lines linecolor rgb '#9FC9E3' linewidth 1 title 'target', "
+        mOut << "plot $path using 1:2 with lines linecolor rgb '" << kLightTargetColour
+             << "' linewidth 1 title 'target', "
              << "$path using 3:4 with lines linecolor rgb '" << kHallColour << "' linewidth 1 title 'hall'\n";
     }
 
     void addSpectrum() {
-        place({0.56, 0.98, 0.035, 0.24}, "spectrum: x solid, y dashed", "frequency [Hz]", "density [°/√Hz]");
-        mOut << "set logscale xy\nset format y '10^{%L}'\n";
+        place({0.52, kRight, kBottom, kBottom + kBottomHeight}, "spectrum", "frequency [Hz]",
+              "density [°/√Hz]");
+        mOut << "set logscale xy\nset format y '%g'\n";
         Range range;
         mOut << "$spectrum << END_OF_DATA\n";
         const auto& axes = mStats.axes;
@@ -341,13 +348,10 @@ class Script {
         if (range.low > range.high) return;
         setRange("x", {mStats.frequencyHz.front(), mStats.frequencyHz.back()});
         setRange("y", {range.low / 2, range.high * 4});
-        mOut << "plot $spectrum using 1:2 with lines linecolor rgb '" << kTargetColour
-             << "' linewidth 1.5 title 'target', $spectrum using 1:3 with lines linecolor rgb '"
-             << kTargetColour
-             << "' linewidth 1.5 dashtype 2 notitle, $spectrum using 1:4 with lines linecolor rgb '"
-             << kHallColour
-             << "' linewidth 1.5 title 'residual', $spectrum using 1:5 with lines linecolor rgb '"
-             << kHallColour << "' linewidth 1.5 dashtype 2 notitle\n";
+        plotCurves("spectrum", {{"target x", kTargetColour, 1.5},
+                                {"target y", kLightTargetColour, 1.5},
+                                {"residual x", kHallColour, 1.5},
+                                {"residual y", kLightHallColour, 1.5}});
     }
 
     const Recording& mRecording;
@@ -385,9 +389,9 @@ class TemporaryFolder {
 std::string terminalFor(const fs::path& out) {
     const std::string size = std::to_string(kWidth) + "," + std::to_string(kHeight);
     if (out.extension() == ".png")
-        return "pngcairo noenhanced size " + size + " background '#FFFFFF' font 'Sans,12'";
+        return "pngcairo noenhanced size " + size + " background '#FFFFFF' font 'Sans,14'";
     if (out.extension() == ".svg")
-        return "svg noenhanced size " + size + " background '#FFFFFF' font 'Sans,15'";
+        return "svg noenhanced size " + size + " background '#FFFFFF' font 'Sans,17'";
     throw InputError(out.string() + ": a plot is a .png or an .svg file");
 }
 

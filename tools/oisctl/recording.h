@@ -100,6 +100,9 @@ RecordingStats computeStats(const Recording& recording, std::optional<double> li
 std::vector<double> targetAngle(const Recording& recording, size_t axis);
 std::vector<double> residualAngle(const Recording& recording, size_t axis);
 
+// A figure with its unit; "-" for NaN and infinity, and never "-0.0".
+std::string measured(double value, int decimals, std::string_view unit);
+
 void printStats(std::ostream& out, const Recording& recording, const RecordingStats& stats);
 nlohmann::json toJson(const Recording& recording, const RecordingStats& stats);
 

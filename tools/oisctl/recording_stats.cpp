@@ -213,7 +213,7 @@ void addSpectra(const Recording& recording, RecordingStats& stats) {
 }
 
 std::string angleText(double angle) {
-    return std::isfinite(angle) ? number(angle, 4) + " deg" : "-";
+    return measured(angle, 4, " deg");
 }
 
 nlohmann::json axisJson(const AxisStats& axis) {
@@ -229,6 +229,12 @@ nlohmann::json axisJson(const AxisStats& axis) {
 }
 
 }  // namespace
+
+std::string measured(double value, int decimals, std::string_view unit) {
+    if (!std::isfinite(value)) return "-";
+    const double half = std::pow(10, -decimals) / 2;
+    return number(std::abs(value) < half ? 0 : value, decimals) + std::string(unit);
+}
 
 std::vector<double> targetAngle(const Recording& recording, size_t axis) {
     std::vector<double> result = recording[kGyroTarget[axis]];
@@ -286,12 +292,10 @@ void printStats(std::ostream& out, const Recording& recording, const RecordingSt
     line("residual, RMS         ", [](const AxisStats& axis) { return angleText(axis.residualRms); });
     line("residual, peak        ", [](const AxisStats& axis) { return angleText(axis.residualPeak); });
     line("residual, mean        ", [](const AxisStats& axis) { return angleText(axis.residualMean); });
-    line("suppression           ", [](const AxisStats& axis) {
-        return std::isfinite(axis.suppressionDb) ? number(axis.suppressionDb, 1) + " dB " : std::string("-");
-    });
+    line("suppression           ",
+         [](const AxisStats& axis) { return measured(axis.suppressionDb, 1, " dB"); });
     line("lens stops at         ", [](const AxisStats& axis) { return angleText(axis.limit); });
-    line("samples at the limit  ",
-         [](const AxisStats& axis) { return grouped(axis.samplesAtLimit) + "    "; });
+    line("samples at the limit  ", [](const AxisStats& axis) { return grouped(axis.samplesAtLimit); });
 }
 
 nlohmann::json toJson(const Recording& recording, const RecordingStats& stats) {
