@@ -52,9 +52,12 @@ struct FaultRule {
     std::string text;  // how it was written, for trace and summary
 };
 
-// "SET_MODE:errno=EIO", "SET_MODE@3:lost", "hub.WRITE_REGISTER:slow=20ms", "READ_STATUS:garbage=ff00",
-// "open./dev/media1:errno=EACCES", "thread:errno=EAGAIN", "telemetry:fail". A bare name is a request when it is one, else a
-// hub command. Throws std::invalid_argument whose text says what is wrong and what would be right.
+// PLACE[.NAME][@N]:EFFECT
+//   "SET_MODE:errno=EIO", "SET_MODE@3:lost", "hub.WRITE_REGISTER:slow=20ms", "READ_STATUS:garbage=ff00",
+//   "open./dev/media1:errno=EACCES", "thread:errno=EAGAIN", "telemetry:fail".
+// Places: request, hub, media, open, readlink, close (each with a name, or alone for any), thread, sensor-provider,
+// sensor-enable, sensor-disable, telemetry. A bare name is a request when it is one, else a hub command. Throws
+// std::invalid_argument whose one line says what is wrong and what would be right.
 FaultRule parseFault(std::string_view text);
 
 class Faults {
@@ -62,7 +65,8 @@ class Faults {
     void add(FaultRule rule);
     void clear();
 
-    // A test's own decision; consulted before the rules, and may decline with nullopt.
+    // A test's own decision; consulted before the rules, and may decline with nullopt. Called on the calling thread,
+    // without a lock.
     using Override =
         std::function<std::optional<FaultEffect>(FaultPoint point, std::string_view key, std::span<const uint8_t> input)>;
     void setOverride(Override decide);
