@@ -5,16 +5,19 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace phone {
 
 enum class ClockMode {
-    // Time stands still while any thread works and jumps to the next wake-up when all sleep or join. A new thread
+    // Time stands still while any thread works and jumps to the next wake-up when all sleep or join. A new
+    // thread
     // takes its first turn when its creator sleeps or joins. One run is like the next.
     kSimulated,
     // Sleeps last as long as they say; the clock is the machine's.
     kRealTime,
-    // Sleeps return at once and only add to the clock; threads run as the machine schedules them. For stress tests.
+    // Sleeps return at once and only add to the clock; threads run as the machine schedules them. For stress
+    // tests.
     kFreeRunning,
 };
 
@@ -22,30 +25,43 @@ class Clock {
   public:
     // The constructing thread takes part from the start.
     explicit Clock(ClockMode mode);
+    // Threads that still sleep go on at once.
     ~Clock();
     Clock(const Clock&) = delete;
     Clock& operator=(const Clock&) = delete;
 
-    ClockMode mode() const;
-    // Microseconds since construction.
+    ClockMode mode() const { return mMode; }
+    // Microseconds since construction. Any thread may ask, without taking a turn.
     int64_t nowUs() const;
-    // Blocks the calling thread until that much time has passed; other threads take their turns meanwhile. 0 lets
-    // them run until they sleep beyond now.
+    // Blocks the calling thread until that much time has passed; other threads take their turns meanwhile. 0
+    // lets them run until they sleep beyond now. A thread that does not take part yet does so from its first
+    // sleep on.
     void sleepUs(int64_t us);
     void sleepUntilUs(int64_t us);
 
     // A small number for the calling thread, in order of creation; the constructing thread is 0.
     uint32_t threadNumber();
+    // The same of another thread; nullopt when the clock does not know it.
+    std::optional<uint32_t> threadNumber(pthread_t thread) const;
 
-    // For the interposed pthread calls (kernel/syscalls.cpp). A thread takes its first turn at its first call into
-    // the phone: every entry point calls enter().
-    void enter();
-    int createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
+    // For the interposed calls and the platform's functions. A thread takes its first turn at its first call
+    // into the phone: every entry point calls enter(). A thread that calls very often without ever sleeping
+    // is taken to have been busy until the next other thread is due, so that polling without a pause cannot
+    // stop time.
+    void enter() {
+        if (mMode == ClockMode::kSimulated) takeTurn();
+    }
+    int createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                     void* argument);
     int joinThread(pthread_t thread, void** result);
 
   private:
     struct State;
-    std::unique_ptr<State> mState;
+
+    void takeTurn();
+
+    const ClockMode mMode;
+    std::shared_ptr<State> mState;  // threads that know the clock may outlive it
 };
 
 }  // namespace phone

@@ -62,7 +62,8 @@ class Phone {
     const PhoneOptions& options() const { return mOptions; }
 
     // Fits a camera module to a sensor position: customisation, and a lens sub-device with its controller in
-    // the media graph, or the controller behind the sensor hub. Replaces what was there.
+    // the media graph, or the controller behind the sensor hub. Replaces what was there. Not while the driver
+    // uses that position. Throws std::out_of_range unless sensorDev is 0 to 7.
     void fit(int32_t sensorDev, const ModuleDescription& module);
     // The module at that position; null when there is none.
     const ModuleDescription* module(int32_t sensorDev) const;

@@ -56,10 +56,9 @@ class Controller {
   public:
     Controller(const ModuleDescription& module, const Motion& motion, const Clock& clock);
 
-    // Carries out a request on the kernel's copy of the record, which has the request's size. `user` is the
-    // address that the driver gave. 0 or positive, or a negative errno; ENOTTY for a request it does not
-    // know.
-    int32_t handle(uint32_t request, std::span<std::byte> record, std::byte* user);
+    // Carries out a request on the kernel's copy of the record, which has the request's size. 0 or positive,
+    // or a negative errno; ENOTTY for a request it does not know.
+    int32_t handle(uint32_t request, std::span<std::byte> record);
     static bool knows(uint32_t request);
 
     ControllerState state() const;
@@ -81,18 +80,21 @@ class Controller {
   private:
     static constexpr size_t kRequestIndices = 32;
 
+    int32_t keep(ois::Request request, std::span<const std::byte> record);
     int32_t setMode(int32_t word);
-    int32_t measureGyroOffset();
+    int32_t notifyStream(const ois_stream_info& info);
     int32_t endSession(int32_t word);
     int32_t setAccParams(const ois_acc_params& params);
+    int32_t measureGyroOffset();
     int32_t writeGain(const ois::OisGain& gain);
-    int32_t readGain(ois::OisGain& gain) const;
     int32_t setFixMode(const ois::OisFixMode& fixMode);
     int32_t setActiveOis(const ois_act_parameters& parameters);
     int32_t setZoomActiveOis(int32_t word);
-    int32_t readHall(ois::OisFixMode& record);
-    int32_t readStatus(ois::OisStatusRecord& record);
-    int32_t readFlash(std::span<std::byte> record, std::byte* user) const;
+    int32_t readGain(std::span<std::byte> record) const;
+    int32_t readHallInfo(std::span<std::byte> record) const;
+    int32_t readHall(std::span<std::byte> record);
+    int32_t readStatus(std::span<std::byte> record);
+    int32_t readFlash(std::span<std::byte> record) const;
     void applyMode();
 
     const Clock& mClock;

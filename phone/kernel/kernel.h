@@ -14,21 +14,26 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
+
+#include "faults.h"
+#include "trace.h"
 
 namespace phone {
 
 class Phone;
-struct DeviceNode;
 
 struct Scheduling {
     int policy = 0;  // SCHED_OTHER
     int priority = 0;
 };
 
-// Thread-safe. The calls return what libc's functions of that name return and set errno like them.
+// Thread-safe; requests share no lock. The calls return what libc's functions of that name return, and set
+// errno like them. With the real kernel they pass on to libc, and are traced all the same.
 class Kernel {
   public:
     explicit Kernel(Phone& phone);
@@ -36,39 +41,60 @@ class Kernel {
     Kernel(const Kernel&) = delete;
     Kernel& operator=(const Kernel&) = delete;
 
-    // Whether a path is the phone's; all other paths are libc's.
-    bool isDeviceNode(const char* path) const;
-    bool isSysfsLink(const char* path) const;
-    bool isFile(const char* path) const;
+    // Which calls are the phone's; all others are libc's.
+    static bool isDeviceNode(const char* path);
+    static bool isSysfsLink(const char* path);
+    static bool isFile(const char* path);
+    // Also of descriptors that are not the phone's: a private request to a closed device is worth a line.
+    bool takes(int fd, uint32_t request) const;
+    bool owns(int fd) const { return nodeOf(fd) != nullptr; }
+    bool owns(FILE* file) const;
 
     int open(const char* path, int flags);
-    bool owns(int fd) const;
     int close(int fd);
     int ioctl(int fd, uint32_t request, void* argument);
     ssize_t readlink(const char* path, char* buffer, size_t size);
     FILE* fopen(const char* path, const char* mode);
-    bool owns(FILE* file);
     int fclose(FILE* file);
-    void usleep(uint32_t us);
+    int usleep(uint32_t us);
     int createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                      void* argument);
     int joinThread(pthread_t thread, void** result);
     int setScheduling(pthread_t thread, int policy, const sched_param* param);
     int getScheduling(pthread_t thread, int* policy, sched_param* param);
 
-    // State side: how many device nodes and files the driver holds open, and what a thread's scheduling was
-    // last set to.
+    // State side: what the driver holds open, and what a thread's scheduling was set to.
     size_t openNodes() const;
     size_t openFiles() const;
     std::optional<Scheduling> scheduling(uint32_t threadNumber) const;
 
   private:
+    struct Node;
+    struct Fate;
+
     static constexpr int kDescriptors = 1024;
 
+    Node* nodeOf(int fd) const;
+    Node* findNode(const std::string& path);
+    Node* keepNode(Node node);
+    int openNode(const char* path, int flags, Node*& node);
+    int32_t request(const Node& node, uint32_t request, void* argument);
+    int32_t passRequest(int fd, uint32_t request, void* argument, const Node* node);
+    int32_t carryOut(const Node& node, uint32_t request, std::span<std::byte> record);
+    ssize_t followLink(const char* path, std::string& target) const;
+
+    Fate consult(FaultPoint point, std::string_view key, std::span<const std::byte> input = {});
+    Fate consultRequest(uint32_t request, std::span<const std::byte> record);
+    void traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
+                      int32_t result, const Fate& fate);
+    void traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
+                   const Fate& fate);
+
     Phone& mPhone;
-    std::array<std::atomic<DeviceNode*>, kDescriptors> mDescriptors{};
+    const bool mReal;
+    std::array<std::atomic<Node*>, kDescriptors> mDescriptors{};
     mutable std::mutex mMutex;
-    std::map<std::string, std::unique_ptr<DeviceNode>, std::less<>> mNodes;
+    std::vector<std::unique_ptr<Node>> mNodes;  // all that were ever opened: a request may still be under way
     std::unordered_map<FILE*, std::string> mFiles;
     std::map<uint32_t, Scheduling> mScheduling;
 };

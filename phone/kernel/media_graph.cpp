@@ -1,0 +1,181 @@
+#include "media_graph.h"
+
+#include <linux/media.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <span>
+#include <utility>
+
+namespace phone {
+
+namespace {
+
+constexpr int kLensDeviceNumber = 1;
+constexpr const char* kLensDeviceModel = "nxa_camera_af";
+constexpr uint32_t kMediaVersion = (5U << 16) | (15U << 8);
+// Lens entities of fitted modules. The ids stay below the 32 that the driver's walk reaches.
+constexpr uint32_t kFirstLensId = 4;
+constexpr uint32_t kLensIdStep = 3;
+constexpr uint32_t kFirstLensNode = 10;
+constexpr uint32_t kFirstLensMinor = 100;
+
+void copyText(const std::string& text, std::span<char> to) {
+    const size_t length = std::min(text.size(), to.size() - 1);
+    std::copy_n(text.begin(), length, to.begin());
+    std::fill(to.begin() + static_cast<std::ptrdiff_t>(length), to.end(), '\0');
+}
+
+MediaEntity entity(uint32_t id, const char* name, uint32_t type, uint32_t minor, const char* node) {
+    MediaEntity made;
+    made.id = id;
+    made.name = name;
+    made.type = type;
+    made.minor = minor;
+    made.node = node;
+    return made;
+}
+
+MediaDevice lensDevice() {
+    MediaDevice device{kLensDeviceNumber, kLensDeviceModel, "nxa-af", "", "platform:nxa-af", {}};
+    device.entities = {
+        entity(1, "nxa-af-manager", kSubDeviceEntityType, 40, "v4l-subdev4"),
+        entity(2, "nxa-sensor 2-0010", kSensorEntityType, 41, "v4l-subdev5"),
+        entity(29, "nxa-focus 5-0018", kLensEntityType, 42, "v4l-subdev6"),
+    };
+    return device;
+}
+
+MediaDevice& lensDeviceOf(std::vector<MediaDevice>& devices) {
+    const auto found = std::ranges::find(devices, kLensDeviceNumber, &MediaDevice::number);
+    return found != devices.end() ? *found : devices.emplace_back(lensDevice());
+}
+
+}  // namespace
+
+std::vector<MediaDevice> defaultMediaDevices() {
+    MediaDevice processor{0, "nxa_camera_isp", "nxa-isp", "", "platform:nxa-isp", {}};
+    processor.entities = {
+        entity(1, "nxa-isp-seninf", kSubDeviceEntityType, 20, "v4l-subdev0"),
+        entity(3, "nxa-isp-raw", kSubDeviceEntityType, 21, "v4l-subdev1"),
+        entity(17, "nxa-isp-preview", kVideoNodeEntityType, 22, "video0"),
+    };
+    MediaDevice codec{3, "nxa_codec", "nxa-codec", "", "platform:nxa-codec", {}};
+    codec.entities = {entity(1, "nxa-codec-enc", kVideoNodeEntityType, 60, "video8")};
+    return {processor, lensDevice(), codec};
+}
+
+MediaGraph::MediaGraph() : mDevices(defaultMediaDevices()) {}
+
+std::vector<MediaDevice> MediaGraph::devices() const {
+    const std::lock_guard lock(mMutex);
+    return mDevices;
+}
+
+void MediaGraph::setDevices(std::vector<MediaDevice> devices) {
+    const std::lock_guard lock(mMutex);
+    mDevices = std::move(devices);
+}
+
+void MediaGraph::change(const std::function<void(std::vector<MediaDevice>&)>& edit) {
+    const std::lock_guard lock(mMutex);
+    edit(mDevices);
+}
+
+std::string MediaGraph::lensNode(int32_t sensorDev) {
+    return "v4l-subdev" + std::to_string(kFirstLensNode + static_cast<uint32_t>(sensorDev));
+}
+
+uint32_t MediaGraph::lensEntityId(int32_t sensorDev) {
+    return kFirstLensId + kLensIdStep * static_cast<uint32_t>(sensorDev);
+}
+
+void MediaGraph::addLens(int32_t sensorDev, const std::string& entityName,
+                         std::shared_ptr<Controller> controller) {
+    removeLens(sensorDev);
+    const std::string node = lensNode(sensorDev);
+    MediaEntity lens = entity(lensEntityId(sensorDev), entityName.c_str(), kLensEntityType,
+                              kFirstLensMinor + static_cast<uint32_t>(sensorDev), node.c_str());
+    lens.groupId = static_cast<uint32_t>(sensorDev);
+    lens.controller = std::move(controller);
+    const std::lock_guard lock(mMutex);
+    std::vector<MediaEntity>& entities = lensDeviceOf(mDevices).entities;
+    const auto after =
+        std::ranges::find_if(entities, [&](const MediaEntity& other) { return other.id > lens.id; });
+    entities.insert(after, std::move(lens));
+}
+
+void MediaGraph::removeLens(int32_t sensorDev) {
+    const std::lock_guard lock(mMutex);
+    for (MediaDevice& device : mDevices) {
+        std::erase_if(device.entities,
+                      [&](const MediaEntity& other) { return other.node == lensNode(sensorDev); });
+    }
+}
+
+const MediaDevice* MediaGraph::find(int number) const {
+    const auto found = std::ranges::find(mDevices, number, &MediaDevice::number);
+    return found != mDevices.end() ? &*found : nullptr;
+}
+
+bool MediaGraph::hasDevice(int number) const {
+    const std::lock_guard lock(mMutex);
+    return find(number) != nullptr;
+}
+
+int MediaGraph::deviceInfo(int number, media_device_info& info) const {
+    const std::lock_guard lock(mMutex);
+    const MediaDevice* device = find(number);
+    if (device == nullptr) return -ENODEV;
+    info = {};
+    copyText(device->driver, info.driver);
+    copyText(device->model, info.model);
+    copyText(device->serial, info.serial);
+    copyText(device->busInfo, info.bus_info);
+    info.media_version = kMediaVersion;
+    info.driver_version = kMediaVersion;
+    return 0;
+}
+
+int MediaGraph::enumerateEntity(int number, media_entity_desc& description) const {
+    const std::lock_guard lock(mMutex);
+    const MediaDevice* device = find(number);
+    if (device == nullptr) return -ENODEV;
+    const bool next = (description.id & MEDIA_ENT_ID_FLAG_NEXT) != 0;
+    const uint32_t id = description.id & ~static_cast<uint32_t>(MEDIA_ENT_ID_FLAG_NEXT);
+    const auto found = std::ranges::find_if(device->entities, [&](const MediaEntity& candidate) {
+        return next ? candidate.id > id : candidate.id == id;
+    });
+    if (found == device->entities.end()) return -EINVAL;
+    description = {};
+    description.id = found->id;
+    copyText(found->name, description.name);
+    description.type = found->type;
+    description.group_id = found->groupId;
+    description.dev.major = found->major;
+    description.dev.minor = found->minor;
+    return 0;
+}
+
+std::optional<std::string> MediaGraph::sysfsLink(uint32_t major, uint32_t minor) const {
+    const std::lock_guard lock(mMutex);
+    for (const MediaDevice& device : mDevices) {
+        for (const MediaEntity& candidate : device.entities) {
+            if (candidate.major != major || candidate.minor != minor || candidate.node.empty()) continue;
+            if (!candidate.hasLink) return std::nullopt;
+            return "../../devices/platform/" + device.driver + "/video4linux/" + candidate.node;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<MediaEntity> MediaGraph::entityByNode(std::string_view node) const {
+    const std::lock_guard lock(mMutex);
+    for (const MediaDevice& device : mDevices) {
+        const auto found = std::ranges::find(device.entities, node, &MediaEntity::node);
+        if (found != device.entities.end()) return *found;
+    }
+    return std::nullopt;
+}
+
+}  // namespace phone
