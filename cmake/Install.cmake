@@ -1,0 +1,39 @@
+# `cmake --install`: the driver with its headers, the simulated phone, oisctl with its manual and completion, a CMake
+# package and pkg-config files.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(OIS_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/ois_drv)
+set(OIS_PLATFORM_INCLUDE_DIR ${OIS_INCLUDE_DIR}/platform)
+set(OIS_PHONE_INCLUDE_DIR ${OIS_INCLUDE_DIR}/phone)
+set(OIS_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ois_drv)
+
+install(DIRECTORY aaa/peripheraldriver/ois/ DESTINATION ${OIS_INCLUDE_DIR} FILES_MATCHING PATTERN *.h)
+install(DIRECTORY platform/include/ DESTINATION ${OIS_PLATFORM_INCLUDE_DIR} FILES_MATCHING PATTERN *.h)
+set_target_properties(ois_drv_shared PROPERTIES EXPORT_NAME ois_drv)
+set(installed ois_drv_shared ois_drv_static)
+configure_file(cmake/ois_drv.pc.in ois_drv.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/ois_drv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(OIS_BUILD_TOOLS)
+  install(DIRECTORY phone/ DESTINATION ${OIS_PHONE_INCLUDE_DIR} FILES_MATCHING PATTERN *.h)
+  target_include_directories(ois_phone INTERFACE $<INSTALL_INTERFACE:${OIS_PHONE_INCLUDE_DIR}>)
+  list(APPEND installed ois_phone)
+  configure_file(cmake/ois_phone.pc.in ois_phone.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/ois_phone.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  install(TARGETS oisctl RUNTIME)
+  install(FILES docs/oisctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES tools/oisctl/oisctl.bash RENAME oisctl
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+endif()
+
+foreach(target ${installed})
+  target_include_directories(${target} INTERFACE
+      $<INSTALL_INTERFACE:${OIS_INCLUDE_DIR}> $<INSTALL_INTERFACE:${OIS_PLATFORM_INCLUDE_DIR}>)
+endforeach()
+install(TARGETS ${installed} EXPORT ois_drv)
+install(EXPORT ois_drv NAMESPACE ois_drv:: FILE ois_drvTargets.cmake DESTINATION ${OIS_PACKAGE_DIR})
+configure_package_config_file(cmake/ois_drvConfig.cmake.in ois_drvConfig.cmake INSTALL_DESTINATION ${OIS_PACKAGE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ois_drvConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ois_drvConfig.cmake ${PROJECT_BINARY_DIR}/ois_drvConfigVersion.cmake
+        DESTINATION ${OIS_PACKAGE_DIR})

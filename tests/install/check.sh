@@ -1,0 +1,26 @@
+#!/bin/bash
+# Installs the release build into a fresh folder and uses it from outside: the tool, a CMake project, and a compiler
+# call by pkg-config.
+set -eu
+repo=$(cd "$(dirname "$0")/../.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$repo/build/release" --prefix "$prefix" >"$work/install.log"
+"$prefix/bin/oisctl" session --module korvas4sw-hub >/dev/null
+echo "the installed oisctl runs"
+bash -n "$prefix/share/bash-completion/completions/oisctl"
+[ -s "$prefix/share/man/man1/oisctl.1" ]
+
+cmake -S "$repo/tests/install" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$work/cmake.log"
+ninja -C "$work/build" >"$work/ninja.log" || { cat "$work/ninja.log"; exit 1; }
+"$work/build/consumer"
+echo "a CMake project uses the package"
+
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+# shellcheck disable=SC2046 # the flags are words
+g++ -std=c++20 "$repo/tests/install/consumer.cpp" -o "$work/consumer" \
+    $(pkg-config --define-variable=prefix="$prefix" --cflags --libs ois_phone) -Wl,-rpath,"$prefix/lib"
+"$work/consumer"
+echo "pkg-config's flags suffice"
