@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <eigen3/unsupported/Eigen/FFT>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <numbers>
 #include <ostream>
-#include <unsupported/Eigen/FFT>
 
 #include "recording.h"
 #include "terminal.h"
