@@ -1,0 +1,289 @@
+// The phone's clock: who runs when, and what time it is then.
+
+#include "clock.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using phone::Clock;
+using phone::ClockMode;
+
+double wallSeconds(const std::function<void()>& body) {
+    const auto start = std::chrono::steady_clock::now();
+    body();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// A thread of the clock's, as the interposed pthread calls make them.
+class Worker {
+  public:
+    Worker(Clock& clock, std::function<void()> body) : mClock(clock), mBody(std::move(body)) {
+        const auto run = [](void* self) -> void* {
+            static_cast<Worker*>(self)->mBody();
+            return self;
+        };
+        EXPECT_EQ(clock.createThread(&mThread, nullptr, run, this), 0);
+    }
+    ~Worker() { join(); }
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    pthread_t handle() const { return mThread; }
+    void join() {
+        if (mJoined) return;
+        mJoined = true;
+        void* result = nullptr;
+        EXPECT_EQ(mClock.joinThread(mThread, &result), 0);
+        EXPECT_EQ(result, this);
+    }
+
+  private:
+    Clock& mClock;
+    std::function<void()> mBody;
+    pthread_t mThread{};
+    bool mJoined = false;
+};
+
+// What happened, in order: "0:work@1000".
+class Diary {
+  public:
+    explicit Diary(Clock& clock) : mClock(clock) {}
+    void note(const std::string& what) {
+        const std::lock_guard lock(mMutex);
+        mLines.push_back(std::to_string(mClock.threadNumber()) + ":" + what + "@" +
+                         std::to_string(mClock.nowUs()));
+    }
+    std::vector<std::string> lines() const { return mLines; }
+
+  private:
+    Clock& mClock;
+    std::mutex mMutex;
+    std::vector<std::string> mLines;
+};
+
+using Lines = std::vector<std::string>;
+
+TEST(SimulatedClock, SleepersWakeByTimeAndThenInOrder) {
+    Clock clock(ClockMode::kSimulated);
+    Diary diary(clock);
+    {
+        Worker late(clock, [&] {
+            clock.enter();
+            diary.note("start");
+            clock.sleepUs(3000);
+            diary.note("woke");
+        });
+        Worker early(clock, [&] {
+            clock.enter();
+            diary.note("start");
+            clock.sleepUs(1000);
+            diary.note("woke");
+            clock.sleepUs(2000);
+            diary.note("woke again");
+        });
+        diary.note("created");
+        clock.sleepUs(2000);
+        diary.note("woke");
+    }
+    diary.note("joined");
+    EXPECT_EQ(diary.lines(), (Lines{"0:created@0", "1:start@0", "2:start@0", "2:woke@1000", "0:woke@2000",
+                                    "1:woke@3000", "2:woke again@3000", "0:joined@3000"}));
+}
+
+TEST(SimulatedClock, AHundredMinutesPassAtOnce) {
+    Clock clock(ClockMode::kSimulated);
+    EXPECT_LT(wallSeconds([&] {
+                  for (int i = 0; i < 6000; ++i) clock.sleepUs(1000000);
+              }),
+              1.0);
+    EXPECT_EQ(clock.nowUs(), 6000LL * 1000000);
+    clock.sleepUntilUs(5);  // long past
+    EXPECT_EQ(clock.nowUs(), 6000LL * 1000000);
+}
+
+TEST(SimulatedClock, ASleepOfZeroLetsOthersRunAtTheSameTime) {
+    Clock clock(ClockMode::kSimulated);
+    Diary diary(clock);
+    Worker other(clock, [&] {
+        clock.enter();
+        diary.note("first");
+        clock.sleepUs(0);
+        diary.note("second");
+        clock.sleepUs(1);
+        diary.note("third");
+    });
+    diary.note("before");
+    clock.sleepUs(0);
+    diary.note("between");
+    clock.sleepUs(0);
+    diary.note("after");
+    other.join();
+    EXPECT_EQ(diary.lines(),
+              (Lines{"0:before@0", "1:first@0", "0:between@0", "1:second@0", "0:after@0", "1:third@1"}));
+}
+
+TEST(SimulatedClock, JoinWaitsInSimulatedTime) {
+    Clock clock(ClockMode::kSimulated);
+    Diary diary(clock);
+    Worker outer(clock, [&] {
+        Worker inner(clock, [&] { clock.sleepUs(700); });
+        diary.note("joins");
+        inner.join();
+        diary.note("joined");
+        clock.sleepUs(300);
+    });
+    outer.join();
+    diary.note("joined");
+    EXPECT_EQ(diary.lines(), (Lines{"1:joins@0", "1:joined@700", "0:joined@1000"}));
+    EXPECT_FALSE(clock.threadNumber(outer.handle()).has_value());
+}
+
+TEST(SimulatedClock, AThreadThatEndedOrNeverCalledInCanBeJoined) {
+    Clock clock(ClockMode::kSimulated);
+    std::atomic<bool> ran = false;
+    Worker silent(clock, [&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ran = true;
+    });
+    EXPECT_EQ(clock.threadNumber(silent.handle()), 1U);
+    silent.join();
+    EXPECT_TRUE(ran);
+
+    Worker ended(clock, [&] { clock.sleepUs(10); });
+    clock.sleepUs(1000);
+    ended.join();
+    EXPECT_EQ(clock.nowUs(), 1000);
+}
+
+TEST(SimulatedClock, PollingWithoutAPauseDoesNotStopTime) {
+    Clock clock(ClockMode::kSimulated);
+    std::atomic<bool> run = true;
+    uint64_t polls = 0;
+    Worker poller(clock, [&] {
+        while (run) {
+            clock.enter();
+            ++polls;
+        }
+    });
+    clock.sleepUs(50000);
+    EXPECT_EQ(clock.nowUs(), 50000);
+    clock.sleepUs(50000);
+    run = false;
+    poller.join();
+    EXPECT_EQ(clock.nowUs(), 100000);
+    EXPECT_GE(polls, 2000U);
+}
+
+TEST(SimulatedClock, TimeGoesOnWhenSomebodyIsStuckOutsideThePhone) {
+    Clock clock(ClockMode::kSimulated);
+    std::promise<void> reached;
+    Worker sleeper(clock, [&] {
+        clock.sleepUs(5000);
+        reached.set_value();
+        clock.sleepUs(5000);
+    });
+    // The main thread has the turn and waits for what only the worker can give.
+    reached.get_future().wait();
+    clock.enter();
+    EXPECT_GE(clock.nowUs(), 5000);
+    sleeper.join();
+    EXPECT_EQ(clock.nowUs(), 10000);
+}
+
+TEST(SimulatedClock, TheEndOfTheClockWakesSleepers) {
+    auto clock = std::make_unique<Clock>(ClockMode::kSimulated);
+    std::atomic<int> woken = 0;
+    pthread_t thread{};
+    struct Context {
+        Clock* clock;
+        std::atomic<int>* woken;
+    } context{clock.get(), &woken};
+    const auto run = [](void* argument) -> void* {
+        const auto* given = static_cast<Context*>(argument);
+        given->clock->sleepUs(3600LL * 1000000);
+        ++*given->woken;
+        return nullptr;
+    };
+    ASSERT_EQ(clock->createThread(&thread, nullptr, run, &context), 0);
+    clock->sleepUs(1000);
+    EXPECT_EQ(woken, 0);
+    clock.reset();
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_EQ(woken, 1);
+}
+
+// Threads that sleep at random, create and join others: every run of one seed must be the same.
+Lines randomRun(uint64_t seed) {
+    Clock clock(ClockMode::kSimulated);
+    Diary diary(clock);
+    const std::function<void(uint64_t, int)> live = [&](uint64_t ownSeed, int depth) {
+        std::mt19937_64 random(ownSeed);
+        std::vector<std::unique_ptr<Worker>> children;
+        for (int i = 0; i < 12; ++i) {
+            clock.enter();
+            diary.note("step" + std::to_string(i));
+            const uint64_t dice = random() % 8;
+            if (dice == 0 && depth < 3) {
+                const uint64_t childSeed = random();
+                children.push_back(std::make_unique<Worker>(
+                    clock, [&live, childSeed, depth] { live(childSeed, depth + 1); }));
+            } else if (dice == 1 && !children.empty()) {
+                children.pop_back();
+            } else {
+                clock.sleepUs(static_cast<int64_t>(random() % 4) * 100);
+            }
+        }
+    };
+    {
+        Worker first(clock, [&] { live(seed, 0); });
+        Worker second(clock, [&] { live(seed + 1, 0); });
+        live(seed + 2, 0);
+    }
+    return diary.lines();
+}
+
+TEST(SimulatedClock, OneRunIsLikeTheNext) {
+    for (const uint64_t seed : {1U, 20U, 300U}) {
+        const Lines once = randomRun(seed);
+        EXPECT_GT(once.size(), 36U);
+        for (int i = 0; i < 5; ++i) EXPECT_EQ(randomRun(seed), once) << "seed " << seed;
+    }
+}
+
+TEST(RealTimeClock, SleepsLastAsLongAsTheySay) {
+    Clock clock(ClockMode::kRealTime);
+    const int64_t before = clock.nowUs();
+    EXPECT_GE(wallSeconds([&] { clock.sleepUs(20000); }), 0.02);
+    EXPECT_GE(clock.nowUs() - before, 20000);
+}
+
+TEST(FreeRunningClock, SleepsOnlyAddToTheClock) {
+    Clock clock(ClockMode::kFreeRunning);
+    EXPECT_LT(wallSeconds([&] { clock.sleepUs(10LL * 1000000); }), 1.0);
+    EXPECT_EQ(clock.nowUs(), 10LL * 1000000);
+    std::atomic<int> arrived = 0;
+    {
+        // Both run at once: each waits for the other without the clock's help.
+        const auto meet = [&] {
+            ++arrived;
+            while (arrived < 2) clock.sleepUs(1);
+        };
+        Worker one(clock, meet);
+        Worker two(clock, meet);
+        EXPECT_EQ(clock.threadNumber(two.handle()), 2U);
+    }
+    EXPECT_EQ(arrived, 2);
+}
+
+}  // namespace
