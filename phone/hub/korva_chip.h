@@ -43,17 +43,17 @@ namespace korva_status {
 constexpr uint8_t kMovedX = 0x01;      // calibration: the phone was not still about x
 constexpr uint8_t kMovedY = 0x02;      // ... about y
 constexpr uint8_t kFlashWrite = 0x04;  // flash write failed
-constexpr uint8_t kOutOfRange =
-    0x20;  // calibration: offset beyond what the chip can subtract, or the chip not idle
-constexpr uint8_t kBusy = 0x80;  // still working
+constexpr uint8_t kRefused = 0x20;     // calibration: offset out of range, or the chip not idle
+constexpr uint8_t kBusy = 0x80;        // still writing
 }  // namespace korva_status
 
 // Bits of the update status register (two bytes).
 namespace korva_update {
-constexpr uint16_t kNotOpen = 0x0001;     // block or check value while the flash was not open
+constexpr uint16_t kNotOpen = 0x0001;     // block or check value while the flash was not open, or not idle
 constexpr uint16_t kCheckValue = 0x0002;  // flash does not add up to the check value
 constexpr uint16_t kTooEarly = 0x0004;    // block while the flash was still busy; not taken
 constexpr uint16_t kAddress = 0x0008;     // block outside the flash
+constexpr uint16_t kBusy = 0x8000;        // still verifying
 }  // namespace korva_update
 
 // Thread-safe. What takes time is settled by the phone's clock at the next look.
@@ -73,9 +73,11 @@ class KorvaChip {
     void writeRegister(uint32_t address, uint32_t byteCount, uint32_t value);
     // One block of a download.
     void programBlock(uint32_t address, std::span<const uint8_t> block);
-    // What the hub asks of it on behalf of relayed commands.
-    void holdLens(bool hold, int32_t targetHallX, int32_t targetHallY);
+    // What the hub asks of it on behalf of relayed commands. A held lens stays until the next mode.
+    void holdLens(int32_t targetHallX, int32_t targetHallY);
     void setActive(bool active, double angle);
+    // Idle, offset calibration, and on as before.
+    void calibrate();
 
     // --- State.
     // Reads as the bus does, without the side effects of a read.

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "closest_name.h"
+
 namespace phone {
 
 namespace {
@@ -97,25 +99,10 @@ void checkStorable(std::string_view key, std::string_view value) {
     }
 }
 
-// Letters to change, drop or add to get from one text to the other.
-size_t editDistance(std::string_view a, std::string_view b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = std::exchange(row[0], i);
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, replaced}));
-        }
-    }
-    return row[b.size()];
-}
-
-std::string_view closestKnown(std::string_view key) {
-    return std::ranges::min_element(
-               kKnownProperties, {},
-               [key](const KnownProperty& known) { return editDistance(known.key, key); })
-        ->key;
+std::string adviceFor(std::string_view key) {
+    std::vector<std::string_view> keys;
+    for (const KnownProperty& known : kKnownProperties) keys.push_back(known.key);
+    return nameAdvice(key, keys);
 }
 
 void checkKnown(std::string_view key, std::string_view value) {
@@ -123,8 +110,7 @@ void checkKnown(std::string_view key, std::string_view value) {
     const KnownProperty* known = findKnown(key);
     const std::string what = "property " + std::string(key);
     if (known == nullptr) {
-        throw std::invalid_argument(what + ": the driver reads no such property; the closest is " +
-                                    std::string(closestKnown(key)));
+        throw std::invalid_argument(what + ": the driver reads no such property; " + adviceFor(key));
     }
     if (known->type == PropertyType::kBool && !parseBool(value)) {
         throw std::invalid_argument(what + ": \"" + std::string(value) +

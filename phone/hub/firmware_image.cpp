@@ -1,0 +1,86 @@
+#include "firmware_image.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+#include "access/hub_command.h"
+
+namespace phone {
+
+namespace {
+
+constexpr size_t kVersionOffset = ois::kFirmwareImageSize - sizeof(uint32_t);
+constexpr uint8_t kErased = 0xff;
+constexpr unsigned kBitsPerByte = 8;
+
+void storeWord(std::span<uint8_t> bytes, uint32_t word) {
+    for (size_t i = 0; i < sizeof word; ++i) bytes[i] = static_cast<uint8_t>(word >> (kBitsPerByte * i));
+}
+
+}  // namespace
+
+FirmwareImage FirmwareImage::generate(uint32_t version) {
+    std::vector<uint8_t> bytes(ois::kFirmwareImageSize);
+    // A 32-bit xorshift; its state must not be 0.
+    uint32_t state = version ^ 0x9e3779b9U;
+    if (state == 0) state = 1;
+    for (uint8_t& byte : bytes) {
+        state ^= state << 13;
+        state ^= state >> 17;
+        state ^= state << 5;
+        byte = static_cast<uint8_t>(state);
+    }
+    storeWord(std::span(bytes).subspan(kVersionOffset), version);
+    return FirmwareImage(std::move(bytes));
+}
+
+FirmwareImage FirmwareImage::fromBytes(std::span<const uint8_t> bytes, std::optional<uint32_t> version) {
+    const std::string size = std::to_string(bytes.size());
+    if (bytes.empty() || bytes.size() > ois::kFirmwareImageSize) {
+        throw std::invalid_argument("a firmware image of " + size + " bytes; it may have 1 to " +
+                                    std::to_string(ois::kFirmwareImageSize));
+    }
+    if (!version && bytes.size() < ois::kFirmwareImageSize) {
+        throw std::invalid_argument(
+            "a firmware image of " + size + " bytes does not say its version, which is the last word of " +
+            std::to_string(ois::kFirmwareImageSize) + " bytes; give the version beside it");
+    }
+    std::vector<uint8_t> padded(bytes.begin(), bytes.end());
+    padded.resize(ois::kFirmwareImageSize, kErased);
+    if (version) storeWord(std::span(padded).subspan(kVersionOffset), *version);
+    return FirmwareImage(std::move(padded));
+}
+
+FirmwareImage FirmwareImage::fromFile(const std::filesystem::path& file, std::optional<uint32_t> version) {
+    std::ifstream in(file, std::ios::binary);
+    if (!in) throw std::invalid_argument(file.string() + ": cannot be opened");
+    const std::vector<char> content{std::istreambuf_iterator<char>(in), {}};
+    try {
+        return fromBytes({reinterpret_cast<const uint8_t*>(content.data()), content.size()}, version);
+    } catch (const std::invalid_argument& error) {
+        throw std::invalid_argument(file.string() + ": " + error.what());
+    }
+}
+
+uint32_t FirmwareImage::version() const {
+    uint32_t word = 0;
+    for (size_t i = sizeof word; i-- > 0;) word = word << kBitsPerByte | mBytes[kVersionOffset + i];
+    return word;
+}
+
+uint16_t FirmwareImage::checkValue() const {
+    return korvaWordSum(mBytes);
+}
+
+uint16_t korvaWordSum(std::span<const uint8_t> bytes) {
+    uint32_t sum = 0;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        sum += bytes[i] + (static_cast<uint32_t>(bytes[i + 1]) << kBitsPerByte);
+    }
+    return static_cast<uint16_t>(sum);
+}
+
+}  // namespace phone
