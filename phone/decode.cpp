@@ -10,6 +10,7 @@ namespace phone {
 namespace {
 
 constexpr std::string_view kHexDigits = "0123456789abcdef";
+constexpr uint32_t kMediaType = '|';
 constexpr uint32_t kNoAngle = 1;  // the integer that stands for "no angle applies"
 
 std::string hexNumber(uint32_t value, int digits, bool upperCase = false) {
@@ -69,7 +70,7 @@ std::span<const uint8_t> countedElements(const RecordLayout& layout, const Recor
 
 Field decodeAngle(const RecordField& field, std::span<const uint8_t> bytes) {
     const auto bits = numberAt<uint32_t>(bytes);
-    if (bits == kNoAngle) return {std::string(field.name), uint64_t{bits}};
+    if (bits == kNoAngle) return {std::string(field.name), std::string("none")};
     return {std::string(field.name), static_cast<double>(numberAt<float>(bytes))};
 }
 
@@ -167,10 +168,14 @@ const RequestInfo* sameNumber(uint32_t request) {
 
 Event unknownRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out) {
     Event event;
-    event.kind = EventKind::kSubDevice;
+    event.kind = _IOC_TYPE(request) == kMediaType ? EventKind::kMedia : EventKind::kSubDevice;
     event.name = requestName(request);
     event.code = request;
-    if (!in.empty()) event.fields.push_back({"bytes", hexBytes(in)});
+    event.text = hexNumber(request, 8, true) + ": " + event.name;
+    if (!in.empty()) {
+        event.fields.push_back({"bytes", hexBytes(in)});
+        event.text += " bytes=" + toText(event.fields.back());
+    }
     if (!out.empty() && !std::equal(in.begin(), in.end(), out.begin(), out.end())) {
         event.answer.push_back({"bytes", hexBytes(out)});
     }
