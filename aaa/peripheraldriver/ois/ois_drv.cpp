@@ -36,7 +36,7 @@ OISDrv* OISDrv::GetInstance(int32_t sensorDev) {
         return nullptr;
     }
     INST_T<OISDrv>& slot = gRegistry.slot(index);
-    std::call_once(slot.once, [&slot, sensorDev] { slot.object.reset(new OISDrv(sensorDev)); });
+    std::call_once(slot.once, [&slot, sensorDev] { slot.object = std::make_unique<OISDrv>(sensorDev); });
     return slot.object.get();
 }
 

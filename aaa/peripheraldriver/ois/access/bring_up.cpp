@@ -41,7 +41,8 @@ float amplitudeFromSpan(uint16_t hallRange, int32_t span) {
 }
 
 float amplitudeFromIntegerGain(int32_t gain) {
-    return static_cast<float>(ois::wrappingMultiply(gain, kIntegerGainNumerator) / kIntegerGainDenominator);
+    const int32_t amplitude = ois::wrappingMultiply(gain, kIntegerGainNumerator) / kIntegerGainDenominator;
+    return static_cast<float>(amplitude);
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include "ois_drv.h"
 #include "shared_field.h"
 
-using ois::HubCommand;
 using ois::loadShared;
 
 bool OISDrv::isOpen() const {

@@ -77,6 +77,7 @@ bool decideSwitch(ois_acc_params& params) {
 }  // namespace
 
 int32_t OISDrv::SetAccParam(long focus) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the interface passes the record's address as a number
     auto* record = reinterpret_cast<ois_focus_params*>(focus);
     if (mOisCustInfo.accSupport == 0 || !isOpen() || mOisMode != kModeOn || record == nullptr) return 0;
     const ObjectDistance object = chooseDistance(*record);
