@@ -3,9 +3,8 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <map>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace CLI {
@@ -16,14 +15,13 @@ namespace oisctl {
 
 struct Settings {
     std::string module = "korvas4sw-hub";
-    bool moduleGiven = false;
     int32_t sensorDev = 0;
     int32_t sensorId = 0;
     int32_t moduleId = 0;
     std::vector<std::string> assignments;  // "property=value"
     std::string propertiesFile;
     std::vector<std::string> faults;
-    std::string motion = "hand";
+    std::string motion;  // empty: the scenario's, or what suits the job; "hand" in general
     uint64_t seed = 1;
 
     bool realTime = false;
@@ -35,18 +33,24 @@ struct Settings {
     bool traceWanted = false;
     std::string traceFile;  // empty: standard output
     bool json = false;
-    bool verbose = false;
+    bool verbose = false;  // the driver's messages too
     bool quiet = false;
-    std::string logLevel;
-    std::string logSinks;
+    std::string logLevel = "debug";
+    std::string logSinks = "unified";
 };
 
 // Adds the options that fill `settings` to a command. `settings` must outlive the parse.
 void addPhoneOptions(CLI::App& command, Settings& settings);
 void addJsonOption(CLI::App& command, Settings& settings);
 
-// The properties to set before the driver opens: the file's, then the command line's. Throws InputError for
-// one that the driver does not know or a value it cannot take.
-std::map<std::string, std::string> wantedProperties(const Settings& settings);
+// Property names may leave out "vendor.debug.ois.".
+std::string wholePropertyName(std::string_view name);
+// The same for "property=value".
+std::string wholeAssignment(std::string_view assignment);
+
+// Faults are of the phone ("SET_MODE@3:lost") or of the chip behind the hub ("chip.never-idle").
+bool isChipFault(std::string_view text);
+// Throws std::invalid_argument whose text says what is wrong and what would be right.
+void checkFault(std::string_view text);
 
 }  // namespace oisctl

@@ -1,0 +1,230 @@
+// oisctl calibrate: the gyro offset, measured, saved and told in words.
+
+#include <array>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "errors.h"
+#include "hub/korva_chip.h"
+#include "hub/sensor_hub.h"
+#include "kernel/controller.h"
+#include "operations.h"
+#include "register_access.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+using Offsets = std::array<int64_t, 2>;
+using ois::korva::Register;
+
+constexpr int32_t kGyroOffsetOperation = 2;
+
+// What the register accesses of a calibration say. The driver's own status is 0 also when it skipped
+// everything.
+class Observation {
+  public:
+    void take(const phone::Event& event);
+
+    bool registersSeen = false;
+    bool started = false;
+    bool done = false;  // the chip said so, in time
+    bool flashStarted = false;
+    std::optional<int64_t> status;       // after the calibration
+    std::optional<int64_t> flashStatus;  // after the flash write
+    std::vector<int64_t> checkValues;    // of the other flash data, before and after
+    std::optional<Offsets> before;
+    std::optional<Offsets> after;
+
+  private:
+    void takeWrite(const RegisterAccess& access);
+    void takeRead(const RegisterAccess& access);
+    int64_t mOffsetX = 0;
+};
+
+void Observation::take(const phone::Event& event) {
+    const std::optional<RegisterAccess> access = registerAccess(event);
+    if (!access) return;
+    registersSeen = true;
+    if (access->writes) {
+        takeWrite(*access);
+    } else {
+        takeRead(*access);
+    }
+}
+
+void Observation::takeWrite(const RegisterAccess& access) {
+    if (access.reg == Register::kGyroCalibration) started = true;
+    if (access.reg == Register::kFlashWrite) flashStarted = true;
+}
+
+void Observation::takeRead(const RegisterAccess& access) {
+    switch (access.reg) {
+        case Register::kGyroCalibration:
+            done = access.value == 0;
+            break;
+        case Register::kStatus:
+            (flashStarted ? flashStatus : status) = access.value;
+            break;
+        case Register::kFlashCheckValue:
+            checkValues.push_back(access.value);
+            break;
+        case Register::kGyroOffsetX:
+            mOffsetX = access.value;
+            break;
+        case Register::kGyroOffsetY:
+            (started ? after : before) = Offsets{mOffsetX, access.value};
+            break;
+        default:
+            break;
+    }
+}
+
+struct Verdict {
+    bool good = false;
+    std::string calibration;
+    std::string flash;  // empty: does not apply
+};
+
+std::string errorBits(int64_t status) {
+    std::string text;
+    const auto add = [&](uint8_t bit, const char* meaning) {
+        if ((status & bit) != 0) text += std::string(text.empty() ? "" : ", ") + meaning;
+    };
+    add(phone::korva_status::kMovedX, "the phone moved about x");
+    add(phone::korva_status::kMovedY, "the phone moved about y");
+    add(phone::korva_status::kRefused, "offset out of range, or the chip not idle");
+    return text;
+}
+
+std::string flashVerdict(const Observation& seen, bool& good) {
+    good = false;
+    if (!seen.flashStarted) return "not saved: the controller did not become idle again";
+    if (seen.flashStatus.value_or(0) != 0)
+        return "write failed, status " + hex(static_cast<uint64_t>(*seen.flashStatus), 2);
+    if (seen.checkValues.size() == 2 && seen.checkValues[0] != seen.checkValues[1]) {
+        return "written, but other flash data changed: check value " +
+               hex(static_cast<uint64_t>(seen.checkValues[0]), 4) + " became " +
+               hex(static_cast<uint64_t>(seen.checkValues[1]), 4);
+    }
+    good = true;
+    return "saved, other flash data unchanged";
+}
+
+Verdict judge(const Observation& seen) {
+    if (!seen.started) return {false, "skipped: controller not idle", "not touched"};
+    const std::string late = seen.done ? "" : ", though the controller did not say in time that it is done";
+    const int64_t status = seen.status.value_or(0);
+    if ((status & ois::korva::kCalibrationErrorBits) != 0) {
+        return {false,
+                "failed, status " + hex(static_cast<uint64_t>(status), 2) + ": " + errorBits(status) + late,
+                "not touched"};
+    }
+    Verdict verdict;
+    verdict.calibration = "measured" + late;
+    verdict.flash = flashVerdict(seen, verdict.good);
+    verdict.good = verdict.good && seen.done;
+    return verdict;
+}
+
+// What the controller itself holds, where the driver does not read it.
+std::optional<Offsets> offsetsOf(DriverSession& session) {
+    if (session.behindHub()) {
+        phone::KorvaChip& chip = session.phone().hub().chip();
+        return Offsets{static_cast<int16_t>(chip.peek(Register::kGyroOffsetX, 2)),
+                       static_cast<int16_t>(chip.peek(Register::kGyroOffsetY, 2))};
+    }
+    phone::Controller* controller = session.phone().controller(session.settings().sensorDev);
+    if (controller == nullptr) return std::nullopt;
+    const auto offset = controller->state().gyroOffset;
+    if (!offset) return std::nullopt;
+    return Offsets{(*offset)[0], (*offset)[1]};
+}
+
+std::string text(const std::optional<Offsets>& offsets) {
+    if (!offsets) return "not known";
+    return "x " + std::to_string((*offsets)[0]) + ", y " + std::to_string((*offsets)[1]) + " (raw counts)";
+}
+
+nlohmann::json json(const std::optional<Offsets>& offsets) {
+    return offsets ? nlohmann::json(*offsets) : nlohmann::json();
+}
+
+void print(const Verdict& verdict, const std::optional<Offsets>& before, const std::optional<Offsets>& after,
+           DriverSession& session) {
+    if (session.settings().json) {
+        printLine(nlohmann::json{{"good", verdict.good},
+                                 {"calibration", verdict.calibration},
+                                 {"flash", verdict.flash},
+                                 {"offsetBefore", json(before)},
+                                 {"offsetAfter", json(after)},
+                                 {"simulatedSeconds", session.nowS()}}
+                      .dump());
+        return;
+    }
+    Table table({"", ""});
+    table.addRow({"offset before", text(before)});
+    table.addRow({"offset after", text(after)});
+    table.addRow({"calibration", styled(verdict.good ? Style::kGood : Style::kBad, verdict.calibration)});
+    if (!verdict.flash.empty()) table.addRow({"flash", verdict.flash});
+    table.addRow({"time", duration(session.nowS()) + (session.settings().realTime ? "" : " simulated")});
+    table.print();
+}
+
+int run(Settings settings) {
+    // The hub's own calibration would tell nothing; the family parser goes through the registers. What the
+    // user sets comes later and wins.
+    settings.assignments.insert(settings.assignments.begin(), "vendor.debug.ois.bypassen=0");
+    if (settings.motion.empty()) settings.motion = "rest";
+    DriverSession session(settings, settings.verbose ? Narration::kCalls : Narration::kNothing);
+    if (!session.open())
+        throw JobError("calibrate: Init answered 0: the module has no OIS, or it is switched off");
+    session.waitForBringUp();
+    session.notifyStream(true);
+    Observation seen;
+    session.observe([&seen](const phone::Event& event) { seen.take(event); });
+    std::optional<Offsets> before = offsetsOf(session);
+    const int32_t result = session.setOperation(kGyroOffsetOperation);
+    session.observe(nullptr);
+    std::optional<Offsets> after = offsetsOf(session);
+    Verdict verdict;
+    if (seen.registersSeen) {
+        verdict = judge(seen);
+        before = seen.before;
+        if (seen.after) after = seen.after;
+    } else {
+        verdict.good = result == 0 && session.tally().counts().failures == 0;
+        verdict.calibration = verdict.good ? "accepted by the controller" : "refused by the controller";
+    }
+    session.close();
+    session.finishTrace();
+    print(verdict, before, after, session);
+    return verdict.good && session.tally().counts().failures == 0 ? kSuccess : kJobFailed;
+}
+
+}  // namespace
+
+void addCalibrate(CLI::App& app, Job& job) {
+    auto settings = std::make_shared<Settings>();
+    CLI::App* command =
+        app.add_subcommand("calibrate", "Measure the gyro offset and save it to the controller's flash");
+    addPhoneOptions(*command, *settings);
+    command->footer(
+        "Behind the hub the driver's own procedure runs, register by register; the phone is at rest unless "
+        "--motion says\n"
+        "otherwise. Exit status 0 only when the offset was measured and saved.\n"
+        "\nExamples:\n"
+        "  oisctl calibrate\n"
+        "  oisctl calibrate --trace                    every register access and wait\n"
+        "  oisctl calibrate --motion walk              a moving phone does not calibrate\n"
+        "  oisctl calibrate --fault chip.never-idle    skipped, which the driver's status does not tell\n"
+        "  oisctl calibrate -m dw9786                  on the sub-device: one request");
+    command->callback([settings, &job] { job = [settings] { return run(*settings); }; });
+}
+
+}  // namespace oisctl

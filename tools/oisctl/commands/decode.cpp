@@ -1,0 +1,48 @@
+// oisctl decode: request codes and records in hex, in words.
+
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "decode_command.h"
+#include "settings.h"
+
+namespace oisctl {
+
+namespace {
+
+struct Options {
+    std::vector<std::string> inputs;
+    std::string file;
+    Settings settings;
+};
+
+int decode(const Options& options) {
+    const std::optional<std::string> file = options.file.empty() ? std::nullopt : std::optional(options.file);
+    return runDecode(options.inputs, file, options.settings.json, std::cin, std::cout, std::cerr);
+}
+
+}  // namespace
+
+void addDecode(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command =
+        app.add_subcommand("decode", "Say in words what request codes and hub records in hex are");
+    command
+        ->add_option("input", options->inputs, "Request codes and records; none: lines from standard input")
+        ->type_name("HEX");
+    command->add_option("-f,--file", options->file, "Lines from this file")->type_name("FILE");
+    addJsonOption(*command, options->settings);
+    command->footer(
+        "Examples:\n"
+        "  oisctl decode 0x400456C2                       a private request\n"
+        "  oisctl decode 0x400456C2 02000000              the same with its record\n"
+        "  oisctl decode SET_FIX_MODE                     the same by name\n"
+        "  xxd -p -c 64 hub.bin | oisctl decode           records to the sensor hub\n"
+        "  strace -e ioctl ... 2>&1 | oisctl decode       lines from standard input");
+    command->callback([options, &job] { job = [options] { return decode(*options); }; });
+}
+
+}  // namespace oisctl

@@ -1,0 +1,206 @@
+// oisctl detect-defect: the driver's actuator test, with a verdict per axis.
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "errors.h"
+#include "register_access.h"
+#include "suggest.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+using phone::LensDefect;
+
+constexpr int32_t kDetectDefectOperation = 19;
+
+struct Options {
+    Settings settings;
+    std::vector<std::string> defects;
+};
+
+struct Defects {
+    std::array<LensDefect, 2> axes{LensDefect::kNone, LensDefect::kNone};
+};
+
+constexpr std::pair<std::string_view, LensDefect> kDefectNames[] = {
+    {"stuck", LensDefect::kStuck},
+    {"sluggish", LensDefect::kSluggish},
+    {"off-centre", LensDefect::kOffCentre},
+};
+
+Defects parseDefects(const std::vector<std::string>& texts) {
+    Defects defects;
+    std::vector<std::string> known;
+    for (const auto& [name, defect] : kDefectNames) {
+        for (const char* axis : {"-x", "-y"}) known.push_back(std::string(name) + axis);
+    }
+    for (const std::string& text : texts) {
+        const auto found = std::find(known.begin(), known.end(), text);
+        if (found == known.end())
+            throw InputError("--defect " + text + ": no such defect" + suggestion(text, known));
+        const auto index = static_cast<size_t>(found - known.begin());
+        defects.axes.at(index % 2) = kDefectNames[index / 2].second;
+    }
+    return defects;
+}
+
+// Tracking errors of one axis, as the driver measures them.
+struct AxisErrors {
+    double largest = 0;
+    double sum = 0;
+    void add(double error) {
+        largest = std::max(largest, error);
+        sum += error;
+    }
+};
+
+// Follows the run: each position that is set and read back.
+class Observation {
+  public:
+    explicit Observation(const ois::OisCustInfo& info) : mInfo(info) {}
+    void take(const phone::Event& event, const OisCalibInfo& calibration);
+
+    uint64_t positions = 0;
+    std::array<AxisErrors, 2> axes;
+    bool hallRead = false;
+
+  private:
+    const ois::OisCustInfo& mInfo;
+};
+
+void Observation::take(const phone::Event& event, const OisCalibInfo& calibration) {
+    if (event.name == "SET_FIX_MODE") ++positions;
+    if (event.name != "GET_HALL" || positions == 0 || positions > ois::kCoordinateCapacity) return;
+    hallRead = true;
+    const size_t i = positions - 1;
+    const auto error = [](float coordinate, int32_t centre, int64_t hall) {
+        return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
+    };
+    axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, integerField(event, "hall_x")));
+    axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, integerField(event, "hall_y")));
+}
+
+bool isGood(const AxisErrors& errors, const ois::OisCustInfo& info) {
+    return errors.largest < info.max_error_threshold && errors.sum < info.max_sum_error_threshold;
+}
+
+std::string words(const AxisErrors& errors, const ois::OisCustInfo& info) {
+    if (errors.largest >= info.max_error_threshold) return "defective: too far off at one position";
+    if (errors.sum >= info.max_sum_error_threshold) return "defective: too far off in sum";
+    return "good";
+}
+
+void print(DriverSession& session, const Observation& seen, bool tripped) {
+    const ois::OisCustInfo& info = session.module().custInfo;
+    const OISDrv& driver = session.driver();
+    if (session.settings().json) {
+        nlohmann::json json{
+            {"defective", tripped},
+            {"positions", seen.positions},
+            {"of", info.coordinateNum},
+            {"driverError", tripped ? nlohmann::json(driver.mActuatorDefectError) : nlohmann::json()},
+            {"simulatedSeconds", session.nowS()}};
+        for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
+            json[axis == 0 ? "x" : "y"] = {{"good", isGood(seen.axes[axis], info)},
+                                           {"largestError", seen.axes[axis].largest},
+                                           {"sumOfErrors", seen.axes[axis].sum}};
+        }
+        printLine(json.dump());
+        return;
+    }
+    Table table({"AXIS", "LARGEST ERROR", "ALLOWED BELOW", "SUM", "ALLOWED BELOW", "VERDICT"});
+    for (size_t column = 1; column < 5; ++column) table.alignRight(column);
+    for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
+        const AxisErrors& errors = seen.axes[axis];
+        table.addRow({axis == 0 ? "x" : "y", number(errors.largest, 1), number(info.max_error_threshold, 1),
+                      number(errors.sum, 1), number(info.max_sum_error_threshold, 1),
+                      styled(isGood(errors, info) ? Style::kGood : Style::kBad, words(errors, info))});
+    }
+    table.print();
+    printLine(std::to_string(seen.positions) + " of " + std::to_string(info.coordinateNum) +
+              " positions in " + duration(session.nowS()) +
+              (session.settings().realTime ? "" : " simulated") + "; the driver says: " +
+              (tripped ? styled(Style::kBad, "defect, error " + std::to_string(driver.mActuatorDefectError) +
+                                                 " hall counts")
+                       : styled(Style::kGood, "no defect")));
+}
+
+void requireDetector(const phone::ModuleDescription& module) {
+    if (module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0) return;
+    std::vector<std::string> able;
+    for (const phone::ModuleDescription& shipped : phone::shippedModules()) {
+        if (shipped.custInfo.actuatorDetectSupport != 0 && shipped.custInfo.coordinateNum != 0)
+            able.push_back(shipped.name);
+    }
+    throw InputError("detect-defect: " + module.name + " has no test positions; these have: " + joined(able));
+}
+
+int run(const Options& options) {
+    const Defects defects = parseDefects(options.defects);
+    DriverSession session(options.settings,
+                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    requireDetector(session.module());
+    if (session.stabiliser() != nullptr) session.stabiliser()->setDefect(defects.axes[0], defects.axes[1]);
+    if (!session.open()) throw JobError("detect-defect: Init answered 0: OIS is switched off");
+    session.waitForBringUp();
+
+    const OisCalibInfo calibration = session.driver().mOisCalibInfo;
+    Observation seen(session.module().custInfo);
+    {
+        Progress progress("positions", session.module().custInfo.coordinateNum);
+        session.observe([&](const phone::Event& event) {
+            seen.take(event, calibration);
+            progress.update(static_cast<double>(seen.positions));
+        });
+        session.setOperation(kDetectDefectOperation);
+        std::thread& detector = session.driver().mDefectDetectThread;
+        if (detector.joinable()) detector.join();
+        session.observe(nullptr);
+    }
+    const bool tripped = session.driver().mDefectDetectDone != 0;
+    session.close();
+    session.finishTrace();
+    print(session, seen, tripped);
+    if (!seen.hallRead) {
+        printRemark(
+            "oisctl: the hub reads no hall positions back, so that every position seems to be missed");
+    }
+    const Tally::Counts counts = session.tally().counts();
+    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    return tripped || counts.failures != 0 ? kJobFailed : kSuccess;
+}
+
+}  // namespace
+
+void addDetectDefect(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    options->settings.module = "dw9786";
+    CLI::App* command = app.add_subcommand("detect-defect",
+                                           "Walk the lens through its test positions and judge the actuator");
+    command
+        ->add_option("--defect", options->defects,
+                     "What is wrong with the lens: stuck, sluggish or off-centre, and -x or -y")
+        ->delimiter(',')
+        ->type_name("DEFECT,...");
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        "Exit status 1 when the actuator is defective.\n"
+        "\nExamples:\n"
+        "  oisctl detect-defect\n"
+        "  oisctl detect-defect --defect stuck-x\n"
+        "  oisctl detect-defect --defect sluggish-x,off-centre-y --json\n"
+        "  oisctl detect-defect --real-time                     with a progress bar");
+    command->callback([options, &job] { job = [options] { return run(*options); }; });
+}
+
+}  // namespace oisctl

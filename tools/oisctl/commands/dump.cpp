@@ -1,0 +1,88 @@
+// oisctl dump otp|flash: the driver's dump files.
+
+#include <algorithm>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "dump_files.h"
+#include "errors.h"
+#include "suggest.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+struct Options {
+    Settings settings;
+    std::string what;
+    std::string folder;  // empty: standard output
+};
+
+void show(const std::filesystem::path& file, const Options& options) {
+    if (!options.folder.empty()) {
+        printLine(keepFile(file, options.folder).string());
+        return;
+    }
+    std::string text = readFile(file);
+    if (text.ends_with('\n')) text.pop_back();
+    printLine(text);
+}
+
+// The 3A layer reads the memory and hands the driver a copy, which it dumps.
+void dumpOtp(DriverSession& session) {
+    ois_otp_data otp{};
+    const std::vector<uint8_t>& image = session.module().otpImage;
+    std::copy_n(image.begin(), std::min(image.size(), sizeof otp.image), otp.image);
+    session.call("GetOisOtpData(...)", [&] {
+        session.driver().GetOisOtpData(&otp);
+        return 0;
+    });
+}
+
+int run(Options options) {
+    const bool otp = options.what == "otp";
+    options.settings.assignments.push_back("vendor.debug.ois.dump=" +
+                                           std::to_string(otp ? kDumpOtp : kDumpFlash));
+    DriverSession session(options.settings,
+                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    if (!session.module().hasOis) throw InputError("dump: " + session.module().name + " has no OIS");
+    if (!otp && session.behindHub()) {
+        throw InputError("dump flash: the driver reads the flash only on the sub-device way, which " +
+                         session.module().name + " is not on; try -m dw9786");
+    }
+    if (!session.open()) throw JobError("dump: Init answered 0: OIS is switched off");
+    session.waitForBringUp();  // dumps the flash
+    if (otp) dumpOtp(session);
+    session.close();
+    session.finishTrace();
+    show(dumpFile(session, otp ? "_otp.txt" : "_flash.txt"), options);
+    const Tally::Counts counts = session.tally().counts();
+    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    return counts.failures == 0 ? kSuccess : kJobFailed;
+}
+
+}  // namespace
+
+void addDump(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    options->settings.module = "dw9786";
+    CLI::App* command =
+        app.add_subcommand("dump", "Dump the module's OTP memory or the controller's flash data");
+    command->add_option("what", options->what, "otp or flash")
+        ->required()
+        ->check(CLI::IsMember({"otp", "flash"}));
+    command->add_option("-o,--output", options->folder, "Folder to keep the file in; else it is shown")
+        ->type_name("DIR");
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        "Examples:\n"
+        "  oisctl dump otp -m korvas4sw-hub\n"
+        "  oisctl dump flash -m dw9786 -o out");
+    command->callback([options, &job] { job = [options] { return run(*options); }; });
+}
+
+}  // namespace oisctl

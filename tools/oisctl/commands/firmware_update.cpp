@@ -1,0 +1,233 @@
+// oisctl firmware-update: the driver's own update against the chip behind the hub.
+
+#include <charconv>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "errors.h"
+#include "hub/firmware_image.h"
+#include "hub/korva_chip.h"
+#include "hub/sensor_hub.h"
+#include "kernel/controller.h"
+#include "register_access.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+using ois::korva::Register;
+
+struct Options {
+    Settings settings;
+    std::string image;
+    std::string imageVersion;
+    std::string from;
+    int32_t times = 1;
+};
+
+uint32_t parseVersion(const std::string& option, const std::string& text) {
+    const bool isHex = text.starts_with("0x") || text.starts_with("0X");
+    const char* begin = text.data() + (isHex ? 2 : 0);
+    const char* end = text.data() + text.size();
+    uint32_t version = 0;
+    const auto [stop, error] = std::from_chars(begin, end, version, isHex ? 16 : 10);
+    if (error != std::errc() || stop != end) {
+        throw InputError(option + " " + text + ": a version is a number of 32 bits: 0x01020304 or 16909060");
+    }
+    return version;
+}
+
+phone::FirmwareImage loadImage(const Options& options) {
+    std::optional<uint32_t> version;
+    if (!options.imageVersion.empty()) version = parseVersion("--image-version", options.imageVersion);
+    if (options.image.empty()) return phone::FirmwareImage::generate(*version);
+    try {
+        return phone::FirmwareImage::fromFile(options.image, version);
+    } catch (const std::invalid_argument& error) {
+        throw InputError(std::string("--image: ") + error.what());
+    }
+}
+
+// What passed on the way, as far as the outcome's code and value do not tell.
+struct Observation {
+    uint64_t blocks = 0;
+    uint64_t waitsForIdle = 0;
+    int64_t clock = 0;
+    bool flashOpened = false;
+};
+
+void take(Observation& seen, const phone::Event& event) {
+    if (event.name == "FIRMWARE" && integerField(event, "size") == ois::kFirmwareBlockSize) ++seen.blocks;
+    const std::optional<RegisterAccess> access = registerAccess(event);
+    if (!access) return;
+    if (access->reg == Register::kFlashDownload) seen.flashOpened = true;
+    if (access->reg == Register::kClock) seen.clock = access->value;
+}
+
+struct Outcome {
+    bool good = false;
+    std::string words;
+};
+
+Outcome judge(const phone::FirmwareReport& report, const Observation& seen, uint32_t before,
+              uint32_t wanted) {
+    switch (static_cast<ois::FirmwareOutcome>(report.code)) {
+        case ois::FirmwareOutcome::kUpdated:
+            return {true, "updated"};
+        case ois::FirmwareOutcome::kControllerError:
+            if ((report.value & ois::korva::kImageCheckValid) == 0)
+                return {false, "the controller reported an error after the download"};
+            return {false, "the controller did not accept the image's check value"};
+        case ois::FirmwareOutcome::kNotUpdated:
+            break;
+        default:
+            return {false, "an outcome that no driver reports"};
+    }
+    if (report.value != 0)
+        return {false, "after the download the controller runs another version than the image"};
+    if (!seen.flashOpened && before == wanted)
+        return {true, "nothing to do: the controller has this version already"};
+    return {false, "not updated: controller not idle"};
+}
+
+void printOutcome(DriverSession& session, const Outcome& outcome, const phone::FirmwareReport& report,
+                  const Observation& seen, uint32_t before, uint32_t after) {
+    const uint32_t wanted = session.phone().hub().firmware().version();
+    if (session.settings().json) {
+        printLine(nlohmann::json{{"good", outcome.good},
+                                 {"outcome", outcome.words},
+                                 {"code", report.code},
+                                 {"value", report.value},
+                                 {"versionBefore", before},
+                                 {"versionAfter", after},
+                                 {"imageVersion", wanted},
+                                 {"blocks", seen.blocks},
+                                 {"clockHz", seen.clock},
+                                 {"simulatedSeconds", session.nowS()}}
+                      .dump());
+        return;
+    }
+    constexpr int kVersionDigits = 8;
+    Table table({"", ""});
+    table.addRow({"outcome", styled(outcome.good ? Style::kGood : Style::kBad, outcome.words)});
+    table.addRow({"hub received", "code " + std::to_string(report.code) + ", value " + hex(report.value, 1)});
+    table.addRow({"firmware", hex(before, kVersionDigits) + " -> " + hex(after, kVersionDigits) + ", image " +
+                                  hex(wanted, kVersionDigits)});
+    table.addRow({"blocks", std::to_string(seen.blocks) + " of " + std::to_string(ois::kFirmwareBlockCount)});
+    table.addRow({"clock", grouped(static_cast<uint64_t>(seen.clock)) + " Hz"});
+    table.addRow({"time", duration(session.nowS()) + (session.settings().realTime ? "" : " simulated")});
+    table.print();
+}
+
+bool updateBehindHub(DriverSession& session) {
+    phone::SensorHub& hub = session.phone().hub();
+    const uint32_t before = hub.chip().peek(Register::kFirmwareVersion, sizeof(uint32_t));
+    const size_t reportsBefore = hub.firmwareReports().size();
+    Observation seen;
+    {
+        Progress progress("firmware", ois::kFirmwareBlockCount);
+        session.observe([&](const phone::Event& event) {
+            take(seen, event);
+            progress.update(
+                static_cast<double>(seen.blocks),
+                "block " + std::to_string(seen.blocks) + " of " + std::to_string(ois::kFirmwareBlockCount));
+        });
+        session.firmwareUpdate();
+        session.observe(nullptr);
+    }
+    const uint32_t after = hub.chip().peek(Register::kFirmwareVersion, sizeof(uint32_t));
+    const std::vector<phone::FirmwareReport> reports = hub.firmwareReports();
+    if (reports.size() == reportsBefore) {
+        session.fail("the hub received no outcome");
+        return false;
+    }
+    const Outcome outcome = judge(reports.back(), seen, before, hub.firmware().version());
+    printOutcome(session, outcome, reports.back(), seen, before, after);
+    return outcome.good;
+}
+
+bool updateOnSubDevice(DriverSession& session) {
+    const int32_t result = session.firmwareUpdate();
+    const auto cameraType =
+        session.phone().controller(session.settings().sensorDev) == nullptr
+            ? std::nullopt
+            : session.phone().controller(session.settings().sensorDev)->state().firmwareCameraType;
+    const bool good = result == 1 && session.tally().counts().failures == 0;
+    const std::string words =
+        good ? "the kernel driver took the update for camera type " + cameraType.value_or("(unknown)")
+             : "the kernel driver did not take the update";
+    if (session.settings().json) {
+        printLine(nlohmann::json{{"good", good}, {"outcome", words}}.dump());
+    } else {
+        Table table({"", ""});
+        table.addRow({"outcome", styled(good ? Style::kGood : Style::kBad, words)});
+        table.print();
+    }
+    return good;
+}
+
+void prepareHub(DriverSession& session, const Options& options) {
+    phone::SensorHub& hub = session.phone().hub();
+    if (!options.image.empty() || !options.imageVersion.empty()) hub.setFirmware(loadImage(options));
+    if (!options.from.empty()) {
+        hub.chip().installFirmware(phone::FirmwareImage::generate(parseVersion("--from", options.from)));
+    }
+}
+
+int run(const Options& options) {
+    DriverSession session(options.settings,
+                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    if (!session.module().hasOis) throw JobError("firmware-update: " + session.module().name + " has no OIS");
+    const bool ownImage = !options.image.empty() || !options.imageVersion.empty() || !options.from.empty();
+    if (!session.behindHub() && ownImage) {
+        throw InputError("--image, --image-version and --from are for a controller behind the hub; " +
+                         session.module().name +
+                         " is on a sub-device, where the kernel driver has the image");
+    }
+    if (session.behindHub()) prepareHub(session, options);
+    bool good = false;
+    for (int32_t i = 0; i < options.times; ++i) {
+        good = session.behindHub() ? updateBehindHub(session) : updateOnSubDevice(session);
+    }
+    session.finishTrace();
+    const Tally::Counts counts = session.tally().counts();
+    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    return good ? kSuccess : kJobFailed;
+}
+
+}  // namespace
+
+void addFirmwareUpdate(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("firmware-update", "Bring the controller's firmware up to date");
+    command
+        ->add_option("--image", options->image,
+                     "Image that the hub holds; else one is made up for a newer version")
+        ->type_name("FILE");
+    command->add_option("--image-version", options->imageVersion, "Version of that image")
+        ->type_name("VERSION");
+    command->add_option("--from", options->from, "Version that the controller runs at first")
+        ->type_name("VERSION");
+    command->add_option("--times", options->times, "Update so often")
+        ->check(CLI::Range(1, 100))
+        ->capture_default_str();
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        "Exit status 0 when the controller runs the image's version in the end.\n"
+        "\nExamples:\n"
+        "  oisctl firmware-update\n"
+        "  oisctl firmware-update --real-time                   with a progress bar, as slow as on a phone\n"
+        "  oisctl firmware-update --image ois.bin --from 0x00010203\n"
+        "  oisctl firmware-update --fault chip.power-cut-at-block=57 --times 2    repairs what a power cut "
+        "left\n"
+        "  oisctl firmware-update -m dw9786                     on the sub-device: one request to the kernel "
+        "driver");
+    command->callback([options, &job] { job = [options] { return run(*options); }; });
+}
+
+}  // namespace oisctl

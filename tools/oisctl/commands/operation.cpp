@@ -1,0 +1,115 @@
+// oisctl op, oisctl mode: one operation or one mode on an open driver.
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "errors.h"
+#include "operations.h"
+#include "summary.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+struct Options {
+    Settings settings;
+    std::string name;
+    std::optional<double> value;
+    int32_t mode = 0;
+};
+
+// Opens, streams, does it, closes.
+template <typename Work>
+int runOnce(const Settings& settings, const Work& work) {
+    DriverSession session(settings, Narration::kCalls);
+    std::vector<OperationResult> results;
+    const bool supported = session.open();
+    if (supported) {
+        session.waitForBringUp();
+        work(session, results);
+    } else {
+        session.fail("Init answered 0: the module has no OIS, or it is switched off");
+    }
+    session.close();
+    Summary summary = summarise(session);
+    summary.supported = supported;
+    summary.operations = results;
+    return conclude(session, summary);
+}
+
+int runOperation(const Options& options) {
+    const int32_t operation = operationNumber(options.name, options.value);
+    return runOnce(options.settings, [&](DriverSession& session, std::vector<OperationResult>& results) {
+        results.push_back({operation, session.setOperation(operation)});
+        if (findOperation(operation) != nullptr) return;
+        session.fail("the driver supports no operation " + std::to_string(operation) + ", and sent nothing");
+    });
+}
+
+int runMode(const Options& options) {
+    return runOnce(options.settings, [&](DriverSession& session, std::vector<OperationResult>&) {
+        session.setMode(options.mode);
+        if (modeMeaning(options.mode) != "unsupported") return;
+        session.fail("the driver supports no mode " + std::to_string(options.mode) + ", and sent nothing");
+    });
+}
+
+std::string operationList() {
+    std::string text = "Operations:\n";
+    for (const OperationInfo& info : operations()) {
+        std::string line = "  " + std::to_string(info.number);
+        line.resize(6, ' ');
+        line += info.name;
+        line.resize(22, ' ');
+        text += line.append(info.meaning) + "\n";
+    }
+    return text;
+}
+
+std::string modeList() {
+    std::string text = "Modes:\n";
+    for (const ModeInfo& info : modes()) {
+        std::string line = "  " + std::to_string(info.number);
+        line.resize(6, ' ');
+        text += line.append(info.meaning) + "\n";
+    }
+    return text;
+}
+
+}  // namespace
+
+void addOperation(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("op", "Run one operation on the open driver");
+    command->add_option("operation", options->name, "Operation by name or number")
+        ->required()
+        ->type_name("NAME|NUMBER");
+    command->add_option("value", options->value, "Gain to write")->type_name("GAIN");
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        operationList() +
+        "\nExamples:\n"
+        "  oisctl op read-gain-x -m dw9786\n"
+        "  oisctl op write-gain-y 1.25 -m dw9781\n"
+        "  oisctl op 2 --set bypassen=0         through the family parser: the whole calibration\n"
+        "  oisctl op -- -12500                  a negative number goes behind --");
+    command->callback([options, &job] { job = [options] { return runOperation(*options); }; });
+}
+
+void addMode(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("mode", "Set one working mode on the open driver");
+    command->add_option("mode", options->mode, "Mode")->required()->type_name("N");
+    addPhoneOptions(*command, options->settings);
+    command->footer(modeList() +
+                    "\nExamples:\n"
+                    "  oisctl mode 2\n"
+                    "  oisctl mode 5 --set sineFre=3 --trace");
+    command->callback([options, &job] { job = [options] { return runMode(*options); }; });
+}
+
+}  // namespace oisctl

@@ -1,0 +1,67 @@
+// oisctl properties: the system properties that the driver reads.
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "errors.h"
+#include "services/property_store.h"
+#include "settings.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+std::string typeName(phone::PropertyType type) {
+    switch (type) {
+        case phone::PropertyType::kBool:
+            return "switch";
+        case phone::PropertyType::kInt32:
+            return "integer";
+        case phone::PropertyType::kText:
+            return "text";
+    }
+    return "";
+}
+
+int show(const Settings& settings) {
+    if (settings.json) {
+        nlohmann::json list = nlohmann::json::array();
+        for (const auto& property : phone::knownProperties()) {
+            list.push_back({{"key", property.key},
+                            {"type", typeName(property.type)},
+                            {"default", property.defaultValue},
+                            {"meaning", property.meaning}});
+        }
+        printLine(list.dump(2));
+        return kSuccess;
+    }
+    Table table({"PROPERTY", "TYPE", "DEFAULT", "MEANING"});
+    for (const auto& property : phone::knownProperties()) {
+        const std::string otherwise(property.defaultValue.empty() ? "(state)" : property.defaultValue);
+        table.addRow({styled(Style::kName, property.key), typeName(property.type), otherwise,
+                      std::string(property.meaning)});
+    }
+    table.print();
+    return kSuccess;
+}
+
+}  // namespace
+
+void addProperties(CLI::App& app, Job& job) {
+    auto settings = std::make_shared<Settings>();
+    CLI::App* command = app.add_subcommand("properties", "List the system properties that the driver reads");
+    addJsonOption(*command, *settings);
+    command->footer(
+        "Set them with --set, where \"vendor.debug.ois.\" may be left out, or from a file with "
+        "--properties:\n"
+        "  oisctl session --set vendor.debug.ois.bypassen=0\n"
+        "  oisctl session --set fixmode=1 --set gethall=1\n"
+        "\nA default of (state) is the driver's own value of the moment.");
+    command->callback([settings, &job] { job = [settings] { return show(*settings); }; });
+}
+
+}  // namespace oisctl

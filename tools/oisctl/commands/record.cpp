@@ -1,0 +1,141 @@
+// oisctl record: the driver's own status recorder, on a module that the driver can record.
+
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "dump_files.h"
+#include "errors.h"
+#include "interrupt.h"
+#include "operations.h"
+#include "recording.h"
+#include "suggest.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+constexpr double kMicrosPerSecond = 1e6;
+constexpr int32_t kEngineeringMode = 8;
+constexpr int32_t kModeOn = 2;
+constexpr int32_t kMaxIntervalMs = 255;
+constexpr int64_t kStepUs = 20'000;  // between two looks at the clock
+
+struct Options {
+    Settings settings;
+    double seconds = 10;
+    int32_t intervalMs = 4;
+    int32_t mode = kModeOn;
+    std::string folder = ".";
+};
+
+// The recorder asks the sub-device; on the hub way the driver has nothing to ask.
+void requireSubDevice(const phone::ModuleDescription& module) {
+    if (module.hasOis && !module.behindHub()) return;
+    std::vector<std::string> able;
+    for (const phone::ModuleDescription& shipped : phone::shippedModules()) {
+        if (shipped.hasOis && !shipped.behindHub()) able.push_back(shipped.name);
+    }
+    throw InputError("record: the driver records only on the sub-device way, which " + module.name +
+                     " is not on; these are: " + joined(able));
+}
+
+// Started by an engineering request rather than by the bring-up, so that stream on does not wait for its end:
+// the dump switch is set, but without the bit that makes the bring-up record.
+void startRecorder(DriverSession& session) {
+    ois_params request{};
+    request.engineer_mode = kEngineeringMode;
+    request.engineer_operation = -1;
+    session.setParams(request);
+    // The second one makes the close wait for the recorder.
+    session.setParams(request);
+    if (!session.driver().mDumpThread.joinable()) throw JobError("record: the recorder did not start");
+}
+
+void waitWhileRecording(DriverSession& session, double seconds) {
+    const int64_t startUs = session.nowUs();
+    const int64_t endUs = startUs + static_cast<int64_t>(seconds * kMicrosPerSecond);
+    Progress progress("recording", seconds);
+    while (session.nowUs() < endUs && !interrupted()) {
+        session.phone().clock().sleepUntilUs(std::min(endUs, session.nowUs() + kStepUs));
+        progress.update(static_cast<double>(session.nowUs() - startUs) / kMicrosPerSecond);
+    }
+}
+
+void print(DriverSession& session, const std::filesystem::path& file) {
+    const Recording recording = loadRecording(file);
+    const RecordingStats stats = computeStats(recording, session.module().stabiliser.limitAngle);
+    if (session.settings().json) {
+        nlohmann::json json = toJson(recording, stats);
+        json["file"] = file.string();
+        printLine(json.dump());
+        return;
+    }
+    printStats(std::cout, recording, stats);
+    printLine("shake left   stabilisation off (target) / on (target minus hall)");
+    for (size_t axis = 0; axis < stats.axes.size(); ++axis) {
+        const AxisStats& a = stats.axes[axis];
+        printLine(std::string("  ") + (axis == 0 ? "x" : "y") + "          " + number(a.shakeRms, 4) +
+                  " deg / " + number(a.residualRms, 4) + " deg RMS");
+    }
+    printLine("plot it with: oisctl plot " + file.string());
+}
+
+int run(Options options) {
+    const InterruptGuard guard;
+    std::vector<std::string>& assignments = options.settings.assignments;
+    assignments.push_back("vendor.debug.ois.dump=" + std::to_string(kDumpOtp));
+    assignments.push_back("vendor.debug.ois.dump.interval.time=" + std::to_string(options.intervalMs));
+    DriverSession session(options.settings,
+                          options.settings.verbose ? Narration::kCommands : Narration::kNothing);
+    requireSubDevice(session.module());
+    if (!session.open()) throw JobError("record: Init answered 0: OIS is switched off");
+    session.waitForBringUp();
+    session.notifyStream(true);
+    session.setMode(options.mode);
+    startRecorder(session);
+    waitWhileRecording(session, options.seconds);
+    session.notifyStream(false);
+    session.close();
+    session.finishTrace();
+    print(session, keepFile(dumpFile(session, "_status.txt"), options.folder));
+    const Tally::Counts counts = session.tally().counts();
+    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    return counts.failures == 0 ? kSuccess : kJobFailed;
+}
+
+}  // namespace
+
+void addRecord(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    options->settings.module = "dw9786";
+    CLI::App* command =
+        app.add_subcommand("record", "Record gyro, targets and hall positions with the driver's recorder");
+    command->add_option("--seconds", options->seconds, "How long")
+        ->check(CLI::Range(0.1, 86400.0))
+        ->capture_default_str();
+    command
+        ->add_option("--interval", options->intervalMs,
+                     "Milliseconds between two rows; 0: as fast as it goes")
+        ->check(CLI::Range(0, kMaxIntervalMs))
+        ->capture_default_str();
+    command->add_option("--mode", options->mode, "Working mode meanwhile")->capture_default_str();
+    command->add_option("-o,--output", options->folder, "Folder for the status file")
+        ->type_name("DIR")
+        ->capture_default_str();
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        "Examples:\n"
+        "  oisctl record -o out                           ten seconds of hand shake\n"
+        "  oisctl record --motion ride.csv --seconds 60   what a recorded motion does to the picture\n"
+        "  oisctl record --mode 0                         the same lens, held\n"
+        "  oisctl plot out/*_status.txt -o shake.png      and what it looks like");
+    command->callback([options, &job] { job = [options] { return run(*options); }; });
+}
+
+}  // namespace oisctl

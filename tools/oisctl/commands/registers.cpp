@@ -1,0 +1,204 @@
+// oisctl registers: the register map of the chip behind the hub, with values.
+
+#include <bit>
+#include <charconv>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "decode.h"
+#include "driver_session.h"
+#include "errors.h"
+#include "interrupt.h"
+#include "register_access.h"
+#include "suggest.h"
+#include "summary.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+constexpr double kMicrosPerSecond = 1e6;
+
+struct Options {
+    Settings settings;
+    bool watch = false;
+    double intervalS = 0.5;
+    double seconds = 0;
+    std::vector<std::string> writes;
+};
+
+struct Write {
+    const phone::RegisterInfo* reg;
+    uint32_t value;
+};
+
+std::string valueText(const phone::RegisterInfo& reg, uint32_t bits) {
+    switch (reg.format) {
+        case phone::RegisterFormat::kFloat:
+            return number(std::bit_cast<float>(bits), 3);
+        case phone::RegisterFormat::kSigned:
+            return std::to_string(static_cast<int16_t>(bits));
+        case phone::RegisterFormat::kHex:
+            return hex(bits, static_cast<int>(reg.size * 2));
+        case phone::RegisterFormat::kUnsigned:
+            break;
+    }
+    return std::to_string(bits);
+}
+
+// "STABILISATION_MODE=5", "0x0588=1200.0"
+Write parseWrite(const std::string& text) {
+    const auto refuse = [&text](const std::string& why) {
+        return InputError("--write " + text + ": " + why);
+    };
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos) throw refuse("write REGISTER=VALUE, as in STABILISATION_MODE=5");
+    const std::string name = text.substr(0, equals);
+    const phone::RegisterInfo* reg = phone::findRegister(name);
+    uint32_t address = 0;
+    const bool isHex = name.starts_with("0x");
+    if (isHex) std::from_chars(name.data() + 2, name.data() + name.size(), address, 16);
+    if (reg == nullptr && isHex) reg = phone::findRegister(address);
+    std::vector<std::string> names;
+    for (const phone::RegisterInfo& info : phone::registers()) names.emplace_back(info.name);
+    if (reg == nullptr) throw refuse("no such register" + suggestion(name, names));
+    const std::string value = text.substr(equals + 1);
+    try {
+        size_t used = 0;
+        uint32_t bits = 0;
+        if (reg->format == phone::RegisterFormat::kFloat) {
+            bits = std::bit_cast<uint32_t>(std::stof(value, &used));
+        } else {
+            bits = static_cast<uint32_t>(std::stoll(value, &used, 0));
+        }
+        if (used == value.size()) return {reg, bits};
+    } catch (const std::logic_error&) {  // what std::stof throws; told below
+    }
+    throw refuse("'" + value + "' is no number");
+}
+
+std::vector<uint32_t> readAll(DriverSession& session) {
+    std::vector<uint32_t> values;
+    for (const phone::RegisterInfo& reg : phone::registers()) {
+        values.push_back(
+            readRegister(session, ois::korva::address(reg.reg), static_cast<uint32_t>(reg.size)));
+    }
+    return values;
+}
+
+// Values that are not as they were before stand out.
+void printTable(const std::vector<uint32_t>& values, const std::vector<uint32_t>& before) {
+    Table table({"ADDRESS", "REGISTER", "BYTES", "VALUE", "MEANING"});
+    table.alignRight(3);
+    for (size_t i = 0; i < values.size(); ++i) {
+        const phone::RegisterInfo& reg = phone::registers()[i];
+        const bool changed = !before.empty() && values[i] != before[i];
+        table.addRow({hex(ois::korva::address(reg.reg), 4), styled(Style::kName, reg.name),
+                      std::to_string(reg.size),
+                      styled(changed ? Style::kWarning : Style::kPlain, valueText(reg, values[i])),
+                      std::string(reg.meaning)});
+    }
+    table.print();
+}
+
+void printJson(const std::vector<uint32_t>& values) {
+    nlohmann::json list = nlohmann::json::array();
+    for (size_t i = 0; i < values.size(); ++i) {
+        const phone::RegisterInfo& reg = phone::registers()[i];
+        list.push_back({{"address", ois::korva::address(reg.reg)},
+                        {"name", reg.name},
+                        {"bytes", reg.size},
+                        {"value", values[i]},
+                        {"text", valueText(reg, values[i])}});
+    }
+    printLine(list.dump());
+}
+
+void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
+                  const std::vector<uint32_t>& before) {
+    for (size_t i = 0; i < values.size(); ++i) {
+        if (values[i] == before[i]) continue;
+        const phone::RegisterInfo& reg = phone::registers()[i];
+        printLine(styled(Style::kDim, number(session.nowS(), 3) + " s") + "  " +
+                  styled(Style::kName, reg.name) + " " + valueText(reg, before[i]) + " -> " +
+                  styled(Style::kWarning, valueText(reg, values[i])));
+    }
+}
+
+void watch(DriverSession& session, const Options& options, std::vector<uint32_t> before) {
+    const InterruptGuard guard;
+    const double endS = session.nowS() + options.seconds;
+    while (!interrupted() && (options.seconds <= 0 || session.nowS() < endS)) {
+        session.sleepUs(static_cast<int64_t>(options.intervalS * kMicrosPerSecond));
+        std::vector<uint32_t> values = readAll(session);
+        if (options.settings.json) {
+            printJson(values);
+        } else {
+            printChanges(session, values, before);
+        }
+        before = std::move(values);
+    }
+}
+
+int run(Options options) {
+    std::vector<Write> writes;
+    for (const std::string& text : options.writes) writes.push_back(parseWrite(text));
+    // Somebody watches: the time is theirs, unless an end is given.
+    if (options.watch && options.seconds <= 0) options.settings.realTime = true;
+    DriverSession session(options.settings, Narration::kNothing);
+    if (!session.behindHub() || !session.module().hasOis) {
+        throw InputError(
+            "registers: " + session.module().name +
+            " has no register access from here; choose a module behind the hub ('oisctl modules')");
+    }
+    if (!session.open()) throw JobError("registers: Init answered 0: OIS is switched off");
+    session.waitForBringUp();
+    std::vector<uint32_t> before;
+    if (!writes.empty()) before = readAll(session);
+    for (const Write& write : writes) {
+        writeRegister(session, ois::korva::address(write.reg->reg), static_cast<uint32_t>(write.reg->size),
+                      write.value);
+    }
+    std::vector<uint32_t> values = readAll(session);
+    if (options.settings.json) {
+        printJson(values);
+    } else {
+        printTable(values, before);
+    }
+    if (options.watch) watch(session, options, std::move(values));
+    session.close();
+    session.finishTrace();
+    const Tally::Counts counts = session.tally().counts();
+    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    return counts.failures == 0 ? kSuccess : kJobFailed;
+}
+
+}  // namespace
+
+void addRegisters(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("registers", "Show the register map of the chip behind the hub");
+    command->add_flag("-w,--watch", options->watch,
+                      "Go on, and show what changes, until Ctrl-C or --seconds");
+    command->add_option("--interval", options->intervalS, "Seconds between two looks")
+        ->check(CLI::Range(0.001, 3600.0))
+        ->capture_default_str();
+    command->add_option("--seconds", options->seconds, "End the watch after so long")
+        ->check(CLI::Range(0.0, 86400.0));
+    command->add_option("-W,--write", options->writes, "Write a register first; repeatable")
+        ->type_name("REGISTER=VALUE");
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        "Examples:\n"
+        "  oisctl registers                                 every register by name\n"
+        "  oisctl registers --write STABILISATION_MODE=16\n"
+        "  oisctl registers --write GYRO_CALIBRATION=1 --watch --seconds 1 --interval 0.02\n"
+        "  oisctl registers --json | jq '.[] | select(.name==\"CLOCK\").value'");
+    command->callback([options, &job] { job = [options] { return run(*options); }; });
+}
+
+}  // namespace oisctl

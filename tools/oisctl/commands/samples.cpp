@@ -1,0 +1,104 @@
+// oisctl samples: the motion samples of the hub's OIS channel.
+
+#include <array>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "errors.h"
+#include "interrupt.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+constexpr double kMicrosPerSecond = 1e6;
+constexpr double kNanosPerSecond = 1e9;
+constexpr size_t kValues = 6;
+
+struct Options {
+    Settings settings;
+    double seconds = 0.1;
+    double everyS = 0.033;
+};
+
+std::array<const std::vector<float>*, kValues> valuesOf(const OISDrv& driver) {
+    return {&driver.mSensorValue1, &driver.mSensorValue2, &driver.mSensorValue3,
+            &driver.mSensorValue4, &driver.mSensorValue5, &driver.mSensorValue6};
+}
+
+void printSamples(const OISDrv& driver, bool json) {
+    Table table({"TIME s", "VALUE 1", "VALUE 2", "VALUE 3", "VALUE 4", "VALUE 5", "VALUE 6"});
+    for (size_t column = 0; column <= kValues; ++column) table.alignRight(column);
+    const auto values = valuesOf(driver);
+    for (size_t i = 0; i < driver.mSensorTimestamps.size(); ++i) {
+        const double seconds = static_cast<double>(driver.mSensorTimestamps[i]) / kNanosPerSecond;
+        std::vector<std::string> cells{number(seconds, 6)};
+        nlohmann::json sample{{"timeSeconds", seconds}};
+        for (const std::vector<float>* value : values) {
+            cells.push_back(number(value->at(i), 6));
+            sample["values"].push_back(value->at(i));
+        }
+        if (json) {
+            printLine(sample.dump());
+        } else {
+            table.addRow(std::move(cells));
+        }
+    }
+    if (!json) table.print();
+}
+
+int run(const Options& options) {
+    const InterruptGuard guard;
+    DriverSession session(options.settings,
+                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    if (!session.behindHub() || !session.module().hasOis) {
+        throw InputError("samples: only the sensor hub has motion samples, and " + session.module().name +
+                         " is not behind it; try -m korvas4sw-hub");
+    }
+    if (!session.open()) throw JobError("samples: Init answered 0: OIS is switched off");
+    session.waitForBringUp();
+    session.notifyStream(true);
+    const double endS = session.nowS() + options.seconds;
+    {
+        Progress progress("samples", options.seconds);
+        while (session.nowS() < endS && !interrupted()) {
+            session.sleepUs(static_cast<int64_t>(options.everyS * kMicrosPerSecond));
+            session.call("GetSensorData()", [&session] {
+                session.driver().GetSensorData();
+                return 0;
+            });
+            progress.update(options.seconds - (endS - session.nowS()));
+        }
+    }
+    printSamples(session.driver(), options.settings.json);  // the close empties them
+    session.close();
+    session.finishTrace();
+    return session.tally().counts().failures == 0 ? kSuccess : kJobFailed;
+}
+
+}  // namespace
+
+void addSamples(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command =
+        app.add_subcommand("samples", "Show the motion samples of the sensor hub's OIS channel");
+    command->add_option("--seconds", options->seconds, "How long")
+        ->check(CLI::Range(0.001, 86400.0))
+        ->capture_default_str();
+    command->add_option("--every", options->everyS, "Seconds between two drains")
+        ->check(CLI::Range(0.001, 3600.0))
+        ->capture_default_str();
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        "Examples:\n"
+        "  oisctl samples --motion walk\n"
+        "  oisctl samples --seconds 5 --json > samples.jsonl");
+    command->callback([options, &job] { job = [options] { return run(*options); }; });
+}
+
+}  // namespace oisctl

@@ -1,0 +1,103 @@
+// oisctl scenarios: the timelines that ship, and what one may state.
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "errors.h"
+#include "scenario.h"
+#include "settings.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+struct Options {
+    std::string name;
+    bool fields = false;
+    Settings settings;
+};
+
+std::string plain(double value) {
+    std::string text = number(value, 1);
+    if (text.ends_with(".0")) text.resize(text.size() - 2);
+    return text;
+}
+
+void printFields() {
+    Table table({"FIELD OF A SPAN", "LEAST", "GREATEST", "ELSE", "MEANING"});
+    for (size_t column : {1U, 2U, 3U}) table.alignRight(column);
+    for (const SpanField& field : spanFields()) {
+        table.addRow({styled(Style::kName, field.name), plain(field.least), plain(field.greatest),
+                      field.store == nullptr ? "-" : plain(field.otherwise), std::string(field.meaning)});
+    }
+    table.print();
+}
+
+void printList(bool json) {
+    nlohmann::json list = nlohmann::json::array();
+    Table table({"NAME", "LENGTH", "FRAMES", "TITLE"});
+    table.alignRight(1);
+    table.alignRight(2);
+    for (const ShippedScenario& shipped : shippedScenarios()) {
+        const Scenario scenario = scenarioByName(std::string(shipped.name));
+        table.addRow({styled(Style::kName, scenario.name), plain(scenario.durationS) + " s",
+                      std::to_string(scenario.frames()), scenario.title});
+        list.push_back({{"name", scenario.name},
+                        {"title", scenario.title},
+                        {"durationSeconds", scenario.durationS},
+                        {"frames", scenario.frames()}});
+    }
+    if (json) {
+        printLine(list.dump(2));
+    } else {
+        table.print();
+    }
+}
+
+void printOne(const std::string& name) {
+    const Scenario scenario = scenarioByName(name);
+    for (const ShippedScenario& shipped : shippedScenarios()) {
+        if (shipped.name != name) continue;
+        std::string text(shipped.text);
+        if (text.ends_with('\n')) text.pop_back();
+        printLine(text);
+        return;
+    }
+    printLine(name + ": " + std::to_string(scenario.frames()) + " frames in " + plain(scenario.durationS) +
+              " s, nothing to complain about");
+}
+
+int show(const Options& options) {
+    if (options.fields) {
+        printFields();
+    } else if (options.name.empty()) {
+        printList(options.settings.json);
+    } else {
+        printOne(options.name);
+    }
+    return kSuccess;
+}
+
+}  // namespace
+
+void addScenarios(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("scenarios", "List the scenarios, show one, or check a file");
+    command->add_option("name", options->name, "Show this shipped scenario's text, or check this file")
+        ->type_name("NAME|FILE");
+    command->add_flag("--fields", options->fields, "List what a span may state");
+    addJsonOption(*command, options->settings);
+    command->footer(
+        "Examples:\n"
+        "  oisctl scenarios                          what ships\n"
+        "  oisctl scenarios video-zoom > mine.toml   a start for one of your own\n"
+        "  oisctl scenarios mine.toml                checks it\n"
+        "  oisctl session --scenario mine.toml       plays it");
+    command->callback([options, &job] { job = [options] { return show(*options); }; });
+}
+
+}  // namespace oisctl

@@ -1,0 +1,147 @@
+// oisctl session: the main job.
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "driver_session.h"
+#include "errors.h"
+#include "interrupt.h"
+#include "operations.h"
+#include "scenario.h"
+#include "scenario_runner.h"
+#include "services/property_store.h"
+#include "shake_meter.h"
+#include "summary.h"
+#include "terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+constexpr double kMicrosPerSecond = 1e6;
+constexpr int64_t kLookUs = 5000;  // between two looks at the lens
+
+struct Options {
+    Settings settings;
+    std::string scenario;
+    std::vector<int32_t> modes{0, 2, 3, 6, 8, 9, 10};
+    std::vector<std::string> operations{"off",    "on",      "gyro-offset",  "read-gain-x",  "read-gain-y",
+                                        "acc-on", "acc-off", "write-gain-x", "write-gain-y", "operation-18"};
+    double holdS = 0.5;
+};
+
+// With its status bit set, the dump switch keeps the bring-up thread busy, and stream on waits for that
+// thread.
+void refuseEndlessWait(DriverSession& session) {
+    const int32_t dump = session.phone().properties().getInt32("vendor.debug.ois.dump", 0);
+    if (session.behindHub() || (dump & kDumpStatus) == 0) return;
+    throw InputError(
+        "--set vendor.debug.ois.dump=" + std::to_string(dump) +
+        ": on a sub-device, bit 0 makes the bring-up thread record and stream on wait for it without end; "
+        "use 2, 4 or 6 here, or 'oisctl record'");
+}
+
+// Stays in a mode for a while and looks at the lens meanwhile.
+void hold(DriverSession& session, double seconds, ShakeMeter& shake) {
+    phone::Stabiliser* stabiliser = session.stabiliser();
+    const int64_t endUs = session.nowUs() + static_cast<int64_t>(seconds * kMicrosPerSecond);
+    // The lens needs a moment to settle after a change of the mode.
+    constexpr int64_t kSettleUs = 100'000;
+    const int64_t settledUs = session.nowUs() + kSettleUs;
+    while (session.nowUs() < endUs && !interrupted()) {
+        session.sleepUs(kLookUs);
+        if (stabiliser == nullptr || session.nowUs() < settledUs) continue;
+        shake.sample(stabiliser->mode(), stabiliser->stateAt(session.nowUs()));
+    }
+}
+
+Summary runTour(DriverSession& session, const Options& options) {
+    ShakeMeter shake;
+    std::vector<OperationResult> results;
+    const bool supported = session.open();
+    if (supported) {
+        session.notifyStream(true);
+        session.waitForBringUp();
+        for (const int32_t mode : options.modes) {
+            if (interrupted()) break;
+            session.setMode(mode);
+            hold(session, options.holdS, shake);
+        }
+        session.setMode(session.driver().mOisMode);  // a repeat, which the driver keeps to itself
+        for (const std::string& name : options.operations) {
+            if (interrupted()) break;
+            const int32_t operation = operationNumber(name, std::nullopt);
+            results.push_back({operation, session.setOperation(operation)});
+        }
+        session.notifyStream(false);
+    }
+    session.close();
+    Summary summary = summarise(session);
+    summary.supported = supported;
+    summary.operations = results;
+    summary.shake = shake.result();
+    return summary;
+}
+
+Settings withScenario(Settings settings, const Scenario& scenario) {
+    if (scenario.motion && settings.motion.empty()) settings.motion = *scenario.motion;
+    // What the command line says goes before what the scenario says.
+    std::vector<std::string> assignments;
+    for (const auto& [key, value] : scenario.properties) assignments.push_back(key + "=" + value);
+    settings.assignments.insert(settings.assignments.begin(), assignments.begin(), assignments.end());
+    settings.faults.insert(settings.faults.begin(), scenario.faults.begin(), scenario.faults.end());
+    return settings;
+}
+
+int run(const Options& options) {
+    const InterruptGuard guard;
+    if (options.scenario.empty()) {
+        for (const std::string& name : options.operations)
+            static_cast<void>(operationNumber(name, std::nullopt));
+        DriverSession session(options.settings, Narration::kCalls);
+        refuseEndlessWait(session);
+        return conclude(session, runTour(session, options));
+    }
+    const Scenario scenario = scenarioByName(options.scenario);
+    DriverSession session(withScenario(options.settings, scenario), Narration::kCommands);
+    return conclude(session, runScenario(session, scenario));
+}
+
+}  // namespace
+
+void addSession(CLI::App& app, Job& job) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command =
+        app.add_subcommand("session", "Run a camera session: open, stream, modes, operations, close");
+    command
+        ->add_option("--scenario", options->scenario,
+                     "Play a timeline of 3A requests instead ('oisctl scenarios')")
+        ->type_name("NAME|FILE");
+    command->add_option("--modes", options->modes, "Modes to go through")
+        ->delimiter(',')
+        ->type_name("N,N,...");
+    command->add_option("--operations", options->operations, "Operations to run")
+        ->delimiter(',')
+        ->type_name("NAME,...");
+    command->add_option("--hold", options->holdS, "Seconds to stay in each mode")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->capture_default_str();
+    addPhoneOptions(*command, options->settings);
+    command->footer(
+        "Examples:\n"
+        "  oisctl session                                  the controller behind the sensor hub\n"
+        "  oisctl session -m dw9786                        one on the sub-device\n"
+        "  oisctl session --set bypassen=0                 hub way through the family parser: register "
+        "accesses\n"
+        "  oisctl session --trace                          everything: files, properties, sleeps, messages\n"
+        "  oisctl session -m dw9781 --trace=run.jsonl --json\n"
+        "  oisctl session --scenario video-zoom --motion walk\n"
+        "  oisctl session --fault SET_MODE@3:errno=EIO     the third SET_MODE fails; exit status 1\n"
+        "  oisctl session -m mine.toml --kernel real --dump-folder /tmp/dump    this machine's own "
+        "sub-device");
+    command->callback([options, &job] { job = [options] { return run(*options); }; });
+}
+
+}  // namespace oisctl

@@ -1,0 +1,50 @@
+#include "dump_files.h"
+
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "driver_session.h"
+#include "errors.h"
+#include "kernel/file_tree.h"
+
+namespace oisctl {
+
+namespace {
+
+template <size_t kSize>
+std::string bounded(const char (&text)[kSize]) {
+    return {text, strnlen(text, kSize)};
+}
+
+}  // namespace
+
+std::filesystem::path dumpFile(DriverSession& session, std::string_view suffix) {
+    const ois::OisCustInfo& info = session.module().custInfo;
+    const std::string name = "ois_dump_" + bounded(info.cameraTypeName) + "_" + bounded(info.mOisIcName);
+    return session.phone().files().dumpFolder() / std::string(name).append(suffix);
+}
+
+std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder) {
+    std::error_code error;
+    if (!std::filesystem::exists(file, error))
+        throw JobError("the driver wrote no " + file.filename().string());
+    std::filesystem::create_directories(folder, error);
+    if (error) throw InputError("-o " + folder.string() + ": cannot be a folder: " + error.message());
+    const std::filesystem::path copy = folder / file.filename();
+    if (std::filesystem::equivalent(file, copy, error)) return copy;
+    std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing, error);
+    if (error) throw InputError("-o " + folder.string() + ": cannot be written: " + error.message());
+    return copy;
+}
+
+std::string readFile(const std::filesystem::path& file) {
+    std::ifstream stream(file);
+    if (!stream) throw JobError("the driver wrote no " + file.filename().string());
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+}  // namespace oisctl

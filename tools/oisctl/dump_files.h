@@ -1,0 +1,21 @@
+#pragma once
+// The text files that the driver dumps into the phone's folder.
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace oisctl {
+
+class DriverSession;
+
+// The file of the session's module, on this machine. `suffix`: "_status.txt", "_otp.txt", "_flash.txt".
+std::filesystem::path dumpFile(DriverSession& session, std::string_view suffix);
+
+// Copies the file into a folder, which is created if missing. Throws JobError when there is no file,
+// InputError when the folder cannot be used. Returns the copy.
+std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder);
+
+std::string readFile(const std::filesystem::path& file);
+
+}  // namespace oisctl

@@ -1,0 +1,53 @@
+#pragma once
+// What stands at the end of a session.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "shake_meter.h"
+#include "tally.h"
+
+namespace oisctl {
+
+class DriverSession;
+
+// Frames in one mode, without a break.
+struct ModeSpan {
+    int32_t mode = 0;
+    uint64_t firstFrame = 0;
+    uint64_t lastFrame = 0;
+};
+
+struct OperationResult {
+    int32_t operation = 0;
+    int32_t result = 0;
+};
+
+struct Summary {
+    std::string module;
+    std::string way;
+    std::string scenario;  // empty: none
+    bool supported = true;
+    uint64_t requests = 0;
+    Tally::Counts counts;
+    std::vector<ModeSpan> modes;
+    std::vector<OperationResult> operations;
+    ShakeLeft shake;
+    double simulatedS = 0;
+    double wallS = 0;
+    bool realTime = false;
+};
+
+// What the session itself knows; the rest is the caller's.
+Summary summarise(DriverSession& session);
+
+void printSummary(const Summary& summary);
+nlohmann::json toJson(const Summary& summary);
+
+// Ends a command: finishes the trace, shows the summary as the settings ask for, and gives the exit status.
+int conclude(DriverSession& session, const Summary& summary);
+
+}  // namespace oisctl
