@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -24,15 +25,8 @@ void storeWord(std::span<uint8_t> bytes, uint32_t word) {
 
 FirmwareImage FirmwareImage::generate(uint32_t version) {
     std::vector<uint8_t> bytes(ois::kFirmwareImageSize);
-    // A 32-bit xorshift; its state must not be 0.
-    uint32_t state = version ^ 0x9e3779b9U;
-    if (state == 0) state = 1;
-    for (uint8_t& byte : bytes) {
-        state ^= state << 13;
-        state ^= state >> 17;
-        state ^= state << 5;
-        byte = static_cast<uint8_t>(state);
-    }
+    std::mt19937 random(version);
+    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
     storeWord(std::span(bytes).subspan(kVersionOffset), version);
     return FirmwareImage(std::move(bytes));
 }

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "../motion/stabiliser.h"
 #include "access/controller_records.h"
 #include "lifecycle/customisation.h"
-#include "../motion/stabiliser.h"
 
 namespace phone {
 
@@ -40,8 +40,8 @@ struct ModuleDescription {
     bool behindHub() const { return custInfo.useSensorHub != 0; }
 };
 
-// Reads a description in TOML with the customisation's field names. Throws std::runtime_error "FILE:LINE: reason",
-// naming the field, what it holds and what it may hold.
+// Reads a description in TOML with the customisation's field names. Throws std::runtime_error "FILE:LINE:
+// reason", naming the field, what it holds and what it may hold.
 ModuleDescription loadModule(const std::filesystem::path& file);
 ModuleDescription parseModule(std::string_view text, const std::string& source);
 
