@@ -170,11 +170,12 @@ void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::
 }
 
 void Kernel::traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
-                       const Fate& fate) {
+                       const Fate& fate, std::vector<Field> answer) {
     Event event;
     event.kind = kind;
     event.name = name;
     event.fields = std::move(fields);
+    event.answer = std::move(answer);
     event.hasResult = true;
     event.result = result;
     event.error = error;
@@ -381,10 +382,10 @@ ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
         copyToUser(buffer, std::as_bytes(std::span(target)));
     }
     if (mPhone.trace().enabled()) {
-        std::vector<Field> fields = {textField("path", path)};
-        if (length >= 0) fields.push_back(textField("target", target));
-        traceCall(EventKind::kFile, "readlink", std::move(fields), std::max<ssize_t>(length, -1),
-                  static_cast<int>(std::max<ssize_t>(-length, 0)), fate);
+        std::vector<Field> answer;
+        if (length >= 0) answer.push_back(textField("target", target));
+        traceCall(EventKind::kFile, "readlink", {textField("path", path)}, std::max<ssize_t>(length, -1),
+                  static_cast<int>(std::max<ssize_t>(-length, 0)), fate, std::move(answer));
     }
     return toResult(length);
 }
@@ -520,9 +521,10 @@ int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
         param->sched_priority = known.priority;
     }
     if (mPhone.trace().enabled()) {
-        std::vector<Field> fields = threadFields(number);
-        if (error == 0) addScheduling(fields, *policy, param->sched_priority);
-        traceCall(EventKind::kThread, "pthread_getschedparam", std::move(fields), error, error, {});
+        std::vector<Field> answer;
+        if (error == 0) addScheduling(answer, *policy, param->sched_priority);
+        traceCall(EventKind::kThread, "pthread_getschedparam", threadFields(number), error, error, {},
+                  std::move(answer));
     }
     return error;
 }

@@ -88,7 +88,7 @@ class Kernel {
     void traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
                       int32_t result, const Fate& fate);
     void traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
-                   const Fate& fate);
+                   const Fate& fate, std::vector<Field> answer = {});
 
     Phone& mPhone;
     const bool mReal;
