@@ -33,6 +33,9 @@ if(OIS_BUILD_TOOLS)
   configure_file(cmake/ois_phone.pc.in ois_phone.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/ois_phone.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   install(TARGETS oisctl RUNTIME)
+  # Both are compiled in; the files are for copying and changing.
+  install(DIRECTORY phone/modules DESTINATION ${CMAKE_INSTALL_DATADIR}/ois_drv FILES_MATCHING PATTERN *.toml)
+  install(DIRECTORY tools/oisctl/scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/ois_drv FILES_MATCHING PATTERN *.toml)
   install(FILES docs/oisctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES tools/oisctl/oisctl.bash RENAME oisctl
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
