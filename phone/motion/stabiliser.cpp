@@ -175,10 +175,7 @@ void Stabiliser::advanceLocked(int64_t timeUs, const MotionSource& source) {
     const double settleS =
         kSettleTimeConstants / (2 * std::numbers::pi * std::min(highPassHz, kShiftHighPassHz));
     const auto settleSteps = static_cast<int64_t>(settleS / kStepS);
-    if (target - mStep > settleSteps) {
-        mStep = target - settleSteps;
-        mGravityKnown = false;
-    }
+    mStep = std::max(mStep, target - settleSteps);
     while (mStep < target) {
         ++mStep;
         step(source);
@@ -250,7 +247,7 @@ void Stabiliser::moveLens(size_t axis) {
     channel.lensSpeed = channel.lens == lens ? speed : 0;
 }
 
-// Where the controller drives the lens. It never drives beyond the limit.
+// Where the controller drives the lens, be it beyond the limit.
 double Stabiliser::lensTarget(size_t axis) const {
     const Channel& channel = mChannels[axis];
     const double centre = axis == kX ? mSettings.hallCenterX : mSettings.hallCenterY;
@@ -271,7 +268,7 @@ double Stabiliser::lensTarget(size_t axis) const {
             break;
     }
     if (channel.defect == LensDefect::kOffCentre) target += kOffCentrePart * mSettings.limitAngle;
-    return std::clamp(target, -mSettings.limitAngle, mSettings.limitAngle);
+    return target;
 }
 
 double Stabiliser::accTarget(size_t axis) const {

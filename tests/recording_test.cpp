@@ -1,0 +1,314 @@
+// Status recordings: reading, figures and plots.
+
+#include "recording.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <numbers>
+#include <random>
+#include <sstream>
+
+#include "plot.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace oisctl;
+
+constexpr const char* kHeader =
+    "chose  sys_timestamp  gyro_raw_x  gyro_raw_y  gyro_raw_z  acc_raw_x  acc_raw_y  acc_raw_z  "
+    "gyro_target_x  "
+    "gyro_target_y  acc_target_x  acc_target_y  hall_x  hall_y  synthetic_x  synthetic_y  "
+    "angle_gyro_target_x  "
+    "angle_gyro_target_y  angle_acc_target_x  angle_acc_target_y  angle_hall_x  angle_hall_y\n";
+
+// A folder of the test's own.
+class RecordingTest : public testing::Test {
+  protected:
+    void SetUp() override { fs::create_directories(mFolder); }
+    void TearDown() override { fs::remove_all(mFolder); }
+
+    fs::path write(const std::string& content) const {
+        const fs::path file = mFolder / "status.txt";
+        std::ofstream(file, std::ios::binary) << content;
+        return file;
+    }
+    Recording read(const std::string& content) const { return loadRecording(write(content)); }
+    std::string failureOf(const std::string& content) const {
+        try {
+            read(content);
+        } catch (const InputError& error) {
+            return std::string(error.what()).substr((mFolder / "status.txt").string().size());
+        }
+        return "accepted";
+    }
+
+    const fs::path mFolder = fs::path(testing::TempDir()) / ("recording_test_" + std::to_string(getpid()));
+};
+
+struct Angles {
+    double targetX = 0, targetY = 0, accX = 0, accY = 0, hallX = 0, hallY = 0;
+};
+
+std::string row(double timeS, const Angles& angles) {
+    char text[400];
+    const auto seconds = static_cast<int64_t>(timeS);
+    std::snprintf(
+        text, sizeof text,
+        "15  %lld.%06ld  100  -200  3  0  0  8192  1  2  0  0  7  8  0  0  %g  %g  %g  %g  %g  %g\n",
+        static_cast<long long>(seconds), std::lround((timeS - static_cast<double>(seconds)) * 1e6),
+        angles.targetX, angles.targetY, angles.accX, angles.accY, angles.hallX, angles.hallY);
+    return text;
+}
+
+std::string rows(double seconds, double periodS, const std::function<Angles(double)>& angles) {
+    std::string content = kHeader;
+    for (int i = 0; i * periodS < seconds; ++i) content += row(7 + i * periodS, angles(i * periodS));
+    return content;
+}
+
+double sine(double timeS, double hz, double height) {
+    return height * std::sin(2 * std::numbers::pi * hz * timeS);
+}
+
+TEST_F(RecordingTest, ReadsEveryColumn) {
+    const Recording recording = read(
+        std::string(kHeader) +
+        "15  100.999000  1  -2  3  -4  5  -6  7  -8  9  -10  11  -12  13  -14  0.007  -0.008  1e-05  inf  "
+        "-nan  -inf\n"
+        "0  101.005007  32767  -32768  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  -1.23457e+06  nan\n");
+    ASSERT_EQ(recording.rows(), 2U);
+    EXPECT_TRUE(recording.notes.empty());
+    EXPECT_DOUBLE_EQ(recording.startS, 100.999);
+    EXPECT_NEAR(recording[Column::kTimestamp][1], 0.006007, 1e-12);
+    for (int i = 0; i < 14; ++i) {
+        EXPECT_EQ(recording.columns[static_cast<size_t>(i) + 2][0], i % 2 == 0 ? i + 1 : -(i + 1));
+    }
+    EXPECT_EQ(recording[Column::kAngleAccTargetX][0], 1e-5);
+    EXPECT_EQ(recording[Column::kAngleAccTargetY][0], std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(std::isnan(recording[Column::kAngleHallX][0]));
+    EXPECT_EQ(recording[Column::kAngleHallX][1], -1.23457e6);
+}
+
+TEST_F(RecordingTest, FractionIsMicrosecondsHoweverLong) {
+    const Recording recording =
+        read(kHeader + row(1.5, {}) +
+             "15  0.1700000  1  1  1  1  1  1  1  1  1  1  1  1  1  1  0  0  0  0  0  0\n");
+    ASSERT_EQ(recording.rows(), 2U);
+    EXPECT_NEAR(recording[Column::kTimestamp][1], 0.2, 1e-12);
+}
+
+TEST_F(RecordingTest, LeavesOutWhatTellsNothingAndSaysSo) {
+    const std::string unanswered =
+        "15  0.000000  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  -2.1  3.4\n";
+    const Recording recording = read(kHeader + unanswered + row(1, {}) + row(2, {}) + unanswered +
+                                     row(2, {}) + row(1.5, {}) + row(3, {}) + "15  4.000000  1  2");
+    EXPECT_EQ(recording[Column::kTimestamp], (std::vector<double>{0, 1, 2}));
+    ASSERT_EQ(recording.notes.size(), 3U);
+    EXPECT_EQ(recording.notes[0],
+              "2 rows left out, the first in line 2: all zero, the controller did not answer");
+    EXPECT_EQ(recording.notes[1], "2 rows left out, the first in line 6: time does not go on");
+    EXPECT_EQ(recording.notes[2], "line 9 left out: cut while being written");
+    EXPECT_EQ(read(kHeader).rows(), 0U);
+}
+
+TEST_F(RecordingTest, SaysWhatIsWrongAndWhere) {
+    std::string badHeader = kHeader;
+    badHeader.replace(badHeader.find("hall_x"), 6, "hole_x");
+    std::string badNumber = row(1, {}), badTime = row(1, {}), fraction = row(1, {});
+    badNumber.replace(badNumber.rfind("0\n"), 1, "0.1x");
+    badTime.replace(badTime.find("1.000000"), 8, "1,000000");
+    fraction.replace(fraction.find("-200"), 4, "-2.5");
+    const struct {
+        std::string content;
+        const char* failure;
+    } kCases[] = {
+        {"", ":1: no header line; this is no status recording"},
+        {"chose", ":1: no header line; this is no status recording"},
+        {"hello world\n", ":1: 2 columns, expected 22; this is no status recording"},
+        {badHeader, ":1: column 13 is \"hole_x\", expected \"hall_x\"; this is no status recording"},
+        {kHeader + row(1, {}) + "15  2.000000  1\n", ":3: 3 columns, expected 22"},
+        {kHeader + row(1, {}) + "\n", ":3: 0 columns, expected 22"},
+        {kHeader + badNumber, ":2: angle_hall_y is \"0.1x\", expected a number"},
+        {kHeader + badTime, ":2: sys_timestamp is \"1,000000\", expected seconds.microseconds"},
+        {kHeader + fraction, ":2: gyro_raw_y is \"-2.5\", expected a whole number"},
+    };
+    for (const auto& c : kCases) EXPECT_EQ(failureOf(c.content), c.failure);
+    EXPECT_THROW(loadRecording(mFolder / "absent.txt"), InputError);
+    EXPECT_THROW(loadRecording(mFolder), InputError);
+    EXPECT_THROW(computeStats(read(kHeader + row(1, {}))), InputError);
+}
+
+// x follows its target to a tenth and beside the centre; y does not move.
+TEST_F(RecordingTest, FiguresAreThoseOfTheSignals) {
+    const Recording recording = read(rows(10, 0.004, [](double t) {
+        return Angles{sine(t, 2, 0.8), sine(t, 2, 0.5), sine(t, 2, 0.2), 0, sine(t, 2, 0.9) + 0.3, 0};
+    }));
+    const RecordingStats stats = computeStats(recording);
+    EXPECT_EQ(stats.rows, 2500U);
+    EXPECT_NEAR(stats.durationS, 9.996, 1e-9);
+    EXPECT_NEAR(stats.rateHz, 250, 1e-6);
+    EXPECT_EQ(stats.gaps, 0U);
+    const AxisStats& x = stats.axes[0];
+    EXPECT_NEAR(x.shakeRms, 1 / std::sqrt(2), 1e-4);
+    EXPECT_NEAR(x.shakePeak, 1, 1e-4);
+    EXPECT_NEAR(x.residualRms, 0.1 / std::sqrt(2), 1e-4);
+    EXPECT_NEAR(x.residualMean, -0.3, 1e-4);
+    EXPECT_NEAR(x.suppressionDb, 20, 0.01);
+    EXPECT_NEAR(stats.axes[1].suppressionDb, 0, 1e-6);
+    for (const AxisStats& axis : stats.axes) EXPECT_EQ(axis.samplesAtLimit, 0U) << axis.limit;
+}
+
+TEST_F(RecordingTest, GapsAreLongPeriods) {
+    std::string content = kHeader;
+    for (const double t : {0.0, 0.004, 0.008, 0.013, 0.017, 0.027, 0.031, 0.131}) content += row(t, {});
+    const RecordingStats stats = computeStats(read(content));
+    EXPECT_NEAR(stats.medianPeriodS, 0.004, 1e-9);
+    EXPECT_EQ(stats.gaps, 2U);
+    EXPECT_NEAR(stats.longestGapS, 0.1, 1e-9);
+    EXPECT_TRUE(stats.frequencyHz.empty());
+}
+
+TEST_F(RecordingTest, LimitIsWhereTheLensStops) {
+    const auto clamped = [](double t) {
+        const double target = sine(t, 0.7, 2);
+        const double free = sine(t, 0.7, 0.5);
+        return Angles{target, free, 0, 0, std::clamp(target, -1.2, 1.2), 0.8 * free};
+    };
+    const Recording recording = read(rows(10, 0.004, clamped));
+    const RecordingStats stats = computeStats(recording);
+    EXPECT_NEAR(stats.axes[0].limit, 1.2, 1e-6);
+    // |sin| above 0.6 for this part of the time.
+    const double part = 1 - 2 / std::numbers::pi * std::asin(0.6);
+    EXPECT_NEAR(static_cast<double>(stats.axes[0].samplesAtLimit), part * 2500, 25);
+    EXPECT_TRUE(std::isnan(stats.axes[1].limit)) << "a lens that turns round by itself is not at a limit";
+    EXPECT_EQ(computeStats(recording, 3).axes[0].samplesAtLimit, 0U);
+}
+
+TEST_F(RecordingTest, SpectrumHasThePowerWhereItIs) {
+    std::mt19937 random(1);
+    std::normal_distribution<double> jitter(0, 0.0004);
+    std::string content = kHeader;
+    for (int i = 0; i < 5000; ++i) {
+        const double t = 3 + i * 0.004 + std::clamp(jitter(random), -0.001, 0.001);
+        content += row(t, {sine(t, 9, 0.2), 0, 0, 0, sine(t, 9, 0.15), 0});
+    }
+    const RecordingStats stats = computeStats(read(content));
+    ASSERT_FALSE(stats.frequencyHz.empty());
+    EXPECT_NEAR(stats.frequencyHz.back(), 125, 1);
+    const double stepHz = stats.frequencyHz[1] - stats.frequencyHz[0];
+    double inBand = 0, outside = 0, residual = 0;
+    for (size_t i = 0; i < stats.frequencyHz.size(); ++i) {
+        const double power = std::pow(stats.axes[0].shakeDensity[i], 2) * stepHz;
+        (std::abs(stats.frequencyHz[i] - 9) < 1 ? inBand : outside) += power;
+        residual += std::pow(stats.axes[0].residualDensity[i], 2) * stepHz;
+    }
+    EXPECT_NEAR(std::sqrt(inBand), 0.2 / std::sqrt(2), 0.003);
+    EXPECT_LT(outside, inBand / 1000);
+    EXPECT_NEAR(std::sqrt(residual), 0.05 / std::sqrt(2), 0.002);
+}
+
+// A module whose amplitude is zero has no hall angles; one at rest has no shake.
+TEST_F(RecordingTest, WhatCannotBeToldIsNotMadeUp) {
+    const double inf = std::numeric_limits<double>::infinity();
+    const Recording recording =
+        read(rows(2, 0.004, [&](double t) { return Angles{sine(t, 2, 0.5), 0.0005, 0, 0, inf, 0}; }));
+    const RecordingStats stats = computeStats(recording);
+    EXPECT_NEAR(stats.axes[0].shakeRms, 0.5 / std::sqrt(2), 0.01);
+    EXPECT_TRUE(std::isnan(stats.axes[0].residualRms));
+    for (const AxisStats& axis : stats.axes) EXPECT_TRUE(std::isnan(axis.suppressionDb));
+
+    const nlohmann::json json = nlohmann::json::parse(toJson(recording, stats).dump());
+    EXPECT_TRUE(json.at("x").at("residual_rms_deg").is_null());
+    EXPECT_NEAR(json.at("x").at("shake_rms_deg").get<double>(), 0.354, 0.01);
+    EXPECT_EQ(json.at("rows"), 500);
+    std::ostringstream text;
+    printStats(text, recording, stats);
+    EXPECT_NE(text.str().find("500 rows, 1.996 s at 250.0 Hz"), std::string::npos) << text.str();
+    EXPECT_EQ(text.str().find("nan"), std::string::npos) << text.str();
+}
+
+TEST(Measured, NeverShowsNegativeZero) {
+    EXPECT_EQ(measured(-0.04, 1, " dB"), "0.0 dB");
+    EXPECT_EQ(measured(-0.06, 1, " dB"), "-0.1 dB");
+    EXPECT_EQ(measured(std::nan(""), 1, " dB"), "-");
+}
+
+class PlotTest : public RecordingTest {
+  protected:
+    std::string plot(const std::string& content, const fs::path& out) const {
+        Recording recording = read(content);
+        recording.source = "it's a \"`touch oops`\"\n.txt";
+        try {
+            plotRecording(recording, computeStats(recording), out);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "";
+    }
+    static bool haveGnuplot() { return std::system("command -v gnuplot >/dev/null") == 0; }
+    static std::string begin(const fs::path& file, size_t count) {
+        std::ifstream in(file, std::ios::binary);
+        std::string text(count, '\0');
+        in.read(text.data(), static_cast<std::streamsize>(count));
+        return text;
+    }
+};
+
+TEST_F(PlotTest, DrawsWhateverTheRecordingHolds) {
+    if (!haveGnuplot()) GTEST_SKIP() << "no gnuplot";
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const struct {
+        const char* what;
+        std::string content;
+    } kCases[] = {
+        {"shake",
+         rows(6, 0.004,
+              [](double t) { return Angles{sine(t, 2, 1), sine(t, 3, 1), 0, 0, sine(t, 2, 1), 0}; })},
+        {"nothing moves", rows(6, 0.004, [](double) { return Angles{}; })},
+        {"no hall angles", rows(6, 0.004, [&](double) { return Angles{0, 0, 0, 0, nan, nan}; })},
+        {"two rows", rows(0.008, 0.004, [](double) { return Angles{}; })},
+    };
+    for (const auto& c : kCases) {
+        // A name that a shell or gnuplot would trip over, as the recording's.
+        const fs::path png = mFolder / "a 'b' `touch oops` $(touch oops).png";
+        EXPECT_EQ(plot(c.content, png), "") << c.what;
+        EXPECT_EQ(begin(png, 4), "\x89PNG") << c.what;
+        EXPECT_GT(fs::file_size(png), 20000U) << c.what;
+        EXPECT_EQ(plot(c.content, mFolder / "b.svg"), "") << c.what;
+        EXPECT_EQ(begin(mFolder / "b.svg", 5), "<?xml") << c.what;
+    }
+    EXPECT_FALSE(fs::exists("oops"));
+}
+
+TEST_F(PlotTest, SaysWhyThereIsNoPicture) {
+    const std::string content = rows(1, 0.004, [](double t) { return Angles{sine(t, 2, 1)}; });
+    EXPECT_EQ(plot(content, "x.jpg"), "x.jpg: a plot is a .png or an .svg file");
+
+    const fs::path kept = mFolder / "kept.png";
+    std::ofstream(kept) << "an older picture";
+    const std::string path = std::getenv("PATH");
+    setenv("PATH", mFolder.c_str(), 1);
+    EXPECT_EQ(plot(content, kept), "gnuplot is not installed; the package gnuplot-nox has it");
+    std::ofstream(mFolder / "gnuplot") << "#!/bin/sh\necho \"out of ink\" >&2\nexit 3\n";
+    fs::permissions(mFolder / "gnuplot", fs::perms::owner_all);
+    EXPECT_EQ(plot(content, kept), "gnuplot failed: out of ink");
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(begin(kept, 8), "an older");
+
+    if (!haveGnuplot()) GTEST_SKIP() << "no gnuplot";
+    const std::string failure = plot(content, mFolder / "absent" / "p.png");
+    EXPECT_NE(failure.find("p.png: cannot be written: No such file"), std::string::npos) << failure;
+}
+
+}  // namespace
