@@ -178,9 +178,9 @@ void KorvaChip::State::written(uint32_t at, uint32_t value) {
         case Register::kImageCheckValue:
             startVerify();
             break;
-        case Register::kClockCommand:
-            if (lowByte == ois::korva::kClockCommandValue &&
-                get(Register::kClockUnlock, 1) == ois::korva::kClockUnlockValue) {
+        case Register::kApplyCommand:
+            if (lowByte == ois::korva::kApplyCommandValue &&
+                get(Register::kApplyUnlock, 1) == ois::korva::kApplyUnlockValue) {
                 mUnderway.clock = now + mTiming.clockUs;
             }
             break;
@@ -227,8 +227,8 @@ void KorvaChip::State::settle() {
     if (take(mUnderway.clock, now)) {
         mFlash.clockHz = mFlash.updatedClockHz;
         set(Register::kClock, 4, mFlash.clockHz);
-        set(Register::kClockUnlock, 1, 0);
-        set(Register::kClockCommand, 1, 0);
+        set(Register::kApplyUnlock, 1, 0);
+        set(Register::kApplyCommand, 1, 0);
     }
     if (take(mUnderway.verify, now)) finishVerify();
     updateLoop();

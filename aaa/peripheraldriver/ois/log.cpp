@@ -15,8 +15,10 @@ bool buildLineFormat(char (&line)[kBufferSize], int level, const Site& site, con
 }
 
 void passToUnifiedLogger(Severity severity, const char* text) {
-    NSCam::Utils::ULog::ULogger::sULogger->onLog(kModuleId, kTag, unifiedLevel(severity), text,
-                                                 std::strlen(text));
+    // It may have gone since the message was begun.
+    auto* const logger = NSCam::Utils::ULog::ULogger::sULogger;
+    if (logger == nullptr) return;
+    logger->onLog(kModuleId, kTag, unifiedLevel(severity), text, std::strlen(text));
 }
 
 }  // namespace ois::log

@@ -5,8 +5,8 @@
 // operations while the camera streams, and closes it with Uninit.
 //
 // Threads: all public operations come from one thread, the 3A layer's. The object runs up to three workers of
-// its own: bring-up, status recorder and defect detector. Nothing is locked; fields that a worker shares with
-// the caller are accessed through shared_field.h.
+// its own: bring-up, status recorder and defect detector. No command is sent under a lock; fields that a
+// worker shares with the caller are accessed through shared_field.h.
 
 #include <array>
 #include <cstddef>
@@ -22,6 +22,8 @@
 #include "access/private_ioctl.h"
 #include "diagnostics/session_buffers.h"
 #include "lifecycle/customisation.h"
+
+#define OIS_EXPORT [[gnu::visibility("default")]]
 
 namespace ois {
 class DumpFile;
@@ -139,7 +141,7 @@ struct OisCalibInfo {
 // Debug switches, one byte each.
 struct OisProperty {
     uint8_t manual;
-    uint8_t dump;              // bit mask, DumpFile
+    uint8_t dump;              // bit mask, DumpSwitch
     uint8_t dumpLevel;         // sent with every status request
     uint8_t dumpIntervalTime;  // ms between status requests
     uint8_t isRun;             // run flag of the status recorder
@@ -150,7 +152,7 @@ struct OisProperty {
     uint8_t fixTarget;
 };
 
-enum DumpFile : uint8_t {
+enum DumpSwitch : uint8_t {
     kDumpStatus = 1,
     kDumpOtp = 2,
     kDumpFlash = 4,
@@ -163,7 +165,7 @@ struct OisSineParam {
     int32_t amplitudeY;
 };
 
-class [[gnu::visibility("default")]] OISDrv {
+class OIS_EXPORT OISDrv {
   public:
     // The object of a sensor device index, 0 to 7, created on first use; null for any other index. The object
     // belongs to the library and lives until the process ends. Any thread.
@@ -220,9 +222,11 @@ class [[gnu::visibility("default")]] OISDrv {
 
     // Applies one request. `params` is copied; its op_result fields are written back. The last command's
     // result, or 0. Throws std::system_error when the recorder's thread cannot be created.
-    int32_t SetOisParams(ois_params * params);
-    int32_t SetOisCfgData(ois_cfg_data * cfg);
-    int32_t GetOisInfo(ois_lens_info_buf * info);
+    int32_t SetOisParams(ois_params* params);
+    // Logs the sensor mode. Always 0.
+    int32_t SetOisCfgData(ois_cfg_data* cfg);
+    // Does nothing. Always 0.
+    int32_t GetOisInfo(ois_lens_info_buf* info);
 
     // Holds the lens at the debug properties' target while fix mode is on. The transfer's result, or 0.
     int32_t SetFixMode();
@@ -231,11 +235,12 @@ class [[gnu::visibility("default")]] OISDrv {
 
     // Switches angle-based active OIS when the scene and the mode allow it. The transfer's result, or 0.
     int32_t SetActOis(ois_act_parameters params);
+    // These two do nothing; the first returns 0.
     int32_t SetActOisBySoftTrigger(int32_t trigger);
     void GimbalCalibration();
     // Tells the controller of a stream start or stop, after waiting for the bring-up. The transfer's result,
     // or 0.
-    int32_t NotifyStream(ois_stream_info * info);
+    int32_t NotifyStream(ois_stream_info* info);
 
     // Accelerometer compensation from the focus: the address of an ois_focus_params, or 0. The transfer's
     // result, or 0.
@@ -246,16 +251,20 @@ class [[gnu::visibility("default")]] OISDrv {
 
     // Forwards a changed camera temperature to a controller behind the hub.
     void update_temp_cmp();
+    // Switches the strategy for still capture between several cameras, once per stream.
     void UpdateTempStrategy();
 
     // --- Korva S4SW controller family (korva/) ---
 
     // Turns hub commands into register accesses where the family needs it. 0, or the calibration's result.
     int32_t KorvaCmdParse(int32_t commandId, void* in, void* out, int32_t inLength, int32_t outLength);
+    // Writes the mode register: stabilisation on for any nonzero value. Always 0.
     int32_t korvas4sw_set_mode(int32_t on);
-    int32_t korvas4sw_set_acc(ois_acc_params * params);
+    // Writes the acceleration registers: enable from `params`, distance from mAccParams. Always 0.
+    int32_t korvas4sw_set_acc(ois_acc_params* params);
     // Asks for the idle state and waits for it, up to 200 ms. 1 when idle, else 0.
     int32_t korvas4sw_set_idle();
+    // Writes the PID init value and logs what is read back. Always 0.
     int32_t korvas4sw_init_pid();
     // Measures and saves the gyro offset. 0 also when it was skipped since the controller is not idle; -1
     // when the controller reports an error.
@@ -268,7 +277,10 @@ class [[gnu::visibility("default")]] OISDrv {
     // Brings the controller's firmware up to date, synchronously, with or without an open session. 1 when the
     // module has OIS, whatever came of the update; 0 when it has none or cannot be opened.
     int32_t FirmwareUpdate(int32_t sensorId, int32_t moduleId);
+    // Reprograms a controller that runs from the old clock. The result means nothing.
     int32_t check_ois_clock();
+    // Streams the hub's image into the controller when the versions differ; reports the outcome to the hub
+    // and returns what the hub made of that.
     int32_t update_fw_func();
 
     // --- Diagnostics (diagnostics/) ---
@@ -283,7 +295,7 @@ class [[gnu::visibility("default")]] OISDrv {
     // limit trips, else the last read-back's result or 0.
     int32_t DetectActutorDefect();
     // Takes a copy of the module's OTP memory, and dumps it when the dump switch asks for that.
-    void GetOisOtpData(ois_otp_data * otp);
+    void GetOisOtpData(ois_otp_data* otp);
     // -1 when the file cannot be created, else 0.
     int32_t DumpOtp2File();
     // -3 when the file cannot be created, 0 when the device is not open, else the transfer's result.
@@ -363,6 +375,8 @@ class [[gnu::visibility("default")]] OISDrv {
     ois_otp_data mOtpData{};
 
   private:
+    static constexpr int32_t kParamsCallLimit = 2;  // at which mParamsCallCount stays
+
     // Session.
     void resetForOpen(int32_t moduleId);
     int32_t readCustomisation(int32_t sensorId, int32_t moduleId);
@@ -374,7 +388,7 @@ class [[gnu::visibility("default")]] OISDrv {
     // Access. `transfer` is ConfigOisTransfer with typed request and command, for a record that is at least
     // as large as the request says.
     template <typename Record>
-    int32_t transfer(ois::Request request, ois::HubCommand command, Record & record, int32_t inLength,
+    int32_t transfer(ois::Request request, ois::HubCommand command, Record& record, int32_t inLength,
                      void* out = nullptr, int32_t outLength = 0) {
         static_assert(std::is_trivially_copyable_v<Record>);
         return ConfigOisTransfer(ois::code(request), ois::id(command), &record, out, inLength, outLength);
@@ -382,16 +396,18 @@ class [[gnu::visibility("default")]] OISDrv {
     bool isOpen() const;
     int32_t subDeviceTransfer(uint32_t request, void* record) const;
     // The hub's result, or 0 without a provider.
-    int32_t sendToHub(ois::OisCustomCmd & command) const;
+    int32_t sendToHub(ois::OisCustomCmd& command) const;
     void bringUpSensorHub();
     void bringUpSubDevice();
-    void deriveCalibration();
+    void deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisGain& gain,
+                           const ois::OisHallInfo& hall);
     void tearDownSensorHub();
     void tearDownSubDevice();
 
     // Control.
     int32_t runOperation(int32_t which, int32_t value);
     int32_t sendModeWord(uint32_t word);
+    void loadSineParameters();
     int32_t setGyroOffset();
     int32_t readGain(uint32_t axis);
     int32_t writeGain(uint32_t axis, int32_t value);
@@ -407,17 +423,18 @@ class [[gnu::visibility("default")]] OISDrv {
         int32_t result;
     };
     void refreshFixMode();
-    void runNormalRequest(Execution & execution);
-    void runEngineeringRequest(ois_params & params, Execution & execution);
+    void runNormalRequest(Execution& execution);
+    void runEngineeringRequest(ois_params& params, Execution& execution);
     void startEngineering();
     float zoomFactor() const;
     void updateZoomActiveOis();
     void switchZoomActiveOis(int32_t on);
     void updateAngleActiveOis();
-    void forwardCapture(Execution & execution);
+    void forwardCapture(Execution& execution);
     int32_t sendFixTarget();
 
-    // Firmware update.
+    // Korva family.
+    void disableBypass();
     struct UpdateReport {
         ois::FirmwareOutcome outcome;
         uint32_t value;
@@ -429,11 +446,10 @@ class [[gnu::visibility("default")]] OISDrv {
 
     // Diagnostics.
     std::string dumpPath(const char* suffix) const;
-    int32_t recordStatus(ois::OisStatusRecord & shared, ois::DumpFile & file);
+    int32_t recordStatus(ois::OisStatusRecord& shared, ois::DumpFile& file);
     int32_t moveLensAndReadHall(int32_t targetX, int32_t targetY);
     void markDefect(float error);
-    ois::OisFlashRecord takeFlashRecord(const ois::SessionBuffers::Storage& storage,
-                                        ois::OisFlashRecord* buffer);
+    ois::OisFlashRecord takeFlashRecord(const ois::SessionBuffers::Storage& storage);
 
     ois::SessionBuffers mBuffers;  // owns what mStatusBuf and mOisFlashData point to
 };

@@ -1,16 +1,18 @@
 #pragma once
 // Access to the plain fields that workers and caller share without a lock.
 //
-// A field that several threads touch while one of them writes is read with loadShared and written with
+// A field that a worker touches while another thread writes it is read with loadShared and written with
 // storeShared; a record of such fields is copied word by word with snapshot and publish, where a copy may mix
-// two versions of it.
+// two versions of it. The caller's thread reads plainly what it alone writes.
 
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <type_traits>
+#include <utility>
 
 namespace ois {
 
@@ -25,35 +27,66 @@ void storeShared(T& field, std::type_identity_t<T> value) {
     std::atomic_ref<T>(field).store(value, std::memory_order_release);
 }
 
-// The unit in which a record is copied: words where its alignment allows, else bytes.
-template <typename Record>
-using CopyUnit =
-    std::conditional_t<alignof(Record) >= alignof(uint64_t) && sizeof(Record) % sizeof(uint64_t) == 0,
-                       uint64_t, std::conditional_t<alignof(Record) >= alignof(uint32_t), uint32_t, uint8_t>>;
+// A shared pointer as a field. The library's own atomic functions for plain shared pointers, which hold the
+// pointee for as long as the copy lives.
+template <typename T>
+std::shared_ptr<T> loadShared(const std::shared_ptr<T>& field) {
+    return std::atomic_load(&field);
+}
+
+// Returns what was there.
+template <typename T>
+std::shared_ptr<T> exchangeShared(std::shared_ptr<T>& field, std::shared_ptr<T> value) {
+    return std::atomic_exchange(&field, std::move(value));
+}
+
+template <typename Unit>
+void copyFromShared(void* copy, const void* shared, size_t size) {
+    using Aliased [[gnu::may_alias]] = Unit;  // whatever the types of the fields
+    for (size_t at = 0; at < size; at += sizeof(Unit)) {
+        const auto* source = reinterpret_cast<const Aliased*>(static_cast<const char*>(shared) + at);
+        const auto unit = __atomic_load_n(source, __ATOMIC_RELAXED);
+        std::memcpy(static_cast<char*>(copy) + at, &unit, sizeof unit);
+    }
+}
+
+template <typename Unit>
+void copyToShared(void* shared, const void* value, size_t size) {
+    using Aliased [[gnu::may_alias]] = Unit;
+    for (size_t at = 0; at < size; at += sizeof(Unit)) {
+        Unit unit;
+        std::memcpy(&unit, static_cast<const char*>(value) + at, sizeof unit);
+        __atomic_store_n(reinterpret_cast<Aliased*>(static_cast<char*>(shared) + at), unit, __ATOMIC_RELAXED);
+    }
+}
+
+// Records are copied in words where their alignment allows.
+template <typename Record, typename Unit>
+constexpr bool kCopiesBy = alignof(Record) >= sizeof(Unit) && sizeof(Record) % sizeof(Unit) == 0;
 
 template <typename Record>
 Record snapshot(const Record& shared) {
     static_assert(std::is_trivially_copyable_v<Record>);
-    using Unit = CopyUnit<Record>;
-    std::array<Unit, sizeof(Record) / sizeof(Unit)> units;
-    auto* source = reinterpret_cast<Unit*>(const_cast<Record*>(&shared));
-    for (size_t i = 0; i < units.size(); ++i) {
-        units[i] = std::atomic_ref<Unit>(source[i]).load(std::memory_order_relaxed);
-    }
     Record copy;
-    std::memcpy(&copy, units.data(), sizeof copy);
+    if constexpr (kCopiesBy<Record, uint64_t>) {
+        copyFromShared<uint64_t>(&copy, &shared, sizeof copy);
+    } else if constexpr (kCopiesBy<Record, uint32_t>) {
+        copyFromShared<uint32_t>(&copy, &shared, sizeof copy);
+    } else {
+        copyFromShared<uint8_t>(&copy, &shared, sizeof copy);
+    }
     return copy;
 }
 
 template <typename Record>
 void publish(Record& shared, const std::type_identity_t<Record>& value) {
     static_assert(std::is_trivially_copyable_v<Record>);
-    using Unit = CopyUnit<Record>;
-    std::array<Unit, sizeof(Record) / sizeof(Unit)> units;
-    std::memcpy(units.data(), &value, sizeof value);
-    auto* target = reinterpret_cast<Unit*>(&shared);
-    for (size_t i = 0; i < units.size(); ++i) {
-        std::atomic_ref<Unit>(target[i]).store(units[i], std::memory_order_relaxed);
+    if constexpr (kCopiesBy<Record, uint64_t>) {
+        copyToShared<uint64_t>(&shared, &value, sizeof value);
+    } else if constexpr (kCopiesBy<Record, uint32_t>) {
+        copyToShared<uint32_t>(&shared, &value, sizeof value);
+    } else {
+        copyToShared<uint8_t>(&shared, &value, sizeof value);
     }
 }
 

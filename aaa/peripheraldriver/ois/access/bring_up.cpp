@@ -18,9 +18,7 @@ namespace {
 
 constexpr const char* kInitDrv = "InitDrv";  // the operation in whose name these steps log
 constexpr const char* kUninit = "Uninit";
-constexpr const char* kUserName = "OisDrv";  // at the sensor service
 
-constexpr useconds_t kChannelSettleUs = 10000;
 constexpr useconds_t kEndSessionUs = 2000;
 
 // What part of the hall span one unit of hall range stands for, in gain format 3.
@@ -59,14 +57,15 @@ int32_t OISDrv::InitDrv() {
 }
 
 void OISDrv::bringUpSensorHub() {
-    mpSensorProvider = SensorProvider::createInstance(kUserName);
-    if (!mpSensorProvider) {
+    const auto provider = SensorProvider::createInstance(ois::kSensorServiceUser);
+    ois::exchangeShared(mpSensorProvider, provider);
+    if (!provider) {
         OIS_LOG(Severity::kError, kInitDrv, "mpSensorProvider is NULL");
         return;
     }
-    mpSensorProvider->enableSensor(ois::kOisSensorType, static_cast<uint32_t>(mSensorInterval));
-    usleep(kChannelSettleUs);
-    const bool enabled = mpSensorProvider->isEnabled(ois::kOisSensorType);
+    provider->enableSensor(ois::kOisSensorType, static_cast<uint32_t>(mSensorInterval));
+    usleep(ois::kChannelSettleUs);
+    const bool enabled = provider->isEnabled(ois::kOisSensorType);
     OIS_LOG(Severity::kDebug, kInitDrv, "OIS_SENSORHUB isEnabled :%d ", enabled ? 1 : 0);
 
     ois::OisCustomCmd init{};
@@ -77,7 +76,7 @@ void OISDrv::bringUpSensorHub() {
 
     ois_stream_info stream{1, 0};
     transfer(Request::kNotifyStream, HubCommand::kNotifyStream, stream, sizeof stream.notify_stream);
-    usleep(kChannelSettleUs);
+    usleep(ois::kChannelSettleUs);
     OIS_LOG(Severity::kDebug, kInitDrv, "OIS_SENSORHUB INIT SUCCEED");
 }
 
@@ -90,11 +89,18 @@ void OISDrv::bringUpSubDevice() {
         OIS_LOG(Severity::kError, kInitDrv, "Dev %d , OIS error opening\n", descriptor);
         return;
     }
-    transfer(Request::kSetCustomisation, HubCommand::kNoHubMeaning, mOisCustInfo, ois::kHubPayloadSize);
+    // Transfers work on copies, since the kernel writes whole records back and another user's Init may come
+    // between.
+    ois::OisCustInfo custInfo = ois::snapshot(mOisCustInfo);
+    transfer(Request::kSetCustomisation, HubCommand::kNoHubMeaning, custInfo, ois::kHubPayloadSize);
     mControllerState = -1;
-    transfer(Request::kReadGain, HubCommand::kNoHubMeaning, mOisGain, sizeof mOisGain);
-    transfer(Request::kReadHallInfo, HubCommand::kNoHubMeaning, mHallInfo, sizeof mHallInfo);
-    deriveCalibration();
+    ois::OisGain gain = ois::snapshot(mOisGain);
+    transfer(Request::kReadGain, HubCommand::kNoHubMeaning, gain, sizeof gain);
+    ois::publish(mOisGain, gain);
+    ois::OisHallInfo hall = ois::snapshot(mHallInfo);
+    transfer(Request::kReadHallInfo, HubCommand::kNoHubMeaning, hall, sizeof hall);
+    ois::publish(mHallInfo, hall);
+    deriveCalibration(custInfo, gain, hall);
     if (loadShared(mProperty.dump) != 0) {
         DumpOisFlashData2File();
         DumpGyroAccRawTargetHallData2File();
@@ -102,10 +108,8 @@ void OISDrv::bringUpSubDevice() {
 }
 
 // The transfers before are not checked: the calibration is derived from whatever the records hold.
-void OISDrv::deriveCalibration() {
-    const ois::OisGain gain = ois::snapshot(mOisGain);
-    const ois::OisHallInfo hall = ois::snapshot(mHallInfo);
-    const ois::OisCustInfo custInfo = ois::snapshot(mOisCustInfo);
+void OISDrv::deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisGain& gain,
+                               const ois::OisHallInfo& hall) {
     OisCalibInfo calibration{};
     calibration.angle_amplitude = custInfo.angleAmplitude;
     calibration.hall_center_x = hall.centerX;
@@ -147,12 +151,12 @@ void OISDrv::deriveCalibration() {
 
 void OISDrv::tearDownSensorHub() {
     GetDataRuvex();
-    if (mpSensorProvider) {
+    if (const auto provider = ois::loadShared(mpSensorProvider)) {
         int32_t zero = 0;
         transfer(Request::kEndSession, HubCommand::kEndSession, zero, sizeof zero);
         usleep(kEndSessionUs);
-        const int32_t disabled = mpSensorProvider->disableSensor(ois::kOisSensorType);
-        mpSensorProvider.reset();
+        const int32_t disabled = provider->disableSensor(ois::kOisSensorType);
+        ois::exchangeShared(mpSensorProvider, {});
         if (disabled != -1) OIS_LOG(Severity::kDebug, kUninit, "OIS_SENSORHUB UNINIT SUCCEED");
     }
     storeShared(mSensorHubEnabled, 0);

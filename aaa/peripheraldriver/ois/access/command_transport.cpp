@@ -56,5 +56,7 @@ int32_t OISDrv::CustomCmdPackage(int32_t commandId, void* in, void* out, int32_t
 }
 
 int32_t OISDrv::sendToHub(ois::OisCustomCmd& command) const {
-    return mpSensorProvider ? mpSensorProvider->customCmd(ois::kOisSensorType, &command) : 0;
+    // A worker that outlives the session keeps the provider for as long as its command takes.
+    const auto provider = loadShared(mpSensorProvider);
+    return provider ? provider->customCmd(ois::kOisSensorType, &command) : 0;
 }

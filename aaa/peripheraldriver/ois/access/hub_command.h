@@ -12,6 +12,9 @@ namespace ois {
 
 constexpr auto kOisSensorType = static_cast<NSCam::Utils::eSensorType>(8);
 
+constexpr const char* kSensorServiceUser = "OisDrv";  // the name under which the driver uses the service
+constexpr uint32_t kChannelSettleUs = 10000;          // after the channel was made or enabled
+
 constexpr size_t kHubPayloadSize = 60;
 
 // One command to the sensor hub, answered in place: input bytes first, the rest zero; the reply occupies the

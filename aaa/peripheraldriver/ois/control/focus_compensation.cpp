@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "control/acc_distance.h"
+#include "control/mode_choice.h"
 #include "log.h"
 #include "numeric.h"
 #include "ois_drv.h"
@@ -15,7 +16,6 @@ namespace {
 
 constexpr const char* kSetAccParam = "SetAccParam";  // the operation in whose name its steps log
 
-constexpr int32_t kModeOn = 2;
 constexpr float kLowestDiopter = 0.1F;
 constexpr float kMmPerM = 1000.0F;
 
@@ -79,7 +79,8 @@ bool decideSwitch(ois_acc_params& params) {
 int32_t OISDrv::SetAccParam(long focus) {
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the interface passes the record's address as a number
     auto* record = reinterpret_cast<ois_focus_params*>(focus);
-    if (mOisCustInfo.accSupport == 0 || !isOpen() || mOisMode != kModeOn || record == nullptr) return 0;
+    if (mOisCustInfo.accSupport == 0 || !isOpen() || mOisMode != ois::kModeStill || record == nullptr)
+        return 0;
     const ObjectDistance object = chooseDistance(*record);
     if (insideDeadBand(object, mAccParams.lastDistance)) return 0;
 

@@ -1,7 +1,11 @@
 // The working mode, and the one-shot operations.
 
+#include <algorithm>
+#include <array>
+
 #include "camera_platform/properties.h"
 #include "control/acc_distance.h"
+#include "control/mode_choice.h"
 #include "lifecycle/worker.h"
 #include "log.h"
 #include "numeric.h"
@@ -12,20 +16,30 @@ using NSCam::Utils::Properties;
 using ois::HubCommand;
 using ois::loadShared;
 using ois::Request;
+using ois::storeShared;
 using ois::log::Severity;
 
 namespace {
 
 constexpr const char* kSetOperation = "SetOperation";  // the operation in whose name its steps log
 
-constexpr uint32_t kModeWordOff = 0;
-constexpr uint32_t kModeWordOn = 2;
-
 // Values outside these limits write a per-axis value: the operation number is then the value.
 constexpr int32_t kLowestOperation = -2;
 constexpr int32_t kHighestOperation = 26;
-constexpr int32_t kWriteXCase = 15;
-constexpr int32_t kWriteYCase = 16;
+
+enum Operation : int32_t {
+    kStabilisationOff = 0,
+    kStabilisationOn = 1,
+    kSetGyroOffset = 2,
+    kReadX = 5,
+    kReadY = 6,
+    kAccAtDefaultDistance = 11,
+    kAccOff = 12,
+    kWriteX = 15,
+    kWriteY = 16,
+    kCommand7 = 18,
+    kDetectDefect = 19,
+};
 
 constexpr uint32_t kAxisX = 0;
 constexpr uint32_t kAxisY = 1;
@@ -35,11 +49,20 @@ constexpr float kValueUnits = 10000.0F;
 constexpr float kFromQ31 = 4.656613e-10F;  // 2^-31
 constexpr float kToQ31 = 2147483648.0F;
 
-constexpr uint32_t kOperation11Count = 8;
+constexpr uint32_t kDefaultDistanceCount = 8;
+
+bool isControllerMode(int32_t mode) {
+    constexpr std::array<int32_t, 7> kModes = {0, 2, 3, 6, 8, 9, 10};
+    return std::find(kModes.begin(), kModes.end(), mode) != kModes.end();
+}
+
+bool isSineTestMode(int32_t mode) {
+    return mode == 5 || mode == 7;
+}
 
 int32_t operationCase(int32_t operation) {
-    if (operation < kLowestOperation) return kWriteXCase;
-    if (operation > kHighestOperation) return kWriteYCase;
+    if (operation < kLowestOperation) return kWriteX;
+    if (operation > kHighestOperation) return kWriteY;
     return operation;
 }
 
@@ -48,35 +71,31 @@ int32_t operationCase(int32_t operation) {
 int32_t OISDrv::SetMode(int32_t mode) {
     if (!isOpen() || mode == mOisMode) return 0;
     mOisMode = mode;  // before it is looked at: an unsupported mode is remembered too
-    switch (mode) {
-        case 0:
-        case 2:
-        case 3:
-        case 6:
-        case 8:
-        case 9:
-        case 10: {
-            const int32_t result = sendModeWord(static_cast<uint32_t>(mode));
-            OIS_DEBUG("need update mode %d\n", mode);
-            return result;
-        }
-        case 5:
-        case 7:
-            mSineParam.enable = Properties::property_get_int32("vendor.debug.ois.sineEn", 3);
-            mSineParam.frequency = Properties::property_get_int32("vendor.debug.ois.sineFre", 1);
-            mSineParam.amplitudeX = Properties::property_get_int32("vendor.debug.ois.sineAmpX", 100);
-            mSineParam.amplitudeY = Properties::property_get_int32("vendor.debug.ois.sineAmpY", 100);
-            return 0;
-        default:
-            OIS_DEBUG("unsupport mode %d\n", mode);
-            return 0;
+    if (isControllerMode(mode)) {
+        const int32_t result = sendModeWord(static_cast<uint32_t>(mode));
+        OIS_DEBUG("need update mode %d\n", mode);
+        return result;
     }
+    if (isSineTestMode(mode)) {
+        loadSineParameters();
+    } else {
+        OIS_DEBUG("unsupport mode %d\n", mode);
+    }
+    return 0;
+}
+
+// Kept, but no command carries them.
+void OISDrv::loadSineParameters() {
+    mSineParam.enable = Properties::property_get_int32("vendor.debug.ois.sineEn", 3);
+    mSineParam.frequency = Properties::property_get_int32("vendor.debug.ois.sineFre", 1);
+    mSineParam.amplitudeX = Properties::property_get_int32("vendor.debug.ois.sineAmpX", 100);
+    mSineParam.amplitudeY = Properties::property_get_int32("vendor.debug.ois.sineAmpY", 100);
 }
 
 int32_t OISDrv::SetOperation(int32_t operation) {
     if (!isOpen()) return -1;
     const int32_t which = operationCase(operation);
-    const bool writesValue = which == kWriteXCase || which == kWriteYCase;
+    const bool writesValue = which == kWriteX || which == kWriteY;
     const int32_t value = writesValue ? ois::wrappingAbs(operation) : operation;
     const int32_t result = runOperation(which, value);
     OIS_INFO("ois_mode %d, return_value %d\n", value, result);
@@ -85,35 +104,35 @@ int32_t OISDrv::SetOperation(int32_t operation) {
 
 int32_t OISDrv::runOperation(int32_t which, int32_t value) {
     switch (which) {
-        case 0: {
-            const int32_t result = sendModeWord(kModeWordOff);
+        case kStabilisationOff: {
+            const int32_t result = sendModeWord(ois::kModeOff);
             OIS_LOG(Severity::kDebug, kSetOperation, "ois disable successfully!\n");  // whatever the result
             return result;
         }
-        case 1: {
-            const int32_t result = sendModeWord(kModeWordOn);
+        case kStabilisationOn: {
+            const int32_t result = sendModeWord(ois::kModeStill);
             OIS_LOG(Severity::kDebug, kSetOperation, "ois enable successfully!\n");  // whatever the result
             return result;
         }
-        case 2:
+        case kSetGyroOffset:
             return setGyroOffset();
-        case 5:
+        case kReadX:
             return readGain(kAxisX);
-        case 6:
+        case kReadY:
             return readGain(kAxisY);
-        case 11:
+        case kAccAtDefaultDistance:
             return enableAccAtDefaultDistance();
-        case 12:
+        case kAccOff:
             return disableAcc();
-        case kWriteXCase:
+        case kWriteX:
             return writeGain(kAxisX, value);
-        case kWriteYCase:
+        case kWriteY:
             return writeGain(kAxisY, value);
-        case 18: {
+        case kCommand7: {
             uint32_t zero = 0;
             return transfer(Request::kOperation18, HubCommand::kOperation18, zero, sizeof zero);
         }
-        case 19:
+        case kDetectDefect:
             runDefectDetection();
             return 0;
         default:
@@ -140,18 +159,18 @@ int32_t OISDrv::setGyroOffset() {
 
 // The axis' value in 1/10000, or the transfer's result when the module has no known gain format.
 int32_t OISDrv::readGain(uint32_t axis) {
-    ois::storeShared(mOisGain.axis, axis);
+    storeShared(mOisGain.axis, axis);
     const int32_t result = transfer(Request::kReadGain, HubCommand::kReadGain, mOisGain, sizeof mOisGain,
                                     &mOisGain, sizeof mOisGain);
     const bool isX = axis == kAxisX;
-    const int32_t integer = isX ? mOisGain.valueXi : mOisGain.valueYi;
+    const int32_t integer = loadShared(isX ? mOisGain.valueXi : mOisGain.valueYi);
     switch (mOisCustInfo.gainFormat) {
         case ois::kGainQ31:
             return ois::toInt32(static_cast<float>(integer) * kFromQ31 * kValueUnits);
         case ois::kGainInteger:
             return integer;
         case ois::kGainFloat:
-            return ois::toInt32((isX ? mOisGain.valueXf : mOisGain.valueYf) * kValueUnits);
+            return ois::toInt32(loadShared(isX ? mOisGain.valueXf : mOisGain.valueYf) * kValueUnits);
         default:
             return result;
     }
@@ -159,18 +178,18 @@ int32_t OISDrv::readGain(uint32_t axis) {
 
 // `value` in 1/10000. Without a known gain format the record goes out as it stands.
 int32_t OISDrv::writeGain(uint32_t axis, int32_t value) {
-    ois::storeShared(mOisGain.axis, axis);
+    storeShared(mOisGain.axis, axis);
     const bool isX = axis == kAxisX;
     const float fraction = static_cast<float>(value) / kValueUnits;
     switch (mOisCustInfo.gainFormat) {
         case ois::kGainQ31:
-            (isX ? mOisGain.valueXi : mOisGain.valueYi) = ois::toInt32(fraction * kToQ31);
+            storeShared(isX ? mOisGain.valueXi : mOisGain.valueYi, ois::toInt32(fraction * kToQ31));
             break;
         case ois::kGainInteger:
-            (isX ? mOisGain.valueXi : mOisGain.valueYi) = value;
+            storeShared(isX ? mOisGain.valueXi : mOisGain.valueYi, value);
             break;
         case ois::kGainFloat:
-            (isX ? mOisGain.valueXf : mOisGain.valueYf) = fraction;
+            storeShared(isX ? mOisGain.valueXf : mOisGain.valueYf, fraction);
             break;
         default:
             break;
@@ -179,10 +198,10 @@ int32_t OISDrv::writeGain(uint32_t axis, int32_t value) {
 }
 
 int32_t OISDrv::enableAccAtDefaultDistance() {
-    ois::storeShared(mUseCustomCmd, 0);  // so that the family parser turns the record into registers
+    storeShared(mUseCustomCmd, 0);  // so that the family parser turns the record into registers
     mAccParams.enable = 1;
     ois::setAccDistance(mAccParams, mOisCustInfo.accDistance);
-    mAccParams.count = kOperation11Count;
+    mAccParams.count = kDefaultDistanceCount;
     return transfer(Request::kSetAccParams, HubCommand::kSetAccParams, mAccParams, sizeof mAccParams);
 }
 

@@ -26,7 +26,6 @@ constexpr const char* kSetOisParams = "SetOisParams";  // the operation in whose
 constexpr int32_t kEngineerMode = 8;
 constexpr int32_t kNoOperation = -1;
 constexpr int32_t kFailed = -1;  // SetOperation's answer when the device is not open
-constexpr int32_t kParamsCallLimit = 2;
 
 // mOisDynamic, as the active OIS rules read it.
 constexpr int32_t kActiveOisWithAngle = 2;

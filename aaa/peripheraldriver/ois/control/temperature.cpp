@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "control/mode_choice.h"
 #include "log.h"
 #include "numeric.h"
 #include "ois_drv.h"
@@ -18,7 +19,6 @@ constexpr int32_t kColdestC = 11;  // readings outside these are ignored
 constexpr int32_t kHottestC = 79;
 constexpr int32_t kDeadBandC = 5;
 
-constexpr int32_t kStillScenario = 31;
 constexpr int32_t kStillStrategy = 2;
 
 bool worthSending(int32_t temperature, int32_t last) {
@@ -40,8 +40,7 @@ void OISDrv::update_temp_cmp() {
         return;
     }
     int32_t temperature = 0;
-    // Nothing read leaves 0, which is out of range.
-    static_cast<void>(std::fscanf(file, "%d", &temperature));
+    if (std::fscanf(file, "%d", &temperature) != 1) temperature = 0;  // out of range, so not sent
     if (worthSending(temperature, mLastTemp)) {
         ois::OisCustomCmd command{};
         ois::packInput(command, HubCommand::kSetTemperature, temperature);
@@ -55,7 +54,7 @@ void OISDrv::update_temp_cmp() {
 }
 
 void OISDrv::UpdateTempStrategy() {
-    if (mOisParams.video_mode != 0 || mOisParams.scenario != kStillScenario ||
+    if (mOisParams.video_mode != 0 || mOisParams.scenario != ois::kMultiCameraScenario ||
         mOisTempStrategy == kStillStrategy) {
         return;
     }

@@ -100,13 +100,18 @@ int32_t OISDrv::DetectActutorDefect() {
     return result;
 }
 
-// The read-back's result.
+// The read-back's result. The record is the worker's own copy; what concerns others is put back into the
+// member.
 int32_t OISDrv::moveLensAndReadHall(int32_t targetX, int32_t targetY) {
     storeShared(mFixMode.target_x, targetX);
     storeShared(mFixMode.target_y, targetY);
-    transfer(Request::kSetFixMode, HubCommand::kSetFixMode, mFixMode, sizeof mFixMode);
+    ois::OisFixMode record = ois::snapshot(mFixMode);
+    transfer(Request::kSetFixMode, HubCommand::kSetFixMode, record, sizeof record);
     usleep(kLensSettleUs);
-    return transfer(Request::kGetHall, HubCommand::kNoHubMeaning, mFixMode, sizeof mFixMode);
+    const int32_t result = transfer(Request::kGetHall, HubCommand::kNoHubMeaning, record, sizeof record);
+    storeShared(mFixMode.hall_x, record.hall_x);
+    storeShared(mFixMode.hall_y, record.hall_y);
+    return result;
 }
 
 void OISDrv::markDefect(float error) {

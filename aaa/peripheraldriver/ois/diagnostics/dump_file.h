@@ -1,12 +1,15 @@
 #pragma once
 // The text files that the diagnostics write.
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>
 
 namespace ois {
+
+constexpr int32_t kDumpFileNotCreated = -3;  // result of the status and flash dumps
 
 constexpr const char* kStatusFileSuffix = "_status.txt";
 constexpr const char* kOtpFileSuffix = "_otp.txt";

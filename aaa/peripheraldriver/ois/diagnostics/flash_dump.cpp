@@ -19,7 +19,6 @@ using ois::Request;
 
 namespace {
 
-constexpr int32_t kFileNotCreated = -3;
 constexpr useconds_t kTransferSettleUs = 2000;
 constexpr size_t kEntriesPerLine = 8;
 constexpr int kMessageSize = 8;  // the size that the message names
@@ -46,15 +45,14 @@ void writeFlashLines(const ois::OisFlashRecord& flash, ois::DumpFile& file) {
 
 int32_t OISDrv::DumpOisFlashData2File() {
     const ois::SessionBuffers::Storage storage = mBuffers.hold();
-    ois::OisFlashRecord* const buffer = loadShared(mOisFlashData);
     // Not the buffer's address but the member's: one kernel driver follows the pointer it finds there,
     // another writes the record in its place. The block around the member belongs to the transfer.
     const int32_t result =
         transfer(Request::kReadFlash, HubCommand::kNoHubMeaning, mOisFlashBlock, ois::kHubPayloadSize);
+    const ois::OisFlashRecord flash = takeFlashRecord(storage);
     usleep(kTransferSettleUs);
     const uint8_t dump = loadShared(mProperty.dump);
     OIS_ERROR("DumpOisFlashData2File %d\n", dump & kDumpFlash);
-    const ois::OisFlashRecord flash = takeFlashRecord(storage, buffer);
 
     const int32_t descriptor = loadShared(fd_driver);
     if (descriptor < 0) {
@@ -66,26 +64,30 @@ int32_t OISDrv::DumpOisFlashData2File() {
     ois::DumpFile file(dumpPath(ois::kFlashFileSuffix));
     if (!file.isOpen()) {
         OIS_ERROR("creat ois ic dump file failed!\n");
-        return kFileNotCreated;
+        return ois::kDumpFileNotCreated;
     }
     OIS_INFO("creat ois ic dump file success!\n");
     OIS_INFO("mOisFlashData_address 0x%08x, size %d\n",
-             static_cast<uint32_t>(reinterpret_cast<uintptr_t>(buffer)), kMessageSize);
+             static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ois::flashOf(storage))), kMessageSize);
     writeFlashLines(flash, file);
     return result;
 }
 
-// What a flash transfer delivered. `buffer` is what the member pointed to before; after a kernel that wrote
-// in the member's place, the member is put right again.
-ois::OisFlashRecord OISDrv::takeFlashRecord(const ois::SessionBuffers::Storage& storage,
-                                            ois::OisFlashRecord* buffer) {
+// What a flash transfer delivered. Another user's Init or the last Uninit may have changed the member
+// meanwhile; a pointer that neither of them put there is the head of a record that the kernel wrote in its
+// place. Either way the member then points to the session's buffer again.
+ois::OisFlashRecord OISDrv::takeFlashRecord(const ois::SessionBuffers::Storage& storage) {
     ois::OisFlashRecord flash{};
-    if (loadShared(mOisFlashData) == buffer) {
-        if (storage) flash = storage->flash[0];
-        return flash;
-    }
-    const auto inPlace = ois::snapshot(mOisFlashBlock);
-    std::memcpy(&flash, inPlace.data(), sizeof flash);
-    mBuffers.ifCurrent(storage, [this, buffer] { ois::storeShared(mOisFlashData, buffer); });
+    mBuffers.look([&](const ois::SessionBuffers::Storage& current) {
+        ois::OisFlashRecord* const member = loadShared(mOisFlashData);
+        ois::OisFlashRecord* const buffer = ois::flashOf(storage);
+        if (member != buffer && member != ois::flashOf(current)) {
+            const auto inPlace = ois::snapshot(mOisFlashBlock);
+            std::memcpy(&flash, inPlace.data(), sizeof flash);
+        } else if (buffer != nullptr) {
+            flash = *buffer;
+        }
+        ois::storeShared(mOisFlashData, ois::flashOf(current));
+    });
     return flash;
 }

@@ -33,12 +33,11 @@ T field(const SensorData& sample, SamplePosition position) {
 
 void OISDrv::GetSensorData() {
     OIS_DEBUG("OISDRV::getAllSensorData\n");
-    if (ois::loadShared(mSensorHubEnabled) == 0 || !mpSensorProvider ||
-        !mpSensorProvider->isEnabled(ois::kOisSensorType)) {
-        return;
-    }
+    if (ois::loadShared(mSensorHubEnabled) == 0) return;
+    const auto provider = ois::loadShared(mpSensorProvider);
+    if (!provider || !provider->isEnabled(ois::kOisSensorType)) return;
     std::vector<SensorData> samples;
-    mpSensorProvider->getAllSensorData(ois::kOisSensorType, samples);
+    provider->getAllSensorData(ois::kOisSensorType, samples);
     if (samples.empty()) return;
     // The hub may deliver newest first.
     const bool oldestFirst =
@@ -54,13 +53,19 @@ void OISDrv::GetSensorData() {
     for (size_t i = 0; i < samples.size(); ++i) {
         const SensorData& sample = samples[oldestFirst ? i : samples.size() - 1 - i];
         const auto timestamp = field<int64_t>(sample, kTimestamp);
-        const auto value1 = mSensorValue1[kept + i] = field<float>(sample, kValue1);
-        const auto value2 = mSensorValue2[kept + i] = field<float>(sample, kValue2);
-        const auto value3 = mSensorValue3[kept + i] = field<float>(sample, kValue3);
-        const auto value4 = mSensorValue4[kept + i] = field<float>(sample, kValue4);
-        const auto value5 = mSensorValue5[kept + i] = field<float>(sample, kValue5);
-        const auto value6 = mSensorValue6[kept + i] = field<float>(sample, kValue6);
+        const auto value1 = field<float>(sample, kValue1);
+        const auto value2 = field<float>(sample, kValue2);
+        const auto value3 = field<float>(sample, kValue3);
+        const auto value4 = field<float>(sample, kValue4);
+        const auto value5 = field<float>(sample, kValue5);
+        const auto value6 = field<float>(sample, kValue6);
         mSensorTimestamps[kept + i] = static_cast<unsigned long>(timestamp);
+        mSensorValue1[kept + i] = value1;
+        mSensorValue2[kept + i] = value2;
+        mSensorValue3[kept + i] = value3;
+        mSensorValue4[kept + i] = value4;
+        mSensorValue5[kept + i] = value5;
+        mSensorValue6[kept + i] = value6;
         // Seven conversions for six values, deliberately: the timestamp meets none of them and the last
         // prints whatever is there.
         OIS_LOG_UNCHECKED(ois::log::Severity::kDebug, __func__, "<GetSensorData,%f,%f,%f,%f,%f,%f,%f,>\n",

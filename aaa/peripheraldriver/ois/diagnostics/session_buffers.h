@@ -37,16 +37,20 @@ class SessionBuffers {
         return std::exchange(mStorage, std::move(next));
     }
 
-    // Runs `change` if `storage` is still the session's.
-    template <typename Change>
-    void ifCurrent(const Storage& storage, Change&& change) {
+    // Runs `body` with the session's storage while nothing replaces it.
+    template <typename Body>
+    void look(Body&& body) const {
         const std::lock_guard lock(mMutex);
-        if (storage == mStorage) std::forward<Change>(change)();
+        std::forward<Body>(body)(mStorage);
     }
 
   private:
     mutable std::mutex mMutex;
     Storage mStorage;
 };
+
+inline OisFlashRecord* flashOf(const SessionBuffers::Storage& storage) {
+    return storage ? storage->flash.get() : nullptr;
+}
 
 }  // namespace ois

@@ -20,18 +20,20 @@ using ois::Request;
 
 namespace {
 
-constexpr int32_t kFileNotCreated = -3;
 constexpr useconds_t kUsPerMs = 1000;
 constexpr float kTargetUnits = 1000.0F;  // targets count in thousandths of the angle unit
 constexpr int kFractionDigits = 6;
 constexpr int kFloatDigits = 6;  // significant digits of a stream's default notation
 
+// clang-format off
 constexpr std::string_view kHeader =
-    "chose  sys_timestamp  gyro_raw_x  gyro_raw_y  gyro_raw_z  acc_raw_x  acc_raw_y  acc_raw_z  "
-    "gyro_target_x  "
-    "gyro_target_y  acc_target_x  acc_target_y  hall_x  hall_y  synthetic_x  synthetic_y  "
-    "angle_gyro_target_x  "
-    "angle_gyro_target_y  angle_acc_target_x  angle_acc_target_y  angle_hall_x  angle_hall_y\n";
+    "chose  sys_timestamp  "
+    "gyro_raw_x  gyro_raw_y  gyro_raw_z  acc_raw_x  acc_raw_y  acc_raw_z  "
+    "gyro_target_x  gyro_target_y  acc_target_x  acc_target_y  "
+    "hall_x  hall_y  synthetic_x  synthetic_y  "
+    "angle_gyro_target_x  angle_gyro_target_y  angle_acc_target_x  angle_acc_target_y  "
+    "angle_hall_x  angle_hall_y\n";
+// clang-format on
 
 // One row, built in place.
 class Row {
@@ -122,7 +124,7 @@ int32_t OISDrv::DumpGyroAccRawTargetHallData2File() {
     ois::DumpFile file(path);
     if (!file.isOpen()) {
         OIS_ERROR("creat ois ic dump file failed!\n");
-        return kFileNotCreated;
+        return ois::kDumpFileNotCreated;
     }
     OIS_INFO("creat ois ic dump file success!\n");
     file.writeLine(kHeader);

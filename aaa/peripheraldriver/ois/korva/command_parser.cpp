@@ -10,6 +10,7 @@
 #include "korva/register_access.h"
 #include "log.h"
 #include "ois_drv.h"
+#include "shared_field.h"
 
 using ois::HubCommand;
 using ois::korva::Register;
@@ -26,25 +27,24 @@ constexpr int kIdlePolls = 20;
 }  // namespace
 
 int32_t OISDrv::KorvaCmdParse(int32_t commandId, void* in, void* out, int32_t inLength, int32_t outLength) {
-    const RegisterAccess controller(mpSensorProvider.get());
     switch (commandId) {
         case ois::id(HubCommand::kSetMode): {
             if (in == nullptr) return 0;
             int32_t mode = 0;
             std::memcpy(&mode, in, sizeof mode);
-            controller.disableBypass();
+            disableBypass();
             korvas4sw_set_mode(mode);
             return 0;
         }
         case ois::id(HubCommand::kSetAccParams):
-            controller.disableBypass();
+            disableBypass();
             usleep(kBypassSettleUs);
             korvas4sw_set_acc(&mAccParams);  // the member, whatever the caller passed
             return 0;
         case ois::id(HubCommand::kSetGyroOffset):
             return korvas4sw_set_offset_calibration();
         case ois::id(HubCommand::kKorvaBypassDisable):
-            controller.disableBypass();
+            disableBypass();
             return 0;
         default:
             CustomCmdPackage(commandId, in, out, inLength, outLength);
@@ -53,15 +53,19 @@ int32_t OISDrv::KorvaCmdParse(int32_t commandId, void* in, void* out, int32_t in
     }
 }
 
+void OISDrv::disableBypass() {
+    RegisterAccess(ois::loadShared(mpSensorProvider)).disableBypass();
+}
+
 int32_t OISDrv::korvas4sw_set_mode(int32_t on) {
     const uint8_t mode = on != 0 ? ois::korva::kModeOn : ois::korva::kModeOff;
-    RegisterAccess(mpSensorProvider.get()).write8(Register::kStabilisationMode, mode);
+    RegisterAccess(ois::loadShared(mpSensorProvider)).write8(Register::kStabilisationMode, mode);
     OIS_DEBUG("change mode expmode:%d \n", mode);
     return 0;
 }
 
 int32_t OISDrv::korvas4sw_set_acc(ois_acc_params* params) {
-    const RegisterAccess controller(mpSensorProvider.get());
+    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
     const bool enable = params->enable != 0;
     controller.write8(Register::kAccCompensation, enable ? 1 : 0);
     usleep(kAccEnableSettleUs);
@@ -73,7 +77,7 @@ int32_t OISDrv::korvas4sw_set_acc(ois_acc_params* params) {
 }
 
 int32_t OISDrv::korvas4sw_set_idle() {
-    const RegisterAccess controller(mpSensorProvider.get());
+    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
     controller.write8(Register::kControl, ois::korva::kControlIdle);
     usleep(kIdleRequestUs);
     int state = controller.read<uint8_t>(Register::kState);
@@ -92,6 +96,6 @@ int32_t OISDrv::korvas4sw_set_idle() {
 }
 
 int32_t OISDrv::korvas4sw_init_pid() {
-    ois::korva::initPid(RegisterAccess(mpSensorProvider.get()));
+    ois::korva::initPid(RegisterAccess(ois::loadShared(mpSensorProvider)));
     return 0;
 }

@@ -22,8 +22,6 @@ using ois::korva::RegisterAccess;
 
 namespace {
 
-constexpr const char* kUserName = "OisDrv";  // at the sensor service
-constexpr useconds_t kChannelSettleUs = 10000;
 constexpr useconds_t kClockSettleUs = 20000;
 constexpr useconds_t kImageVersionUs = 5000;
 constexpr useconds_t kFlashOpenUs = 55000;
@@ -67,7 +65,7 @@ int32_t OISDrv::FirmwareUpdate(int32_t sensorId, int32_t moduleId) {
         update_fw_func();
     } else {
         ois::OisCameraType cameraType{};
-        std::memcpy(cameraType.name, mOisCustInfo.cameraTypeName, sizeof cameraType.name);
+        ois::textOf(mOisCustInfo.cameraTypeName).copy(cameraType.name, sizeof cameraType.name);
         result = transfer(Request::kUpdateFirmware, HubCommand::kNoHubMeaning, cameraType, sizeof cameraType);
     }
     if (m_user_count == 1) closeAfterUpdate(result);
@@ -81,8 +79,8 @@ int32_t OISDrv::FirmwareUpdate(int32_t sensorId, int32_t moduleId) {
 // Opens the controller when no session holds it; without the rest of a session's bring-up.
 bool OISDrv::openForUpdate() {
     if (mOisCustInfo.useSensorHub != 0) {
-        mpSensorProvider = SensorProvider::createInstance(kUserName);
-        usleep(kChannelSettleUs);
+        ois::exchangeShared(mpSensorProvider, SensorProvider::createInstance(ois::kSensorServiceUser));
+        usleep(ois::kChannelSettleUs);
         return true;
     }
     ois::storeShared(fd_driver, GetV4l2SubDevice(mOisDriverName));
@@ -101,14 +99,13 @@ void OISDrv::closeAfterUpdate(int32_t result) {
             close(fd_driver);
             ois::storeShared(fd_driver, -1);
         }
-    } else if (mpSensorProvider) {
-        mpSensorProvider.reset();
+    } else if (ois::exchangeShared(mpSensorProvider, {})) {
         if (result != -1) DEBUG_LINE("OIS_SENSORHUB UNINIT SUCCEED");
     }
 }
 
 int32_t OISDrv::check_ois_clock() {
-    const RegisterAccess controller(mpSensorProvider.get());
+    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
     const unsigned long current = controller.read<uint32_t>(Register::kClock);
     unsigned long updated = current;
     if (current != ois::korva::kOldClockHz) {
@@ -126,7 +123,7 @@ uint32_t OISDrv::updateClock() {
         DEBUG_LINE("invalid ic status, skip fw update\n");
         return 0;
     }
-    const RegisterAccess controller(mpSensorProvider.get());
+    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
     ois::korva::initPid(controller);
     ois::korva::applySettings(controller);
     usleep(kClockSettleUs);
@@ -137,12 +134,12 @@ uint32_t OISDrv::updateClock() {
 
 int32_t OISDrv::update_fw_func() {
     const UpdateReport report = runFirmwareUpdate();
-    return RegisterAccess(mpSensorProvider.get())
+    return RegisterAccess(ois::loadShared(mpSensorProvider))
         .firmware(FirmwareOp::kReport, static_cast<uint32_t>(report.outcome), report.value);
 }
 
 OISDrv::UpdateReport OISDrv::runFirmwareUpdate() {
-    const RegisterAccess controller(mpSensorProvider.get());
+    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
     const auto newVersion = controller.firmwareAnswer<uint32_t>(FirmwareOp::kImage);
     usleep(kImageVersionUs);
     const auto currentVersion = controller.read<uint32_t>(Register::kFirmwareVersion);

@@ -10,6 +10,7 @@
 #include "korva/register_access.h"
 #include "log.h"
 #include "ois_drv.h"
+#include "shared_field.h"
 
 using ois::korva::Register;
 using ois::korva::RegisterAccess;
@@ -43,7 +44,7 @@ void addWords(Lanes& sum, const uint8_t* bytes) {
 }  // namespace
 
 int32_t OISDrv::korvas4sw_flash_save() {
-    const RegisterAccess controller(mpSensorProvider.get());
+    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
     const auto savedMode = controller.read<uint8_t>(Register::kStabilisationMode);
     if (korvas4sw_set_idle() == 0) {
         OIS_DEBUG("invalid ic status, skip calibration\n");

@@ -7,6 +7,7 @@
 #include "korva/register_access.h"
 #include "log.h"
 #include "ois_drv.h"
+#include "shared_field.h"
 
 using ois::korva::Register;
 using ois::korva::RegisterAccess;
@@ -42,7 +43,7 @@ void waitUntilDone(const RegisterAccess& controller) {
 }  // namespace
 
 int32_t OISDrv::korvas4sw_set_offset_calibration() {
-    const RegisterAccess controller(mpSensorProvider.get());
+    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
     const GyroOffset before = readOffset(controller);
     OIS_DEBUG("before cal offset (%d %d) return vale (%d)\n", before.x, before.y, 0);
     if (korvas4sw_set_idle() == 0) {

@@ -36,8 +36,8 @@ void initPid(const RegisterAccess& controller) {
 }
 
 void applySettings(const RegisterAccess& controller) {
-    controller.write8(Register::kClockUnlock, kClockUnlockValue);
-    controller.write8(Register::kClockCommand, kClockCommandValue);
+    controller.write8(Register::kApplyUnlock, kApplyUnlockValue);
+    controller.write8(Register::kApplyCommand, kApplyCommandValue);
 }
 
 }  // namespace ois::korva

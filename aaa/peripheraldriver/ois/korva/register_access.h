@@ -2,17 +2,20 @@
 // Register access of the Korva family through the sensor hub.
 
 #include <cstdint>
+#include <memory>
+#include <utility>
 
 #include "access/hub_command.h"
 #include "korva/registers.h"
 
 namespace ois::korva {
 
-// The controller as its procedures see it: registers and the hub's firmware service. Borrows the sensor
+// The controller as its procedures see it: registers and the hub's firmware service. Holds the sensor
 // provider for one procedure; without one, nothing is sent. Each access is one record of its own.
 class RegisterAccess {
   public:
-    explicit RegisterAccess(NSCam::Utils::SensorProvider* provider) : mProvider(provider) {}
+    explicit RegisterAccess(std::shared_ptr<NSCam::Utils::SensorProvider> provider)
+        : mProvider(std::move(provider)) {}
 
     // Makes the hub stop bypassing the controller.
     void disableBypass() const;
@@ -52,10 +55,10 @@ class RegisterAccess {
         return unpackOutput<Answer>(command);
     }
     int32_t exchange(OisCustomCmd& command) const {
-        return mProvider != nullptr ? mProvider->customCmd(kOisSensorType, &command) : 0;
+        return mProvider ? mProvider->customCmd(kOisSensorType, &command) : 0;
     }
 
-    NSCam::Utils::SensorProvider* mProvider;
+    std::shared_ptr<NSCam::Utils::SensorProvider> mProvider;
 };
 
 // Writes the PID init value, waits, reads it back and logs it; a step of several procedures.

@@ -13,10 +13,6 @@ using ois::loadShared;
 using ois::publish;
 using ois::storeShared;
 
-namespace {
-constexpr int32_t kParamsCallLimit = 2;  // at which mParamsCallCount stays
-}
-
 int32_t OISDrv::Init(int32_t sensorId, int32_t moduleId) {
     resetForOpen(moduleId);
     mIsOisSupport = readCustomisation(sensorId, moduleId);
@@ -67,7 +63,7 @@ int32_t OISDrv::Uninit() {
         mIsOisSupport = 0;
     }
     if (m_user_count >= 1) --m_user_count;
-    OIS_DEBUG("Dev(%d) , [m_user_count]%d [fd_driver]%d -", mSensorDev, m_user_count, fd_driver);
+    OIS_DEBUG("Dev(%d) , [m_user_count]%d [fd_driver]%d -", mSensorDev, m_user_count, loadShared(fd_driver));
     return 0;
 }
 
