@@ -41,7 +41,8 @@ constexpr std::array kPoints{
     PointSyntax{"thread", FaultPoint::kThreadCreate, false, kAlways},
     PointSyntax{"sensor-provider", FaultPoint::kSensorProvider, false, kAlways},
     PointSyntax{"sensor-enable", FaultPoint::kSensorEnable, false, kAlways | bit(Kind::kLost)},
-    PointSyntax{"sensor-disable", FaultPoint::kSensorDisable, false, kAlways | bit(Kind::kLost)},
+    PointSyntax{"sensor-disable", FaultPoint::kSensorDisable, false,
+                kAlways | bit(Kind::kLost) | bit(Kind::kResult)},
     PointSyntax{"telemetry", FaultPoint::kTelemetry, false, kAlways | bit(Kind::kLost)},
 };
 

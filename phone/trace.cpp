@@ -86,9 +86,10 @@ std::string hexText(uint64_t value) {
 
 std::string stringValue(const std::string& value) {
     std::string text = printable(std::string_view(value).substr(0, kTextValueLength));
-    if (value.size() > kTextValueLength) text += "... (" + std::to_string(value.size()) + " characters)";
     const bool plain = !text.empty() && text.find_first_of(" \"=") == std::string::npos;
-    return plain ? text : '"' + text + '"';
+    if (!plain) text = '"' + text + '"';
+    if (value.size() > kTextValueLength) text += "... (" + std::to_string(value.size()) + " characters)";
+    return text;
 }
 
 std::string fieldList(const std::vector<Field>& fields) {
