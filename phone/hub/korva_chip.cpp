@@ -361,7 +361,7 @@ void KorvaChip::State::program(uint32_t at, std::span<const uint8_t> block) {
         return;
     }
     if (!mDownloadOpen) return addUpdateStatus(korva_update::kNotOpen);
-    if (at > mFlash.firmware.size() || block.size() > mFlash.firmware.size() - at) {
+    if (at >= mFlash.firmware.size() || block.size() > mFlash.firmware.size() - at) {
         return addUpdateStatus(korva_update::kAddress);
     }
     if (mClock.nowUs() < mUnderway.flashBusyUntilUs) return addUpdateStatus(korva_update::kTooEarly);

@@ -28,6 +28,7 @@ std::string textOf(double value) {
 std::string valueText(const toml::node& node) {
     if (node.is_table()) return "a table";
     if (const toml::array* array = node.as_array()) return "an array of " + std::to_string(array->size());
+    if (const auto* number = node.as_floating_point()) return textOf(number->get());
     std::ostringstream out;
     node.visit([&out](const auto& value) { out << value; });
     return out.str();
