@@ -31,4 +31,8 @@ if command -v valgrind >/dev/null; then
         echo "instructions of one request, $way: $(((many - few) / (more - fewer)))"
     done | tee "$results/instructions.txt"
 fi
+# In simulated time: what the procedure waits, whatever machine this is.
+"$REPO/build/release/tools/oisctl/oisctl" firmware-update --json >"$results/firmware-update.json"
+seconds=$(sed -n 's/.*"simulatedSeconds":\([0-9.]*\).*/\1/p' "$results/firmware-update.json")
+printf 'a whole firmware update, simulated: %.3f s (its stated waits: 2.152 s and the time to become idle)\n' "$seconds"
 echo "raw figures: bench-results/"
