@@ -41,15 +41,15 @@ struct FaultEffect {
     int error = 5;  // EIO
     int64_t delayUs = 0;
     int64_t result = 0;
-    std::vector<uint8_t> bytes;
+    std::vector<uint8_t> bytes{};
 };
 
 struct FaultRule {
     FaultPoint point = FaultPoint::kRequest;
-    std::string key;          // empty: any
+    std::string key{};        // empty: any
     uint64_t occurrence = 0;  // the n-th match from 1 on; 0: every one
-    FaultEffect effect;
-    std::string text;  // how it was written, for trace and summary
+    FaultEffect effect{};
+    std::string text{};  // how it was written, for trace and summary
 };
 
 // PLACE[.NAME][@N]:EFFECT
@@ -65,7 +65,8 @@ class Faults {
     void add(FaultRule rule);
     void clear();
 
-    // A test's own decision; consulted before the rules, and may decline with nullopt. Called on the calling thread,
+    // A test's own decision; consulted before the rules, and may decline with nullopt. `input` is the record as the
+    // driver sent it: of a request's size, or the hub's 64 bytes. Called on the calling thread,
     // without a lock.
     using Override =
         std::function<std::optional<FaultEffect>(FaultPoint point, std::string_view key, std::span<const uint8_t> input)>;
@@ -73,7 +74,7 @@ class Faults {
 
     // The effect for this occurrence, if any, and the text to put into the trace. Takes no lock while there are no rules.
     struct Strike {
-        FaultEffect effect;
+        FaultEffect effect{};
         std::string text;
     };
     std::optional<Strike> strike(FaultPoint point, std::string_view key, std::span<const uint8_t> input = {});

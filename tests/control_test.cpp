@@ -204,9 +204,10 @@ TEST_F(Control, ActiveOisNeedsSceneModeSupportAndChange) {
         driver.SetActOis({1, 0x3fc00000});
         EXPECT_EQ(sent().size(), c.isSent ? 1U : 0U) << c.scene << ' ' << c.mode;
         EXPECT_EQ(driver.mPreviousActEn, c.previous);
-        if (c.isSent)
+        if (c.isSent) {
             EXPECT_EQ(messages().back(),
                       "[SetActOis] need update, act ois enable 1, act ois angle 0x3fc00000");
+        }
         driver.Uninit();
     }
 }
@@ -337,7 +338,9 @@ TEST_F(Control, AccelerometerCompensationHasDeadBandAndHysteresis) {
         EXPECT_EQ(driver.SetAccParam(reinterpret_cast<long>(&s.focus)), 0);
         EXPECT_EQ(sent().size(), s.isSent ? 1U : 0U);
         EXPECT_EQ(driver.mAccParams.enable, s.enable);
-        if (s.focus.distanceValid == 0) EXPECT_GE(s.focus.focusDiopter, 0.1F);
+        if (s.focus.distanceValid == 0) {
+            EXPECT_GE(s.focus.focusDiopter, 0.1F);
+        }
     }
     EXPECT_EQ(driver.mAccParams.distance, 10000);
     EXPECT_EQ(driver.SetAccParam(0), 0);
@@ -367,7 +370,9 @@ TEST_F(Control, AfPositionIsCodedByCameraType) {
         EXPECT_EQ(driver.SetOisAFdriftParams(c.position), 0);
         driver.SetOisAFdriftParams(c.position);
         EXPECT_EQ(sent().size(), *c.payload != '\0' ? 1U : 0U) << c.cameraType << ' ' << c.position;
-        if (*c.payload != '\0') EXPECT_EQ(sent()[0].bytes, bytes(c.payload));
+        if (*c.payload != '\0') {
+            EXPECT_EQ(sent()[0].bytes, bytes(c.payload));
+        }
         EXPECT_EQ(driver.mLastAfPosition, c.position >= 1 ? c.position : 0);
         driver.Uninit();
     }

@@ -228,7 +228,7 @@ int32_t SensorHub::State::command(eSensorType type, OisCustomCmd& command) {
     const OisCustomCmd sent = command;
     const auto strike =
         mFaults.strike(FaultPoint::kHubCommand, info == nullptr ? std::string_view() : info->name,
-                       {command.payload, std::min<size_t>(command.inputLength, ois::kHubPayloadSize)});
+                       {reinterpret_cast<const uint8_t*>(&sent), sizeof sent});
     int32_t result = 0;
     using Kind = FaultEffect::Kind;
     if (strike && strike->effect.kind == Kind::kFail) {
