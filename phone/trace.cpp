@@ -124,11 +124,13 @@ std::string sleepText(const Event& event) {
     return value < kUsPerMs ? numberText(value) + " us" : numberText(value / kUsPerMs) + " ms";
 }
 
+// "vendor.debug.ois.dump = 3 (default 0)"; what was read is a field, or the result.
 std::string propertyText(const Event& event) {
     const Field* value = findField(event, "value");
     const Field* standard = findField(event, "default");
-    if (value == nullptr) return {};
-    std::string text = printable(event.name) + " = " + toText(*value);
+    if (value == nullptr && !event.hasResult) return {};
+    std::string text = printable(event.name) + " = ";
+    text += value != nullptr ? toText(*value) : std::to_string(event.result);
     if (standard != nullptr) text += " (default " + toText(*standard) + ')';
     return text;
 }
@@ -165,13 +167,16 @@ std::string errorName(int error) {
     return name == nullptr ? "error " + std::to_string(error) : name;
 }
 
+// The hub's results say nothing while they are 0; a property's is what was read.
+bool showsResult(const Event& event) {
+    if (!event.hasResult || event.kind == EventKind::kProperty) return false;
+    return event.kind != EventKind::kHub || event.result != 0;
+}
+
 // " -> -1 EIO (Input/output error)", " -> 0: valueXf=0.5".
 std::string outcome(const Event& event) {
     std::string text;
-    // The hub's results say nothing while they are 0.
-    if (event.hasResult && (event.kind != EventKind::kHub || event.result != 0)) {
-        text = " -> " + std::to_string(event.result);
-    }
+    if (showsResult(event)) text = " -> " + std::to_string(event.result);
     if (event.error != 0) {
         const char* description = strerrordesc_np(event.error);
         text += (text.empty() ? " -> " : " ") + errorName(event.error);

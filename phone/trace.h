@@ -4,11 +4,12 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
+
+#include "mutex.h"
 
 namespace phone {
 
@@ -20,7 +21,7 @@ enum class EventKind {
     kMedia,          // media-graph ioctl: decodeRequest
     kFile,           // open, close, readlink, fopen, fclose; fields: path, ...
     kSleep,          // usleep; field: us
-    kProperty,       // property read, named by its key; fields: value, default
+    kProperty,       // property read, named by its key; fields: default, value (else the result)
     kMessage,        // log line, named by its sink; field: level ("error"); its text
     kThread,         // thread created, joined, rescheduled
     kSensor,         // sensor channel: create, enable, isEnabled, disable, drain
@@ -87,7 +88,7 @@ class Trace {
   private:
     Clock& mClock;
     std::atomic<bool> mEnabled{true};
-    mutable std::mutex mMutex;
+    mutable Mutex mMutex;
     Listener mListener;
     std::vector<Event> mEvents;
     uint64_t mCount = 0;

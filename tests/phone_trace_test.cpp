@@ -396,6 +396,10 @@ TEST(TraceText, HasAFormForEveryKind) {
     EXPECT_EQ(toText(eventOf(EventKind::kProperty, "a.b", {{"default", int64_t{3}}, {"value", int64_t{-1}}}),
                      false),
               "property  a.b = -1 (default 3)");
+    Event read = eventOf(EventKind::kProperty, "a.c", {{"default", int64_t{3}}});
+    read.hasResult = true;
+    read.result = 4;
+    EXPECT_EQ(toText(read, false), "property  a.c = 4 (default 3)");
     EXPECT_EQ(toText(eventOf(EventKind::kThread, "pthread_create"), false), "thread  pthread_create");
 
     Event event = eventOf(EventKind::kMessage, "unified", {{"level", std::string("error")}});
