@@ -10,36 +10,18 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "allocation_count.h"
 #include "hub/sensor_hub.h"
 #include "modules/module_description.h"
 #include "motion/motion.h"
 #include "ois_drv.h"
 #include "phone.h"
 #include "services/property_store.h"
-
-namespace {
-
-std::atomic<uint64_t> gAllocations{0};
-
-}  // namespace
-
-void* operator new(size_t size) {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -607,18 +589,18 @@ class HubStressTest : public HubTest {
 
 TEST_F(HubStressTest, CommandsAllocateNothing) {
     send(command(18, {1}));
-    const uint64_t before = gAllocations;
+    const uint64_t before = allocationCount();
     send(command(18, {2}));
     writeRegister(0x0002, 1, 16);
     readRegister(0x0001, 1);
     ask(command(9, {0, 0, 0, 0, 0, 0}, 24));
     // What the test itself makes: two vectors of words per command at most.
     const uint64_t perCommand = [] {
-        const uint64_t start = gAllocations;
+        const uint64_t start = allocationCount();
         command(18, {2});
-        return gAllocations - start;
+        return allocationCount() - start;
     }();
-    EXPECT_EQ(gAllocations - before, 5 * perCommand);
+    EXPECT_EQ(allocationCount() - before, 5 * perCommand);
 }
 
 TEST_F(HubStressTest, AllOfItMayBeCalledAtOnce) {

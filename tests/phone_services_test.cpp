@@ -13,13 +13,13 @@
 #include <fstream>
 #include <limits>
 #include <memory>
-#include <new>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "allocation_count.h"
 #include "camera_platform/lens_customisation.h"
 #include "camera_platform/log.h"
 #include "camera_platform/properties.h"
@@ -31,24 +31,6 @@
 #include "services/property_store.h"
 #include "services/telemetry.h"
 #include "vendor/quor/hardware/ruvex/1.0/IRuvex.h"
-
-namespace {
-
-std::atomic<uint64_t> gAllocations{0};
-
-}  // namespace
-
-void* operator new(size_t size) {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -216,11 +198,11 @@ TEST(PropertiesTest, ReadsAllocateNothingAndMayRaceWithWrites) {
     std::array<char, 256> value{};
     Properties::property_get_int32("vendor.debug.ois.dump.interval.time",
                                    4);  // the clock gets to know the thread
-    const uint64_t before = gAllocations;
+    const uint64_t before = allocationCount();
     EXPECT_EQ(Properties::property_get_int32("vendor.debug.ois.dump.interval.time", 4), 9);
     EXPECT_FALSE(Properties::property_get_bool("vendor.debug.ois.status.check.absent", false));
     Properties::property_get("ro.product.country.region", value.data(), "N");
-    EXPECT_EQ(gAllocations, before);
+    EXPECT_EQ(allocationCount(), before);
 
     std::vector<std::thread> readers;
     std::atomic<int> wrong{0};
