@@ -319,6 +319,29 @@ TEST(Decode, ARecordAloneHasNoAnswer) {
     EXPECT_EQ(Json::parse(toJson(event))["fields"]["word"], 1);
 }
 
+// Who reads captures by hand reads the same as the decoder does.
+TEST(Decode, AgreesWithTheDocument) {
+    std::ifstream file(OIS_SOURCE_DIR "/docs/wire-formats.md");
+    const std::string document{std::istreambuf_iterator<char>(file), {}};
+    const auto expectRow = [&document](const std::string& row) {
+        EXPECT_NE(document.find(row), std::string::npos) << row;
+    };
+    const auto named = [](std::string_view name) { return " | `" + std::string(name) + "` | "; };
+    for (const RequestInfo& info : privateRequests()) {
+        char columns[64];
+        std::snprintf(columns, sizeof columns, "0x%08X | %u | %s | %zu |", info.code,
+                      _IOC_NR(info.code) - 192U, std::string(direction(info.code)).c_str(), recordSize(info));
+        expectRow("\n|" + named(info.name).substr(2) + columns);
+    }
+    for (const HubCommandInfo& info : hubCommands())
+        expectRow("\n| " + std::to_string(info.id) + named(info.name));
+    for (const RegisterInfo& info : registers()) {
+        char address[16];
+        std::snprintf(address, sizeof address, "\n| 0x%04x", ois::korva::address(info.reg));
+        expectRow(address + named(info.name) + std::to_string(info.size) + " |");
+    }
+}
+
 // Garbage of every kind and length: nothing may read past its bytes, and JSON stays JSON.
 TEST(Decode, AnyBytesCanBeDecoded) {
     std::mt19937 random(20240607);
