@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "kernel/libc.h"
+#include "mutex.h"
 
 namespace phone {
 
@@ -42,10 +43,10 @@ struct Participant {
     uint64_t order = 0;  // among sleepers that are due at the same time
     const Participant* joined = nullptr;
     uint32_t calls = 0;  // since the last sleep; the thread's own
-    std::condition_variable wake;
+    std::condition_variable_any wake;
 };
 
-using Lock = std::unique_lock<std::mutex>;
+using Lock = std::unique_lock<Mutex>;
 
 }  // namespace
 
@@ -56,7 +57,7 @@ struct Clock::State {
     const SteadyClock::time_point start;
     std::atomic<int64_t> nowUs{0};      // simulated and free-running time
     std::atomic<uint64_t> progress{0};  // signs of life
-    std::mutex mutex;
+    Mutex mutex;
     bool closed = false;
     uint32_t nextNumber = 0;
     uint64_t nextOrder = 0;

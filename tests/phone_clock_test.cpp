@@ -8,16 +8,21 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "phone.h"
+
 namespace {
 
 using phone::Clock;
 using phone::ClockMode;
+using phone::Phone;
+using Worker = std::jthread;  // joins at its end
 
 double wallSeconds(const std::function<void()>& body) {
     const auto start = std::chrono::steady_clock::now();
@@ -25,34 +30,22 @@ double wallSeconds(const std::function<void()>& body) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// A thread of the clock's, as the interposed pthread calls make them.
-class Worker {
+// A phone for its clock alone.
+class ClockOfAPhone {
   public:
-    Worker(Clock& clock, std::function<void()> body) : mClock(clock), mBody(std::move(body)) {
-        const auto run = [](void* self) -> void* {
-            static_cast<Worker*>(self)->mBody();
-            return self;
-        };
-        EXPECT_EQ(clock.createThread(&mThread, nullptr, run, this), 0);
-    }
-    ~Worker() { join(); }
-    Worker(const Worker&) = delete;
-    Worker& operator=(const Worker&) = delete;
-
-    pthread_t handle() const { return mThread; }
-    void join() {
-        if (mJoined) return;
-        mJoined = true;
-        void* result = nullptr;
-        EXPECT_EQ(mClock.joinThread(mThread, &result), 0);
-        EXPECT_EQ(result, this);
-    }
+    explicit ClockOfAPhone(ClockMode mode) : mPhone(std::make_unique<Phone>(optionsFor(mode))) {}
+    Clock& operator*() { return mPhone->clock(); }
+    void end() { mPhone.reset(); }
 
   private:
-    Clock& mClock;
-    std::function<void()> mBody;
-    pthread_t mThread{};
-    bool mJoined = false;
+    static phone::PhoneOptions optionsFor(ClockMode mode) {
+        phone::PhoneOptions options;
+        options.clock = mode;
+        options.trace = false;
+        return options;
+    }
+
+    std::unique_ptr<Phone> mPhone;
 };
 
 // What happened, in order: "0:work@1000".
@@ -75,16 +68,17 @@ class Diary {
 using Lines = std::vector<std::string>;
 
 TEST(SimulatedClock, SleepersWakeByTimeAndThenInOrder) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     Diary diary(clock);
     {
-        Worker late(clock, [&] {
+        Worker late([&] {
             clock.enter();
             diary.note("start");
             clock.sleepUs(3000);
             diary.note("woke");
         });
-        Worker early(clock, [&] {
+        Worker early([&] {
             clock.enter();
             diary.note("start");
             clock.sleepUs(1000);
@@ -102,7 +96,8 @@ TEST(SimulatedClock, SleepersWakeByTimeAndThenInOrder) {
 }
 
 TEST(SimulatedClock, AHundredMinutesPassAtOnce) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     EXPECT_LT(wallSeconds([&] {
                   for (int i = 0; i < 6000; ++i) clock.sleepUs(1000000);
               }),
@@ -113,9 +108,10 @@ TEST(SimulatedClock, AHundredMinutesPassAtOnce) {
 }
 
 TEST(SimulatedClock, ASleepOfZeroLetsOthersRunAtTheSameTime) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     Diary diary(clock);
-    Worker other(clock, [&] {
+    Worker other([&] {
         clock.enter();
         diary.note("first");
         clock.sleepUs(0);
@@ -134,43 +130,47 @@ TEST(SimulatedClock, ASleepOfZeroLetsOthersRunAtTheSameTime) {
 }
 
 TEST(SimulatedClock, JoinWaitsInSimulatedTime) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     Diary diary(clock);
-    Worker outer(clock, [&] {
-        Worker inner(clock, [&] { clock.sleepUs(700); });
+    Worker outer([&] {
+        Worker inner([&] { clock.sleepUs(700); });
         diary.note("joins");
         inner.join();
         diary.note("joined");
         clock.sleepUs(300);
     });
+    const pthread_t thread = outer.native_handle();
+    EXPECT_EQ(clock.threadNumber(thread), 1U);
     outer.join();
     diary.note("joined");
     EXPECT_EQ(diary.lines(), (Lines{"1:joins@0", "1:joined@700", "0:joined@1000"}));
-    EXPECT_FALSE(clock.threadNumber(outer.handle()).has_value());
+    EXPECT_FALSE(clock.threadNumber(thread).has_value());
 }
 
 TEST(SimulatedClock, AThreadThatEndedOrNeverCalledInCanBeJoined) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     std::atomic<bool> ran = false;
-    Worker silent(clock, [&] {
+    Worker silent([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         ran = true;
     });
-    EXPECT_EQ(clock.threadNumber(silent.handle()), 1U);
     silent.join();
     EXPECT_TRUE(ran);
 
-    Worker ended(clock, [&] { clock.sleepUs(10); });
+    Worker ended([&] { clock.sleepUs(10); });
     clock.sleepUs(1000);
     ended.join();
     EXPECT_EQ(clock.nowUs(), 1000);
 }
 
 TEST(SimulatedClock, PollingWithoutAPauseDoesNotStopTime) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     std::atomic<bool> run = true;
     uint64_t polls = 0;
-    Worker poller(clock, [&] {
+    Worker poller([&] {
         while (run) {
             clock.enter();
             ++polls;
@@ -186,9 +186,10 @@ TEST(SimulatedClock, PollingWithoutAPauseDoesNotStopTime) {
 }
 
 TEST(SimulatedClock, TimeGoesOnWhenSomebodyIsStuckOutsideThePhone) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     std::promise<void> reached;
-    Worker sleeper(clock, [&] {
+    Worker sleeper([&] {
         clock.sleepUs(5000);
         reached.set_value();
         clock.sleepUs(5000);
@@ -202,42 +203,35 @@ TEST(SimulatedClock, TimeGoesOnWhenSomebodyIsStuckOutsideThePhone) {
 }
 
 TEST(SimulatedClock, TheEndOfTheClockWakesSleepers) {
-    auto clock = std::make_unique<Clock>(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     std::atomic<int> woken = 0;
-    pthread_t thread{};
-    struct Context {
-        Clock* clock;
-        std::atomic<int>* woken;
-    } context{clock.get(), &woken};
-    const auto run = [](void* argument) -> void* {
-        const auto* given = static_cast<Context*>(argument);
-        given->clock->sleepUs(3600LL * 1000000);
-        ++*given->woken;
-        return nullptr;
-    };
-    ASSERT_EQ(clock->createThread(&thread, nullptr, run, &context), 0);
-    clock->sleepUs(1000);
+    Worker sleeper([&] {
+        clock.sleepUs(3600LL * 1000000);
+        ++woken;
+    });
+    clock.sleepUs(1000);
     EXPECT_EQ(woken, 0);
-    clock.reset();
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    owner.end();
+    sleeper.join();
     EXPECT_EQ(woken, 1);
 }
 
 // Threads that sleep at random, create and join others: every run of one seed must be the same.
 Lines randomRun(uint64_t seed) {
-    Clock clock(ClockMode::kSimulated);
+    ClockOfAPhone owner(ClockMode::kSimulated);
+    Clock& clock = *owner;
     Diary diary(clock);
     const std::function<void(uint64_t, int)> live = [&](uint64_t ownSeed, int depth) {
         std::mt19937_64 random(ownSeed);
-        std::vector<std::unique_ptr<Worker>> children;
+        std::vector<Worker> children;
         for (int i = 0; i < 12; ++i) {
             clock.enter();
             diary.note("step" + std::to_string(i));
             const uint64_t dice = random() % 8;
             if (dice == 0 && depth < 3) {
                 const uint64_t childSeed = random();
-                children.push_back(std::make_unique<Worker>(
-                    clock, [&live, childSeed, depth] { live(childSeed, depth + 1); }));
+                children.emplace_back([&live, childSeed, depth] { live(childSeed, depth + 1); });
             } else if (dice == 1 && !children.empty()) {
                 children.pop_back();
             } else {
@@ -246,8 +240,8 @@ Lines randomRun(uint64_t seed) {
         }
     };
     {
-        Worker first(clock, [&] { live(seed, 0); });
-        Worker second(clock, [&] { live(seed + 1, 0); });
+        Worker first([&] { live(seed, 0); });
+        Worker second([&] { live(seed + 1, 0); });
         live(seed + 2, 0);
     }
     return diary.lines();
@@ -262,14 +256,16 @@ TEST(SimulatedClock, OneRunIsLikeTheNext) {
 }
 
 TEST(RealTimeClock, SleepsLastAsLongAsTheySay) {
-    Clock clock(ClockMode::kRealTime);
+    ClockOfAPhone owner(ClockMode::kRealTime);
+    Clock& clock = *owner;
     const int64_t before = clock.nowUs();
     EXPECT_GE(wallSeconds([&] { clock.sleepUs(20000); }), 0.02);
     EXPECT_GE(clock.nowUs() - before, 20000);
 }
 
 TEST(FreeRunningClock, SleepsOnlyAddToTheClock) {
-    Clock clock(ClockMode::kFreeRunning);
+    ClockOfAPhone owner(ClockMode::kFreeRunning);
+    Clock& clock = *owner;
     EXPECT_LT(wallSeconds([&] { clock.sleepUs(10LL * 1000000); }), 1.0);
     EXPECT_EQ(clock.nowUs(), 10LL * 1000000);
     std::atomic<int> arrived = 0;
@@ -279,9 +275,9 @@ TEST(FreeRunningClock, SleepsOnlyAddToTheClock) {
             ++arrived;
             while (arrived < 2) clock.sleepUs(1);
         };
-        Worker one(clock, meet);
-        Worker two(clock, meet);
-        EXPECT_EQ(clock.threadNumber(two.handle()), 2U);
+        Worker one(meet);
+        Worker two(meet);
+        EXPECT_EQ(clock.threadNumber(two.native_handle()), 2U);
     }
     EXPECT_EQ(arrived, 2);
 }

@@ -177,7 +177,8 @@ TEST_F(KernelTest, EntitiesAreEnumeratedByTheFirstGreaterId) {
     phone.media().change([](auto& devices) { devices[0].entities[0].hasLink = true; });
     EXPECT_EQ(readlink("/sys/dev/char/81:40", target.data(), target.size()), 8) << "cut to the buffer";
     EXPECT_EQ(std::string(target.data(), target.size()), "../../de");
-    EXPECT_EQ(ioctl(fd, MEDIA_IOC_SETUP_LINK, target.data()), -1);
+    media_link_desc link{};
+    EXPECT_EQ(ioctl(fd, MEDIA_IOC_SETUP_LINK, &link), -1);
     EXPECT_EQ(errno, ENOTTY);
 
     phone.media().setDevices({});
