@@ -11,6 +11,7 @@
 #include "hub/sensor_hub.h"
 #include "kernel/controller.h"
 #include "motion/motion.h"
+#include "operations.h"
 #include "services/log_service.h"
 #include "services/property_store.h"
 #include "terminal.h"
@@ -228,7 +229,10 @@ int32_t DriverSession::run(const std::string& text, bool mayRepeat,
     } catch (const std::system_error& error) {
         fail(text + ": " + error.what());
     }
-    if (mayRepeat && wasOpen && mTally.sentBy(thread) == before) mTally.addRepeat();
+    if (mayRepeat && wasOpen && mTally.sentBy(thread) == before) {
+        mTally.addRepeat();
+        event.text += kRepeatRemark;
+    }
 
     event.hasResult = true;
     event.result = result;
@@ -249,12 +253,15 @@ int32_t DriverSession::notifyStream(bool on) {
 
 int32_t DriverSession::setMode(int32_t mode) {
     const bool repeat = mDriver->mOisMode == mode;
-    return run("SetMode(" + std::to_string(mode) + ")", repeat, [&] { return mDriver->SetMode(mode); });
+    const std::string text = "SetMode(" + std::to_string(mode) + ") " + std::string(modeMeaning(mode));
+    return run(text, repeat, [&] { return mDriver->SetMode(mode); });
 }
 
 int32_t DriverSession::setOperation(int32_t operation) {
-    return run("SetOperation(" + std::to_string(operation) + ")", false,
-               [&] { return mDriver->SetOperation(operation); });
+    const OperationInfo* info = findOperation(operation);
+    const std::string text = "SetOperation(" + std::to_string(operation) + ") " +
+                             std::string(info == nullptr ? "unsupported" : info->name);
+    return run(text, false, [&] { return mDriver->SetOperation(operation); });
 }
 
 int32_t DriverSession::enableOis(int32_t dynamic) {

@@ -370,6 +370,7 @@ const std::vector<SpanField>& spanFields() {
          [](ois_params& p, double v) { p.capture_value = static_cast<int32_t>(v); }},
         {"scenario_flag", kInt32Min, kInt32Max, true, 0, "with scenario 31, 0 allows mode 10",
          [](ois_params& p, double v) { p.scenario_flag = static_cast<int32_t>(v); }},
+        {"requests", 0, 1, true, 1, "0: no request with these frames", nullptr},
         {"focus_distance_mm", 1, kInt32Max, true, 0, "object distance, as the distance sensor has it",
          nullptr},
         {"focus_diopter", 0, kMaxDiopter, false, 0, "focus of the lens, 1/m; goes before the distance",

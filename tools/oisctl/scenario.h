@@ -42,7 +42,7 @@ struct SpanField {
     std::string_view meaning;
     void (*store)(ois_params& params, double value);  // null: not a field of ois_params
 };
-// Every field of ois_params that a request carries in, then focus, AF position and temperature.
+// Every field of ois_params that a request carries in, then pauses, focus, AF position and temperature.
 const std::vector<SpanField>& spanFields();
 
 struct Span {

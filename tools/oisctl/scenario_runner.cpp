@@ -36,6 +36,7 @@ class Player {
     const Scenario& mScenario;
     size_t mNextMoment = 0;
     uint64_t mFrame = 0;
+    uint64_t mRequests = 0;
     bool mStreaming = false;
     std::optional<long> mTemperature;
     std::vector<ModeSpan> mModes;
@@ -59,7 +60,7 @@ Summary Player::play() {
     Summary summary = summarise(mSession);
     summary.supported = supported;
     summary.scenario = mScenario.name;
-    summary.requests = mFrame;
+    summary.requests = mRequests;
     summary.modes = mModes;
     summary.operations = mOperations;
     summary.shake = mShake.result();
@@ -143,12 +144,15 @@ void Player::sendFocus(double timeS) {
 }
 
 void Player::sendRequest(double timeS) {
+    if (mScenario.value("requests", timeS) == 0) return;
+    ++mRequests;
     ois_params params = mScenario.requestAt(timeS, mSession.settings().sensorDev);
     mSession.setParams(params);
     if (params.op_result_ptr != nullptr) mOperations.push_back({params.engineer_operation, params.op_result});
 }
 
 void Player::noteMode() {
+    if (mSession.driver().mIsOisSupport == 0) return;
     const int32_t mode = mSession.driver().mOisMode;
     if (mModes.empty() || mModes.back().mode != mode) mModes.push_back({mode, mFrame, mFrame});
     mModes.back().lastFrame = mFrame;

@@ -91,7 +91,7 @@ void addPhoneOptions(CLI::App& command, Settings& settings) {
         "-t,--trace", settings.traceFile,
         "Show the whole trace, or write it to FILE: every command, file, property, sleep, message");
     trace->expected(0, 1)->type_name("[FILE]")->group(what);
-    trace->each([&settings](const std::string&) { settings.traceWanted = true; });
+    command.parse_complete_callback([trace, &settings] { settings.traceWanted = trace->count() > 0; });
     command.add_flag("-v,--verbose", settings.verbose, "Show the driver's messages too")->group(what);
     command.add_flag("-q,--quiet", settings.quiet, "Show the result only")->group(what);
     addJsonOption(command, settings);

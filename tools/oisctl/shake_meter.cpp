@@ -5,6 +5,12 @@
 
 namespace oisctl {
 
+namespace {
+
+constexpr uint64_t kLeastLooks = 20;
+
+}  // namespace
+
 void ShakeMeter::Sums::add(double x, double y) {
     ++count;
     sum[0] += x;
@@ -14,7 +20,7 @@ void ShakeMeter::Sums::add(double x, double y) {
 }
 
 std::optional<double> ShakeMeter::Sums::rms() const {
-    if (count < 2) return std::nullopt;
+    if (count < kLeastLooks) return std::nullopt;
     const auto n = static_cast<double>(count);
     double variance = 0;
     for (size_t axis = 0; axis < sum.size(); ++axis) {

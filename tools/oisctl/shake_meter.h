@@ -19,7 +19,7 @@ class ShakeMeter {
   public:
     // One look at the stabiliser. Modes in which the lens does something else are left out.
     void sample(phone::StabiliserMode mode, const phone::StabiliserState& state);
-    // Empty where there were fewer than two looks.
+    // Empty where there were too few looks to tell.
     ShakeLeft result() const;
 
   private:

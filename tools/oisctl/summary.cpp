@@ -108,7 +108,8 @@ Summary summarise(DriverSession& session) {
     return summary;
 }
 
-void printSummary(const Summary& summary) {
+void printSummary(const Summary& summary, bool quiet) {
+    if (!quiet) printLine();
     printLine(styled(Style::kBold, "summary"));
     printEntry("module", summary.module + ", " + summary.way);
     if (!summary.scenario.empty()) printEntry("scenario", summary.scenario);
@@ -169,7 +170,7 @@ int conclude(DriverSession& session, const Summary& summary) {
     if (session.settings().json) {
         printLine(toJson(summary).dump());
     } else {
-        printSummary(summary);
+        printSummary(summary, session.settings().quiet);
     }
     return summary.counts.failures == 0 ? kSuccess : kJobFailed;
 }

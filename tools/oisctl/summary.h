@@ -44,7 +44,8 @@ struct Summary {
 // What the session itself knows; the rest is the caller's.
 Summary summarise(DriverSession& session);
 
-void printSummary(const Summary& summary);
+// `quiet`: nothing stands above it.
+void printSummary(const Summary& summary, bool quiet);
 nlohmann::json toJson(const Summary& summary);
 
 // Ends a command: finishes the trace, shows the summary as the settings ask for, and gives the exit status.

@@ -16,6 +16,7 @@ namespace {
 
 constexpr double kMicro = 1e-6;
 constexpr size_t kTimeColumns = 10;
+constexpr size_t kLongestLine = 180;
 
 std::string timeColumn(int64_t timeUs) {
     const std::string text = number(static_cast<double>(timeUs) * kMicro, 4);
@@ -29,7 +30,8 @@ bool failed(const Event& event) {
 
 }  // namespace
 
-TraceOutput::TraceOutput(const Settings& settings, Narration narration) : mFileName(settings.traceFile) {
+TraceOutput::TraceOutput(const Settings& settings, Narration narration)
+    : mFileName(settings.traceFile), mVerbose(settings.verbose) {
     if (settings.traceWanted && !mFileName.empty()) {
         mFile.open(mFileName);
         if (!mFile) throw InputError("--trace=" + mFileName + ": cannot be written: " + std::strerror(errno));
@@ -66,27 +68,43 @@ void TraceOutput::show(const Event& event) {
 }
 
 void TraceOutput::narrate(const Event& event) {
+    const bool isNote = event.kind == EventKind::kNote || !event.fault.empty();
     if (isCommand(event)) {
         printCommand(event);
-    } else if (event.kind == EventKind::kCall && mTerminal == Terminal::kCalls && !event.hasResult) {
-        endRepeats();
-        mLastLine.clear();
-        printLine(timeColumn(event.timeUs) + "  " + styled(Style::kBold, event.text));
-    } else if (event.kind == EventKind::kNote || !event.fault.empty()) {
-        endRepeats();
-        mLastLine.clear();
-        printLine(timeColumn(event.timeUs) + "    " + styled(Style::kWarning, toText(event, false)));
+    } else if (event.kind == EventKind::kCall && mTerminal == Terminal::kCalls) {
+        narrateCall(event);
+    } else if (isNote || (mVerbose && event.kind == EventKind::kMessage)) {
+        const std::string text = toText(event, false);
+        printOther(event, "    " + styled(isNote ? Style::kWarning : Style::kDim, text));
     }
 }
 
+void TraceOutput::narrateCall(const Event& event) {
+    if (!event.hasResult) {
+        printOther(event, styled(Style::kBold, event.text));
+    } else if (event.text.ends_with(kRepeatRemark)) {
+        printOther(event, "    " + styled(Style::kDim, kRepeatRemark.substr(2)));
+    }
+}
+
+void TraceOutput::printOther(const Event& event, const std::string& text) {
+    endRepeats();
+    mLastLine.clear();
+    printLine(timeColumn(event.timeUs) + "  " + text);
+}
+
 void TraceOutput::printCommand(const Event& event) {
-    const std::string text = toText(event, false);
+    std::string text = toText(event, false);
     if (text == mLastLine) {
         ++mRepeats;
         return;
     }
     endRepeats();
     mLastLine = text;
+    if (text.size() > kLongestLine) {
+        text.resize(kLongestLine);
+        text += " ... (whole with --trace)";
+    }
     printLine(timeColumn(event.timeUs) + "    " + styled(failed(event) ? Style::kBad : Style::kPlain, text));
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <fstream>
 #include <string>
+#include <string_view>
 
 #include "settings.h"
 #include "trace.h"
@@ -16,6 +17,10 @@ enum class Narration {
     kCommands,  // the commands that reach the controller
     kCalls,     // the same, each under the call that sent it
 };
+
+// Ends the text of a returned call that the driver answered without sending anything, the value being the
+// last one.
+constexpr std::string_view kRepeatRemark = ": a repeat, nothing sent";
 
 class TraceOutput {
   public:
@@ -34,12 +39,15 @@ class TraceOutput {
     enum class Terminal { kNothing, kCommands, kCalls, kText, kJson };
 
     void narrate(const phone::Event& event);
+    void narrateCall(const phone::Event& event);
+    void printOther(const phone::Event& event, const std::string& text);
     void printCommand(const phone::Event& event);
     void endRepeats();
 
     std::ofstream mFile;
     std::string mFileName;
     bool mFileJson = false;
+    const bool mVerbose;
     Terminal mTerminal = Terminal::kNothing;
     std::string mLastLine;  // repeats of a line are counted, not shown
     uint64_t mRepeats = 0;

@@ -147,7 +147,7 @@ std::optional<Offsets> offsetsOf(DriverSession& session) {
 }
 
 std::string text(const std::optional<Offsets>& offsets) {
-    if (!offsets) return "not known";
+    if (!offsets) return "not measured yet";
     return "x " + std::to_string((*offsets)[0]) + ", y " + std::to_string((*offsets)[1]) + " (raw counts)";
 }
 

@@ -80,8 +80,12 @@ class Observation {
 
 void Observation::take(const phone::Event& event, const OisCalibInfo& calibration) {
     if (event.name == "SET_FIX_MODE") ++positions;
-    if (event.name != "GET_HALL" || positions == 0 || positions > ois::kCoordinateCapacity) return;
-    hallRead = true;
+    // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its old
+    // hall.
+    const bool answered = event.name == "GET_HALL";
+    if (!answered && event.name != "COMMAND_28") return;
+    if (positions == 0 || positions > ois::kCoordinateCapacity) return;
+    hallRead = hallRead || answered;
     const size_t i = positions - 1;
     const auto error = [](float coordinate, int32_t centre, int64_t hall) {
         return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));

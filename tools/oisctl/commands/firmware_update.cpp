@@ -95,38 +95,45 @@ Outcome judge(const phone::FirmwareReport& report, const Observation& seen, uint
     return {false, "not updated: controller not idle"};
 }
 
+// A chip whose download was cut short has no firmware to run.
+std::string versionText(uint32_t version) {
+    constexpr int kDigits = 8;
+    return version == 0 ? "none" : hex(version, kDigits);
+}
+
 void printOutcome(DriverSession& session, const Outcome& outcome, const phone::FirmwareReport& report,
-                  const Observation& seen, uint32_t before, uint32_t after) {
+                  const Observation& seen, uint32_t before, uint32_t after, double seconds) {
     const uint32_t wanted = session.phone().hub().firmware().version();
     if (session.settings().json) {
-        printLine(nlohmann::json{{"good", outcome.good},
-                                 {"outcome", outcome.words},
-                                 {"code", report.code},
-                                 {"value", report.value},
-                                 {"versionBefore", before},
-                                 {"versionAfter", after},
-                                 {"imageVersion", wanted},
-                                 {"blocks", seen.blocks},
-                                 {"clockHz", seen.clock},
-                                 {"simulatedSeconds", session.nowS()}}
-                      .dump());
+        printLine(nlohmann::json{
+            {"good", outcome.good},
+            {"outcome", outcome.words},
+            {"code", report.code},
+            {"value", report.value},
+            {"versionBefore", before},
+            {"versionAfter", after},
+            {"imageVersion", wanted},
+            {"blocks", seen.blocks},
+            {"clockHz", seen.clock},
+            {"simulatedSeconds",
+             seconds}}.dump());
         return;
     }
-    constexpr int kVersionDigits = 8;
     Table table({"", ""});
     table.addRow({"outcome", styled(outcome.good ? Style::kGood : Style::kBad, outcome.words)});
     table.addRow({"hub received", "code " + std::to_string(report.code) + ", value " + hex(report.value, 1)});
-    table.addRow({"firmware", hex(before, kVersionDigits) + " -> " + hex(after, kVersionDigits) + ", image " +
-                                  hex(wanted, kVersionDigits)});
+    table.addRow(
+        {"firmware", versionText(before) + " -> " + versionText(after) + ", image " + versionText(wanted)});
     table.addRow({"blocks", std::to_string(seen.blocks) + " of " + std::to_string(ois::kFirmwareBlockCount)});
     table.addRow({"clock", grouped(static_cast<uint64_t>(seen.clock)) + " Hz"});
-    table.addRow({"time", duration(session.nowS()) + (session.settings().realTime ? "" : " simulated")});
+    table.addRow({"time", duration(seconds) + (session.settings().realTime ? "" : " simulated")});
     table.print();
 }
 
 bool updateBehindHub(DriverSession& session) {
     phone::SensorHub& hub = session.phone().hub();
     const uint32_t before = hub.chip().peek(Register::kFirmwareVersion, sizeof(uint32_t));
+    const double startS = session.nowS();
     const size_t reportsBefore = hub.firmwareReports().size();
     Observation seen;
     {
@@ -147,7 +154,7 @@ bool updateBehindHub(DriverSession& session) {
         return false;
     }
     const Outcome outcome = judge(reports.back(), seen, before, hub.firmware().version());
-    printOutcome(session, outcome, reports.back(), seen, before, after);
+    printOutcome(session, outcome, reports.back(), seen, before, after, session.nowS() - startS);
     return outcome.good;
 }
 

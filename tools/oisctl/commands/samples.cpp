@@ -1,6 +1,8 @@
 // oisctl samples: the motion samples of the hub's OIS channel.
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -32,7 +34,7 @@ std::array<const std::vector<float>*, kValues> valuesOf(const OISDrv& driver) {
 }
 
 void printSamples(const OISDrv& driver, bool json) {
-    Table table({"TIME s", "VALUE 1", "VALUE 2", "VALUE 3", "VALUE 4", "VALUE 5", "VALUE 6"});
+    Table table({"TIME s", "1 GYRO X", "2 GYRO Y", "3 ACC X", "4 ACC Y", "5 GYRO Z", "6 ACC Z"});
     for (size_t column = 0; column <= kValues; ++column) table.alignRight(column);
     const auto values = valuesOf(driver);
     for (size_t i = 0; i < driver.mSensorTimestamps.size(); ++i) {
@@ -67,7 +69,8 @@ int run(const Options& options) {
     {
         Progress progress("samples", options.seconds);
         while (session.nowS() < endS && !interrupted()) {
-            session.sleepUs(static_cast<int64_t>(options.everyS * kMicrosPerSecond));
+            const double waitS = std::min(options.everyS, endS - session.nowS());
+            session.sleepUs(std::max<int64_t>(1, std::llround(waitS * kMicrosPerSecond)));
             session.call("GetSensorData()", [&session] {
                 session.driver().GetSensorData();
                 return 0;
@@ -95,7 +98,9 @@ void addSamples(CLI::App& app, Job& job) {
         ->capture_default_str();
     addPhoneOptions(*command, options->settings);
     command->footer(
-        "Examples:\n"
+        "The columns are the driver's six sample values, with what this phone's hub puts there: rad/s and "
+        "m/s^2.\n"
+        "\nExamples:\n"
         "  oisctl samples --motion walk\n"
         "  oisctl samples --seconds 5 --json > samples.jsonl");
     command->callback([options, &job] { job = [options] { return run(*options); }; });
