@@ -154,7 +154,7 @@ TEST(MotionFile, SaysWhatIsWrongAndWhere) {
     } kCases[] = {
         {"", ":0: the file ends after 0 samples"},
         {"# nothing\n\n", ":2: the file ends after 0 samples"},
-        {"0,0,0,0,0,0,0\n", ":1: the file ends after 1 samples"},
+        {"0,0,0,0,0,0,0\n", ":1: the file ends after 1 sample;"},
         {"0,0,0,0,0,0,0\n1,0,0,0,0,0\n", ":2: 6 columns, expected 7"},
         {"0,0,0,0,0,0,0,0\n", ":1: 8 columns, expected 7"},
         {"0,0,0,0,0,0,0\n1,0,x,0,0,0,0\n", ":2: gyro_y_rad_s is \"x\", expected a number"},

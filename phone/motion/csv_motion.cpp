@@ -36,6 +36,10 @@ std::vector<std::string_view> split(std::string_view line) {
     }
 }
 
+std::string counted(size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 class Reader {
   public:
     explicit Reader(const std::filesystem::path& file) : mFile(file.string()) {}
@@ -51,8 +55,7 @@ class Reader {
             if (!text.empty() && text.front() != '#') takeLine(text);
         }
         if (mSamples.size() < 2) {
-            fail("the file ends after " + std::to_string(mSamples.size()) +
-                 " samples; a motion needs at least 2");
+            fail("the file ends after " + counted(mSamples.size(), "sample") + "; a motion needs at least 2");
         }
         return std::move(mSamples);
     }

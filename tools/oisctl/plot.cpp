@@ -19,8 +19,6 @@
 #include "errors.h"
 #include "terminal.h"
 
-extern char** environ;
-
 namespace oisctl {
 namespace {
 

@@ -130,7 +130,8 @@ class StatusReader {
             begin = line.find_first_not_of(' ', end);
         }
         if (count != kColumnCount) {
-            fail(mLine, std::to_string(count) + " columns, expected " + std::to_string(kColumnCount) +
+            fail(mLine, std::to_string(count) + (count == 1 ? " column" : " columns") + ", expected " +
+                            std::to_string(kColumnCount) +
                             (mLine == 1 ? "; this is no status recording" : ""));
         }
         return cells;
