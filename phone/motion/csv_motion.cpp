@@ -68,8 +68,8 @@ class Reader {
     void takeLine(std::string_view text) {
         const std::vector<std::string_view> cells = split(text);
         if (cells.size() != kColumns) {
-            fail(std::to_string(cells.size()) +
-                 " columns, expected 7: time_s, gyro x, y, z in rad/s, "
+            fail(counted(cells.size(), "column") +
+                 ", expected 7: time_s, gyro x, y, z in rad/s, "
                  "acceleration x, y, z in m/s^2");
         }
         const bool first = !mSeenContent;
