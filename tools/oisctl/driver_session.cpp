@@ -68,7 +68,7 @@ phone::ModuleDescription moduleOf(const Settings& settings) {
     try {
         return phone::moduleByName(settings.module);
     } catch (const std::runtime_error& error) {
-        throw InputError("--module " + settings.module + ": " + error.what());
+        throw InputError(std::string("--module: ") + error.what());
     }
 }
 
@@ -84,7 +84,7 @@ void requireFault(const std::string& text) {
     try {
         checkFault(text);
     } catch (const std::invalid_argument& error) {
-        throw InputError("--fault " + text + ": " + error.what());
+        throw InputError(std::string("--fault: ") + error.what());
     }
 }
 
@@ -136,7 +136,7 @@ void DriverSession::setMotion(const std::string& nameOrFile) {
     try {
         mPhone->motion().set(phone::motionByName(nameOrFile, mSettings.seed));
     } catch (const std::runtime_error& error) {
-        throw InputError("--motion " + nameOrFile + ": " + error.what());
+        throw InputError(std::string("--motion: ") + error.what());
     }
 }
 
@@ -165,7 +165,7 @@ void DriverSession::addFault(const std::string& text) {
     try {
         mPhone->hub().chip().inject(text);
     } catch (const std::invalid_argument& error) {
-        throw InputError("--fault " + text + ": " + error.what());
+        throw InputError(std::string("--fault: ") + error.what());
     }
 }
 

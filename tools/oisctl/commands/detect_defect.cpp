@@ -38,18 +38,25 @@ constexpr std::pair<std::string_view, LensDefect> kDefectNames[] = {
     {"off-centre", LensDefect::kOffCentre},
 };
 
+// "stuck-x", or "stuck" for both axes.
 Defects parseDefects(const std::vector<std::string>& texts) {
     Defects defects;
     std::vector<std::string> known;
-    for (const auto& [name, defect] : kDefectNames) {
-        for (const char* axis : {"-x", "-y"}) known.push_back(std::string(name) + axis);
-    }
+    const auto apply = [&](const std::string& text) {
+        bool found = false;
+        known.clear();
+        for (const auto& [name, defect] : kDefectNames) {
+            for (size_t axis = 0; axis < defects.axes.size(); ++axis) {
+                known.push_back(std::string(name).append(axis == 0 ? "-x" : "-y"));
+                if (text != name && text != known.back()) continue;
+                defects.axes.at(axis) = defect;
+                found = true;
+            }
+        }
+        return found;
+    };
     for (const std::string& text : texts) {
-        const auto found = std::find(known.begin(), known.end(), text);
-        if (found == known.end())
-            throw InputError("--defect " + text + ": no such defect" + suggestion(text, known));
-        const auto index = static_cast<size_t>(found - known.begin());
-        defects.axes.at(index % 2) = kDefectNames[index / 2].second;
+        if (!apply(text)) throw InputError("--defect " + text + ": no such defect" + suggestion(text, known));
     }
     return defects;
 }
@@ -192,8 +199,9 @@ void addDetectDefect(CLI::App& app, Job& job) {
     CLI::App* command = app.add_subcommand("detect-defect",
                                            "Walk the lens through its test positions and judge the actuator");
     command
-        ->add_option("--defect", options->defects,
-                     "What is wrong with the lens: stuck, sluggish or off-centre, and -x or -y")
+        ->add_option(
+            "--defect", options->defects,
+            "What is wrong with the lens: stuck, sluggish or off-centre; with -x or -y, one axis of it")
         ->delimiter(',')
         ->type_name("DEFECT,...");
     addPhoneOptions(*command, options->settings);
