@@ -32,7 +32,9 @@ std::string readFile(const fs::path& file) {
     return text.str();
 }
 
-size_t lines(const std::string& text) { return static_cast<size_t>(std::count(text.begin(), text.end(), '\n')); }
+size_t lines(const std::string& text) {
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
 
 // In a folder of the test's own.
 class Oisctl : public testing::Test {
@@ -42,8 +44,8 @@ class Oisctl : public testing::Test {
 
     Run run(const std::string& arguments, const std::string& before = {}) const {
         const fs::path err = mFolder / "stderr";
-        const std::string command =
-            "cd " + mFolder.string() + " && " + before + " " OISCTL_PATH " " + arguments + " 2>" + err.string();
+        const std::string command = "cd " + mFolder.string() + " && " + before + " " OISCTL_COMMAND " " +
+                                    arguments + " 2>" + err.string();
         Run result;
         std::FILE* pipe = popen(command.c_str(), "r");
         if (pipe == nullptr) return result;
@@ -61,7 +63,9 @@ class Oisctl : public testing::Test {
         EXPECT_EQ(result.status, 0) << result.out << result.err;
         return json::parse(result.out.substr(result.out.rfind("\n{") + 1), nullptr, false);
     }
-    void write(const std::string& name, const std::string& text) const { std::ofstream(mFolder / name) << text; }
+    void write(const std::string& name, const std::string& text) const {
+        std::ofstream(mFolder / name) << text;
+    }
 
     const fs::path mFolder = fs::path(testing::TempDir()) / ("oisctl_test_" + std::to_string(getpid()));
 };
@@ -135,8 +139,9 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
 TEST_F(Oisctl, HelpOfEveryCommandTeachesByExample) {
     const Run overview = run("--help");
     EXPECT_EQ(overview.status, 0);
-    for (const char* command : {"session", "op", "mode", "decode", "calibrate", "firmware-update", "registers",
-                                "detect-defect", "record", "plot", "stats", "dump", "samples", "modules", "scenarios"}) {
+    for (const char* command :
+         {"session", "op", "mode", "decode", "calibrate", "firmware-update", "registers", "detect-defect",
+          "record", "plot", "stats", "dump", "samples", "modules", "scenarios"}) {
         SCOPED_TRACE(command);
         EXPECT_NE(overview.out.find(command), std::string::npos);
         const Run help = run(std::string(command) + " --help");
@@ -155,11 +160,13 @@ TEST_F(Oisctl, SessionShowsEveryCommandOnBothWays) {
 
     const Run parser = run("session --set bypassen=0");
     EXPECT_EQ(parser.status, 0) << parser.err;
-    EXPECT_NE(parser.out.find("hub  write register 0x0002 STABILISATION_MODE = 16"), std::string::npos) << parser.out;
+    EXPECT_NE(parser.out.find("hub  write register 0x0002 STABILISATION_MODE = 16"), std::string::npos)
+        << parser.out;
 
     const Run subDevice = run("session -m dw9786");
     EXPECT_EQ(subDevice.status, 0) << subDevice.err;
-    EXPECT_NE(subDevice.out.find("sub-device  SET_MODE(0x400456C2) mode=2 -> 0"), std::string::npos) << subDevice.out;
+    EXPECT_NE(subDevice.out.find("sub-device  SET_MODE(0x400456C2) mode=2 -> 0"), std::string::npos)
+        << subDevice.out;
     EXPECT_NE(subDevice.out.find("END_SESSION"), std::string::npos) << subDevice.out;
 }
 
@@ -184,8 +191,8 @@ TEST_F(Oisctl, EveryScenarioRunsOnEveryModule) {
     ASSERT_GE(scenarios.size(), 7U);
     for (const json& module : names) {
         for (const json& scenario : scenarios) {
-            const std::string what =
-                "-m " + module["name"].get<std::string>() + " --scenario " + scenario["name"].get<std::string>();
+            const std::string what = "-m " + module["name"].get<std::string>() + " --scenario " +
+                                     scenario["name"].get<std::string>();
             SCOPED_TRACE(what);
             const json summary = runJson("session " + what);
             ASSERT_TRUE(summary.is_object());
@@ -200,7 +207,8 @@ TEST_F(Oisctl, ScenarioSummaryTellsModesAndRepeats) {
     const json summary = runJson("session -m dw9786 --scenario video-zoom");
     std::vector<std::array<int, 3>> modes;
     for (const json& span : summary["modes"]) {
-        modes.push_back({span["mode"].get<int>(), span["firstFrame"].get<int>(), span["lastFrame"].get<int>()});
+        modes.push_back(
+            {span["mode"].get<int>(), span["firstFrame"].get<int>(), span["lastFrame"].get<int>()});
     }
     const std::vector<std::array<int, 3>> expected{{2, 0, 59}, {3, 60, 329}, {0, 330, 359}};
     EXPECT_EQ(modes, expected);

@@ -13,7 +13,9 @@ namespace {
 
 using namespace oisctl;
 
-Scenario parse(const std::string& text) { return parseScenario(text, "test.toml"); }
+Scenario parse(const std::string& text) {
+    return parseScenario(text, "test.toml");
+}
 
 std::string complaint(const std::string& text) {
     try {
@@ -130,7 +132,8 @@ TEST(Scenario, RefusesWhatCannotBePlayed) {
         {"duration_s = 1\n[[span]]\nzoom_ratio = { from = 1 }", "test.toml:3:", "both ends"},
         {"duration_s = 1\n[[span]]\nzoom_ratio = { from = 1, two = 2 }", "test.toml:3:", "did you mean 'to'"},
         {"duration_s = 1\n[[span]]\nzoom_ratio = [[0, 1], [0, 2]]", "test.toml:3:", "ascend"},
-        {"duration_s = 1\n[[span]]\nfrom_s = 0.5\nto_s = 0.2\nvideo_mode = 1", "test.toml:2:", "before it begins"},
+        {"duration_s = 1\n[[span]]\nfrom_s = 0.5\nto_s = 0.2\nvideo_mode = 1",
+         "test.toml:2:", "before it begins"},
         {"duration_s = 1\n[[span]]\nto_s = 2\nvideo_mode = 1", "test.toml:3:", "0 to 1"},
         {"duration_s = 1\n[[at]]\nstream = \"on\"", "test.toml:2:", "s = 1.5"},
         {"duration_s = 1\n[[at]]\ns = 0", "test.toml:2:", "does nothing"},
