@@ -13,7 +13,6 @@
 #include <fstream>
 #include <limits>
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -469,10 +468,12 @@ TEST_P(ShippedModuleTest, OtpImageAnswersItsAddressMap) {
         content << std::ifstream(entry.path()).rdbuf();
         dump = content.str();
     }
-    const auto valueOf = [&dump](const std::string& label) {
-        const std::regex line("(?:^|\n)" + label + "  adress:  0x([0-9a-f]+)  value:  ([0-9a-f]*)\n");
-        std::smatch match;
-        return std::regex_search(dump, match, line) ? match[2].str() : "missing";
+    const auto valueOf = [text = "\n" + dump](const std::string& label) {
+        const std::string key = "  value:  ";
+        const size_t line = text.find("\n" + label + "  adress:  0x");
+        if (line == std::string::npos) return std::string("missing");
+        const size_t value = text.find(key, line) + key.size();
+        return text.substr(value, text.find('\n', value) - value);
     };
     const auto word = [](int32_t value) {
         std::array<char, 8> text{};
