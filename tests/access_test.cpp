@@ -1,0 +1,453 @@
+// The media walk, and the transport on both ways.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <utility>
+
+#include "driver_fixture.h"
+#include "kernel/kernel.h"
+
+namespace {
+
+using driver_test::bytes;
+using driver_test::DriverTest;
+using driver_test::kSensor;
+using phone::FaultEffect;
+using phone::FaultPoint;
+using phone::MediaDevice;
+using phone::MediaEntity;
+using Texts = std::vector<std::string>;
+
+// --- Media walk
+
+constexpr uint32_t kLens = 0x20003;
+
+MediaEntity entity(uint32_t id, const std::string& name, uint32_t type = kLens, bool hasLink = true) {
+    MediaEntity made;
+    made.id = id;
+    made.name = name;
+    made.type = type;
+    made.groupId = 7;
+    made.major = 81;
+    made.minor = 200 + id;
+    made.node = "v4l-subdev" + std::to_string(100 + id);
+    made.hasLink = hasLink;
+    return made;
+}
+MediaDevice device(int number, const std::string& model, std::vector<MediaEntity> entities = {}) {
+    return {number, model, "some-driver", "", "", std::move(entities)};
+}
+
+class Walk : public DriverTest {
+  protected:
+    ~Walk() override { EXPECT_EQ(phone.kernel().openNodes(), 0U); }
+
+    // The lens device as media1, with these entities.
+    void setEntities(std::vector<MediaEntity> entities) {
+        phone.media().setDevices({device(1, "nxa_camera_af", std::move(entities))});
+        phone.trace().clear();
+    }
+    // The node that the walk opens, or "" when it finds none; what it opened is closed again.
+    std::string found(const char* driverName) {
+        phone.trace().clear();
+        const int32_t descriptor = driver.GetV4l2SubDevice(driverName);
+        EXPECT_EQ(phone.kernel().openNodes(), descriptor >= 0 ? 1U : 0U);
+        if (descriptor < 0) {
+            EXPECT_EQ(descriptor, -1);
+            return "";
+        }
+        std::string path;
+        for (const phone::Event& event : phone.trace().events(phone::EventKind::kFile)) {
+            if (event.name == "open" && event.result == descriptor) path = text(event, "path");
+        }
+        close(descriptor);
+        return path;
+    }
+    static std::string text(const phone::Event& event, const char* field) {
+        const phone::Field* const found = phone::findField(event, field);
+        return found == nullptr ? "" : std::get<std::string>(found->value);
+    }
+    // Calls of that name, as their paths.
+    Texts paths(const std::string& call) {
+        Texts paths;
+        for (const phone::Event& event : phone.trace().events(phone::EventKind::kFile)) {
+            if (event.name == call) paths.push_back(text(event, "path"));
+        }
+        return paths;
+    }
+    size_t mediaRequests(const std::string& name, const std::string& entityName = "") {
+        size_t count = 0;
+        for (const phone::Event& event : phone.trace().events(phone::EventKind::kMedia)) {
+            if (event.name != name) continue;
+            count += entityName.empty() || text(event, "name") == entityName ? 1 : 0;
+        }
+        return count;
+    }
+};
+
+TEST_F(Walk, MediaDevicesAreMatchedByTheBeginningOfTheirModel) {
+    phone.media().setDevices({device(0, "nxa_camera_isp"), device(2, "nxa_camera_af"),
+                              device(5, "nxa_camera_af2"), device(31, "last"), device(32, "beyond")});
+    phone.media().change([](std::vector<MediaDevice>& devices) { devices[0].driver = "nxa_camera_af"; });
+    const struct {
+        const char* name;
+        const char* path;  // empty: none
+    } cases[] = {{"nxa_camera_af", "/dev/media2"},
+                 {"nxa_camera_af2", "/dev/media5"},
+                 {"nxa_camera", "/dev/media0"},
+                 {"", "/dev/media0"},
+                 {"nxa_camera_af22", ""},
+                 {"last", "/dev/media31"},
+                 {"beyond", ""},
+                 {"some-driver", ""},
+                 {"Nxa_camera_af", ""}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        phone.trace().clear();
+        const int32_t descriptor = driver.GetV4l2MediaDevice(c.name);
+        EXPECT_EQ(descriptor >= 0, *c.path != '\0');
+        Texts tried = paths("open");
+        if (descriptor >= 0) {
+            EXPECT_EQ(tried.back(), c.path);
+            EXPECT_EQ(messages().back(),
+                      std::string("[GetV4l2MediaDevice] Found media device (") + c.name + ")");
+            close(descriptor);
+        } else {
+            EXPECT_EQ(descriptor, -1);
+            EXPECT_EQ(tried.size(), 32U);
+            EXPECT_EQ(tried.back(), "/dev/media31");
+        }
+        EXPECT_EQ(phone.kernel().openNodes(), 0U);
+    }
+    phone.trace().clear();
+    EXPECT_EQ(driver.GetV4l2MediaDevice(nullptr), -1);
+    EXPECT_TRUE(phone.trace().events().empty());
+}
+
+TEST_F(Walk, DevicesThatCannotBeOpenedOrAskedAreSkipped) {
+    phone.media().setDevices(
+        {device(0, "nxa_camera_af"), device(2, "nxa_camera_af"), device(3, "nxa_camera_af")});
+    phone.faults().add(phone::parseFault("open./dev/media0:errno=EACCES"));
+    phone.faults().add(phone::parseFault("media.DEVICE_INFO@1:errno=EIO"));
+    const int32_t descriptor = driver.GetV4l2MediaDevice("nxa_camera_af");
+    EXPECT_EQ(messages(),
+              (Texts{"[GetV4l2MediaDevice] Cannot open '/dev/media0': 13, Permission denied",
+                     "[GetV4l2MediaDevice] Cannot open '/dev/media1': 2, No such file or directory",
+                     "[GetV4l2MediaDevice] Failed to get device info for /dev/media2",
+                     "[GetV4l2MediaDevice] Found media device (nxa_camera_af)"}));
+    EXPECT_EQ(paths("close"), Texts{"/dev/media2"});
+    EXPECT_GE(descriptor, 0);
+    close(descriptor);
+}
+
+TEST_F(Walk, WithoutTheLensDeviceEveryNodeIsClosedAgain) {
+    phone.media().setDevices({device(0, "a"), device(7, "b"), device(31, "c")});
+    EXPECT_EQ(found("lens"), "");
+    EXPECT_EQ(paths("open").size(), 32U);
+    EXPECT_EQ(paths("close"), (Texts{"/dev/media0", "/dev/media7", "/dev/media31"}));
+    EXPECT_EQ(mediaRequests("ENUM_ENTITIES"), 0U);
+}
+
+TEST_F(Walk, EntitiesAreMatchedByTheBeginningOfTheirName) {
+    setEntities(
+        {entity(1, "abc 1-000a", 0x20001), entity(2, "ab"), entity(3, "abc 2-000c"), entity(4, "abcd")});
+    EXPECT_EQ(found("abc"), "/dev/v4l-subdev103");
+    EXPECT_EQ(found("abc 2-000c"), "/dev/v4l-subdev103");
+    EXPECT_EQ(found("abcd"), "/dev/v4l-subdev104");
+    EXPECT_EQ(found(""), "/dev/v4l-subdev102");  // the first lens
+    EXPECT_EQ(found("ABC"), "");
+    EXPECT_EQ(found("abc 1"), "");  // no lens
+    EXPECT_EQ(messages().back(), "[GetV4l2SubDevice] Done enumerating media entities, Invalid argument\n");
+    EXPECT_EQ(mediaRequests("ENUM_ENTITIES"), 5U);
+}
+
+TEST_F(Walk, SparseIdsAreSeenAsOftenAsTheCounterReachesThem) {
+    setEntities({entity(1, "one"), entity(40, "forty"), entity(41, "lens")});
+    EXPECT_EQ(found("lens"), "");
+    EXPECT_EQ(mediaRequests("ENUM_ENTITIES"), 32U);
+    EXPECT_EQ(mediaRequests("ENUM_ENTITIES", "one"), 1U);
+    EXPECT_EQ(mediaRequests("ENUM_ENTITIES", "forty"), 31U);
+    EXPECT_EQ(mediaRequests("ENUM_ENTITIES", "lens"), 0U);
+    EXPECT_EQ(paths("close"), Texts{"/dev/media1"});
+    EXPECT_EQ(found("forty"), "/dev/v4l-subdev140");
+
+    setEntities({entity(32, "lens")});
+    EXPECT_EQ(found("lens"), "/dev/v4l-subdev132");
+    EXPECT_EQ(mediaRequests("ENUM_ENTITIES"), 1U);
+}
+
+TEST_F(Walk, BrokenLinksAreSkipped) {
+    setEntities({entity(1, "lens a", kLens, false), entity(9, "lens b", kLens, false), entity(11, "lens c")});
+    EXPECT_EQ(found("lens"), "/dev/v4l-subdev111");
+    Texts errors;
+    for (const std::string& message : messages()) {
+        if (message.find("readlink failed") != std::string::npos) errors.push_back(message);
+    }
+    // The counter meets the second entity eight times.
+    EXPECT_EQ(errors, Texts(9, "[GetV4l2SubDevName] readlink failed error(No such file or directory)."));
+
+    setEntities({entity(40, "lens", kLens, false)});
+    EXPECT_EQ(found("lens"), "");
+    EXPECT_EQ(paths("readlink").size(), 32U);
+}
+
+TEST_F(Walk, CallsComeInOrderAndTheMediaNodeIsClosedLast) {
+    setEntities({entity(3, "lens 2-000c")});
+    const int32_t descriptor = driver.GetV4l2SubDevice("lens");
+    Texts calls;
+    for (const phone::Event& event : phone.trace().events()) {
+        if (event.kind == phone::EventKind::kMessage) {
+            calls.push_back(event.text);
+        } else {
+            const std::string path = text(event, "path");
+            calls.push_back(path.empty() ? event.name : event.name + " " + path);
+        }
+    }
+    const std::string walk = "[GetV4l2SubDevice] ";
+    EXPECT_EQ(calls,
+              (Texts{"open /dev/media0",
+                     "[GetV4l2MediaDevice] Cannot open '/dev/media0': 2, No such file or directory",
+                     "open /dev/media1", "DEVICE_INFO",
+                     "[GetV4l2MediaDevice] Found media device (nxa_camera_af)", "ENUM_ENTITIES",
+                     walk + "entity name lens 2-000c, type 0x20003, group id 7, major 81 minor 203\n",
+                     walk + "driver name:lens entity name:lens 2-000c", "readlink /sys/dev/char/81:203",
+                     "[GetV4l2SubDevName] readlink:/dev/v4l-subdev103\n", "open /dev/v4l-subdev103",
+                     walk + "Open subdev : " + std::to_string(descriptor) + " (/dev/v4l-subdev103)\n",
+                     "close /dev/media1"}));
+    close(descriptor);
+}
+
+TEST_F(Walk, ASubDeviceThatCannotBeOpenedLeavesItsErrno) {
+    setEntities({entity(3, "lens")});
+    phone.faults().add(phone::parseFault("open./dev/v4l-subdev103:errno=EBUSY"));
+    phone.faults().add(phone::parseFault("close./dev/media1:errno=EIO"));
+    errno = 0;
+    EXPECT_EQ(driver.GetV4l2SubDevice("lens"), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(messages().back(), "[GetV4l2SubDevice] Open subdev : -1 (/dev/v4l-subdev103)\n");
+}
+
+TEST_F(Walk, PathsAreCutToTheirBuffers) {
+    MediaEntity longNode = entity(1, "lens");
+    longNode.node = std::string(400, 'n');
+    setEntities({longNode});
+    char path[33];
+    path[32] = '!';
+    EXPECT_EQ(driver.GetV4l2SubDevName(81, 201, path), 1);
+    EXPECT_EQ(path, "/dev/" + std::string(26, 'n'));
+    EXPECT_EQ(path[32], '!');
+    EXPECT_EQ(messages(), Texts{"[GetV4l2SubDevName] readlink:" + std::string(path) + "\n"});
+
+    phone.trace().clear();
+    EXPECT_EQ(driver.GetV4l2SubDevName(-1, -1, path), 0);
+    EXPECT_EQ(paths("readlink"), Texts{"/sys/dev/char/4294967295:429496"});
+
+    // A target without a slash is the component itself.
+    phone.faults().add(phone::parseFault("readlink:garbage=61"));
+    EXPECT_EQ(driver.GetV4l2SubDevName(81, 201, path), 1);
+    EXPECT_EQ(path, "/dev/" + std::string(26, 'a'));
+}
+
+// --- Transport
+
+constexpr uint32_t kSetModeRequest = 0x400456C2;
+constexpr uint32_t kReadGainRequest = 0xC01856D0;
+
+class Transport : public DriverTest {
+  protected:
+    int32_t setMode(int32_t mode) {
+        return driver.ConfigOisTransfer(kSetModeRequest, 4, &mode, nullptr, sizeof mode, 0);
+    }
+    void fault(const std::string& text) { phone.faults().add(phone::parseFault(text)); }
+};
+
+TEST_F(Transport, TheWayFollowsFromWhatIsUp) {
+    const struct {
+        const char* what;
+        bool useSensorHub;
+        bool hubEnabled;
+        bool useCustomCmd;
+        bool subDeviceOpen;
+        Texts keys;
+    } cases[] = {
+        {"sub-device", false, false, true, true, {"SET_MODE"}},
+        {"sub-device, hub left over", false, true, true, true, {"SET_MODE"}},
+        {"nothing open", false, false, true, false, {}},
+        {"hub not up, sub-device open", true, false, true, true, {"SET_MODE"}},
+        {"hub not up, nothing open", true, false, true, false, {}},
+        {"hub, relayed", true, true, true, true, {"SET_MODE"}},
+        {"hub, parsed", true, true, false, true, {"BYPASS_DISABLE", "WRITE_REGISTER"}},
+    };
+    open("dw9786");
+    const int32_t descriptor = driver.fd_driver;
+    driver.mpSensorProvider = NSCam::Utils::SensorProvider::createInstance("test");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        driver.mOisCustInfo.useSensorHub = c.useSensorHub ? 1 : 0;
+        driver.mSensorHubEnabled = c.hubEnabled ? 1 : 0;
+        driver.mUseCustomCmd = c.useCustomCmd ? 1 : 0;
+        driver.fd_driver = c.subDeviceOpen ? descriptor : -1;
+        forget();
+        EXPECT_EQ(setMode(2), 0);
+        EXPECT_EQ(sentKeys(), c.keys);
+        const bool toHub = c.useSensorHub && c.hubEnabled;
+        for (const driver_test::Sent& command : sent())
+            EXPECT_EQ(command.point, toHub ? FaultPoint::kHubCommand : FaultPoint::kRequest);
+        EXPECT_EQ(messages().back(), "[ConfigOisTransfer] ConfigOisTransfer oisMode: 4   \n");
+        if (c.keys.empty()) {
+            EXPECT_EQ(phone.trace().events().size(), 1U);  // that message alone
+        }
+    }
+    driver.mOisCustInfo.useSensorHub = driver.mSensorHubEnabled = 0;
+    driver.fd_driver = 0;  // a descriptor, but not one of a sub-device
+    forget();
+    EXPECT_EQ(setMode(2), 0);
+    EXPECT_EQ(phone.trace().events().size(), 1U);
+    driver.fd_driver = descriptor;
+    driver.mpSensorProvider = nullptr;
+}
+
+TEST_F(Transport, RequestResultsArePassedOn) {
+    open("dw9786");
+    const struct {
+        const char* fault;
+        int32_t result;
+        int error;
+    } cases[] = {{"SET_MODE:result=7", 7, 0},
+                 {"SET_MODE:errno=EIO", -1, EIO},
+                 {"SET_MODE:errno=ENODEV", -1, ENODEV},
+                 {"SET_MODE:lost", 0, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fault);
+        forget();
+        phone.faults().clear();
+        fault(c.fault);
+        errno = 0;
+        EXPECT_EQ(setMode(2), c.result);
+        if (c.error != 0) {
+            EXPECT_EQ(errno, c.error);
+        }
+        EXPECT_EQ(messages(), Texts{"[ConfigOisTransfer] ConfigOisTransfer oisMode: 4   \n"});
+    }
+    // Requests that the kernel does not know: another number, and a known one with another size.
+    for (const uint32_t request : {0xC00456FFU, 0x400856C2U, 0xC00456C2U}) {
+        std::array<uint8_t, 8> record{};
+        errno = 0;
+        EXPECT_EQ(driver.ConfigOisTransfer(request, 28, record.data(), nullptr, 4, 0), -1);
+        EXPECT_EQ(errno, ENOTTY);
+    }
+    const int32_t descriptor = std::exchange(driver.fd_driver, 1000);
+    EXPECT_EQ(setMode(2), -1);
+    EXPECT_EQ(errno, EBADF);
+    driver.fd_driver = descriptor;
+}
+
+TEST_F(Transport, TheSubDeviceTakesTheInputBufferInBothDirectionsWhateverTheLengths) {
+    open("dw9786");
+    auto record = bytes("01 00 00 00  ff ff ff ff  00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00");
+    std::vector<uint8_t> out(24, 0xaa);
+    EXPECT_EQ(driver.ConfigOisTransfer(kReadGainRequest, 28, record.data(), out.data(), 1, 24), 0);
+    EXPECT_EQ(sent().at(0).bytes.size(), 24U);
+    EXPECT_EQ(out, std::vector<uint8_t>(24, 0xaa));
+    const ois::OisGain gain = controller().state().gain;
+    EXPECT_EQ(std::memcmp(record.data() + 8, &gain.valueXf, 16), 0);
+}
+
+class Package : public DriverTest {
+  protected:
+    void SetUp() override { open("korvas4sw-hub"); }
+    std::vector<uint8_t> record() { return sent().at(0).bytes; }
+};
+
+TEST_F(Package, RecordsAreZeroPaddedAndKeepTheLowBytes) {
+    std::vector<uint8_t> input(60);
+    for (size_t i = 0; i < input.size(); ++i) input[i] = static_cast<uint8_t>(0x80 + i);
+    const struct {
+        int32_t id;
+        int32_t inLength;
+        int32_t outLength;
+        const char* head;
+    } cases[] = {{18, 2, 0, "12 02 00 00"}, {28, 60, 60, "1c 3c 3c 00"},   {0x105, 1, 0, "05 01 00 00"},
+                 {-1, 3, 0, "ff 03 00 00"}, {28, 4, 0x104, "1c 04 04 00"}, {28, 59, 0, "1c 3b 00 00"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.head);
+        forget();
+        EXPECT_EQ(driver.CustomCmdPackage(c.id, input.data(), nullptr, c.inLength, c.outLength), 0);
+        std::vector<uint8_t> expected = bytes(c.head);
+        expected.insert(expected.end(), input.begin(), input.begin() + c.inLength);
+        expected.resize(64);
+        EXPECT_EQ(record(), expected);
+    }
+}
+
+TEST_F(Package, TheAnswerReplacesTheFirstBytesOfTheOutput) {
+    auto request = bytes("00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00");
+    std::vector<uint8_t> out(32, 0xaa);
+    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data(), 24, 24), 0);
+    const ois::OisGain gain = phone.hub().gain();
+    EXPECT_EQ(std::memcmp(out.data(), &gain, 24), 0);
+    EXPECT_EQ(std::vector<uint8_t>(out.begin() + 24, out.end()), std::vector<uint8_t>(8, 0xaa));
+    // The same buffer on both sides.
+    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), request.data(), 24, 24), 0);
+    EXPECT_EQ(std::memcmp(request.data(), &gain, 24), 0);
+    // No output asked for.
+    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data() + 24, 24, 0), 0);
+    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), nullptr, 24, 24), 0);
+    EXPECT_EQ(out[24], 0xaa);
+}
+
+TEST_F(Package, NoMoreThanAPayloadComesBack) {
+    phone.faults().add(phone::parseFault("hub.COMMAND_28:garbage=5a"));
+    uint8_t input = 1;
+    for (const int32_t outLength : {60, 61, 300}) {
+        std::vector<uint8_t> out(300, 0xaa);
+        EXPECT_EQ(driver.CustomCmdPackage(28, &input, out.data(), 1, outLength), 0);
+        EXPECT_EQ(std::vector<uint8_t>(out.begin() + 60, out.end()), std::vector<uint8_t>(240, 0xaa))
+            << outLength;
+        EXPECT_NE(out[0], 0xaa);
+    }
+    std::vector<uint8_t> out(1, 0xaa);
+    EXPECT_EQ(driver.CustomCmdPackage(28, &input, out.data(), 1, -1), 0);
+    EXPECT_EQ(out[0], 0xaa);
+}
+
+TEST_F(Package, EmptyInputIsAnErrorLine) {
+    uint8_t input = 1;
+    for (const auto& [in, length] : {std::pair<void*, int32_t>{nullptr, 4}, {&input, 0}, {nullptr, 61}}) {
+        forget();
+        EXPECT_EQ(driver.CustomCmdPackage(5, in, &input, length, 1), 0);
+        EXPECT_TRUE(sent().empty());
+        EXPECT_EQ(messages(), Texts{"[CustomCmdPackage] WrData OR WrLens ERROR"});
+        EXPECT_EQ(input, 1);
+    }
+}
+
+TEST_F(Package, TheHubsFailuresAreNotSeen) {
+    uint8_t input = 1;
+    for (const char* text : {"hub.COMMAND_28:errno=EIO", "hub.COMMAND_28:lost", "hub.COMMAND_28:result=-9"}) {
+        phone.faults().clear();
+        phone.faults().add(phone::parseFault(text));
+        EXPECT_EQ(driver.CustomCmdPackage(28, &input, nullptr, 1, 0), 0);
+        EXPECT_EQ(driver.ConfigOisTransfer(kSetModeRequest, 28, &input, nullptr, 1, 0), 0);
+    }
+    const auto provider = std::exchange(driver.mpSensorProvider, nullptr);
+    EXPECT_EQ(driver.CustomCmdPackage(28, &input, nullptr, 1, 0), 0);
+    driver.mpSensorProvider = provider;
+}
+
+using PackageDeathTest = DriverTest;
+
+TEST_F(PackageDeathTest, MoreInputThanAPayloadEndsTheProcess) {
+    std::vector<uint8_t> input(300);
+    for (const int32_t length : {61, 255, 256, 300, -1}) {
+        EXPECT_EXIT(driver.CustomCmdPackage(28, input.data(), nullptr, length, 0),
+                    testing::KilledBySignal(SIGABRT), "")
+            << length;
+    }
+    EXPECT_TRUE(sent().empty());
+}
+
+}  // namespace

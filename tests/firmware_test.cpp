@@ -1,0 +1,335 @@
+// Clock check and firmware update.
+
+#include <algorithm>
+#include <cerrno>
+
+#include "kernel/kernel.h"
+#include "korva_course.h"
+
+namespace {
+
+using driver_test::bytes;
+using driver_test::idleNever;
+using driver_test::kIdleAtOnce;
+using driver_test::kSensor;
+using driver_test::Lines;
+using driver_test::operator+;
+
+constexpr uint32_t kOldVersion = 0x01020304;  // 16909060
+constexpr uint32_t kNewVersion = 0x81020304;  // 2164392708: the same number read as signed is negative
+
+phone::ModuleDescription hubModule() {
+    auto module = phone::moduleByName("korvas4sw-hub");
+    module.firmwareVersion = kOldVersion;
+    return module;
+}
+
+class Firmware : public driver_test::KorvaTest {
+  protected:
+    // The hub and its chip as a phone has them; no session is open.
+    void fitHub() {
+        fit(hubModule());
+        phone.hub().setFirmware(phone::FirmwareImage::generate(kNewVersion));
+        phone.clock().sleepUs(50000);
+        forget();
+    }
+    // The steps of one procedure on an idle chip, outside FirmwareUpdate.
+    void provide() {
+        fitHub();
+        chip().writeRegister(0x0000, 1, 0);
+        phone.clock().sleepUs(50000);
+        driver.mpSensorProvider = NSCam::Utils::SensorProvider::createInstance("test");
+        scriptReads();
+        forget();
+    }
+    uint32_t checkValue() { return 0x80000000U | phone.hub().firmware().checkValue(); }
+    std::string checkValueHex() {
+        char text[16];
+        std::snprintf(text, sizeof text, "%x", checkValue());
+        return text;
+    }
+    phone::FirmwareReport lastReport() {
+        const auto reports = phone.hub().firmwareReports();
+        return reports.empty() ? phone::FirmwareReport{} : reports.back();
+    }
+    void expectReport(uint32_t code, uint32_t value) {
+        EXPECT_EQ(lastReport().code, code);
+        EXPECT_EQ(lastReport().value, value);
+    }
+};
+
+// --- Clock check
+
+TEST_F(Firmware, OnlyTheOldClockIsReplaced) {
+    provide();
+    for (const uint32_t clock : {0U, 19199999U, 19200001U, 24000000U, 0xffffffffU}) {
+        forget();
+        chip().poke(0x03f0, 4, clock);
+        driver.check_ois_clock();
+        const std::string number = std::to_string(clock);
+        EXPECT_EQ(course(), (Lines{"read 03f0:4 0", "log don't need to update clock\n",
+                                   "log currclock " + number + ", newclock " + number + "\n"}));
+    }
+    forget();
+    chip().inject("chip.old-clock");
+    driver.check_ois_clock();
+    EXPECT_EQ(course(),
+              (Lines{"read 03f0:4 0", "log need to update clock start\n"} + kIdleAtOnce +
+               Lines{"write 0036:1 21", "sleep 200000", "read 0036:1 21", "log current init pid 33",
+                     "write 000d:1 1", "write 000e:1 6", "sleep 20000", "read 03f0:4 0",
+                     "log need to update clock end\n", "log currclock 19200000, newclock 24000000\n"}));
+
+    forget();
+    chip().inject("chip.old-clock");
+    chip().inject("chip.never-idle");
+    chip().writeRegister(0x0002, 1, 5);
+    driver.check_ois_clock();
+    EXPECT_EQ(course(),
+              (Lines{"read 03f0:4 0", "log need to update clock start\n"} + idleNever() +
+               Lines{"log invalid ic status, skip fw update\n", "log currclock 19200000, newclock 0\n"}));
+}
+
+// --- Update, step by step
+
+const Lines kVersions = {"firmware 1 0 0 -> 4", "sleep 5000", "read 00fc:4 0", "log current FW 16909060\n"};
+const Lines kDiffer = {"log current FW 16909060, new FW 2164392708"};
+
+Lines download() {
+    Lines lines = {"write 000c:1 75", "sleep 55000"};
+    for (unsigned block = 0; block < 112; ++block) {
+        char line[64];
+        std::snprintf(line, sizeof line, "firmware 1 %x 100", block * 256);
+        lines.emplace_back(line);
+        std::snprintf(line, sizeof line, "log flash[%u] write: address %u, success (0)", block, block * 256);
+        lines.emplace_back(line);
+        lines.emplace_back("sleep 15000");
+    }
+    return lines + Lines{"read 0006:2 0"};
+}
+Lines verification(const std::string& value) {
+    return {"firmware 3 0 0 -> 2", "write 0008:4 " + value, "sleep 190000", "read 0006:2 0"};
+}
+const Lines kRestart = {"write 0036:1 21", "sleep 200000", "read 0036:1 21", "log current init pid 33",
+                        "read 00fc:4 0"};
+
+TEST_F(Firmware, EqualVersionsEndAfterTwoExchanges) {
+    provide();
+    phone.hub().setFirmware(phone::FirmwareImage::generate(kOldVersion));
+    EXPECT_EQ(driver.update_fw_func(), 0);
+    EXPECT_EQ(course(), (kVersions + Lines{"log no need to update ois FW(16909060)", "firmware 0 4 0"}));
+}
+
+TEST_F(Firmware, EveryOutcomeStepByStep) {
+    struct Case {
+        const char* fault;
+        Lines after;  // after the versions
+        uint32_t code;
+        uint32_t value;
+    };
+    fitHub();
+    const std::string value = checkValueHex();
+    const Lines toVerification = kDiffer + kIdleAtOnce + download() + verification(value);
+    for (const Case& c :
+         {Case{"",
+               toVerification + kRestart +
+                   Lines{"log firmware version 2164392708", "sleep 10000", "write 0000:1 0", "sleep 2000",
+                         "firmware 0 1 0"},
+               1, 0},
+          Case{"chip.never-idle",
+               kDiffer + idleNever() + Lines{"log invalid ic status, skip fw update", "firmware 0 4 0"}, 4,
+               0},
+          Case{"chip.download-error=0x12",
+               kDiffer + kIdleAtOnce + download() +
+                   Lines{"log Err ! F/W Update Error Status (0x0012)", "firmware 0 2 100"},
+               2, 256},
+          Case{"chip.download-error=0xff00",
+               kDiffer + kIdleAtOnce + download() +
+                   Lines{"log Err ! F/W Update Error Status (0xff00)", "firmware 0 2 100"},
+               2, 256},
+          Case{"chip.check-value-wrong",
+               toVerification + Lines{"log FW update error status (0x0002)", "firmware 0 2 " + value}, 2,
+               checkValue()},
+          Case{"chip.block-lost=111",
+               toVerification + Lines{"log FW update error status (0x0002)", "firmware 0 2 " + value}, 2,
+               checkValue()},
+          Case{"chip.block-corrupted=0",
+               toVerification + Lines{"log FW update error status (0x0002)", "firmware 0 2 " + value}, 2,
+               checkValue()},
+          Case{"chip.version-mismatch",
+               toVerification + kRestart +
+                   Lines{"log FW update fail (2164392707, 2164392708), ret(0)", "firmware 0 4 " + value},
+               4, checkValue()}}) {
+        SCOPED_TRACE(c.fault);
+        provide();
+        if (*c.fault != '\0') chip().inject(c.fault);
+        if (std::string_view(c.fault) == "chip.never-idle") chip().writeRegister(0x0002, 1, 5);
+        forget();
+        driver.update_fw_func();
+        EXPECT_EQ(course(), kVersions + c.after);
+        expectReport(c.code, c.value);
+        EXPECT_EQ(chip().hasFirmware(), c.code != 2);
+    }
+}
+
+TEST_F(Firmware, FirmwareRecordsByteByByte) {
+    provide();
+    driver.update_fw_func();
+    std::vector<std::vector<uint8_t>> firmware;
+    for (const driver_test::Sent& command : sent()) {
+        if (command.key == "FIRMWARE") firmware.push_back(command.bytes);
+    }
+    ASSERT_EQ(firmware.size(), 115U);
+    const auto expectRecord = [&](size_t index, const char* hex) {
+        auto record = bytes(hex);
+        record.resize(64);
+        EXPECT_EQ(firmware[index], record) << index;
+    };
+    expectRecord(0, "0e 0c 04 00  01 00 00 00 00 00 00 00 00 00 00 00");
+    expectRecord(1, "0e 0c 00 00  01 00 00 00 00 00 00 00 00 01 00 00");
+    expectRecord(112, "0e 0c 00 00  01 00 00 00 00 6f 00 00 00 01 00 00");
+    expectRecord(113, "0e 0c 02 00  03 00 00 00 00 00 00 00 00 00 00 00");
+    expectRecord(114, "0e 0c 00 00  00 00 00 00 01 00 00 00 00 00 00 00");
+}
+
+TEST_F(Firmware, TheHubsResultForTheReportIsPassedOn) {
+    provide();
+    phone.hub().setFirmware(phone::FirmwareImage::generate(kOldVersion));
+    phone.faults().add({.point = phone::FaultPoint::kHubCommand,
+                        .key = "FIRMWARE",
+                        .occurrence = 2,
+                        .effect = {.kind = phone::FaultEffect::Kind::kResult, .result = -7}});
+    EXPECT_EQ(driver.update_fw_func(), -7);
+}
+
+// --- FirmwareUpdate
+
+TEST_F(Firmware, ClosedHubIsOpenedUpdatedAndClosed) {
+    fitHub();
+    const int64_t start = phone.clock().nowUs();
+    EXPECT_EQ(driver.FirmwareUpdate(3, 4), 1);
+    // The stated waits, and a first idle request that is answered late.
+    EXPECT_EQ(phone.clock().nowUs() - start,
+              10000 + 5000 + 12000 + 55000 + 112 * 15000 + 190000 + 200000 + 12000);
+    const Lines lines = course();
+    EXPECT_EQ(Lines(lines.begin(), lines.begin() + 3),
+              (Lines{"sleep 10000", "read 03f0:4 0", "log don't need to update clock\n"}));
+    EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
+              (Lines{"firmware 0 1 0", "log OIS_SENSORHUB UNINIT SUCCEED",
+                     "log ois_drv Dev (2), m_user_count (0), camera_type (main)"}));
+    EXPECT_EQ(chip().peek(0x00fc, 4), kNewVersion);
+    EXPECT_EQ(phone.hub().providers(), 0);
+    EXPECT_FALSE(phone.hub().channelEnabled());
+    EXPECT_EQ(driver.mpSensorProvider, nullptr);
+    EXPECT_EQ(driver.m_user_count, 0);
+    EXPECT_EQ(driver.mSensorHubEnabled, 0);
+    EXPECT_EQ(driver.mIsOisSupport, 1);
+    // No thread, no property, no sensor channel beyond the provider.
+    EXPECT_TRUE(phone.trace().events(phone::EventKind::kThread).empty());
+    EXPECT_TRUE(phone.trace().events(phone::EventKind::kProperty).empty());
+    EXPECT_EQ(phone.trace().events(phone::EventKind::kSensor).size(), 1U);
+    const auto asked = phone.trace().events(phone::EventKind::kCustomisation);
+    ASSERT_EQ(asked.size(), 1U);
+    EXPECT_NE(phone::toText(asked[0], false).find("sensor_dev=2 sensor_id=3 module_id=4"), std::string::npos);
+}
+
+TEST_F(Firmware, AnOpenSessionIsBorrowed) {
+    open(hubModule());
+    const auto provider = driver.mpSensorProvider;
+    EXPECT_EQ(driver.FirmwareUpdate(3, 4), 1);
+    EXPECT_EQ(driver.m_user_count, 1);
+    EXPECT_EQ(driver.mpSensorProvider, provider);
+    EXPECT_EQ(driver.mSensorHubEnabled, 1);
+    EXPECT_TRUE(phone.trace().events(phone::EventKind::kSensor).empty());
+    EXPECT_EQ(messages().back(), "ois_drv Dev (2), m_user_count (1), camera_type (main)");
+    EXPECT_EQ(lastReport().code, 1U);
+    forget();
+    driver.SetMode(2);
+    EXPECT_EQ(sentKeys(), Lines{"SET_MODE"});
+}
+
+TEST_F(Firmware, SubDeviceGetsTheCameraTypeAlone) {
+    auto module = phone::moduleByName("dw9786");
+    std::memcpy(module.custInfo.cameraTypeName, "ultrawide-camera", 16);  // fills the field, no NUL
+    fit(module);
+    EXPECT_EQ(driver.FirmwareUpdate(3, 4), 1);
+    ASSERT_EQ(sentKeys(), Lines{"UPDATE_FIRMWARE"});
+    EXPECT_EQ(sent()[0].bytes, bytes("75 6c 74 72 61 77 69 64 65 2d 63 61 6d 65 72 61"));
+    EXPECT_EQ(driver.fd_driver, -1);
+    EXPECT_EQ(phone.kernel().openNodes(), 0U);
+    EXPECT_EQ(driver.m_user_count, 0);
+    EXPECT_EQ(messages().back(), "ois_drv Dev (2), m_user_count (0), camera_type (ultrawide-camera)");
+
+    // A short name is padded with zeros, and a session's descriptor is used and stays.
+    std::memcpy(module.custInfo.cameraTypeName, "uw\0garbage______", 16);
+    open(module);
+    const int32_t descriptor = driver.fd_driver;
+    phone.faults().add(phone::parseFault("UPDATE_FIRMWARE:errno=EIO"));
+    EXPECT_EQ(driver.FirmwareUpdate(3, 4), 1);
+    ASSERT_EQ(sentKeys(), Lines{"UPDATE_FIRMWARE"});
+    EXPECT_EQ(sent()[0].bytes, bytes("75 77 00 00 00 00 00 00 00 00 00 00 00 00 00 00"));
+    EXPECT_EQ(driver.fd_driver, descriptor);
+    EXPECT_EQ(driver.m_user_count, 1);
+}
+
+TEST_F(Firmware, WithoutOisOrSubDeviceItIsRefusedWithAnErrorLine) {
+    fit(phone::moduleByName("no-ois"));
+    EXPECT_EQ(driver.FirmwareUpdate(3, 4), 0);
+    EXPECT_EQ(course(), Lines{"error Dev (2), the current module isn't support OIS"});
+    EXPECT_EQ(driver.m_user_count, 0);
+
+    fit(phone::moduleByName("dw9786"));
+    const std::string node = "/dev/" + phone::MediaGraph::lensNode(kSensor);
+    phone.faults().add({.point = phone::FaultPoint::kOpen, .key = node, .effect = {.error = EACCES}});
+    EXPECT_EQ(driver.FirmwareUpdate(3, 4), 0);
+    EXPECT_EQ(course().back(), "error Dev(2) ,error opening (Permission denied)");
+    EXPECT_EQ(driver.m_user_count, 0);
+    EXPECT_EQ(driver.fd_driver, -1);
+    EXPECT_EQ(phone.kernel().openNodes(), 0U);
+}
+
+TEST_F(Firmware, AMissingProviderIsNoCrash) {
+    fitHub();
+    phone.faults().add({.point = phone::FaultPoint::kSensorProvider, .effect = {}});
+    EXPECT_EQ(driver.FirmwareUpdate(3, 4), 1);
+    EXPECT_TRUE(sent().empty());
+    // The unanswered requests' own bytes are what is read.
+    const Lines said = messages();
+    EXPECT_EQ(said[1], "currclock 1008, newclock 1008\n");
+    EXPECT_EQ(said[3], "current FW 252, new FW 1");
+    EXPECT_EQ(said[said.size() - 2], "Err ! F/W Update Error Status (0x0006)");
+    EXPECT_EQ(driver.m_user_count, 0);
+}
+
+// The phone loses power in the middle of a download: nothing reaches the hub from that block on.
+TEST_F(Firmware, APowerCutAtAnyBlockIsRepairedByTheNextUpdate) {
+    fitHub();
+    const phone::FirmwareImage image = phone.hub().firmware();
+    for (uint32_t cut = 0; cut < 112; ++cut) {
+        SCOPED_TRACE(cut);
+        fitHub();
+        uint32_t blocks = 0;
+        decide = [&](phone::FaultPoint point, std::string_view key,
+                     std::span<const uint8_t> input) -> std::optional<phone::FaultEffect> {
+            if (point != phone::FaultPoint::kHubCommand) return std::nullopt;
+            if (key == "FIRMWARE" && input[4] == 1 && input[13] == 1) ++blocks;
+            if (blocks <= cut) return std::nullopt;
+            return phone::FaultEffect{.kind = phone::FaultEffect::Kind::kLost};
+        };
+        EXPECT_EQ(driver.FirmwareUpdate(3, 4), 1);
+        ASSERT_EQ(blocks, 112U);
+        EXPECT_EQ(phone.hub().firmwareReports().size(), cut);  // those of the repairs
+        decide = nullptr;
+        chip().powerCycle();
+        EXPECT_FALSE(chip().hasFirmware());
+        EXPECT_EQ(chip().peek(0x00fc, 4), 0U);
+        phone.clock().sleepUs(50000);
+
+        EXPECT_EQ(driver.FirmwareUpdate(3, 4), 1);
+        expectReport(1, 0);
+        EXPECT_TRUE(chip().hasFirmware());
+        ASSERT_TRUE(std::ranges::equal(chip().flash(), image.bytes()));
+        EXPECT_EQ(chip().peek(0x00fc, 4), kNewVersion);
+    }
+}
+
+}  // namespace
