@@ -266,7 +266,7 @@ class Script {
                range.padded(0.15));
     }
 
-    static std::string angle(double value) { return measured(value, 4, "°"); }
+    static std::string angle(double value) { return measured(value, 4, "\u00b0"); }
 
     std::string axisTitle(size_t axis) const {
         const AxisStats& stats = mStats.axes[axis];
@@ -286,7 +286,7 @@ class Script {
         range.include(mRecording[Column::kAngleHallY]);
         const Column hall = axis == 0 ? Column::kAngleHallX : Column::kAngleHallY;
         addRow(axis == 0 ? "axis_x" : "axis_y", bottom, axisTitle(axis),
-               axis == 0 ? "angle x [°]" : "angle y [°]", {&mTarget[axis], &mRecording[hall]},
+               axis == 0 ? "angle x [\u00b0]" : "angle y [\u00b0]", {&mTarget[axis], &mRecording[hall]},
                {{"target", kLightTargetColour, 3.5}, {"hall", kHallColour, 1.3}}, range.padded(0.15));
     }
 
@@ -296,7 +296,7 @@ class Script {
         addRow("residual", bottom,
                "residual, target minus hall: x " + angle(mStats.axes[0].residualRms) + " RMS, y " +
                    angle(mStats.axes[1].residualRms) + " RMS",
-               "residual [°]", {&mResidual[0], &mResidual[1]},
+               "residual [\u00b0]", {&mResidual[0], &mResidual[1]},
                {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}}, range.padded(0.15));
     }
 
@@ -318,7 +318,7 @@ class Script {
         mOut << "END_OF_DATA\n";
         constexpr double kAsWideAsHigh = kBottomHeight * kHeight / kWidth;
         place({kLeft, kLeft + kAsWideAsHigh, kBottom, kBottom + kBottomHeight}, "path of the lens",
-              "angle x [°]", "angle y [°]");
+              "angle x [\u00b0]", "angle y [\u00b0]");
         setRange("x", square);
         setRange("y", square);
         mOut << "plot $path using 1:2 with lines linecolor rgb '" << kLightTargetColour
@@ -328,7 +328,7 @@ class Script {
 
     void addSpectrum() {
         place({0.52, kRight, kBottom, kBottom + kBottomHeight}, "spectrum", "frequency [Hz]",
-              "density [°/√Hz]");
+              "density [\u00b0/\u221aHz]");
         mOut << "set logscale xy\nset format y '%g'\n";
         Range range;
         mOut << "$spectrum << END_OF_DATA\n";
