@@ -55,9 +55,9 @@ struct FaultRule {
 // PLACE[.NAME][@N]:EFFECT
 //   "SET_MODE:errno=EIO", "SET_MODE@3:lost", "hub.WRITE_REGISTER:slow=20ms", "READ_STATUS:garbage=ff00",
 //   "open./dev/media1:errno=EACCES", "thread:errno=EAGAIN", "telemetry:fail".
-// Places: request, hub, media, open, readlink, close (each with a name, or alone for any), thread, sensor-provider,
-// sensor-enable, sensor-disable, telemetry. A bare name is a request when it is one, else a hub command. Throws
-// std::invalid_argument whose one line says what is wrong and what would be right.
+// Places: request, hub, media, open, readlink, close (each with a name, or alone for any), thread,
+// sensor-provider, sensor-enable, sensor-disable, telemetry. A bare name is a request when it is one, else a
+// hub command. Throws std::invalid_argument whose one line says what is wrong and what would be right.
 FaultRule parseFault(std::string_view text);
 
 class Faults {
@@ -65,14 +65,15 @@ class Faults {
     void add(FaultRule rule);
     void clear();
 
-    // A test's own decision; consulted before the rules, and may decline with nullopt. `input` is the record as the
-    // driver sent it: of a request's size, or the hub's 64 bytes. Called on the calling thread,
+    // A test's own decision; consulted before the rules, and may decline with nullopt. `input` is the record
+    // as the driver sent it: of a request's size, or the hub's 64 bytes. Called on the calling thread,
     // without a lock.
-    using Override =
-        std::function<std::optional<FaultEffect>(FaultPoint point, std::string_view key, std::span<const uint8_t> input)>;
+    using Override = std::function<std::optional<FaultEffect>(FaultPoint point, std::string_view key,
+                                                              std::span<const uint8_t> input)>;
     void setOverride(Override decide);
 
-    // The effect for this occurrence, if any, and the text to put into the trace. Takes no lock while there are no rules.
+    // The effect for this occurrence, if any, and the text to put into the trace. Takes no lock while there
+    // are no rules.
     struct Strike {
         FaultEffect effect{};
         std::string text;
