@@ -174,6 +174,15 @@ void DriverSession::clearFaults() {
     if (behindHub()) mPhone->hub().chip().clearFaults();
 }
 
+void DriverSession::requireStreaming() {
+    const int32_t dump = mPhone->properties().getInt32("vendor.debug.ois.dump", 0);
+    if (behindHub() || (dump & kDumpStatus) == 0) return;
+    throw InputError(
+        "--set vendor.debug.ois.dump=" + std::to_string(dump) +
+        ": on a sub-device, bit 0 makes the bring-up thread record, and stream on waits for it without "
+        "end; use 2, 4 or 6 here, or 'oisctl record'");
+}
+
 bool DriverSession::open() {
     const std::string text =
         "Init(" + std::to_string(mSettings.sensorId) + ", " + std::to_string(mSettings.moduleId) + ")";

@@ -43,6 +43,8 @@ class DriverSession {
     // Of the phone or of the chip. Throws InputError.
     void addFault(const std::string& text);
     void clearFaults();
+    // Throws InputError when the properties make a stream's start wait without end.
+    void requireStreaming();
     // A built-in motion's name or a file. Throws InputError.
     void setMotion(const std::string& nameOrFile);
 

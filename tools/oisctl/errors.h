@@ -8,8 +8,9 @@ namespace oisctl {
 
 enum ExitCode : int {
     kSuccess = 0,
-    kJobFailed = 1,   // it ran, and something in it failed
-    kWrongInput = 2,  // it did not run: an argument, a value or a file cannot be used
+    kJobFailed = 1,      // it ran, and something in it failed
+    kWrongInput = 2,     // it did not run: an argument, a value or a file cannot be used
+    kInterrupted = 130,  // Ctrl-C ended it early, as shells tell it
 };
 
 // An argument, a value or a file cannot be used. The text is one line: what, where, and what would be right.

@@ -5,6 +5,7 @@
 
 #include "driver_session.h"
 #include "errors.h"
+#include "interrupt.h"
 #include "operations.h"
 #include "terminal.h"
 
@@ -172,7 +173,9 @@ int conclude(DriverSession& session, const Summary& summary) {
     } else {
         printSummary(summary, session.settings().quiet);
     }
-    return summary.counts.failures == 0 ? kSuccess : kJobFailed;
+    if (interrupted()) printRemark("oisctl: ended early by Ctrl-C");
+    if (summary.counts.failures != 0) return kJobFailed;
+    return interrupted() ? kInterrupted : kSuccess;
 }
 
 }  // namespace oisctl

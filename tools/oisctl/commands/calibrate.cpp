@@ -182,6 +182,7 @@ int run(Settings settings) {
     settings.assignments.insert(settings.assignments.begin(), "vendor.debug.ois.bypassen=0");
     if (settings.motion.empty()) settings.motion = "rest";
     DriverSession session(settings, settings.verbose ? Narration::kCalls : Narration::kNothing);
+    session.requireStreaming();
     if (!session.open())
         throw JobError("calibrate: Init answered 0: the module has no OIS, or it is switched off");
     session.waitForBringUp();

@@ -36,12 +36,15 @@ void addDecode(CLI::App& app, Job& job) {
     command->add_option("-f,--file", options->file, "Lines from this file")->type_name("FILE");
     addJsonOption(*command, options->settings);
     command->footer(
-        "Examples:\n"
-        "  oisctl decode 0x400456C2                       a private request\n"
-        "  oisctl decode 0x400456C2 02000000              the same with its record\n"
+        "A line is a request in hex or by name, with its record behind a colon, a line of strace, or the 64 "
+        "bytes of a\n"
+        "record to the sensor hub. '-> RECORD' behind it is what came back.\n"
+        "\nExamples:\n"
+        "  oisctl decode 0x400456C2                       what a private request is\n"
         "  oisctl decode SET_FIX_MODE                     the same by name\n"
-        "  xxd -p -c 64 hub.bin | oisctl decode           records to the sensor hub\n"
-        "  strace -e ioctl ... 2>&1 | oisctl decode       lines from standard input");
+        "  oisctl decode \"0x400456C2: 02000000\"           with the record that went along\n"
+        "  oisctl decode --file captured.txt              lines of a capture\n"
+        "  strace -f -e ioctl PROGRAM 2>&1 | oisctl decode");
     command->callback([options, &job] { job = [options] { return decode(*options); }; });
 }
 

@@ -196,7 +196,7 @@ void addRegisters(CLI::App& app, Job& job) {
         "Examples:\n"
         "  oisctl registers                                 every register by name\n"
         "  oisctl registers --write STABILISATION_MODE=16\n"
-        "  oisctl registers --write GYRO_CALIBRATION=1 --watch --seconds 1 --interval 0.02\n"
+        "  oisctl registers --write CONTROL=0 --watch --seconds 0.1 --interval 0.004    how it becomes idle\n"
         "  oisctl registers --json | jq '.[] | select(.name==\"CLOCK\").value'");
     command->callback([options, &job] { job = [options] { return run(*options); }; });
 }

@@ -1,5 +1,7 @@
 // oisctl session: the main job.
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -11,7 +13,6 @@
 #include "operations.h"
 #include "scenario.h"
 #include "scenario_runner.h"
-#include "services/property_store.h"
 #include "shake_meter.h"
 #include "summary.h"
 #include "terminal.h"
@@ -32,57 +33,74 @@ struct Options {
     double holdS = 0.5;
 };
 
-// With its status bit set, the dump switch keeps the bring-up thread busy, and stream on waits for that
-// thread.
-void refuseEndlessWait(DriverSession& session) {
-    const int32_t dump = session.phone().properties().getInt32("vendor.debug.ois.dump", 0);
-    if (session.behindHub() || (dump & kDumpStatus) == 0) return;
-    throw InputError(
-        "--set vendor.debug.ois.dump=" + std::to_string(dump) +
-        ": on a sub-device, bit 0 makes the bring-up thread record and stream on wait for it without end; "
-        "use 2, 4 or 6 here, or 'oisctl record'");
+// Goes through modes and operations, and looks at the lens meanwhile.
+class Tour {
+  public:
+    Tour(DriverSession& session, const Options& options)
+        : mSession(session),
+          mOptions(options),
+          mProgress("session", static_cast<double>(options.modes.size()) * options.holdS) {}
+
+    Summary run();
+
+  private:
+    void goThroughModes();
+    void hold();
+    void runOperations();
+
+    DriverSession& mSession;
+    const Options& mOptions;
+    Progress mProgress;
+    ShakeMeter mShake;
+    std::vector<OperationResult> mOperations;
+};
+
+Summary Tour::run() {
+    const bool supported = mSession.open();
+    if (supported) {
+        mSession.notifyStream(true);
+        mSession.waitForBringUp();
+        goThroughModes();
+        runOperations();
+        mSession.notifyStream(false);
+    }
+    mSession.close();
+    Summary summary = summarise(mSession);
+    summary.supported = supported;
+    summary.operations = mOperations;
+    summary.shake = mShake.result();
+    return summary;
 }
 
-// Stays in a mode for a while and looks at the lens meanwhile.
-void hold(DriverSession& session, double seconds, ShakeMeter& shake) {
-    phone::Stabiliser* stabiliser = session.stabiliser();
-    const int64_t endUs = session.nowUs() + static_cast<int64_t>(seconds * kMicrosPerSecond);
+void Tour::goThroughModes() {
+    for (const int32_t mode : mOptions.modes) {
+        if (interrupted()) return;
+        mSession.setMode(mode);
+        hold();
+    }
+    mSession.setMode(mSession.driver().mOisMode);  // a repeat, which the driver keeps to itself
+}
+
+void Tour::hold() {
+    phone::Stabiliser* stabiliser = mSession.stabiliser();
+    const int64_t endUs = mSession.nowUs() + std::llround(mOptions.holdS * kMicrosPerSecond);
     // The lens needs a moment to settle after a change of the mode.
     constexpr int64_t kSettleUs = 100'000;
-    const int64_t settledUs = session.nowUs() + kSettleUs;
-    while (session.nowUs() < endUs && !interrupted()) {
-        session.sleepUs(kLookUs);
-        if (stabiliser == nullptr || session.nowUs() < settledUs) continue;
-        shake.sample(stabiliser->mode(), stabiliser->stateAt(session.nowUs()));
+    const int64_t settledUs = mSession.nowUs() + kSettleUs;
+    while (mSession.nowUs() < endUs && !interrupted()) {
+        mSession.sleepUs(std::min(kLookUs, endUs - mSession.nowUs()));
+        mProgress.update(mSession.nowS());
+        if (stabiliser == nullptr || mSession.nowUs() < settledUs) continue;
+        mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
     }
 }
 
-Summary runTour(DriverSession& session, const Options& options) {
-    ShakeMeter shake;
-    std::vector<OperationResult> results;
-    const bool supported = session.open();
-    if (supported) {
-        session.notifyStream(true);
-        session.waitForBringUp();
-        for (const int32_t mode : options.modes) {
-            if (interrupted()) break;
-            session.setMode(mode);
-            hold(session, options.holdS, shake);
-        }
-        session.setMode(session.driver().mOisMode);  // a repeat, which the driver keeps to itself
-        for (const std::string& name : options.operations) {
-            if (interrupted()) break;
-            const int32_t operation = operationNumber(name, std::nullopt);
-            results.push_back({operation, session.setOperation(operation)});
-        }
-        session.notifyStream(false);
+void Tour::runOperations() {
+    for (const std::string& name : mOptions.operations) {
+        if (interrupted()) return;
+        const int32_t operation = operationNumber(name, std::nullopt);
+        mOperations.push_back({operation, mSession.setOperation(operation)});
     }
-    session.close();
-    Summary summary = summarise(session);
-    summary.supported = supported;
-    summary.operations = results;
-    summary.shake = shake.result();
-    return summary;
 }
 
 Settings withScenario(Settings settings, const Scenario& scenario) {
@@ -101,11 +119,12 @@ int run(const Options& options) {
         for (const std::string& name : options.operations)
             static_cast<void>(operationNumber(name, std::nullopt));
         DriverSession session(options.settings, Narration::kCalls);
-        refuseEndlessWait(session);
-        return conclude(session, runTour(session, options));
+        session.requireStreaming();
+        return conclude(session, Tour(session, options).run());
     }
     const Scenario scenario = scenarioByName(options.scenario);
     DriverSession session(withScenario(options.settings, scenario), Narration::kCommands);
+    session.requireStreaming();
     return conclude(session, runScenario(session, scenario));
 }
 
