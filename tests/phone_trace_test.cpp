@@ -442,8 +442,8 @@ TEST(TraceText, HasAFormForEveryKind) {
 
 TEST(TraceText, KeepsControlCharactersFromTheTerminal) {
     const Event event =
-        eventOf(EventKind::kNote, "x", {{"a", std::string("\x1b[31m\xff grün")}, {"b", std::string()}});
-    EXPECT_EQ(toText(event, false), "note  x a=\"\\x1b[31m\\xff grün\" b=\"\"");
+        eventOf(EventKind::kNote, "x", {{"a", std::string("\x1b[31m\xff gr\u00fcn")}, {"b", std::string()}});
+    EXPECT_EQ(toText(event, false), "note  x a=\"\\x1b[31m\\xff gr\u00fcn\" b=\"\"");
     const Event longText = eventOf(EventKind::kNote, "x", {{"a", std::string(5000, 'y')}});
     EXPECT_EQ(toText(longText, false), "note  x a=" + std::string(120, 'y') + "... (5000 characters)");
 }
@@ -747,6 +747,7 @@ TEST(DecodeCommand, PutsTogetherWhatAShellOrAnEditorSplit) {
                               record.substr(0, 60) + "\\\n" + record.substr(60) +
                               "\n+++ exited with 0 +++\n0xC01856D4\n";
     EXPECT_EQ(decode({}, lines).out, std::string(kModeTwo) + kModeOn + kFixModeInfo);
+    EXPECT_EQ(decode({}, "SET_MODE: {2, 0, 0, 0},\n0xC01856D4\n").out, std::string(kModeTwo) + kFixModeInfo);
 }
 
 TEST(DecodeCommand, ReportsWhatItCannotReadAndGoesOn) {
@@ -762,6 +763,7 @@ TEST(DecodeCommand, ReportsWhatItCannotReadAndGoesOn) {
         {"a b: 00", "':' stands behind a request's code"},
         {"ioctl(5, TCGETS, 0x7ffd) = 0", "'TCGETS' is neither a request"},
         {"SET_MODE: {02, 00", "'{' is not closed"},
+        {"\x1b[2J\xff", "'?[2J?' is neither a request"},
     };
     for (const auto& [item, expected] : items) {
         const Decoded decoded = decode({}, "0xC01856D4\n" + item + "\n0xC01856D4\n");

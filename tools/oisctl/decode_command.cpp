@@ -54,10 +54,12 @@ std::string count(size_t number, const std::string& what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
-// As far as it helps to find the place.
+// As far as it helps to find the place, and without what a terminal would take for more than text.
 std::string shown(std::string_view token) {
     constexpr size_t kShown = 24;
-    return "'" + std::string(token.substr(0, kShown)) + (token.size() > kShown ? "...'" : "'");
+    std::string text = "'";
+    for (const char c : token.substr(0, kShown)) text += c >= ' ' && c <= '~' ? c : '?';
+    return text + (token.size() > kShown ? "...'" : "'");
 }
 
 uint32_t hexValue(std::string_view digits) {
@@ -148,12 +150,22 @@ bool looksLikeCode(std::string_view token) {
     return type == ois::kRequestType || type == '|';
 }
 
+nlohmann::ordered_json eventJson(const phone::Event& event) {
+    auto object = nlohmann::ordered_json::parse(phone::toJson(event));
+    // A capture says nothing of when and where.
+    for (const char* key : {"sequence", "time_us", "thread"}) object.erase(key);
+    return object;
+}
+
+std::string shownEvent(const phone::Event& event, bool json) {
+    return json ? eventJson(event).dump() : toText(event, false);
+}
+
 std::string describeRequest(uint32_t code, bool json) {
     const phone::RequestInfo* info = requestByCode(code);
     const phone::Event event = phone::decodeRequest(code, {}, {});
     if (json) {
-        auto object = nlohmann::ordered_json::parse(phone::toJson(event));
-        for (const char* key : {"sequence", "time_us", "thread"}) object.erase(key);
+        auto object = eventJson(event);
         object["direction"] = phone::direction(code);
         object["size"] = _IOC_SIZE(code);
         if (info != nullptr) object["meaning"] = info->meaning;
@@ -161,16 +173,8 @@ std::string describeRequest(uint32_t code, bool json) {
     }
     std::string text = toText(event, false);
     if (info == nullptr) return text;
-    text += "  " + std::string(phone::direction(code)) + ", " + count(_IOC_SIZE(code), "byte") + " (" +
-            std::string(info->record->name) + "): " + std::string(info->meaning);
-    return text;
-}
-
-std::string shownEvent(const phone::Event& event, bool json) {
-    if (!json) return toText(event, false);
-    auto object = nlohmann::ordered_json::parse(phone::toJson(event));
-    for (const char* key : {"sequence", "time_us", "thread"}) object.erase(key);
-    return object.dump();
+    return text + "  " + std::string(phone::direction(code)) + ", " + count(_IOC_SIZE(code), "byte") + " (" +
+           std::string(info->record->name) + "): " + std::string(info->meaning);
 }
 
 // The request in a line of strace, "ioctl(5, _IOC(_IOC_READ|_IOC_WRITE, 0x56, 0xd4, 0x18), ...", in hex or by
@@ -291,12 +295,12 @@ std::string decodeHubItem(const Split& parts, bool json) {
     return shownEvent(phone::decodeHub(sent, parseHubRecord(*parts.answered, "a hub record's answer")), json);
 }
 
-bool hasOpenBrace(std::string_view text) {
-    return std::count(text.begin(), text.end(), '{') > std::count(text.begin(), text.end(), '}');
+std::ptrdiff_t openBraces(std::string_view text) {
+    return std::count(text.begin(), text.end(), '{') - std::count(text.begin(), text.end(), '}');
 }
 
 std::string decodeItem(const std::string& text, bool json) {
-    if (hasOpenBrace(text)) throw BadItem("'{' is not closed");
+    if (openBraces(text) > 0) throw BadItem("'{' is not closed");
     const Split parts = split(text);
     return parts.head.empty() ? decodeHubItem(parts, json) : decodeRequestItem(parts, json);
 }
@@ -309,9 +313,11 @@ bool isBlank(std::string_view text) {
     return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-bool goesOn(std::string_view text) {
-    const size_t last = text.find_last_not_of(" \t\r\n");
-    return last != std::string_view::npos && (text[last] == ',' || text[last] == '\\' || hasOpenBrace(text));
+// Whether the next line belongs to the same item. A comma behind '}' stands between items.
+bool endsOpen(std::string_view line) {
+    const size_t last = line.find_last_not_of(" \t\r\n");
+    if (last == std::string_view::npos) return false;
+    return line[last] == '\\' || (line[last] == ',' && (last == 0 || line[last - 1] != '}'));
 }
 
 // What strace says between calls.
@@ -319,27 +325,34 @@ bool isRemark(std::string_view text) {
     return text.starts_with("+++") || text.starts_with("---");
 }
 
-// A line and those that it goes on with; `next` moves behind them.
-std::string joinLines(const std::vector<std::string>& lines, size_t& next) {
+// Behind the last of the lines that the one at `first` goes on with.
+size_t endOfItem(const std::vector<std::string>& lines, size_t first) {
     // The largest record, one byte to a line, with some room.
     constexpr size_t kMostLines = 2048;
-    const size_t first = next++;
-    std::string text = lines[first];
-    while (goesOn(text) && next < lines.size() && next - first < kMostLines) text += ' ' + lines[next++];
+    const size_t limit = std::min(lines.size(), first + kMostLines);
+    std::ptrdiff_t open = 0;
+    bool goesOn = true;
+    size_t end = first;
+    for (; end < limit && (open > 0 || goesOn); ++end) {
+        open += openBraces(lines[end]);
+        // Blank lines, and those with a comment alone, change nothing once it has begun.
+        if (end == first || !isBlank(lines[end])) goesOn = endsOpen(lines[end]);
+    }
     // An open brace must not take the lines behind it along.
-    if (!hasOpenBrace(text)) return text;
-    next = first + 1;
-    return lines[first];
+    return open > 0 ? first + 1 : end;
 }
 
 std::vector<Item> readItems(std::istream& input, const std::string& name) {
     std::vector<std::string> lines;
     for (std::string line; std::getline(input, line);) lines.push_back(withoutComment(line));
     std::vector<Item> items;
-    for (size_t next = 0; next < lines.size();) {
-        const std::string place = name + ":" + std::to_string(next + 1);
-        std::string text = joinLines(lines, next);
-        if (!isBlank(text) && !isRemark(text)) items.push_back({place, std::move(text)});
+    for (size_t first = 0; first < lines.size();) {
+        const size_t end = endOfItem(lines, first);
+        std::string text = lines[first];
+        for (size_t next = first + 1; next < end; ++next) text += ' ' + lines[next];
+        if (!isBlank(text) && !isRemark(text))
+            items.push_back({name + ":" + std::to_string(first + 1), std::move(text)});
+        first = end;
     }
     return items;
 }
