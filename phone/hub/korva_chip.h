@@ -69,10 +69,10 @@ class KorvaChip {
     void fit(const ModuleDescription& module);
 
     // --- Bus: 1, 2 or 4 bytes, little-endian. Addresses without a register read 0 and ignore writes.
-    uint32_t readRegister(uint32_t address, uint32_t byteCount);
-    void writeRegister(uint32_t address, uint32_t byteCount, uint32_t value);
+    uint32_t readRegister(uint32_t at, uint32_t byteCount);
+    void writeRegister(uint32_t at, uint32_t byteCount, uint32_t value);
     // One block of a download.
-    void programBlock(uint32_t address, std::span<const uint8_t> block);
+    void programBlock(uint32_t at, std::span<const uint8_t> block);
     // What the hub asks of it on behalf of relayed commands. A held lens stays until the next mode.
     void holdLens(int32_t targetHallX, int32_t targetHallY);
     void setActive(bool active, double angle);
@@ -81,9 +81,9 @@ class KorvaChip {
 
     // --- State.
     // Reads as the bus does, without the side effects of a read.
-    uint32_t peek(uint32_t address, uint32_t byteCount);
+    uint32_t peek(uint32_t at, uint32_t byteCount);
     uint32_t peek(ois::korva::Register reg, uint32_t byteCount);
-    void poke(uint32_t address, uint32_t byteCount, uint32_t value);
+    void poke(uint32_t at, uint32_t byteCount, uint32_t value);
     KorvaState state();
     bool downloadOpen();
     // The firmware in flash is whole and verified; without it the chip only takes downloads.

@@ -90,6 +90,7 @@ void addKorvaFault(KorvaFaults& faults, std::string_view text) {
 
 std::vector<std::string> korvaFaultNames() {
     std::vector<std::string> names;
+    names.reserve(kFaults.size());
     for (const FaultName& fault : kFaults) names.push_back(written(fault));
     return names;
 }

@@ -112,8 +112,8 @@ void readController(TableReader& table, ModuleDescription& module) {
 // Hall counts per angle unit, as the driver will derive them from gains and hall calibration.
 std::array<double, 2> calibratedHallPerAngle(const ModuleDescription& module) {
     constexpr double kFloatScale = 1000;
-    constexpr int64_t kIntegerNumerator = 1333;
-    constexpr int64_t kIntegerDenominator = 8192;
+    constexpr double kIntegerNumerator = 1333;
+    constexpr double kIntegerDenominator = 8192;
     constexpr double kRangeScale = 6;
     constexpr double kSpanScale = 0.1;
     constexpr unsigned kHighHalf = 16;
@@ -125,8 +125,9 @@ std::array<double, 2> calibratedHallPerAngle(const ModuleDescription& module) {
             return {gain.valueXf * scale, gain.valueYf * scale};
         }
         case ois::kGainInteger:
-            return {static_cast<double>(gain.valueXi * kIntegerNumerator / kIntegerDenominator),
-                    static_cast<double>(gain.valueYi * kIntegerNumerator / kIntegerDenominator)};
+            // Whole counts: the driver divides integers here.
+            return {std::trunc(gain.valueXi * kIntegerNumerator / kIntegerDenominator),
+                    std::trunc(gain.valueYi * kIntegerNumerator / kIntegerDenominator)};
         case ois::kGainQ31: {
             const double range = module.custInfo.hallRange * kRangeScale;
             const auto spanX = (hall.upperWord & UINT16_MAX) - double(hall.lowerWord & UINT16_MAX);

@@ -168,6 +168,7 @@ void checkAddresses(const TableReader& table, const OtpAddresses& addresses) {
 
 void setFlags(TableReader& otp, const OtpAddresses& addresses, std::vector<uint8_t>& image) {
     std::vector<std::string> programmed;
+    programmed.reserve(kGroups.size());
     for (const Group& group : kGroups) programmed.emplace_back(group.name);
     if (auto named = otp.texts("programmed")) programmed = std::move(*named);
     image[kModuleFlagAddress] = 0;

@@ -11,7 +11,6 @@
 namespace {
 
 using phone::LogLevel;
-using phone::LogService;
 using phone::LogSink;
 
 constexpr int kDebugLogDebug = 0;
@@ -37,7 +36,10 @@ int deliver(LogSink sink, LogLevel level, const char* tag, const char* format, v
     std::array<char, kMessageSize> text;
     text[0] = '\0';
     int length = 0;
-    if (phone->log().wantsText(level)) length = std::vsnprintf(text.data(), text.size(), format, arguments);
+    if (phone->log().wantsText(level)) {
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): every caller has started it
+        length = std::vsnprintf(text.data(), text.size(), format, arguments);
+    }
     if (length < 0) return length;
     phone->log().receive(sink, level, tag, text.data());
     return length;

@@ -100,8 +100,8 @@ void checkStorable(std::string_view key, std::string_view value) {
 }
 
 std::string adviceFor(std::string_view key) {
-    std::vector<std::string_view> keys;
-    for (const KnownProperty& known : kKnownProperties) keys.push_back(known.key);
+    std::array<std::string_view, kKnownProperties.size()> keys;
+    std::ranges::transform(kKnownProperties, keys.begin(), &KnownProperty::key);
     return nameAdvice(key, keys);
 }
 
