@@ -328,9 +328,7 @@ TEST_F(HubTest, ABlockThatComesTooEarlyIsNotTaken) {
     EXPECT_TRUE(std::ranges::all_of(chip().flash(), [](uint8_t byte) { return byte == 0xff; }));
 }
 
-class PowerCutTest : public HubTest {};
-
-TEST_F(PowerCutTest, AtAnyBlockLeavesAChipThatTheNextUpdateRepairs) {
+TEST_F(HubTest, APowerCutAtAnyBlockLeavesAChipThatTheNextUpdateRepairs) {
     phone.trace().setEnabled(false);
     for (uint32_t block = 0; block < ois::kFirmwareBlockCount; ++block) {
         SCOPED_TRACE(block);
