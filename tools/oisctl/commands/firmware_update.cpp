@@ -14,6 +14,7 @@
 #include "hub/sensor_hub.h"
 #include "kernel/controller.h"
 #include "register_access.h"
+#include "summary.h"
 #include "terminal.h"
 
 namespace oisctl {
@@ -201,9 +202,8 @@ int run(const Options& options) {
     for (int32_t i = 0; i < options.times; ++i) {
         good = session.behindHub() ? updateBehindHub(session) : updateOnSubDevice(session);
     }
-    session.finishTrace();
-    const Tally::Counts counts = session.tally().counts();
-    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    // A fault that struck may have been repaired by the next update.
+    conclude(session, good);
     return good ? kSuccess : kJobFailed;
 }
 
@@ -230,7 +230,7 @@ void addFirmwareUpdate(CLI::App& app, Job& job) {
         "  oisctl firmware-update\n"
         "  oisctl firmware-update --real-time                   with a progress bar, as slow as on a phone\n"
         "  oisctl firmware-update --image ois.bin --from 0x00010203\n"
-        "  oisctl firmware-update --fault chip.power-cut-at-block=57 --times 2    repairs what a power cut "
+        "  oisctl firmware-update --fault chip.power-cut=57 --times 2    repairs what a power cut "
         "left\n"
         "  oisctl firmware-update -m dw9786                     on the sub-device: one request to the kernel "
         "driver");
