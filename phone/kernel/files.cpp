@@ -1,0 +1,126 @@
+// Links of sysfs, and the files that the driver writes and reads.
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <utility>
+
+#include "clock.h"
+#include "file_tree.h"
+#include "kernel_call.h"
+#include "libc.h"
+#include "media_graph.h"
+#include "phone.h"
+#include "user_memory.h"
+
+namespace phone {
+
+namespace {
+
+constexpr std::string_view kSysfsPath = "/sys/dev/char/";
+
+}  // namespace
+
+bool Kernel::isSysfsLink(const char* path) {
+    return beginsWith(path, kSysfsPath);
+}
+
+bool Kernel::isFile(const char* path) {
+    return (beginsWith(path, kDumpFolder) && path[kDumpFolder.size()] == '/') ||
+           (beginsWith(path, kThermalFolder) && path[kThermalFolder.size()] == '/');
+}
+
+bool Kernel::owns(FILE* file) const {
+    const std::lock_guard lock(mMutex);
+    return mFiles.contains(file);
+}
+
+// The target and its length, or a negative errno.
+ssize_t Kernel::followLink(const char* path, std::string& target) const {
+    if (mReal) {
+        target.resize(PATH_MAX);
+        const ssize_t length = libc().readlink(path, target.data(), target.size());
+        if (length < 0) return -errno;
+        target.resize(static_cast<size_t>(length));
+        return length;
+    }
+    unsigned major = 0;
+    unsigned minor = 0;
+    if (std::sscanf(path + kSysfsPath.size(), "%u:%u", &major, &minor) != 2) return -ENOENT;
+    auto link = mPhone.media().sysfsLink(major, minor);
+    if (!link) return -ENOENT;
+    target = std::move(*link);
+    return static_cast<ssize_t>(target.size());
+}
+
+ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
+    mPhone.clock().enter();
+    const Fate fate = consult(FaultPoint::kReadlink, path);
+    std::string target;
+    ssize_t length = fate.error() != 0 ? -fate.error() : followLink(path, target);
+    if (length >= 0) {
+        fate.spoil(std::as_writable_bytes(std::span(target)));
+        target.resize(std::min(target.size(), size));
+        length = static_cast<ssize_t>(target.size());
+        copyToUser(buffer, std::as_bytes(std::span(target)));
+    }
+    if (mPhone.trace().enabled()) {
+        std::vector<Field> answer;
+        if (length >= 0) answer.push_back(textField("target", target));
+        traceCall(EventKind::kFile, "readlink", {textField("path", path)}, std::max<ssize_t>(length, -1),
+                  static_cast<int>(std::max<ssize_t>(-length, 0)), fate, std::move(answer));
+    }
+    return toResult(length);
+}
+
+FILE* Kernel::fopen(const char* path, const char* mode) {
+    mPhone.clock().enter();
+    const Fate fate = consult(FaultPoint::kOpen, path);
+    const auto place = mPhone.files().place(path);
+    FILE* file = nullptr;
+    int error = fate.error();
+    if (error == 0 && place) error = place->error;
+    if (error == 0) {
+        file = libc().fopen(place ? place->file.c_str() : path, mode);
+        if (file == nullptr) error = errno;
+    }
+    if (file != nullptr) {
+        const std::lock_guard lock(mMutex);
+        mFiles[file] = path;
+    }
+    if (mPhone.trace().enabled()) {
+        traceCall(EventKind::kFile, "fopen", {textField("path", path), textField("mode", mode)},
+                  error == 0 ? 0 : -1, error, fate);
+    }
+    if (error != 0) errno = error;
+    return file;
+}
+
+int Kernel::fclose(FILE* file) {
+    mPhone.clock().enter();
+    std::string path;
+    {
+        const std::lock_guard lock(mMutex);
+        path = std::move(mFiles.extract(file).mapped());
+    }
+    const Fate fate = consult(FaultPoint::kClose, path);
+    int result = libc().fclose(file);
+    int error = result != 0 ? errno : 0;
+    // The file is gone even when closing it failed.
+    if (fate.error() != 0) error = fate.error();
+    if (error != 0) result = EOF;
+    if (fate.is(FaultEffect::Kind::kResult)) result = static_cast<int>(fate.effect()->result);
+    if (mPhone.trace().enabled()) {
+        traceCall(EventKind::kFile, "fclose", {textField("path", path)}, result, error, fate);
+    }
+    if (error != 0) errno = error;
+    return result;
+}
+
+size_t Kernel::openFiles() const {
+    const std::lock_guard lock(mMutex);
+    return mFiles.size();
+}
+
+}  // namespace phone

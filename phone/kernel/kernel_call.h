@@ -1,0 +1,64 @@
+#pragma once
+// What the sources of the class Kernel share.
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "faults.h"
+#include "kernel.h"
+
+namespace phone {
+
+class Controller;
+
+// What is behind a descriptor.
+struct Kernel::Node {
+    enum class Kind { kMedia, kSubDevice, kMachine };  // kMachine: a device of the machine's own kernel
+
+    std::string path;
+    Kind kind = Kind::kMachine;
+    int number = 0;                          // of a media device
+    std::shared_ptr<Controller> controller;  // of a sub-device; null: it knows no private request
+};
+
+// What a fault, if any, makes of a call.
+struct Kernel::Fate {
+    std::optional<Faults::Strike> strike;
+
+    const FaultEffect* effect() const { return strike ? &strike->effect : nullptr; }
+    bool is(FaultEffect::Kind kind) const { return strike && strike->effect.kind == kind; }
+    // The error of a call that fails, or 0.
+    int error() const { return is(FaultEffect::Kind::kFail) ? strike->effect.error : 0; }
+    // Overwrites what came back, if that is what the fault does.
+    void spoil(std::span<std::byte> answer) const {
+        if (!is(FaultEffect::Kind::kGarbage) || strike->effect.bytes.empty()) return;
+        const std::vector<uint8_t>& pattern = strike->effect.bytes;
+        for (size_t i = 0; i < answer.size(); ++i) answer[i] = std::byte{pattern[i % pattern.size()]};
+    }
+};
+
+inline bool beginsWith(const char* path, std::string_view beginning) {
+    return path != nullptr && std::strncmp(path, beginning.data(), beginning.size()) == 0;
+}
+
+inline Field textField(const char* name, std::string_view text) {
+    return {name, std::string(text)};
+}
+
+// A system call's result from the kernel's: negative error numbers become -1 and errno.
+template <typename Result>
+Result toResult(Result kernelResult) {
+    constexpr int kMaxErrno = 4095;
+    if (kernelResult >= 0 || kernelResult < -kMaxErrno) return kernelResult;
+    errno = static_cast<int>(-kernelResult);
+    return -1;
+}
+
+}  // namespace phone

@@ -1,0 +1,150 @@
+// Requests to device nodes: what moves, who answers, and what of it goes into the trace.
+
+#include <linux/media.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "clock.h"
+#include "controller.h"
+#include "decode.h"
+#include "kernel_call.h"
+#include "libc.h"
+#include "media_graph.h"
+#include "phone.h"
+#include "user_memory.h"
+
+namespace phone {
+
+namespace {
+
+constexpr size_t kLargestRecord = sizeof(ois::OisCustInfo);  // of the requests that the phone answers
+static_assert(kLargestRecord >= sizeof(media_device_info) && kLargestRecord >= sizeof(media_entity_desc));
+static_assert(kLargestRecord >= sizeof(ois::OisFlashRecord));
+
+bool isPrivateRequest(uint32_t request) {
+    return _IOC_TYPE(request) == ois::kRequestType && _IOC_NR(request) >= BASE_VIDIOC_PRIVATE;
+}
+
+std::span<const uint8_t> asUint8(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
+}
+
+// The names under which faults know requests, by number; found once, since every request asks.
+std::string_view privateRequestName(uint32_t request) {
+    static const auto names = [] {
+        std::array<std::string_view, 256> found{};
+        for (const RequestInfo& info : privateRequests()) found[_IOC_NR(info.code)] = info.name;
+        return found;
+    }();
+    return names[_IOC_NR(request)];
+}
+
+}  // namespace
+
+bool Kernel::takes(int fd, uint32_t request) const {
+    return owns(fd) || isPrivateRequest(request);
+}
+
+Kernel::Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte> record) {
+    if (isPrivateRequest(request)) return consult(FaultPoint::kRequest, privateRequestName(request), record);
+    const RequestInfo* info = findMediaRequest(request);
+    return consult(FaultPoint::kMediaRequest, info != nullptr ? info->name : std::string_view{}, record);
+}
+
+void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
+                          int32_t result, const Fate& fate) {
+    Event event = decodeRequest(request, asUint8(in), asUint8(out));
+    event.hasResult = true;
+    event.result = result < 0 ? -1 : result;
+    event.error = result < 0 ? -result : 0;
+    if (fate.strike) event.fault = fate.strike->text;
+    mPhone.trace().record(std::move(event));
+}
+
+int Kernel::ioctl(int fd, uint32_t request, void* argument) {
+    mPhone.clock().enter();
+    const Node* node = nodeOf(fd);
+    const bool simulated = node != nullptr && node->kind != Node::Kind::kMachine;
+    return toResult(simulated ? this->request(*node, request, argument)
+                              : passRequest(fd, request, argument, node));
+}
+
+int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte> record) {
+    if (node.kind == Node::Kind::kSubDevice) return node.controller->handle(request, record);
+    if (request == MEDIA_IOC_DEVICE_INFO) {
+        return mPhone.media().deviceInfo(node.number, *reinterpret_cast<media_device_info*>(record.data()));
+    }
+    return mPhone.media().enumerateEntity(node.number, *reinterpret_cast<media_entity_desc*>(record.data()));
+}
+
+// The simulated kernel: the request's code alone says how much moves; the record is copied at entry, and back
+// as a whole unless the request failed.
+int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
+    const bool known = node.kind == Node::Kind::kMedia
+                           ? request == MEDIA_IOC_DEVICE_INFO || request == MEDIA_IOC_ENUM_ENTITIES
+                           : node.controller != nullptr && Controller::knows(request);
+    const bool traced = mPhone.trace().enabled();
+    if (!known || argument == nullptr) {
+        const int32_t error = known ? -EFAULT : -ENOTTY;
+        if (traced) traceRequest(request, {}, {}, error, {});
+        return error;
+    }
+    alignas(std::max_align_t) std::array<std::byte, kLargestRecord> space;
+    const std::span record(space.data(), _IOC_SIZE(request));
+    copyFromUser(record, argument);
+    std::vector<std::byte> sent;
+    if (traced) sent.assign(record.begin(), record.end());
+
+    const Fate fate = consultRequest(request, record);
+    const bool lost = fate.is(FaultEffect::Kind::kLost);
+    int32_t result = 0;
+    if (fate.error() != 0) {
+        result = -fate.error();
+    } else if (!lost) {
+        result = carryOut(node, request, record);
+        fate.spoil(record);
+        if (fate.is(FaultEffect::Kind::kResult)) result = static_cast<int32_t>(fate.effect()->result);
+    }
+    const bool answered = result >= 0 && !lost && (_IOC_DIR(request) & _IOC_READ) != 0;
+    if (answered) copyToUser(argument, record);
+    if (traced) {
+        traceRequest(request, sent,
+                     answered ? std::span<const std::byte>(record) : std::span<const std::byte>{}, result,
+                     fate);
+    }
+    return result;
+}
+
+// A request to a device of the machine's kernel, or to a descriptor that is none of the phone's.
+int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node* node) {
+    const bool traced = mPhone.trace().enabled();
+    const size_t size = argument != nullptr ? _IOC_SIZE(request) : 0;
+    std::vector<std::byte> record(node != nullptr || traced ? size : 0);
+    copyFromUser(record, argument);
+    const std::vector<std::byte> sent = traced ? record : std::vector<std::byte>{};
+
+    const Fate fate = node != nullptr ? consultRequest(request, record) : Fate{};
+    int32_t result = -fate.error();
+    if (result == 0 && !fate.is(FaultEffect::Kind::kLost)) {
+        result = libc().ioctl(fd, request, argument);
+        if (result < 0) result = -errno;
+        if (fate.is(FaultEffect::Kind::kGarbage) && (_IOC_DIR(request) & _IOC_READ) != 0) {
+            fate.spoil(record);
+            copyToUser(argument, record);
+        }
+        if (fate.is(FaultEffect::Kind::kResult)) result = static_cast<int32_t>(fate.effect()->result);
+    }
+    if (traced) {
+        const bool answered = result >= 0 && (_IOC_DIR(request) & _IOC_READ) != 0;
+        if (answered) copyFromUser(record, argument);
+        traceRequest(request, sent,
+                     answered ? std::span<const std::byte>(record) : std::span<const std::byte>{}, result,
+                     fate);
+    }
+    return result;
+}
+
+}  // namespace phone

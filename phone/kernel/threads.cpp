@@ -1,0 +1,136 @@
+// Sleeps and threads.
+
+#include <sched.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "clock.h"
+#include "kernel_call.h"
+#include "libc.h"
+#include "phone.h"
+
+namespace phone {
+
+namespace {
+
+std::vector<Field> threadFields(std::optional<uint32_t> thread) {
+    if (!thread) return {textField("thread", "unknown")};
+    return {{"thread", uint64_t{*thread}}};
+}
+
+void addScheduling(std::vector<Field>& fields, int policy, int priority) {
+    switch (policy) {
+        case SCHED_OTHER:
+            fields.push_back(textField("policy", "SCHED_OTHER"));
+            break;
+        case SCHED_FIFO:
+            fields.push_back(textField("policy", "SCHED_FIFO"));
+            break;
+        case SCHED_RR:
+            fields.push_back(textField("policy", "SCHED_RR"));
+            break;
+        default:
+            fields.push_back({"policy", int64_t{policy}});
+    }
+    fields.push_back({"priority", int64_t{priority}});
+}
+
+}  // namespace
+
+int Kernel::usleep(uint32_t us) {
+    mPhone.clock().enter();
+    if (mPhone.trace().enabled()) {
+        Event event;
+        event.kind = EventKind::kSleep;
+        event.name = "usleep";
+        event.fields = {{"us", uint64_t{us}}};
+        mPhone.trace().record(std::move(event));
+    }
+    mPhone.clock().sleepUs(us);
+    return 0;
+}
+
+int Kernel::createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                         void* argument) {
+    Clock& clock = mPhone.clock();
+    clock.enter();
+    const Fate fate = consult(FaultPoint::kThreadCreate, {});
+    const int error =
+        fate.error() != 0 ? fate.error() : clock.createThread(thread, attributes, start, argument);
+    if (mPhone.trace().enabled()) {
+        auto fields = error == 0 ? threadFields(clock.threadNumber(*thread)) : std::vector<Field>{};
+        traceCall(EventKind::kThread, "pthread_create", std::move(fields), error, error, fate);
+    }
+    return error;
+}
+
+int Kernel::joinThread(pthread_t thread, void** result) {
+    Clock& clock = mPhone.clock();
+    clock.enter();
+    const std::optional<uint32_t> number = clock.threadNumber(thread);
+    const int error = clock.joinThread(thread, result);
+    if (mPhone.trace().enabled()) {
+        traceCall(EventKind::kThread, "pthread_join", threadFields(number), error, error, {});
+    }
+    return error;
+}
+
+int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param) {
+    Clock& clock = mPhone.clock();
+    clock.enter();
+    clock.threadNumber();  // so that a thread that asks for itself is known
+    const std::optional<uint32_t> number = clock.threadNumber(thread);
+    int error = 0;
+    if (mReal) {
+        error = libc().pthreadSetSchedParam(thread, policy, param);
+    } else if (!number) {
+        error = ESRCH;
+    } else if (param->sched_priority < sched_get_priority_min(policy) ||
+               param->sched_priority > sched_get_priority_max(policy)) {
+        error = EINVAL;
+    }
+    if (error == 0 && number) {
+        const std::lock_guard lock(mMutex);
+        mScheduling[*number] = {policy, param->sched_priority};
+    }
+    if (mPhone.trace().enabled()) {
+        std::vector<Field> fields = threadFields(number);
+        addScheduling(fields, policy, param->sched_priority);
+        traceCall(EventKind::kThread, "pthread_setschedparam", std::move(fields), error, error, {});
+    }
+    return error;
+}
+
+int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
+    Clock& clock = mPhone.clock();
+    clock.enter();
+    clock.threadNumber();
+    const std::optional<uint32_t> number = clock.threadNumber(thread);
+    int error = 0;
+    if (mReal) {
+        error = libc().pthreadGetSchedParam(thread, policy, param);
+    } else if (!number) {
+        error = ESRCH;
+    } else {
+        const Scheduling known = scheduling(*number).value_or(Scheduling{});
+        *policy = known.policy;
+        param->sched_priority = known.priority;
+    }
+    if (mPhone.trace().enabled()) {
+        std::vector<Field> answer;
+        if (error == 0) addScheduling(answer, *policy, param->sched_priority);
+        traceCall(EventKind::kThread, "pthread_getschedparam", threadFields(number), error, error, {},
+                  std::move(answer));
+    }
+    return error;
+}
+
+std::optional<Scheduling> Kernel::scheduling(uint32_t threadNumber) const {
+    const std::lock_guard lock(mMutex);
+    const auto found = mScheduling.find(threadNumber);
+    if (found == mScheduling.end()) return std::nullopt;
+    return found->second;
+}
+
+}  // namespace phone
