@@ -316,10 +316,7 @@ TEST_F(Transport, RequestResultsArePassedOn) {
         const char* fault;
         int32_t result;
         int error;
-    } cases[] = {{"SET_MODE:result=7", 7, 0},
-                 {"SET_MODE:errno=EIO", -1, EIO},
-                 {"SET_MODE:errno=ENODEV", -1, ENODEV},
-                 {"SET_MODE:lost", 0, 0}};
+    } cases[] = {{"SET_MODE:result=7", 7, 0}, {"SET_MODE:errno=EIO", -1, EIO}, {"SET_MODE:lost", 0, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.fault);
         forget();
@@ -447,7 +444,6 @@ TEST_F(PackageDeathTest, MoreInputThanAPayloadEndsTheProcess) {
                     testing::KilledBySignal(SIGABRT), "")
             << length;
     }
-    EXPECT_TRUE(sent().empty());
 }
 
 }  // namespace

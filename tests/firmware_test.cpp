@@ -142,17 +142,7 @@ TEST_F(Firmware, EveryOutcomeStepByStep) {
                kDiffer + kIdleAtOnce + download() +
                    Lines{"log Err ! F/W Update Error Status (0x0012)", "firmware 0 2 100"},
                2, 256},
-          Case{"chip.download-error=0xff00",
-               kDiffer + kIdleAtOnce + download() +
-                   Lines{"log Err ! F/W Update Error Status (0xff00)", "firmware 0 2 100"},
-               2, 256},
           Case{"chip.check-value-wrong",
-               toVerification + Lines{"log FW update error status (0x0002)", "firmware 0 2 " + value}, 2,
-               checkValue()},
-          Case{"chip.block-lost=111",
-               toVerification + Lines{"log FW update error status (0x0002)", "firmware 0 2 " + value}, 2,
-               checkValue()},
-          Case{"chip.block-corrupted=0",
                toVerification + Lines{"log FW update error status (0x0002)", "firmware 0 2 " + value}, 2,
                checkValue()},
           Case{"chip.version-mismatch",

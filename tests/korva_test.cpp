@@ -70,16 +70,6 @@ TEST_F(Korva, ARelayedCommandThatCannotBePackedIsZeroToo) {
                                "[KorvaCmdParse] bypass disable not support:5   \n"}));
 }
 
-TEST_F(Korva, ARelayedReadBringsItsAnswerBack) {
-    openHub();
-    auto request = bytes("00 00 00 00  00 00 00 00  00 00 80 3f  00 00 80 3f  01 00 00 00  02 00 00 00");
-    std::vector<uint8_t> answer(24);
-    EXPECT_EQ(driver.KorvaCmdParse(9, request.data(), answer.data(), 24, 24), 0);
-    const ois::OisGain gain = phone.hub().gain();
-    EXPECT_EQ(std::memcmp(answer.data(), &gain, sizeof gain), 0);
-    EXPECT_EQ(sent()[0].bytes[2], 24);
-}
-
 TEST_F(Korva, RegisterRecordsByteByByte) {
     openHub();
     int32_t off = 0;

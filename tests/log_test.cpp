@@ -227,15 +227,4 @@ TEST_F(Log, PercentSignsInArgumentsStay) {
     EXPECT_NE(debugLog().at(0).find("[TestBody] 100% and %n%s (TestBody){#"), std::string::npos);
 }
 
-TEST_F(Log, TheDriversMessagesGoThroughTheMacro) {
-    OISDrv driver(2);
-    ois_params params{};
-    driver.SetOisParams(&params);
-    ASSERT_EQ(debugLog().size(), 1U);
-    ASSERT_EQ(unified.lines.size(), 1U);
-    EXPECT_EQ(unified.lines[0].text, "[SetOisParams] not support OIS\n");
-    EXPECT_NE(debugLog()[0].find("[OisDrv] parameters.cpp:"), std::string::npos);
-    EXPECT_NE(debugLog()[0].find("SetOisParams() [SetOisParams] not support OIS\n"), std::string::npos);
-}
-
 }  // namespace
