@@ -190,6 +190,14 @@ bool DriverSession::open() {
     return mOpen;
 }
 
+void DriverSession::openFor(std::string_view command) {
+    if (!open()) {
+        throw JobError(std::string(command) +
+                       ": Init answered 0: the module has no OIS, or it is switched off");
+    }
+    waitForBringUp();
+}
+
 void DriverSession::waitForBringUp() {
     // With its status bit set, the dump switch keeps the bring-up thread busy as recorder until the close.
     const bool staysBusy = !behindHub() && (mDriver->mProperty.dump & kDumpStatus) != 0;

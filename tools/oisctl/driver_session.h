@@ -53,6 +53,9 @@ class DriverSession {
 
     // Init; false when the driver has no use for the module.
     bool open();
+    // Opens and waits for the bring-up. Throws JobError, naming the command, when the driver has no use for
+    // the module.
+    void openFor(std::string_view command);
     // Waits until the bring-up has ended, or, where it goes on as a recorder, until the channel is up. A
     // channel that is not up then is a failure.
     void waitForBringUp();

@@ -137,32 +137,32 @@ nlohmann::json toJson(const Summary& summary) {
     nlohmann::json json{
         {"module", summary.module},
         {"way", summary.way},
-        {"oisSupported", summary.supported},
+        {"ois_supported", summary.supported},
         {"requests", summary.requests},
-        {"commandsSent", summary.counts.sent},
+        {"commands_sent", summary.counts.sent},
         {"commands", summary.counts.byName},
-        {"repeatsSuppressed", summary.counts.repeats},
+        {"repeats_suppressed", summary.counts.repeats},
         {"undelivered", summary.counts.undelivered},
         {"failures", summary.counts.failures},
-        {"simulatedSeconds", summary.simulatedS},
-        {"wallSeconds", summary.wallS},
+        {"simulated_s", summary.simulatedS},
+        {"wall_s", summary.wallS},
     };
     if (!summary.scenario.empty()) json["scenario"] = summary.scenario;
-    json["firstFailures"] = nlohmann::json::array();
+    json["first_failures"] = nlohmann::json::array();
     for (const Failure& failure : summary.counts.firstFailures) {
-        json["firstFailures"].push_back({{"timeSeconds", failure.timeS}, {"what", failure.text}});
+        json["first_failures"].push_back({{"time_s", failure.timeS}, {"what", failure.text}});
     }
     json["modes"] = nlohmann::json::array();
     for (const ModeSpan& span : summary.modes) {
         json["modes"].push_back(
-            {{"mode", span.mode}, {"firstFrame", span.firstFrame}, {"lastFrame", span.lastFrame}});
+            {{"mode", span.mode}, {"first_frame", span.firstFrame}, {"last_frame", span.lastFrame}});
     }
     json["operations"] = nlohmann::json::array();
     for (const OperationResult& done : summary.operations) {
         json["operations"].push_back({{"operation", done.operation}, {"result", done.result}});
     }
-    if (summary.shake.off) json["shakeLeftRms"]["off"] = *summary.shake.off;
-    if (summary.shake.on) json["shakeLeftRms"]["on"] = *summary.shake.on;
+    if (summary.shake.off) json["shake_left_rms_deg"]["off"] = *summary.shake.off;
+    if (summary.shake.on) json["shake_left_rms_deg"]["on"] = *summary.shake.on;
     return json;
 }
 
@@ -176,6 +176,13 @@ int conclude(DriverSession& session, const Summary& summary) {
     if (interrupted()) printRemark("oisctl: ended early by Ctrl-C");
     if (summary.counts.failures != 0) return kJobFailed;
     return interrupted() ? kInterrupted : kSuccess;
+}
+
+int conclude(DriverSession& session, bool good) {
+    session.finishTrace();
+    const Tally::Counts counts = session.tally().counts();
+    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    return good && counts.failures == 0 ? kSuccess : kJobFailed;
 }
 
 }  // namespace oisctl

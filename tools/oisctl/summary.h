@@ -50,5 +50,8 @@ nlohmann::json toJson(const Summary& summary);
 
 // Ends a command: finishes the trace, shows the summary as the settings ask for, and gives the exit status.
 int conclude(DriverSession& session, const Summary& summary);
+// The same for a command with a result of its own: shows the failures alone, and gives the exit status.
+// `good`: the result is as it should be.
+int conclude(DriverSession& session, bool good);
 
 }  // namespace oisctl

@@ -12,8 +12,8 @@
 #include "hub/korva_chip.h"
 #include "hub/sensor_hub.h"
 #include "kernel/controller.h"
-#include "operations.h"
 #include "register_access.h"
+#include "summary.h"
 #include "terminal.h"
 
 namespace oisctl {
@@ -161,9 +161,9 @@ void print(const Verdict& verdict, const std::optional<Offsets>& before, const s
         printLine(nlohmann::json{{"good", verdict.good},
                                  {"calibration", verdict.calibration},
                                  {"flash", verdict.flash},
-                                 {"offsetBefore", json(before)},
-                                 {"offsetAfter", json(after)},
-                                 {"simulatedSeconds", session.nowS()}}
+                                 {"offset_before", json(before)},
+                                 {"offset_after", json(after)},
+                                 {"simulated_s", session.nowS()}}
                       .dump());
         return;
     }
@@ -183,9 +183,7 @@ int run(Settings settings) {
     if (settings.motion.empty()) settings.motion = "rest";
     DriverSession session(settings, settings.verbose ? Narration::kCalls : Narration::kNothing);
     session.requireStreaming();
-    if (!session.open())
-        throw JobError("calibrate: Init answered 0: the module has no OIS, or it is switched off");
-    session.waitForBringUp();
+    session.openFor("calibrate");
     session.notifyStream(true);
     Observation seen;
     session.observe([&seen](const phone::Event& event) { seen.take(event); });
@@ -203,9 +201,8 @@ int run(Settings settings) {
         verdict.calibration = verdict.good ? "accepted by the controller" : "refused by the controller";
     }
     session.close();
-    session.finishTrace();
     print(verdict, before, after, session);
-    return verdict.good && session.tally().counts().failures == 0 ? kSuccess : kJobFailed;
+    return conclude(session, verdict.good);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "errors.h"
 #include "register_access.h"
 #include "suggest.h"
+#include "summary.h"
 #include "terminal.h"
 
 namespace oisctl {
@@ -119,12 +120,12 @@ void print(DriverSession& session, const Observation& seen, bool tripped) {
             {"defective", tripped},
             {"positions", seen.positions},
             {"of", info.coordinateNum},
-            {"driverError", tripped ? nlohmann::json(driver.mActuatorDefectError) : nlohmann::json()},
-            {"simulatedSeconds", session.nowS()}};
+            {"driver_error", tripped ? nlohmann::json(driver.mActuatorDefectError) : nlohmann::json()},
+            {"simulated_s", session.nowS()}};
         for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
             json[axis == 0 ? "x" : "y"] = {{"good", isGood(seen.axes[axis], info)},
-                                           {"largestError", seen.axes[axis].largest},
-                                           {"sumOfErrors", seen.axes[axis].sum}};
+                                           {"largest_error", seen.axes[axis].largest},
+                                           {"sum_of_errors", seen.axes[axis].sum}};
         }
         printLine(json.dump());
         return;
@@ -162,8 +163,7 @@ int run(const Options& options) {
                           options.settings.verbose ? Narration::kCalls : Narration::kNothing);
     requireDetector(session.module());
     if (session.stabiliser() != nullptr) session.stabiliser()->setDefect(defects.axes[0], defects.axes[1]);
-    if (!session.open()) throw JobError("detect-defect: Init answered 0: OIS is switched off");
-    session.waitForBringUp();
+    session.openFor("detect-defect");
 
     const OisCalibInfo calibration = session.driver().mOisCalibInfo;
     Observation seen(session.module().custInfo);
@@ -180,15 +180,12 @@ int run(const Options& options) {
     }
     const bool tripped = session.driver().mDefectDetectDone != 0;
     session.close();
-    session.finishTrace();
     print(session, seen, tripped);
     if (!seen.hallRead) {
         printRemark(
             "oisctl: the hub reads no hall positions back, so that every position seems to be missed");
     }
-    const Tally::Counts counts = session.tally().counts();
-    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
-    return tripped || counts.failures != 0 ? kJobFailed : kSuccess;
+    return conclude(session, !tripped);
 }
 
 }  // namespace

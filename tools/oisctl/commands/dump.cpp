@@ -9,7 +9,7 @@
 #include "driver_session.h"
 #include "dump_files.h"
 #include "errors.h"
-#include "suggest.h"
+#include "summary.h"
 #include "terminal.h"
 
 namespace oisctl {
@@ -54,15 +54,11 @@ int run(Options options) {
         throw InputError("dump flash: the driver reads the flash only on the sub-device way, which " +
                          session.module().name + " is not on; try -m dw9786");
     }
-    if (!session.open()) throw JobError("dump: Init answered 0: OIS is switched off");
-    session.waitForBringUp();  // dumps the flash
+    session.openFor("dump");  // dumps the flash
     if (otp) dumpOtp(session);
     session.close();
-    session.finishTrace();
     show(dumpFile(session, otp ? "_otp.txt" : "_flash.txt"), options);
-    const Tally::Counts counts = session.tally().counts();
-    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
-    return counts.failures == 0 ? kSuccess : kJobFailed;
+    return conclude(session, true);
 }
 
 }  // namespace

@@ -111,12 +111,12 @@ void printOutcome(DriverSession& session, const Outcome& outcome, const phone::F
             {"outcome", outcome.words},
             {"code", report.code},
             {"value", report.value},
-            {"versionBefore", before},
-            {"versionAfter", after},
-            {"imageVersion", wanted},
+            {"version_before", before},
+            {"version_after", after},
+            {"image_version", wanted},
             {"blocks", seen.blocks},
-            {"clockHz", seen.clock},
-            {"simulatedSeconds",
+            {"clock_hz", seen.clock},
+            {"simulated_s",
              seconds}}.dump());
         return;
     }

@@ -11,9 +11,9 @@
 #include "dump_files.h"
 #include "errors.h"
 #include "interrupt.h"
-#include "operations.h"
 #include "recording.h"
 #include "suggest.h"
+#include "summary.h"
 #include "terminal.h"
 
 namespace oisctl {
@@ -94,19 +94,15 @@ int run(Options options) {
     DriverSession session(options.settings,
                           options.settings.verbose ? Narration::kCommands : Narration::kNothing);
     requireSubDevice(session.module());
-    if (!session.open()) throw JobError("record: Init answered 0: OIS is switched off");
-    session.waitForBringUp();
+    session.openFor("record");
     session.notifyStream(true);
     session.setMode(options.mode);
     startRecorder(session);
     waitWhileRecording(session, options.seconds);
     session.notifyStream(false);
     session.close();
-    session.finishTrace();
     print(session, keepFile(dumpFile(session, "_status.txt"), options.folder));
-    const Tally::Counts counts = session.tally().counts();
-    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
-    return counts.failures == 0 ? kSuccess : kJobFailed;
+    return conclude(session, true);
 }
 
 }  // namespace

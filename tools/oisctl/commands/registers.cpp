@@ -155,8 +155,7 @@ int run(Options options) {
             "registers: " + session.module().name +
             " has no register access from here; choose a module behind the hub ('oisctl modules')");
     }
-    if (!session.open()) throw JobError("registers: Init answered 0: OIS is switched off");
-    session.waitForBringUp();
+    session.openFor("registers");
     std::vector<uint32_t> before;
     if (!writes.empty()) before = readAll(session);
     for (const Write& write : writes) {
@@ -171,10 +170,7 @@ int run(Options options) {
     }
     if (options.watch) watch(session, options, std::move(values));
     session.close();
-    session.finishTrace();
-    const Tally::Counts counts = session.tally().counts();
-    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
-    return counts.failures == 0 ? kSuccess : kJobFailed;
+    return conclude(session, true);
 }
 
 }  // namespace

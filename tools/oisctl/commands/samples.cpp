@@ -12,6 +12,7 @@
 #include "driver_session.h"
 #include "errors.h"
 #include "interrupt.h"
+#include "summary.h"
 #include "terminal.h"
 
 namespace oisctl {
@@ -40,7 +41,7 @@ void printSamples(const OISDrv& driver, bool json) {
     for (size_t i = 0; i < driver.mSensorTimestamps.size(); ++i) {
         const double seconds = static_cast<double>(driver.mSensorTimestamps[i]) / kNanosPerSecond;
         std::vector<std::string> cells{number(seconds, 6)};
-        nlohmann::json sample{{"timeSeconds", seconds}};
+        nlohmann::json sample{{"time_s", seconds}};
         for (const std::vector<float>* value : values) {
             cells.push_back(number(value->at(i), 6));
             sample["values"].push_back(value->at(i));
@@ -62,8 +63,7 @@ int run(const Options& options) {
         throw InputError("samples: only the sensor hub has motion samples, and " + session.module().name +
                          " is not behind it; try -m korvas4sw-hub");
     }
-    if (!session.open()) throw JobError("samples: Init answered 0: OIS is switched off");
-    session.waitForBringUp();
+    session.openFor("samples");
     session.notifyStream(true);
     const double endS = session.nowS() + options.seconds;
     {
@@ -80,8 +80,7 @@ int run(const Options& options) {
     }
     printSamples(session.driver(), options.settings.json);  // the close empties them
     session.close();
-    session.finishTrace();
-    return session.tally().counts().failures == 0 ? kSuccess : kJobFailed;
+    return conclude(session, true);
 }
 
 }  // namespace

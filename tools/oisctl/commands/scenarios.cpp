@@ -48,7 +48,7 @@ void printList(bool json) {
                       std::to_string(scenario.frames()), scenario.title});
         list.push_back({{"name", scenario.name},
                         {"title", scenario.title},
-                        {"durationSeconds", scenario.durationS},
+                        {"duration_s", scenario.durationS},
                         {"frames", scenario.frames()}});
     }
     if (json) {
