@@ -248,6 +248,18 @@ TEST_F(Session, TelemetryReportsTheErrorFlagUnlessTheRegionForbids) {
     EXPECT_EQ(phone.telemetry().references(), 0);
 }
 
+TEST_F(Session, TelemetryNotSentIsOneLine) {
+    phone.properties().set("ro.product.country.region", "IN");
+    EXPECT_EQ(driver.GetDataRuvex(), 0);
+    EXPECT_EQ(messages(), Keys{"[GetDataRuvex] IN not get  to ruvex"});
+    phone.properties().clear();
+    phone.trace().clear();
+    phone.faults().add({.point = phone::FaultPoint::kTelemetry, .effect = {}});
+    EXPECT_EQ(driver.GetDataRuvex(), 0);
+    EXPECT_EQ(messages(), Keys{"[GetDataRuvex] Failed to get RuVex service"});
+    EXPECT_TRUE(phone.telemetry().reports().empty());
+}
+
 TEST_F(Session, HallAmplitudesFollowTheGainFormat) {
     auto module = phone::moduleByName(kSubDeviceModule);
     module.custInfo.angleAmplitude = 0.5F;

@@ -230,6 +230,12 @@ TEST_F(StatusRecorder, AFailedPollWritesWhatTheRecordHolds) {
     driver.mProperty.dumpLevel = 200;
     EXPECT_EQ(run(3), 0);  // the level is read anew for each poll and wraps in its byte
     EXPECT_EQ(rows(), (Keys{"200" + zeros, "44" + zeros, "0" + zeros}));
+    driver.mProperty.dumpLevel = 1;
+    const auto answerOnce = [&](size_t poll) {
+        return poll == 0 ? answer(std::vector<uint8_t>(56, 7)) : failure();
+    };
+    EXPECT_EQ(record(2, answerOnce), -1);
+    EXPECT_EQ(rows().back(), "1" + zeros);  // nothing is left of the answer before
 }
 
 TEST_F(StatusRecorder, TheIntervalIsReadOnce) {
