@@ -82,7 +82,8 @@ Phone* Phone::current() {
 void Phone::fit(int32_t sensorDev, const ModuleDescription& module) {
     Position& position = mParts->positions[checkedPosition(sensorDev)];
     mParts->media.removeLens(sensorDev);
-    position = {std::make_unique<const ModuleDescription>(module), nullptr};
+    position.module = std::make_unique<const ModuleDescription>(module);
+    position.controller.reset();
     if (!module.hasOis) return;
     if (module.behindHub()) {
         mParts->hub.fit(module);

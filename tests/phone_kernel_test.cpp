@@ -241,13 +241,13 @@ TEST_F(KernelTest, UnknownRequestsAndDescriptorsAreRefused) {
     std::array<uint8_t, 2048> record{};
     const struct {
         const char* what;
-        int fd;
         unsigned long request;
+        int fd;
         int error;
     } cases[] = {
-        {"unknown number", fd, 0xC00456C3, ENOTTY},  {"other size", fd, 0xC01456D4, ENOTTY},
-        {"other direction", fd, 0x401856D4, ENOTTY}, {"other type", fd, 0xC01857D4, ENOTTY},
-        {"no descriptor", -1, 0xC00456DC, EBADF},    {"not the phone's", STDERR_FILENO, 0xC00456DC, ENOTTY},
+        {"unknown number", 0xC00456C3, fd, ENOTTY},  {"other size", 0xC01456D4, fd, ENOTTY},
+        {"other direction", 0x401856D4, fd, ENOTTY}, {"other type", 0xC01857D4, fd, ENOTTY},
+        {"no descriptor", 0xC00456DC, -1, EBADF},    {"not the phone's", 0xC00456DC, STDERR_FILENO, ENOTTY},
     };
     for (const auto& expected : cases) {
         EXPECT_EQ(ioctl(expected.fd, expected.request, record.data()), -1) << expected.what;
@@ -441,7 +441,7 @@ TEST_F(KernelTest, FlashDataGoesInPlaceOrThroughThePointer) {
     alignas(8) std::array<std::byte, sizeof(ois::OisFlashRecord)> member{};
     ois::OisFlashRecord buffer{};
     ois::OisFlashRecord* pointer = &buffer;
-    std::memcpy(member.data(), &pointer, sizeof pointer);
+    std::memcpy(member.data(), &pointer, sizeof(void*));
     const auto before = member;
 
     controller().setFlashAnswer(phone::FlashAnswer::kThroughPointer);

@@ -1,9 +1,8 @@
 #include "file_tree.h"
 
-#include <stdlib.h>
-
 #include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>

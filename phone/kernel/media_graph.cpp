@@ -26,7 +26,7 @@ void copyText(const std::string& text, std::span<char> to) {
     std::fill(to.begin() + static_cast<std::ptrdiff_t>(length), to.end(), '\0');
 }
 
-MediaEntity entity(uint32_t id, const char* name, uint32_t type, uint32_t minor, const char* node) {
+MediaEntity makeEntity(uint32_t id, const char* name, uint32_t type, uint32_t minor, const char* node) {
     MediaEntity made;
     made.id = id;
     made.name = name;
@@ -39,9 +39,9 @@ MediaEntity entity(uint32_t id, const char* name, uint32_t type, uint32_t minor,
 MediaDevice lensDevice() {
     MediaDevice device{kLensDeviceNumber, kLensDeviceModel, "nxa-af", "", "platform:nxa-af", {}};
     device.entities = {
-        entity(1, "nxa-af-manager", kSubDeviceEntityType, 40, "v4l-subdev4"),
-        entity(2, "nxa-sensor 2-0010", kSensorEntityType, 41, "v4l-subdev5"),
-        entity(29, "nxa-focus 5-0018", kLensEntityType, 42, "v4l-subdev6"),
+        makeEntity(1, "nxa-af-manager", kSubDeviceEntityType, 40, "v4l-subdev4"),
+        makeEntity(2, "nxa-sensor 2-0010", kSensorEntityType, 41, "v4l-subdev5"),
+        makeEntity(29, "nxa-focus 5-0018", kLensEntityType, 42, "v4l-subdev6"),
     };
     return device;
 }
@@ -56,12 +56,12 @@ MediaDevice& lensDeviceOf(std::vector<MediaDevice>& devices) {
 std::vector<MediaDevice> defaultMediaDevices() {
     MediaDevice processor{0, "nxa_camera_isp", "nxa-isp", "", "platform:nxa-isp", {}};
     processor.entities = {
-        entity(1, "nxa-isp-seninf", kSubDeviceEntityType, 20, "v4l-subdev0"),
-        entity(3, "nxa-isp-raw", kSubDeviceEntityType, 21, "v4l-subdev1"),
-        entity(17, "nxa-isp-preview", kVideoNodeEntityType, 22, "video0"),
+        makeEntity(1, "nxa-isp-seninf", kSubDeviceEntityType, 20, "v4l-subdev0"),
+        makeEntity(3, "nxa-isp-raw", kSubDeviceEntityType, 21, "v4l-subdev1"),
+        makeEntity(17, "nxa-isp-preview", kVideoNodeEntityType, 22, "video0"),
     };
     MediaDevice codec{3, "nxa_codec", "nxa-codec", "", "platform:nxa-codec", {}};
-    codec.entities = {entity(1, "nxa-codec-enc", kVideoNodeEntityType, 60, "video8")};
+    codec.entities = {makeEntity(1, "nxa-codec-enc", kVideoNodeEntityType, 60, "video8")};
     return {processor, lensDevice(), codec};
 }
 
@@ -94,8 +94,8 @@ void MediaGraph::addLens(int32_t sensorDev, const std::string& entityName,
                          std::shared_ptr<Controller> controller) {
     removeLens(sensorDev);
     const std::string node = lensNode(sensorDev);
-    MediaEntity lens = entity(lensEntityId(sensorDev), entityName.c_str(), kLensEntityType,
-                              kFirstLensMinor + static_cast<uint32_t>(sensorDev), node.c_str());
+    MediaEntity lens = makeEntity(lensEntityId(sensorDev), entityName.c_str(), kLensEntityType,
+                                  kFirstLensMinor + static_cast<uint32_t>(sensorDev), node.c_str());
     lens.groupId = static_cast<uint32_t>(sensorDev);
     lens.controller = std::move(controller);
     const std::lock_guard lock(mMutex);
@@ -137,23 +137,23 @@ int MediaGraph::deviceInfo(int number, media_device_info& info) const {
     return 0;
 }
 
-int MediaGraph::enumerateEntity(int number, media_entity_desc& description) const {
+int MediaGraph::enumerateEntity(int number, media_entity_desc& entity) const {
     const std::lock_guard lock(mMutex);
     const MediaDevice* device = find(number);
     if (device == nullptr) return -ENODEV;
-    const bool next = (description.id & MEDIA_ENT_ID_FLAG_NEXT) != 0;
-    const uint32_t id = description.id & ~static_cast<uint32_t>(MEDIA_ENT_ID_FLAG_NEXT);
+    const bool next = (entity.id & MEDIA_ENT_ID_FLAG_NEXT) != 0;
+    const uint32_t id = entity.id & ~static_cast<uint32_t>(MEDIA_ENT_ID_FLAG_NEXT);
     const auto found = std::ranges::find_if(device->entities, [&](const MediaEntity& candidate) {
         return next ? candidate.id > id : candidate.id == id;
     });
     if (found == device->entities.end()) return -EINVAL;
-    description = {};
-    description.id = found->id;
-    copyText(found->name, description.name);
-    description.type = found->type;
-    description.group_id = found->groupId;
-    description.dev.major = found->major;
-    description.dev.minor = found->minor;
+    entity = {};
+    entity.id = found->id;
+    copyText(found->name, entity.name);
+    entity.type = found->type;
+    entity.group_id = found->groupId;
+    entity.dev.major = found->major;
+    entity.dev.minor = found->minor;
     return 0;
 }
 

@@ -73,7 +73,7 @@ int Kernel::ioctl(int fd, uint32_t request, void* argument) {
 }
 
 int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte> record) {
-    const InsideKernel inside;
+    [[maybe_unused]] const InsideKernel inside;
     if (node.kind == Node::Kind::kSubDevice) return node.controller->handle(request, record);
     if (request == MEDIA_IOC_DEVICE_INFO) {
         return mPhone.media().deviceInfo(node.number, *reinterpret_cast<media_device_info*>(record.data()));

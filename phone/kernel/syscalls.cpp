@@ -36,6 +36,8 @@ mode_t modeOf(int flags, va_list arguments) {
 
 }  // namespace
 
+// libc's headers name the parameters in their own way.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 __attribute__((visibility("default"))) int open(const char* path, int flags, ...) {
@@ -143,3 +145,4 @@ __attribute__((visibility("default"))) int pthread_getschedparam(pthread_t threa
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -34,7 +34,7 @@ class InsideKernel {
         AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
     }
 #else
-    InsideKernel() {}
+    InsideKernel() = default;
 #endif
     InsideKernel(const InsideKernel&) = delete;
     InsideKernel& operator=(const InsideKernel&) = delete;
