@@ -259,6 +259,8 @@ TEST_F(Concurrency, ADetectorOutlivesItsHubSession) {
         expectClosed(driver);
         EXPECT_FALSE(phone.hub().channelEnabled());
         ASSERT_TRUE(driver.mDefectDetectThread.joinable());
+        // Some more coordinates without a session.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
         std::atomic_ref(driver.mOisCustInfo.coordinateNum).store(0);
         driver.mDefectDetectThread.join();
         EXPECT_EQ(phone.hub().providers(), 0);
