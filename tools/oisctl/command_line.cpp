@@ -44,6 +44,18 @@ std::string unknownWord(CLI::App& app, CLI::App* command, const std::string& wor
                          : "; did you mean '" + near + "'?");
 }
 
+// The parser's own words, with what they leave out.
+std::string complaint(const CLI::App* command, const CLI::ParseError& error) {
+    std::string text = error.what();
+    constexpr std::string_view kConversion = "Could not convert: ";
+    if (text.starts_with(kConversion)) text = text.substr(kConversion.size()) + " is no number";
+    if (command == nullptr) return text;
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError)) {
+        text += "; 'oisctl " + command->get_name() + " --help' shows examples";
+    }
+    return command->get_name() + ": " + text;
+}
+
 CLI::App* chosen(CLI::App& app) {
     const std::vector<CLI::App*> commands = app.get_subcommands();
     return commands.empty() ? nullptr : commands.front();
@@ -94,8 +106,7 @@ int runCommandLine(int argc, char** argv) {
     } catch (const CLI::ExtrasError&) {
         throw InputError(unknownWord(app, chosen(app), app.remaining(true).front()));
     } catch (const CLI::ParseError& error) {
-        CLI::App* command = chosen(app);
-        throw InputError((command == nullptr ? "" : command->get_name() + " ") + std::string(error.what()));
+        throw InputError(complaint(chosen(app), error));
     }
     if (!job) {
         std::printf("%s", app.help().c_str());

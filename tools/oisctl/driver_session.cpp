@@ -204,7 +204,7 @@ void DriverSession::waitForBringUp() {
     if (!staysBusy && mDriver->mInitDrvThread.joinable()) mDriver->mInitDrvThread.join();
     const int64_t limitUs = nowUs() + kBringUpLimitUs;
     while (staysBusy && !channelIsUp() && nowUs() < limitUs) sleepUs(kBringUpPollUs);
-    if (!channelIsUp()) fail("the bring-up did not reach the controller");
+    if (!channelIsUp()) fail("the bring-up did not reach the controller; --trace shows where it stopped");
 }
 
 bool DriverSession::channelIsUp() const {

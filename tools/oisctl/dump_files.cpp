@@ -1,5 +1,8 @@
 #include "dump_files.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -26,12 +29,19 @@ std::filesystem::path dumpFile(DriverSession& session, std::string_view suffix) 
     return session.phone().files().dumpFolder() / std::string(name).append(suffix);
 }
 
+void requireFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) throw InputError("-o " + folder.string() + ": cannot be a folder: " + error.message());
+    if (access(folder.c_str(), W_OK) != 0) {
+        throw InputError("-o " + folder.string() + ": cannot be written: " + std::strerror(errno));
+    }
+}
+
 std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder) {
     std::error_code error;
     if (!std::filesystem::exists(file, error))
         throw JobError("the driver wrote no " + file.filename().string());
-    std::filesystem::create_directories(folder, error);
-    if (error) throw InputError("-o " + folder.string() + ": cannot be a folder: " + error.message());
     const std::filesystem::path copy = folder / file.filename();
     if (std::filesystem::equivalent(file, copy, error)) return copy;
     std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing, error);

@@ -12,8 +12,12 @@ class DriverSession;
 // The file of the session's module, on this machine. `suffix`: "_status.txt", "_otp.txt", "_flash.txt".
 std::filesystem::path dumpFile(DriverSession& session, std::string_view suffix);
 
-// Copies the file into a folder, which is created if missing. Throws JobError when there is no file,
-// InputError when the folder cannot be used. Returns the copy.
+// Creates the folder if missing. Throws InputError when files cannot be kept there: to be called before a
+// long job.
+void requireFolder(const std::filesystem::path& folder);
+
+// Copies the file into a folder, and returns the copy. Throws JobError when there is no file, InputError when
+// the folder cannot be written.
 std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder);
 
 std::string readFile(const std::filesystem::path& file);

@@ -425,6 +425,16 @@ bool Scenario::drivesStream() const {
     return std::any_of(moments.begin(), moments.end(), drives);
 }
 
+bool Scenario::setsTemperature() const {
+    const auto inSpan = [](const Span& span) {
+        const auto named = [](const auto& value) { return value.first->name == "temperature_c"; };
+        return std::any_of(span.values.begin(), span.values.end(), named);
+    };
+    const auto inMoment = [](const Moment& moment) { return moment.thermal.has_value(); };
+    return std::any_of(spans.begin(), spans.end(), inSpan) ||
+           std::any_of(moments.begin(), moments.end(), inMoment);
+}
+
 Scenario parseScenario(std::string_view text, const std::string& source) {
     return Reader(source).read(text);
 }

@@ -87,6 +87,7 @@ struct Scenario {
     ois_params requestAt(double timeS, int32_t sensorDev) const;
     // Whether the timeline itself says when the camera streams; else it does from first to last frame.
     bool drivesStream() const;
+    bool setsTemperature() const;
 };
 
 // Throws InputError "SOURCE:LINE: what is wrong; what would be right". Motions, properties and faults are

@@ -129,7 +129,8 @@ void addJsonOption(CLI::App& command, Settings& settings) {
 
 std::string wholePropertyName(std::string_view name) {
     const std::string whole = std::string(kPropertyPrefix).append(name);
-    return !isKnown(name) && isKnown(whole) ? whole : std::string(name);
+    const bool isShort = name.find('.') == std::string_view::npos;
+    return !isKnown(name) && (isShort || isKnown(whole)) ? whole : std::string(name);
 }
 
 std::string wholeAssignment(std::string_view assignment) {

@@ -141,13 +141,12 @@ std::optional<Offsets> offsetsOf(DriverSession& session) {
     }
     phone::Controller* controller = session.phone().controller(session.settings().sensorDev);
     if (controller == nullptr) return std::nullopt;
-    const auto offset = controller->state().gyroOffset;
-    if (!offset) return std::nullopt;
-    return Offsets{(*offset)[0], (*offset)[1]};
+    const auto offset = controller->state().gyroOffset.value_or(std::array<int16_t, 2>{});
+    return Offsets{offset[0], offset[1]};
 }
 
 std::string text(const std::optional<Offsets>& offsets) {
-    if (!offsets) return "not measured yet";
+    if (!offsets) return "not known";
     return "x " + std::to_string((*offsets)[0]) + ", y " + std::to_string((*offsets)[1]) + " (raw counts)";
 }
 

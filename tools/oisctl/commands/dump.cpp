@@ -45,6 +45,7 @@ void dumpOtp(DriverSession& session) {
 
 int run(Options options) {
     const bool otp = options.what == "otp";
+    if (!options.folder.empty()) requireFolder(options.folder);
     options.settings.assignments.push_back("vendor.debug.ois.dump=" +
                                            std::to_string(otp ? kDumpOtp : kDumpFlash));
     DriverSession session(options.settings,

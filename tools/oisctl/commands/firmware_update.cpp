@@ -1,6 +1,7 @@
 // oisctl firmware-update: the driver's own update against the chip behind the hub.
 
 #include <charconv>
+#include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -12,7 +13,6 @@
 #include "hub/firmware_image.h"
 #include "hub/korva_chip.h"
 #include "hub/sensor_hub.h"
-#include "kernel/controller.h"
 #include "register_access.h"
 #include "summary.h"
 #include "terminal.h"
@@ -159,15 +159,16 @@ bool updateBehindHub(DriverSession& session) {
     return outcome.good;
 }
 
+std::string cameraType(const phone::ModuleDescription& module) {
+    const auto& text = module.custInfo.cameraTypeName;
+    return {text, strnlen(text, sizeof text)};
+}
+
 bool updateOnSubDevice(DriverSession& session) {
     const int32_t result = session.firmwareUpdate();
-    const auto cameraType =
-        session.phone().controller(session.settings().sensorDev) == nullptr
-            ? std::nullopt
-            : session.phone().controller(session.settings().sensorDev)->state().firmwareCameraType;
     const bool good = result == 1 && session.tally().counts().failures == 0;
     const std::string words =
-        good ? "the kernel driver took the update for camera type " + cameraType.value_or("(unknown)")
+        good ? "the kernel driver took the update for camera type " + cameraType(session.module())
              : "the kernel driver did not take the update";
     if (session.settings().json) {
         printLine(nlohmann::json{{"good", good}, {"outcome", words}}.dump());

@@ -60,8 +60,10 @@ Summary Tour::run() {
     if (supported) {
         mSession.notifyStream(true);
         mSession.waitForBringUp();
-        goThroughModes();
-        runOperations();
+        if (mSession.channelIsUp()) {
+            goThroughModes();
+            runOperations();
+        }
         mSession.notifyStream(false);
     }
     mSession.close();
@@ -123,6 +125,11 @@ int run(const Options& options) {
         return conclude(session, Tour(session, options).run());
     }
     const Scenario scenario = scenarioByName(options.scenario);
+    if (options.settings.kernel == "real" && options.settings.thermalFolder.empty() &&
+        scenario.setsTemperature()) {
+        throw InputError("--scenario " + options.scenario +
+                         ": sets the temperature, which --kernel real allows only with --thermal-folder");
+    }
     DriverSession session(withScenario(options.settings, scenario), Narration::kCommands);
     session.requireStreaming();
     return conclude(session, runScenario(session, scenario));
