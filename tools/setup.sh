@@ -30,13 +30,21 @@ apt_get() {
         </dev/null >"$apt_log" 2>&1
 }
 
+# present WHAT: whether that file or command is here.
+present() {
+    case $1 in
+        /*) [ -e "$1" ] ;;
+        *) command -v "$1" >/dev/null ;;
+    esac
+}
+
 # need PURPOSE...: makes sure that what the purposes need is on this machine.
 need() {
     local purpose item missing=() apt_log
     for purpose in "$@"; do
         [ -n "${NEEDS[$purpose]:-}" ] || fail "unknown purpose '$purpose'; there are: ${!NEEDS[*]}"
         for item in ${NEEDS[$purpose]}; do
-            [ -e "${item#*:}" ] || command -v "${item#*:}" >/dev/null || missing+=("${item%%:*}")
+            present "${item#*:}" || missing+=("${item%%:*}")
         done
     done
     [ ${#missing[@]} -gt 0 ] || return 0
