@@ -1,5 +1,6 @@
 // Requests to device nodes: what moves, who answers, and what of it goes into the trace.
 
+#include <fcntl.h>
 #include <linux/media.h>
 
 #include <algorithm>
@@ -130,9 +131,12 @@ int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node
     const Fate fate = node != nullptr ? consultRequest(request, record) : Fate{};
     int32_t result = -fate.error();
     if (result == 0 && !fate.is(FaultEffect::Kind::kLost)) {
-        result = libc().ioctl(fd, request, argument);
-        if (result < 0) result = -errno;
-        if (fate.is(FaultEffect::Kind::kGarbage) && (_IOC_DIR(request) & _IOC_READ) != 0) {
+        // A machine that emulates another looks at the request before it looks at the descriptor.
+        const bool open = node != nullptr || fcntl(fd, F_GETFD) >= 0;
+        result = open ? libc().ioctl(fd, request, argument) : -EBADF;
+        if (open && result < 0) result = -errno;
+        const bool reads = (_IOC_DIR(request) & _IOC_READ) != 0;
+        if (fate.is(FaultEffect::Kind::kGarbage) && result >= 0 && reads) {
             fate.spoil(record);
             copyToUser(argument, record);
         }
