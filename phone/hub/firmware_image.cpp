@@ -1,6 +1,8 @@
 #include "firmware_image.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <random>
@@ -50,7 +52,10 @@ FirmwareImage FirmwareImage::fromBytes(std::span<const uint8_t> bytes, std::opti
 
 FirmwareImage FirmwareImage::fromFile(const std::filesystem::path& file, std::optional<uint32_t> version) {
     std::ifstream in(file, std::ios::binary);
-    if (!in) throw std::invalid_argument(file.string() + ": cannot be opened");
+    if (!in || std::filesystem::is_directory(file)) {
+        throw std::invalid_argument(file.string() +
+                                    ": cannot be read: " + std::strerror(in ? EISDIR : errno));
+    }
     const std::vector<char> content{std::istreambuf_iterator<char>(in), {}};
     try {
         return fromBytes({reinterpret_cast<const uint8_t*>(content.data()), content.size()}, version);

@@ -225,7 +225,8 @@ nlohmann::json axisJson(const AxisStats& axis) {
             {"residual_mean_deg", axis.residualMean},
             {"suppression_db", axis.suppressionDb},
             {"limit_deg", axis.limit},
-            {"samples_at_limit", axis.samplesAtLimit}};
+            {"samples_at_limit",
+             std::isfinite(axis.limit) ? nlohmann::json(axis.samplesAtLimit) : nlohmann::json()}};
 }
 
 }  // namespace
@@ -295,7 +296,9 @@ void printStats(std::ostream& out, const Recording& recording, const RecordingSt
     line("suppression           ",
          [](const AxisStats& axis) { return measured(axis.suppressionDb, 1, " dB"); });
     line("lens stops at         ", [](const AxisStats& axis) { return angleText(axis.limit); });
-    line("samples at the limit  ", [](const AxisStats& axis) { return grouped(axis.samplesAtLimit); });
+    line("samples at the limit  ", [](const AxisStats& axis) {
+        return std::isfinite(axis.limit) ? grouped(axis.samplesAtLimit) : "-";
+    });
 }
 
 nlohmann::json toJson(const Recording& recording, const RecordingStats& stats) {
