@@ -63,13 +63,6 @@ TEST_F(Korva, TheParserTranslatesFourIdsAndRelaysTheRest) {
     }
 }
 
-TEST_F(Korva, ARelayedCommandThatCannotBePackedIsZeroToo) {
-    openHub();
-    EXPECT_EQ(driver.KorvaCmdParse(5, nullptr, nullptr, 24, 0), 0);
-    EXPECT_EQ(course(), (Lines{"[CustomCmdPackage] WrData OR WrLens ERROR",
-                               "[KorvaCmdParse] bypass disable not support:5   \n"}));
-}
-
 TEST_F(Korva, RegisterRecordsByteByByte) {
     openHub();
     int32_t off = 0;
@@ -114,10 +107,7 @@ TEST_F(Korva, IdleIsPolledTwentyTimes) {
     };
     const std::string timeOut = "log retry timep_err, state ";
     for (const Case& c : {Case{"chip.idle-on-read=1", 1, 1, {"log state (1)\n"}},
-                          Case{"chip.idle-on-read=2", 1, 2, {"log state (1)\n"}},
-                          Case{"chip.idle-on-read=20", 1, 20, {"log state (1)\n"}},
                           Case{"chip.idle-on-read=21", 1, 21, {timeOut + "(1)\n", "log state (1)\n"}},
-                          Case{"chip.idle-on-read=22", 0, 21, {timeOut + "(2)\n", "log state (2)\n"}},
                           Case{"chip.never-idle", 0, 21, {timeOut + "(2)\n", "log state (2)\n"}}}) {
         SCOPED_TRACE(c.fault);
         openHub();
@@ -130,22 +120,6 @@ TEST_F(Korva, IdleIsPolledTwentyTimes) {
         EXPECT_EQ(us, 2000 + 10000 * static_cast<int64_t>(c.reads - 1));
         driver.Uninit();
     }
-}
-
-TEST_F(Korva, AnyOtherStateIsNotIdle) {
-    openIdle();
-    std::vector<std::vector<uint8_t>> busy(21, {0x81});
-    answers(0x0001, busy);
-    EXPECT_EQ(driver.korvas4sw_set_idle(), 0);
-    EXPECT_EQ(course().back(), "log state (129)\n");
-}
-
-TEST_F(Korva, ThePidValueIsReadBackAndOnlyLogged) {
-    openHub();
-    answers(0x0036, {{0xff}});
-    EXPECT_EQ(driver.korvas4sw_init_pid(), 0);
-    EXPECT_EQ(course(),
-              (Lines{"write 0036:1 21", "sleep 200000", "read 0036:1 21", "log current init pid 255"}));
 }
 
 TEST_F(Korva, WithoutAProviderNothingIsSentAndTheRequestsOwnBytesAreRead) {
@@ -240,19 +214,6 @@ TEST_F(Korva, CalibrationMeasuresChecksAndSaves) {
                             kSaveStart + kSaveWritten + saveEnd("5") + calibrationEnd("32767 -32768"));
 }
 
-TEST_F(Korva, CalibrationAtRestKeepsTheMeasuredOffset) {
-    openIdle();
-    phone::KorvaTiming timing = chip().timing();
-    timing.calibrationUs = 35000;
-    chip().setTiming(timing);
-    EXPECT_EQ(driver.korvas4sw_set_offset_calibration(), 0);
-    const auto [x, y] = chip().savedGyroOffset();
-    const std::string offsets = std::to_string(x) + " " + std::to_string(y);
-    EXPECT_NE(offsets, "0 0");
-    EXPECT_EQ(course(), calibrationStart("0 0") + kPoll + kPoll + kPoll + kPoll + Lines{"read 0004:1 0"} +
-                            kSaveStart + kSaveWritten + saveEnd("5") + calibrationEnd(offsets));
-}
-
 TEST_F(Korva, CalibrationThatNeverEndsIsJudgedByItsStatus) {
     for (const uint8_t status : {uint8_t{0x00}, uint8_t{0x20}}) {
         openIdle();
@@ -308,11 +269,9 @@ TEST_F(Korva, ChecksumIsTheWrappingWordSum) {
     const auto sum = [&](const std::vector<uint8_t>& image) {
         return driver.korvas4sw_fw_checksum(image.data(), static_cast<uint16_t>(image.size()));
     };
-    EXPECT_EQ(driver.korvas4sw_fw_checksum(nullptr, 0), 0);
     EXPECT_EQ(driver.korvas4sw_fw_checksum(nullptr, 1), 0);
     EXPECT_EQ(sum(bytes("34 12 77")), 0x1234);
     EXPECT_EQ(sum(bytes("ff ff 01 00")), 0);
-    EXPECT_EQ(sum(std::vector<uint8_t>(32, 0xff)), 0xfff0);
 
     std::mt19937 random(5);
     std::vector<uint8_t> image(65535 + 3);
