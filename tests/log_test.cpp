@@ -123,23 +123,16 @@ TEST_F(Log, GatesDecidePerSinkAndLevel) {
         {{.mode = 0}, "", ""},
         {{.mode = 1}, "EID", ""},
         {{.mode = 2}, "", "EID"},
-        {{.mode = 8}, "", "EID"},
         {{.mode = 10}, "", "EID"},
         {{.mode = 0xfffffff4}, "", ""},
         {{.detailsLevel = 4}, "EI", "EI"},
-        {{.detailsLevel = 3}, "EI", "EI"},
         {{.detailsLevel = 2}, "E", "E"},
         {{.detailsLevel = -1}, "E", "E"},
-        {{.detailsLevel = 6}, "EID", "EID"},
         {{.mask = 0}, "EI", "EI"},
-        {{.mask = 0x800000}, "EI", "EI"},
         {{.mask = 0x21000}, "EI", "EI"},
         {{.mask = 0x820000}, "EID", "EID"},
-        {{.mask = 0x821000}, "EID", "EID"},
-        {{.mask = ~0x21000U}, "EI", "EI"},
         {{.error = 0, .info = 0, .debug = 0}, "", "EID"},
         {{.error = 0x7f, .info = 0xff, .debug = 0}, "I", "EID"},
-        {{.mode = 1, .debug = 0x7f}, "EI", ""},
     };
     size_t index = 0;
     for (const auto& c : cases) {
@@ -165,8 +158,6 @@ TEST_F(Log, ArgumentsOfAnUnwantedMessageAreNotEvaluated) {
         OIS_INFO("%d", ++evaluated);
         OIS_DEBUG("%d", ++evaluated);
     };
-    set({.mode = 0});
-    speak();
     set({.detailsLevel = 0, .error = 0});
     ULogger::sULogger = nullptr;
     speak();
@@ -182,10 +173,6 @@ TEST_F(Log, AnAbsentUnifiedLoggerLeavesTheOtherSink) {
     ULogger::sULogger = nullptr;
     speakAll();
     EXPECT_EQ(debugLog().size(), 3U);
-    set({.mode = 2});
-    ULogger::sULogger = nullptr;
-    speakAll();
-    EXPECT_EQ(debugLog().size(), 3U);
 }
 
 TEST_F(Log, TheUnifiedLoggersTextIsCutTheDebugLogsIsNot) {
@@ -195,11 +182,6 @@ TEST_F(Log, TheUnifiedLoggersTextIsCutTheDebugLogsIsNot) {
     EXPECT_EQ(unified.lines[0].text, ("[TestBody] " + longText).substr(0, 1023));
     // Only the line's format has a buffer there.
     EXPECT_NE(debugLog().at(0).find(longText + " (TestBody){#"), std::string::npos);
-
-    forget();
-    const std::string fits(1023 - 11, 'y');
-    OIS_INFO("%s", fits.c_str());
-    EXPECT_EQ(unified.lines[0].text, "[TestBody] " + fits);
 }
 
 #define TEN(X) X X X X X X X X X X
