@@ -76,16 +76,22 @@ std::string describe(const OperationResult& done) {
     return name + " (" + std::to_string(done.operation) + ") = " + std::to_string(done.result);
 }
 
+bool hasMoreFailures(const Tally::Counts& counts) {
+    return counts.failures > counts.firstFailures.size();
+}
+
+std::string moreFailures(const Tally::Counts& counts) {
+    return "... and " + grouped(counts.failures - counts.firstFailures.size()) +
+           " more; --trace=FILE has them";
+}
+
 std::vector<std::string> failureLines(const Tally::Counts& counts) {
     if (counts.failures == 0) return {styled(Style::kGood, "none")};
     std::vector<std::string> lines{styled(Style::kBad, grouped(counts.failures))};
     for (const Failure& failure : counts.firstFailures) {
         lines.push_back("at " + number(failure.timeS, 4) + " s: " + failure.text);
     }
-    if (counts.failures > counts.firstFailures.size()) {
-        lines.push_back("... and " + grouped(counts.failures - counts.firstFailures.size()) +
-                        " more; --trace=FILE has them");
-    }
+    if (hasMoreFailures(counts)) lines.push_back(moreFailures(counts));
     return lines;
 }
 
@@ -182,6 +188,7 @@ int conclude(DriverSession& session, bool good) {
     session.finishTrace();
     const Tally::Counts counts = session.tally().counts();
     for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    if (hasMoreFailures(counts)) printRemark("oisctl: " + moreFailures(counts));
     return good && counts.failures == 0 ? kSuccess : kJobFailed;
 }
 

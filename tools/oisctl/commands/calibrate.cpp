@@ -118,15 +118,15 @@ std::string flashVerdict(const Observation& seen, bool& good) {
 
 Verdict judge(const Observation& seen) {
     if (!seen.started) return {false, "skipped: controller not idle", "not touched"};
-    const std::string late = seen.done ? "" : ", though the controller did not say in time that it is done";
+    const std::string late = seen.done ? "" : "not finished in time; ";
     const int64_t status = seen.status.value_or(0);
     if ((status & ois::korva::kCalibrationErrorBits) != 0) {
         return {false,
-                "failed, status " + hex(static_cast<uint64_t>(status), 2) + ": " + errorBits(status) + late,
+                late + "failed, status " + hex(static_cast<uint64_t>(status), 2) + ": " + errorBits(status),
                 "not touched"};
     }
     Verdict verdict;
-    verdict.calibration = "measured" + late;
+    verdict.calibration = seen.done ? "measured" : late + "the driver takes what the controller holds";
     verdict.flash = flashVerdict(seen, verdict.good);
     verdict.good = verdict.good && seen.done;
     return verdict;
