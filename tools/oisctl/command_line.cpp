@@ -90,9 +90,9 @@ int runCommandLine(int argc, char** argv) {
     app.require_subcommand(0, 1);
     app.footer(
         "Examples:\n"
-        "  oisctl session                                 one camera session, every command decoded\n"
-        "  oisctl session -m dw9786 --scenario video-zoom a timeline of 3A requests\n"
-        "  oisctl decode 0x400456C2                       what a private request is\n"
+        "  oisctl session                                    one camera session, every command decoded\n"
+        "  oisctl session -m dw9786 --scenario video-zoom    a timeline of 3A requests\n"
+        "  oisctl decode 0x400456C2                          what a private request is\n"
         "  oisctl record -o out && oisctl plot out/*_status.txt -o shake.png\n"
         "\n'oisctl COMMAND --help' shows each command with examples. Exit status: 0 done, 1 something "
         "failed,\n"

@@ -5,8 +5,11 @@
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <utility>
 
+#include "decode.h"
 #include "errors.h"
+#include "faults.h"
 #include "hub/korva_chip.h"
 #include "hub/sensor_hub.h"
 #include "kernel/controller.h"
@@ -88,10 +91,22 @@ void requireFault(const std::string& text) {
     }
 }
 
+void requireMatchingFolders(const Settings& settings) {
+    if (settings.kernel == "real") return;
+    for (const auto& [option, folder] : {std::pair("--dump-folder ", &settings.dumpFolder),
+                                         std::pair("--thermal-folder ", &settings.thermalFolder)}) {
+        if (!folder->empty()) {
+            throw InputError(option + folder->string() +
+                             ": goes with --kernel real; --folder keeps the simulated phone's files");
+        }
+    }
+}
+
 }  // namespace
 
 DriverSession::DriverSession(const Settings& settings, Narration narration)
     : mSettings(settings), mModule(moduleOf(settings)), mTraceOutput(settings, narration) {
+    requireMatchingFolders(settings);
     for (const std::string& fault : settings.faults) requireFault(fault);
     mPhone = makePhone(settings);
     mPhone->trace().setKeep(false);
@@ -155,7 +170,12 @@ void DriverSession::setProperty(const std::string& key, const std::string& value
 void DriverSession::addFault(const std::string& text) {
     requireFault(text);
     if (!isChipFault(text)) {
-        mPhone->faults().add(phone::parseFault(text));
+        phone::FaultRule rule = phone::parseFault(text);
+        // A bare name means the way that this module's commands go.
+        const bool isBare = text.starts_with(rule.key);
+        if (behindHub() && isBare && phone::findHubCommand(rule.key) != nullptr)
+            rule.point = phone::FaultPoint::kHubCommand;
+        mPhone->faults().add(std::move(rule));
         return;
     }
     if (!behindHub()) {
@@ -271,14 +291,20 @@ int32_t DriverSession::notifyStream(bool on) {
 int32_t DriverSession::setMode(int32_t mode) {
     const bool repeat = mDriver->mOisMode == mode;
     const std::string text = "SetMode(" + std::to_string(mode) + ") " + std::string(modeMeaning(mode));
-    return run(text, repeat, [&] { return mDriver->SetMode(mode); });
+    const int32_t result = run(text, repeat, [&] { return mDriver->SetMode(mode); });
+    if (modeMeaning(mode) == "unsupported")
+        fail("the driver supports no mode " + std::to_string(mode) + ", and sent nothing");
+    return result;
 }
 
 int32_t DriverSession::setOperation(int32_t operation) {
     const OperationInfo* info = findOperation(operation);
     const std::string text = "SetOperation(" + std::to_string(operation) + ") " +
                              std::string(info == nullptr ? "unsupported" : info->name);
-    return run(text, false, [&] { return mDriver->SetOperation(operation); });
+    const int32_t result = run(text, false, [&] { return mDriver->SetOperation(operation); });
+    if (info == nullptr)
+        fail("the driver supports no operation " + std::to_string(operation) + ", and sent nothing");
+    return result;
 }
 
 int32_t DriverSession::enableOis(int32_t dynamic) {

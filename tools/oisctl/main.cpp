@@ -6,9 +6,20 @@
 #include "command_line.h"
 #include "errors.h"
 
+namespace {
+
+// What a full disk swallowed must not pass for the whole result.
+int afterOutput(int status) {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+    std::fprintf(stderr, "oisctl: standard output: the result could not be written completely\n");
+    return status == oisctl::kSuccess ? oisctl::kJobFailed : status;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     try {
-        return oisctl::runCommandLine(argc, argv);
+        return afterOutput(oisctl::runCommandLine(argc, argv));
     } catch (const oisctl::InputError& error) {
         std::fprintf(stderr, "oisctl: %s\n", error.what());
         return oisctl::kWrongInput;

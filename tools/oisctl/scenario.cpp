@@ -449,7 +449,10 @@ Scenario scenarioByName(const std::string& nameOrFile) {
         return scenario;
     }
     std::error_code ignored;
-    if (!std::filesystem::is_regular_file(nameOrFile, ignored)) {
+    if (std::filesystem::is_directory(nameOrFile, ignored)) {
+        throw InputError("--scenario " + nameOrFile + ": is a folder; name a TOML file in it, or a scenario");
+    }
+    if (!std::filesystem::exists(nameOrFile, ignored)) {
         throw InputError("--scenario " + nameOrFile + ": no such file, and no such scenario" +
                          suggestion(nameOrFile, names));
     }

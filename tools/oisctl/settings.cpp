@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli_options.h"
 #include "faults.h"
 #include "hub/korva_faults.h"
 #include "services/property_store.h"
@@ -31,15 +32,21 @@ void addModuleOptions(CLI::App& command, Settings& settings) {
         ->capture_default_str()
         ->group(kPhoneGroup);
     command.add_option("--sensor", settings.sensorDev, "Sensor device index, 0 to 7")
-        ->check(CLI::Range(0, kLastSensor))
+        ->check(inRange(0, kLastSensor))
+        ->type_name("N")
         ->capture_default_str()
         ->group(kPhoneGroup);
-    command.add_option("--sensor-id", settings.sensorId, "Sensor id that Init is given")->group(kPhoneGroup);
-    command.add_option("--module-id", settings.moduleId, "Module id that Init is given")->group(kPhoneGroup);
+    command.add_option("--sensor-id", settings.sensorId, "Sensor id that Init is given")
+        ->type_name("N")
+        ->group(kPhoneGroup);
+    command.add_option("--module-id", settings.moduleId, "Module id that Init is given")
+        ->type_name("N")
+        ->group(kPhoneGroup);
     command
         .add_option("-s,--set", settings.assignments,
                     "Set a system property ('oisctl properties'); repeatable")
         ->type_name("PROPERTY=VALUE")
+        ->allow_extra_args(false)
         ->group(kPhoneGroup);
     command
         .add_option("--properties", settings.propertiesFile,
@@ -55,12 +62,14 @@ void addWorldOptions(CLI::App& command, Settings& settings) {
         ->type_name("NAME|FILE")
         ->group(kPhoneGroup);
     command.add_option("--seed", settings.seed, "Seed of the built-in motions")
+        ->type_name("N")
         ->capture_default_str()
         ->group(kPhoneGroup);
     command
         .add_option("--fault", settings.faults,
                     "What goes wrong: SET_MODE@3:lost, chip.never-idle, ...; repeatable")
         ->type_name("SPEC")
+        ->allow_extra_args(false)
         ->group(kPhoneGroup);
     command
         .add_flag("--real-time", settings.realTime,

@@ -30,10 +30,13 @@ void addDecode(CLI::App& app, Job& job) {
     auto options = std::make_shared<Options>();
     CLI::App* command =
         app.add_subcommand("decode", "Say in words what request codes and hub records in hex are");
-    command
-        ->add_option("input", options->inputs, "Request codes and records; none: lines from standard input")
-        ->type_name("HEX");
-    command->add_option("-f,--file", options->file, "Lines from this file")->type_name("FILE");
+    CLI::Option* input = command
+                             ->add_option("input", options->inputs,
+                                          "Request codes and records; none: lines from standard input")
+                             ->type_name("HEX");
+    command->add_option("-f,--file", options->file, "Lines from this file")
+        ->type_name("FILE")
+        ->excludes(input);
     addJsonOption(*command, options->settings);
     command->footer(
         "A line is a request in hex or by name, with its record behind a colon, a line of strace, or the 64 "

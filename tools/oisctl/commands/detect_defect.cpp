@@ -200,7 +200,8 @@ void addDetectDefect(CLI::App& app, Job& job) {
             "--defect", options->defects,
             "What is wrong with the lens: stuck, sluggish or off-centre; with -x or -y, one axis of it")
         ->delimiter(',')
-        ->type_name("DEFECT,...");
+        ->type_name("DEFECT,DEFECT")
+        ->allow_extra_args(false);
     addPhoneOptions(*command, options->settings);
     command->footer(
         "Exit status 1 when the actuator is defective.\n"

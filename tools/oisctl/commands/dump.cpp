@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include <CLI/CLI.hpp>
 
@@ -23,11 +24,14 @@ struct Options {
 };
 
 void show(const std::filesystem::path& file, const Options& options) {
+    const bool json = options.settings.json;
     if (!options.folder.empty()) {
-        printLine(keepFile(file, options.folder).string());
+        const std::string copy = keepFile(file, options.folder).string();
+        printLine(json ? nlohmann::json{{"file", copy}}.dump() : copy);
         return;
     }
     std::string text = readFile(file);
+    if (json) text = nlohmann::json{{"file", file.filename().string()}, {"text", text}}.dump();
     if (text.ends_with('\n')) text.pop_back();
     printLine(text);
 }

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli_options.h"
 #include "commands/commands.h"
 #include "driver_session.h"
 #include "errors.h"
@@ -222,7 +223,8 @@ void addFirmwareUpdate(CLI::App& app, Job& job) {
     command->add_option("--from", options->from, "Version that the controller runs at first")
         ->type_name("VERSION");
     command->add_option("--times", options->times, "Update so often")
-        ->check(CLI::Range(1, 100))
+        ->type_name("N")
+        ->check(inRange(1, 100))
         ->capture_default_str();
     addPhoneOptions(*command, options->settings);
     command->footer(

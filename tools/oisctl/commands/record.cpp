@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli_options.h"
 #include "commands/commands.h"
 #include "driver_session.h"
 #include "dump_files.h"
@@ -113,15 +114,19 @@ void addRecord(CLI::App& app, Job& job) {
     options->settings.module = "dw9786";
     CLI::App* command =
         app.add_subcommand("record", "Record gyro, targets and hall positions with the driver's recorder");
-    command->add_option("--seconds", options->seconds, "How long")
-        ->check(CLI::Range(0.1, 86400.0))
+    command->add_option("--seconds", options->seconds, "How long, in seconds")
+        ->type_name("S")
+        ->check(inRange(0.1, 86400.0))
         ->capture_default_str();
     command
         ->add_option("--interval", options->intervalMs,
-                     "Milliseconds between two rows; 0: as fast as it goes")
-        ->check(CLI::Range(0, kMaxIntervalMs))
+                     "Milliseconds between two rows, up to 255; 0: as fast as it goes")
+        ->type_name("MS")
+        ->check(inRange(0, kMaxIntervalMs))
         ->capture_default_str();
-    command->add_option("--mode", options->mode, "Working mode meanwhile")->capture_default_str();
+    command->add_option("--mode", options->mode, "Working mode meanwhile")
+        ->type_name("N")
+        ->capture_default_str();
     command->add_option("-o,--output", options->folder, "Folder for the status file")
         ->type_name("DIR")
         ->capture_default_str();

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli_options.h"
 #include "commands/commands.h"
 #include "errors.h"
 #include "plot.h"
@@ -64,7 +65,7 @@ int runPlot(const Options& options) {
 void addFile(CLI::App& command, Options& options) {
     command.add_option("file", options.file, "Status recording")->required()->type_name("STATUS_FILE");
     command.add_option("--limit", options.limitAngle, "The lens's travel either way; else estimated")
-        ->check(CLI::Range(0.0, 90.0))
+        ->check(inRange(0.0, 90.0))
         ->type_name("DEGREES");
 }
 

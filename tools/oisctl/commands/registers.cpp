@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli_options.h"
 #include "commands/commands.h"
 #include "decode.h"
 #include "driver_session.h"
@@ -181,12 +182,15 @@ void addRegisters(CLI::App& app, Job& job) {
     command->add_flag("-w,--watch", options->watch,
                       "Go on, and show what changes, until Ctrl-C or --seconds");
     command->add_option("--interval", options->intervalS, "Seconds between two looks")
-        ->check(CLI::Range(0.001, 3600.0))
+        ->type_name("S")
+        ->check(inRange(0.001, 3600.0))
         ->capture_default_str();
-    command->add_option("--seconds", options->seconds, "End the watch after so long")
-        ->check(CLI::Range(0.0, 86400.0));
+    command->add_option("--seconds", options->seconds, "End the watch after so many seconds")
+        ->type_name("S")
+        ->check(inRange(0.0, 86400.0));
     command->add_option("-W,--write", options->writes, "Write a register first; repeatable")
-        ->type_name("REGISTER=VALUE");
+        ->type_name("REGISTER=VALUE")
+        ->allow_extra_args(false);
     addPhoneOptions(*command, options->settings);
     command->footer(
         "Examples:\n"

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli_options.h"
 #include "commands/commands.h"
 #include "driver_session.h"
 #include "errors.h"
@@ -89,11 +90,13 @@ void addSamples(CLI::App& app, Job& job) {
     auto options = std::make_shared<Options>();
     CLI::App* command =
         app.add_subcommand("samples", "Show the motion samples of the sensor hub's OIS channel");
-    command->add_option("--seconds", options->seconds, "How long")
-        ->check(CLI::Range(0.001, 86400.0))
+    command->add_option("--seconds", options->seconds, "How long, in seconds")
+        ->type_name("S")
+        ->check(inRange(0.001, 86400.0))
         ->capture_default_str();
     command->add_option("--every", options->everyS, "Seconds between two drains")
-        ->check(CLI::Range(0.001, 3600.0))
+        ->type_name("S")
+        ->check(inRange(0.001, 3600.0))
         ->capture_default_str();
     addPhoneOptions(*command, options->settings);
     command->footer(

@@ -27,14 +27,32 @@ std::string plain(double value) {
     return text;
 }
 
-void printFields() {
+void printFields(bool json) {
+    nlohmann::json list = nlohmann::json::array();
     Table table({"FIELD OF A SPAN", "LEAST", "GREATEST", "ELSE", "MEANING"});
     for (size_t column : {1U, 2U, 3U}) table.alignRight(column);
     for (const SpanField& field : spanFields()) {
         table.addRow({styled(Style::kName, field.name), plain(field.least), plain(field.greatest),
                       field.store == nullptr ? "-" : plain(field.otherwise), std::string(field.meaning)});
+        list.push_back(
+            {{"name", field.name},
+             {"least", field.least},
+             {"greatest", field.greatest},
+             {"otherwise", field.store == nullptr ? nlohmann::json() : nlohmann::json(field.otherwise)},
+             {"meaning", field.meaning}});
     }
-    table.print();
+    if (json) {
+        printLine(list.dump(2));
+    } else {
+        table.print();
+    }
+}
+
+nlohmann::json toJson(const Scenario& scenario) {
+    return {{"name", scenario.name},
+            {"title", scenario.title},
+            {"duration_s", scenario.durationS},
+            {"frames", scenario.frames()}};
 }
 
 void printList(bool json) {
@@ -46,10 +64,7 @@ void printList(bool json) {
         const Scenario scenario = scenarioByName(std::string(shipped.name));
         table.addRow({styled(Style::kName, scenario.name), plain(scenario.durationS) + " s",
                       std::to_string(scenario.frames()), scenario.title});
-        list.push_back({{"name", scenario.name},
-                        {"title", scenario.title},
-                        {"duration_s", scenario.durationS},
-                        {"frames", scenario.frames()}});
+        list.push_back(toJson(scenario));
     }
     if (json) {
         printLine(list.dump(2));
@@ -58,8 +73,12 @@ void printList(bool json) {
     }
 }
 
-void printOne(const std::string& name) {
+void printOne(const std::string& name, bool json) {
     const Scenario scenario = scenarioByName(name);
+    if (json) {
+        printLine(toJson(scenario).dump());
+        return;
+    }
     for (const ShippedScenario& shipped : shippedScenarios()) {
         if (shipped.name != name) continue;
         std::string text(shipped.text);
@@ -73,11 +92,11 @@ void printOne(const std::string& name) {
 
 int show(const Options& options) {
     if (options.fields) {
-        printFields();
+        printFields(options.settings.json);
     } else if (options.name.empty()) {
         printList(options.settings.json);
     } else {
-        printOne(options.name);
+        printOne(options.name, options.settings.json);
     }
     return kSuccess;
 }

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli_options.h"
 #include "commands/commands.h"
 #include "driver_session.h"
 #include "errors.h"
@@ -147,12 +148,15 @@ void addSession(CLI::App& app, Job& job) {
         ->type_name("NAME|FILE");
     command->add_option("--modes", options->modes, "Modes to go through")
         ->delimiter(',')
-        ->type_name("N,N,...");
+        ->type_name("N,N")
+        ->allow_extra_args(false);
     command->add_option("--operations", options->operations, "Operations to run")
         ->delimiter(',')
-        ->type_name("NAME,...");
+        ->type_name("NAME,NAME")
+        ->allow_extra_args(false);
     command->add_option("--hold", options->holdS, "Seconds to stay in each mode")
-        ->check(CLI::Range(0.0, 86400.0))
+        ->type_name("S")
+        ->check(inRange(0.0, 86400.0))
         ->capture_default_str();
     addPhoneOptions(*command, options->settings);
     command->footer(
