@@ -75,6 +75,9 @@ toml::table parseToml(std::string_view text, const std::string& source) {
 
 toml::table parseTomlFile(const std::string& file) {
     std::error_code ignored;
+    if (std::filesystem::is_directory(file, ignored)) {
+        throw std::runtime_error(file + ": is a folder; name a TOML file in it");
+    }
     if (!std::filesystem::is_regular_file(file, ignored)) throw std::runtime_error(file + ": no such file");
     try {
         return toml::parse_file(file);

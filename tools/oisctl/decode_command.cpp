@@ -243,7 +243,8 @@ Split split(std::string_view text) {
         return parts;
     }
     parts.sent = tokens(text);
-    if (parts.sent.empty()) throw BadItem("nothing stands in front of '->'");
+    if (parts.sent.empty())
+        throw BadItem(arrow == std::string_view::npos ? "is empty" : "nothing stands in front of '->'");
     const std::string_view first = parts.sent.front();
     const bool prefixedCode = hasHexPrefix(first) && first.size() > 2 + kDigitsPerByte;
     const bool alone = parts.sent.size() == 1 && withoutPrefix(first).size() == kCodeDigits;
@@ -400,7 +401,9 @@ int runDecode(const std::vector<std::string>& inputs, const std::optional<std::s
         items = argumentItems(inputs);
     } else if (file && *file != "-") {
         std::ifstream stream(*file);
-        if (!stream) {
+        // A folder opens like a file, and fails only when read.
+        if (stream) static_cast<void>(stream.peek());
+        if (!stream && !stream.eof()) {
             err << *file << ": cannot be read: " << std::strerror(errno) << '\n';
             return kWrongInput;
         }
