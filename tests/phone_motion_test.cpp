@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <numbers>
@@ -21,15 +19,6 @@ constexpr int64_t kSecondUs = 1000000;
 constexpr int64_t kPeriodUs = 4000;
 constexpr double kDegPerRad = 180 / std::numbers::pi;
 
-// Root mean square of what `value` says at each moment of a span.
-template <typename Value>
-double rms(double beginS, double endS, double stepS, Value value) {
-    double sum = 0;
-    int count = 0;
-    for (double t = beginS; t < endS; t += stepS, ++count) sum += value(t) * value(t);
-    return std::sqrt(sum / count);
-}
-
 class File {
   public:
     File(const std::string& name, const std::string& content)
@@ -43,34 +32,14 @@ class File {
     std::filesystem::path mPath;
 };
 
-std::string failureOf(const std::string& content) {
-    const File file("motion_under_test.csv", content);
-    try {
-        loadMotion(file.path());
-    } catch (const std::runtime_error& error) {
-        std::string text = error.what();
-        const size_t at = text.find("motion_under_test.csv");
-        return at == std::string::npos ? text : text.substr(at + std::strlen("motion_under_test.csv"));
-    }
-    return "accepted";
-}
-
-TEST(Motion, RestIsStillUnderGravity) {
-    const auto rest = makeBuiltinMotion("rest");
-    for (const double t : {0.0, 0.3, 1234.5}) {
-        const MotionSample sample = rest->at(t);
-        for (const double rate : sample.gyroRadS) EXPECT_EQ(rate, 0);
-        EXPECT_DOUBLE_EQ(std::hypot(sample.accMS2[0], sample.accMS2[1], sample.accMS2[2]), kGravityMS2);
-    }
-}
-
-TEST(Motion, HandShakesLikeAHand) {
+TEST(Motion, RestIsStillAndHandShakesLikeAHand) {
+    const MotionSample rest = makeBuiltinMotion("rest")->at(1234.5);
+    EXPECT_EQ(rest.gyroRadS, (std::array<double, 3>{}));
+    EXPECT_DOUBLE_EQ(std::hypot(rest.accMS2[0], rest.accMS2[1], rest.accMS2[2]), kGravityMS2);
     const auto hand = makeBuiltinMotion("hand", 7);
-    for (size_t axis = 0; axis < 2; ++axis) {
-        const double rate = rms(0, 30, 0.002, [&](double t) { return hand->at(t).gyroRadS[axis]; });
-        EXPECT_GT(rate, 0.02);
-        EXPECT_LT(rate, 0.05);
-    }
+    double squares = 0;
+    for (int i = 0; i < 15000; ++i) squares += std::pow(hand->at(i * 0.002).gyroRadS[0], 2);
+    EXPECT_NEAR(std::sqrt(squares / 15000), 0.035, 0.015);
 }
 
 TEST(Motion, SeedDecidesAlone) {
@@ -92,13 +61,12 @@ TEST(Motion, SeedDecidesAlone) {
 TEST(Motion, AccelerometerTurnsAsTheGyroSays) {
     const auto hand = makeBuiltinMotion("hand", 2);
     constexpr double kStepS = 0.001;
-    constexpr double kEndS = 60;
-    constexpr double kCount = kEndS / kStepS;
+    constexpr double kCount = 60000;
     std::array<double, 3> gravity = hand->at(0).accMS2;
     std::array<double, 3> sum{}, accSum{}, products{}, squares{};
-    for (double t = kStepS / 2; t < kEndS; t += kStepS) {
+    for (int step = 0; step < kCount; ++step) {
         const auto g = gravity;
-        const MotionSample sample = hand->at(t);
+        const MotionSample sample = hand->at((step + 0.5) * kStepS);
         const auto& w = sample.gyroRadS;
         for (size_t i = 0; i < 3; ++i) {
             const size_t j = (i + 1) % 3, k = (i + 2) % 3;
@@ -109,23 +77,11 @@ TEST(Motion, AccelerometerTurnsAsTheGyroSays) {
             squares[i] += gravity[i] * gravity[i];
         }
     }
-    for (const size_t axis : {0U, 2U}) {
-        const double covariance = products[axis] - sum[axis] * accSum[axis] / kCount;
-        const double variance = squares[axis] - sum[axis] * sum[axis] / kCount;
-        EXPECT_NEAR(covariance / variance, 1, 0.15) << axis;
+    for (const size_t i : {0U, 2U}) {
+        const double covariance = products[i] - sum[i] * accSum[i] / kCount;
+        EXPECT_NEAR(covariance / (squares[i] - sum[i] * sum[i] / kCount), 1, 0.15) << i;
     }
     EXPECT_NEAR(accSum[1] / kCount, kGravityMS2, 0.01);
-}
-
-TEST(Motion, PanTurnsByItsAngleAndBack) {
-    const auto pan = makeBuiltinMotion("pan", 2);
-    const auto turned = [&](double beginS, double endS) {
-        double angle = 0;
-        for (double t = beginS; t < endS; t += 0.001) angle += pan->at(t).gyroRadS[1] * 0.001;
-        return angle;
-    };
-    EXPECT_NEAR(turned(0, 5), 0.6, 0.1);
-    EXPECT_NEAR(turned(6, 11), -0.6, 0.1);
 }
 
 TEST(MotionFile, InterpolatesAndStartsOver) {
@@ -137,54 +93,33 @@ TEST(MotionFile, InterpolatesAndStartsOver) {
                     "10.5, 0.5,1,0,0,9.8,0\r\n"
                     "11.0,-1e-1,1,0,0,9.8,0\r\n");
     const auto motion = loadMotion(file.path());
-    EXPECT_DOUBLE_EQ(motion->durationS(), 1.5);
     EXPECT_NE(motion->describe().find("motion_good.csv: 1.5 s at 2.0 Hz"), std::string::npos);
-    const struct {
-        double timeS, gyroX;
-    } kCases[] = {{0, 0},      {0.25, 0.25},  {0.5, 0.5}, {0.75, 0.2},
-                  {1.0, -0.1}, {1.25, -0.05}, {1.5, 0},   {15.25, 0.25}};
-    for (const auto& c : kCases) EXPECT_NEAR(motion->at(c.timeS).gyroRadS[0], c.gyroX, 1e-12) << c.timeS;
+    const std::pair<double, double> gyroX[] = {{0, 0},      {0.25, 0.25},  {0.75, 0.2},
+                                               {1.0, -0.1}, {1.25, -0.05}, {15.25, 0.25}};
+    for (const auto& [timeS, rate] : gyroX) EXPECT_NEAR(motion->at(timeS).gyroRadS[0], rate, 1e-12) << timeS;
     EXPECT_DOUBLE_EQ(motion->at(0.7).accMS2[1], 9.8);
 }
 
 TEST(MotionFile, SaysWhatIsWrongAndWhere) {
-    const struct {
-        const char* content;
-        const char* failure;
-    } kCases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"", ":0: the file ends after 0 samples"},
-        {"# nothing\n\n", ":2: the file ends after 0 samples"},
-        {"0,0,0,0,0,0,0\n", ":1: the file ends after 1 sample;"},
         {"0,0,0,0,0,0,0\n1,0,0,0,0,0\n", ":2: 6 columns, expected 7"},
-        {"0,0,0,0,0,0,0,0\n", ":1: 8 columns, expected 7"},
-        {"0,0,0,0,0,0,0\n1,0,x,0,0,0,0\n", ":2: gyro_y_rad_s is \"x\", expected a number"},
-        {"0,0,0,0,0,0,\n", ":1: acc_z_m_s2 is \"\", expected a number"},
         {"0,0,0,0,0,nan,0\n", ":1: acc_y_m_s2 is \"nan\", expected a number"},
         {"0,0,0,0,0,0,1.5g\n", ":1: acc_z_m_s2 is \"1.5g\", expected a number"},
         {"0,0,0,0,0,0,0\n0.0,0,0,0,0,0,0\n", ":2: time_s 0.0 is not after"},
         {"# c\ntime_s,gyro_x_dps,gyro_y_rad_s,gyro_z_rad_s,acc_x_m_s2,acc_y_m_s2,acc_z_m_s2\n",
          ":2: column 2 is \"gyro_x_dps\", expected \"gyro_x_rad_s\""},
     };
-    for (const auto& c : kCases) EXPECT_EQ(failureOf(c.content).find(c.failure), 0U) << failureOf(c.content);
-    EXPECT_THROW(loadMotion("/nonexistent/motion.csv"), std::runtime_error);
-    try {
-        motionByName("hnad");
-        FAIL();
-    } catch (const std::runtime_error& error) {
-        EXPECT_NE(std::string(error.what()).find("rest, hand, pan, walk"), std::string::npos) << error.what();
-    }
-}
-
-TEST(MotionFile, ReadsTheSharedRecordings) {
-    const char* folder = std::getenv("OIS_MOTION_DIR");
-    if (folder == nullptr || !std::filesystem::is_directory(folder))
-        GTEST_SKIP() << "OIS_MOTION_DIR names no folder";
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        if (entry.path().extension() != ".csv") continue;
-        const auto motion = loadMotion(entry.path());
-        EXPECT_GT(motion->durationS(), 10) << entry.path();
-        const auto acc = motion->at(0).accMS2;
-        EXPECT_NEAR(std::hypot(acc[0], acc[1], acc[2]), kGravityMS2, 0.5) << entry.path();
+    for (const auto& [content, failure] : cases) {
+        const File file("motion_under_test.csv", content);
+        try {
+            loadMotion(file.path());
+            ADD_FAILURE() << content;
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string(error.what()).find("motion_under_test.csv" + std::string(failure)),
+                      std::string::npos)
+                << error.what();
+        }
     }
 }
 
@@ -245,17 +180,7 @@ StabiliserSettings oddSensors() {
     return settings;
 }
 
-TEST(Stabiliser, AtRestNothingMoves) {
-    Bench bench("rest");
-    bench.stabiliser.setMode(StabiliserMode::kOn);
-    const Bench::Figures figures = bench.figures();
-    for (size_t axis = 0; axis < 2; ++axis) {
-        EXPECT_LT(figures.shakeRms[axis], 0.005);
-        EXPECT_NEAR(figures.residualMean[axis], 0, 0.001);
-    }
-}
-
-TEST(Stabiliser, OnCancelsTheShake) {
+TEST(Stabiliser, OnCancelsTheShakeAndNothingElse) {
     for (const char* name : {"hand", "walk"}) {
         Bench bench(name, oddSensors());
         bench.stabiliser.setMode(StabiliserMode::kOn);
@@ -266,6 +191,7 @@ TEST(Stabiliser, OnCancelsTheShake) {
             EXPECT_LT(figures.suppressionDb(axis), 60) << name << ": no lens is perfect";
         }
     }
+    EXPECT_LT(Bench("rest").figures().shakeRms[0], 0.005);
 }
 
 TEST(Stabiliser, OffHoldsTheCentreAndStillReportsTheShake) {
@@ -301,9 +227,9 @@ TEST(Stabiliser, FixedGoesToTheTarget) {
         double error;    // asked for
         int32_t arrives;
     } kCases[] = {
-        {LensDefect::kNone, 500, 0, 500},  {LensDefect::kNone, -500, 0, -500},
-        {LensDefect::kNone, 500, 30, 530}, {LensDefect::kNone, 30000, 0, 2000},  // 1.5 degrees
-        {LensDefect::kStuck, 500, 0, 0},   {LensDefect::kOffCentre, 0, 0, 400},
+        {LensDefect::kNone, 500, 0, 500},    {LensDefect::kNone, 500, 30, 530},
+        {LensDefect::kNone, 30000, 0, 2000},  // 1.5 degrees
+        {LensDefect::kStuck, 500, 0, 0},     {LensDefect::kOffCentre, 0, 0, 400},
     };
     for (const auto& c : kCases) {
         Bench bench("hand", settings);
@@ -315,17 +241,6 @@ TEST(Stabiliser, FixedGoesToTheTarget) {
         EXPECT_NEAR(state.hallX, settings.hallCenterX + c.arrives, 6) << c.offset;
         EXPECT_NEAR(state.hallY, settings.hallCenterY, 6) << c.offset;
     }
-}
-
-TEST(Stabiliser, SluggishLensIsLateAtAFixedTarget) {
-    Bench bench("rest");
-    bench.stabiliser.setDefect(LensDefect::kSluggish, LensDefect::kNone);
-    bench.stabiliser.setFixedTarget(500, 500);
-    bench.stabiliser.setMode(StabiliserMode::kFixed);
-    const StabiliserState state = bench.stabiliser.stateAt(40000);
-    EXPECT_LT(state.hallX, 450);
-    EXPECT_NEAR(state.hallY, 500, 6);
-    EXPECT_NEAR(bench.stabiliser.stateAt(kSecondUs).hallX, 500, 6);
 }
 
 TEST(Stabiliser, ActiveWorksAboutItsAngle) {
@@ -355,43 +270,12 @@ TEST(Stabiliser, LimitsHold) {
     }
     EXPECT_GT(wanted, 2 * bench.settings.limitAngle);
     EXPECT_EQ(reached, bench.settings.limitAngle);
-}
 
-TEST(Stabiliser, PanIsFollowedNotFought) {
-    Bench bench("pan");
-    bench.stabiliser.setMode(StabiliserMode::kOn);
-    for (int64_t us = 0; us < 15 * kSecondUs; us += kPeriodUs) {
-        EXPECT_LT(std::abs(bench.stabiliser.stateAt(us).lensY), bench.settings.limitAngle);
-    }
-}
-
-TEST(Stabiliser, SamplesAreTheMotionWithNoise) {
-    StabiliserSettings settings;
-    settings.gyroBiasRadS = {0.02, -0.01, 0.005};
-    Bench bench("walk", settings);
-    for (int64_t us = 0; us < kSecondUs; us += 50000) {
-        const StabiliserState state = bench.stabiliser.stateAt(us);
-        const MotionSample truth = bench.motion.at(static_cast<double>(us) * 1e-6);
-        for (size_t i = 0; i < 3; ++i) {
-            const double gyro = (truth.gyroRadS[i] + settings.gyroBiasRadS[i]) * settings.gyroLsbPerRadS;
-            EXPECT_NEAR(state.gyroRaw[i], gyro, 4 * settings.gyroNoiseRadS * settings.gyroLsbPerRadS + 1);
-            const double acc = truth.accMS2[i] * settings.accLsbPerMS2;
-            EXPECT_NEAR(state.accRaw[i], acc, 4 * settings.accNoiseMS2 * settings.accLsbPerMS2 + 1);
-        }
-    }
-}
-
-std::string bytes(Stabiliser& stabiliser, int64_t periodUs) {
-    std::string result;
-    for (int64_t us = 0; us <= 2 * kSecondUs; us += periodUs) {
-        const StabiliserState state = stabiliser.stateAt(us);
-        if (us % 100000 != 0) continue;
-        for (const int16_t raw : state.gyroRaw) result += std::to_string(raw) + " ";
-        for (const int16_t raw : state.accRaw) result += std::to_string(raw) + " ";
-        result += std::to_string(state.hallX) + " " + std::to_string(state.hallY) + " " +
-                  std::to_string(state.gyroTargetX) + " " + std::to_string(state.lensY) + "\n";
-    }
-    return result;
+    // A pan is followed, not fought.
+    Bench pan("pan");
+    pan.stabiliser.setMode(StabiliserMode::kOn);
+    for (int64_t us = 0; us < 15 * kSecondUs; us += kPeriodUs)
+        EXPECT_LT(std::abs(pan.stabiliser.stateAt(us).lensY), pan.settings.limitAngle);
 }
 
 TEST(Stabiliser, SameSeedSameBytesHoweverOftenAsked) {
@@ -400,7 +284,15 @@ TEST(Stabiliser, SameSeedSameBytesHoweverOftenAsked) {
         settings.seed = seed;
         Bench bench("hand", settings);
         bench.stabiliser.setMode(StabiliserMode::kOn);
-        return bytes(bench.stabiliser, periodUs);
+        std::string result;
+        for (int64_t us = 0; us <= 2 * kSecondUs; us += periodUs) {
+            const StabiliserState state = bench.stabiliser.stateAt(us);
+            if (us % 100000 != 0) continue;
+            for (const double value : {state.gyroRaw[0] + 0.0, state.accRaw[2] + 0.0, state.hallX + 0.0,
+                                       state.hallY + 0.0, state.gyroTargetX, state.lensY})
+                result += std::to_string(value) + " ";
+        }
+        return result;
     };
     const std::string once = run(1, 100000);
     EXPECT_EQ(once, run(1, 100000));
@@ -422,12 +314,7 @@ TEST(Stabiliser, LongGapsLeaveNoTrace) {
     EXPECT_NEAR(state.hallX, expected.hallX, 1);
     EXPECT_NEAR(state.hallY, expected.hallY, 1);
     EXPECT_NEAR(state.accTargetX, expected.accTargetX, 0.0005);
-}
-
-TEST(Stabiliser, TimeNeverGoesBack) {
-    Bench bench("hand");
-    const StabiliserState later = bench.stabiliser.stateAt(kSecondUs);
-    EXPECT_EQ(bench.stabiliser.stateAt(0).gyroTargetX, later.gyroTargetX);
+    EXPECT_EQ(rare.stabiliser.stateAt(0).gyroTargetX, state.gyroTargetX) << "time never goes back";
 }
 
 TEST(Stabiliser, OffsetsRemoveTheBias) {
@@ -436,11 +323,9 @@ TEST(Stabiliser, OffsetsRemoveTheBias) {
     Bench bench("rest", settings);
     const double drift = 0.01 / (2 * std::numbers::pi * settings.highPassHz) * kDegPerRad;
     EXPECT_NEAR(bench.stabiliser.stateAt(8 * kSecondUs).gyroTargetX, -drift, 0.02);
-    EXPECT_NEAR(bench.stabiliser.stateAt(8 * kSecondUs).gyroTargetY, drift, 0.02);
 
     const auto measured = bench.stabiliser.measureGyro(8 * kSecondUs, 500000);
     EXPECT_NEAR(measured.meanRaw[0], 0.01 * settings.gyroLsbPerRadS, 0.2);
-    EXPECT_NEAR(measured.meanRaw[1], -0.01 * settings.gyroLsbPerRadS, 0.2);
     EXPECT_LT(measured.deviationRaw[0], 1);
     bench.stabiliser.setGyroOffset(static_cast<int16_t>(std::lround(measured.meanRaw[0])),
                                    static_cast<int16_t>(std::lround(measured.meanRaw[1])));
