@@ -27,10 +27,9 @@ using namespace oisctl;
 
 constexpr const char* kHeader =
     "chose  sys_timestamp  gyro_raw_x  gyro_raw_y  gyro_raw_z  acc_raw_x  acc_raw_y  acc_raw_z  "
-    "gyro_target_x  "
-    "gyro_target_y  acc_target_x  acc_target_y  hall_x  hall_y  synthetic_x  synthetic_y  "
-    "angle_gyro_target_x  "
-    "angle_gyro_target_y  angle_acc_target_x  angle_acc_target_y  angle_hall_x  angle_hall_y\n";
+    "gyro_target_x  gyro_target_y  acc_target_x  acc_target_y  hall_x  hall_y  synthetic_x  synthetic_y  "
+    "angle_gyro_target_x  angle_gyro_target_y  angle_acc_target_x  angle_acc_target_y  angle_hall_x  "
+    "angle_hall_y\n";
 
 // A folder of the test's own.
 class RecordingTest : public testing::Test {
@@ -38,12 +37,10 @@ class RecordingTest : public testing::Test {
     void SetUp() override { fs::create_directories(mFolder); }
     void TearDown() override { fs::remove_all(mFolder); }
 
-    fs::path write(const std::string& content) const {
-        const fs::path file = mFolder / "status.txt";
-        std::ofstream(file, std::ios::binary) << content;
-        return file;
+    Recording read(const std::string& content) const {
+        std::ofstream(mFolder / "status.txt", std::ios::binary) << content;
+        return loadRecording(mFolder / "status.txt");
     }
-    Recording read(const std::string& content) const { return loadRecording(write(content)); }
     std::string failureOf(const std::string& content) const {
         try {
             read(content);
@@ -86,26 +83,17 @@ TEST_F(RecordingTest, ReadsEveryColumn) {
         std::string(kHeader) +
         "15  100.999000  1  -2  3  -4  5  -6  7  -8  9  -10  11  -12  13  -14  0.007  -0.008  1e-05  inf  "
         "-nan  -inf\n"
-        "0  101.005007  32767  -32768  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  -1.23457e+06  nan\n");
+        "0  101.5007  32767  -32768  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  -1.23457e+06  nan\n");
     ASSERT_EQ(recording.rows(), 2U);
     EXPECT_TRUE(recording.notes.empty());
-    EXPECT_DOUBLE_EQ(recording.startS, 100.999);
-    EXPECT_NEAR(recording[Column::kTimestamp][1], 0.006007, 1e-12);
+    EXPECT_NEAR(recording[Column::kTimestamp][1], 0.006007, 1e-12) << "the fraction counts microseconds";
     for (int i = 0; i < 14; ++i) {
         EXPECT_EQ(recording.columns[static_cast<size_t>(i) + 2][0], i % 2 == 0 ? i + 1 : -(i + 1));
     }
     EXPECT_EQ(recording[Column::kAngleAccTargetX][0], 1e-5);
-    EXPECT_EQ(recording[Column::kAngleAccTargetY][0], std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(std::isinf(recording[Column::kAngleAccTargetY][0]));
     EXPECT_TRUE(std::isnan(recording[Column::kAngleHallX][0]));
     EXPECT_EQ(recording[Column::kAngleHallX][1], -1.23457e6);
-}
-
-TEST_F(RecordingTest, FractionIsMicrosecondsHoweverLong) {
-    const Recording recording =
-        read(kHeader + row(1.5, {}) +
-             "15  0.1700000  1  1  1  1  1  1  1  1  1  1  1  1  1  1  0  0  0  0  0  0\n");
-    ASSERT_EQ(recording.rows(), 2U);
-    EXPECT_NEAR(recording[Column::kTimestamp][1], 0.2, 1e-12);
 }
 
 TEST_F(RecordingTest, LeavesOutWhatTellsNothingAndSaysSo) {
@@ -125,27 +113,19 @@ TEST_F(RecordingTest, LeavesOutWhatTellsNothingAndSaysSo) {
 TEST_F(RecordingTest, SaysWhatIsWrongAndWhere) {
     std::string badHeader = kHeader;
     badHeader.replace(badHeader.find("hall_x"), 6, "hole_x");
-    std::string badNumber = row(1, {}), badTime = row(1, {}), fraction = row(1, {});
+    std::string badNumber = row(1, {}), badTime = row(1, {});
     badNumber.replace(badNumber.rfind("0\n"), 1, "0.1x");
     badTime.replace(badTime.find("1.000000"), 8, "1,000000");
-    fraction.replace(fraction.find("-200"), 4, "-2.5");
-    const struct {
-        std::string content;
-        const char* failure;
-    } kCases[] = {
+    const std::pair<std::string, const char*> kCases[] = {
         {"", ":1: no header line; this is no status recording"},
-        {"chose", ":1: no header line; this is no status recording"},
         {"hello world\n", ":1: 2 columns, expected 22; this is no status recording"},
         {badHeader, ":1: column 13 is \"hole_x\", expected \"hall_x\"; this is no status recording"},
         {kHeader + row(1, {}) + "15  2.000000  1\n", ":3: 3 columns, expected 22"},
-        {kHeader + row(1, {}) + "\n", ":3: 0 columns, expected 22"},
         {kHeader + badNumber, ":2: angle_hall_y is \"0.1x\", expected a number"},
         {kHeader + badTime, ":2: sys_timestamp is \"1,000000\", expected seconds.microseconds"},
-        {kHeader + fraction, ":2: gyro_raw_y is \"-2.5\", expected a whole number"},
     };
-    for (const auto& c : kCases) EXPECT_EQ(failureOf(c.content), c.failure);
+    for (const auto& [content, failure] : kCases) EXPECT_EQ(failureOf(content), failure);
     EXPECT_THROW(loadRecording(mFolder / "absent.txt"), InputError);
-    EXPECT_THROW(loadRecording(mFolder), InputError);
     EXPECT_THROW(computeStats(read(kHeader + row(1, {}))), InputError);
 }
 
@@ -155,10 +135,7 @@ TEST_F(RecordingTest, FiguresAreThoseOfTheSignals) {
         return Angles{sine(t, 2, 0.8), sine(t, 2, 0.5), sine(t, 2, 0.2), 0, sine(t, 2, 0.9) + 0.3, 0};
     }));
     const RecordingStats stats = computeStats(recording);
-    EXPECT_EQ(stats.rows, 2500U);
-    EXPECT_NEAR(stats.durationS, 9.996, 1e-9);
     EXPECT_NEAR(stats.rateHz, 250, 1e-6);
-    EXPECT_EQ(stats.gaps, 0U);
     const AxisStats& x = stats.axes[0];
     EXPECT_NEAR(x.shakeRms, 1 / std::sqrt(2), 1e-4);
     EXPECT_NEAR(x.shakePeak, 1, 1e-4);
@@ -166,7 +143,6 @@ TEST_F(RecordingTest, FiguresAreThoseOfTheSignals) {
     EXPECT_NEAR(x.residualMean, -0.3, 1e-4);
     EXPECT_NEAR(x.suppressionDb, 20, 0.01);
     EXPECT_NEAR(stats.axes[1].suppressionDb, 0, 1e-6);
-    for (const AxisStats& axis : stats.axes) EXPECT_EQ(axis.samplesAtLimit, 0U) << axis.limit;
 }
 
 TEST_F(RecordingTest, GapsAreLongPeriods) {
@@ -185,14 +161,12 @@ TEST_F(RecordingTest, LimitIsWhereTheLensStops) {
         const double free = sine(t, 0.7, 0.5);
         return Angles{target, free, 0, 0, std::clamp(target, -1.2, 1.2), 0.8 * free};
     };
-    const Recording recording = read(rows(10, 0.004, clamped));
-    const RecordingStats stats = computeStats(recording);
+    const RecordingStats stats = computeStats(read(rows(10, 0.004, clamped)));
     EXPECT_NEAR(stats.axes[0].limit, 1.2, 1e-6);
     // |sin| above 0.6 for this part of the time.
     const double part = 1 - 2 / std::numbers::pi * std::asin(0.6);
     EXPECT_NEAR(static_cast<double>(stats.axes[0].samplesAtLimit), part * 2500, 25);
     EXPECT_TRUE(std::isnan(stats.axes[1].limit)) << "a lens that turns round by itself is not at a limit";
-    EXPECT_EQ(computeStats(recording, 3).axes[0].samplesAtLimit, 0U);
 }
 
 TEST_F(RecordingTest, SpectrumHasThePowerWhereItIs) {
@@ -224,24 +198,15 @@ TEST_F(RecordingTest, WhatCannotBeToldIsNotMadeUp) {
     const Recording recording =
         read(rows(2, 0.004, [&](double t) { return Angles{sine(t, 2, 0.5), 0.0005, 0, 0, inf, 0}; }));
     const RecordingStats stats = computeStats(recording);
-    EXPECT_NEAR(stats.axes[0].shakeRms, 0.5 / std::sqrt(2), 0.01);
-    EXPECT_TRUE(std::isnan(stats.axes[0].residualRms));
     for (const AxisStats& axis : stats.axes) EXPECT_TRUE(std::isnan(axis.suppressionDb));
-
     const nlohmann::json json = nlohmann::json::parse(toJson(recording, stats).dump());
     EXPECT_TRUE(json.at("x").at("residual_rms_deg").is_null());
     EXPECT_NEAR(json.at("x").at("shake_rms_deg").get<double>(), 0.354, 0.01);
-    EXPECT_EQ(json.at("rows"), 500);
     std::ostringstream text;
     printStats(text, recording, stats);
     EXPECT_NE(text.str().find("500 rows, 1.996 s at 250.0 Hz"), std::string::npos) << text.str();
     EXPECT_EQ(text.str().find("nan"), std::string::npos) << text.str();
-}
-
-TEST(Measured, NeverShowsNegativeZero) {
-    EXPECT_EQ(measured(-0.04, 1, " dB"), "0.0 dB");
-    EXPECT_EQ(measured(-0.06, 1, " dB"), "-0.1 dB");
-    EXPECT_EQ(measured(std::nan(""), 1, " dB"), "-");
+    EXPECT_EQ(measured(-0.04, 1, " dB"), "0.0 dB") << "no negative zero";
 }
 
 class PlotTest : public RecordingTest {
@@ -268,26 +233,22 @@ class PlotTest : public RecordingTest {
 TEST_F(PlotTest, DrawsWhateverTheRecordingHolds) {
     if (!haveGnuplot()) GTEST_SKIP() << "no gnuplot";
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    const struct {
-        const char* what;
-        std::string content;
-    } kCases[] = {
-        {"shake",
-         rows(6, 0.004,
-              [](double t) { return Angles{sine(t, 2, 1), sine(t, 3, 1), 0, 0, sine(t, 2, 1), 0}; })},
-        {"nothing moves", rows(6, 0.004, [](double) { return Angles{}; })},
-        {"no hall angles", rows(6, 0.004, [&](double) { return Angles{0, 0, 0, 0, nan, nan}; })},
-        {"two rows", rows(0.008, 0.004, [](double) { return Angles{}; })},
+    const std::string contents[] = {
+        rows(6, 0.004, [](double t) { return Angles{sine(t, 2, 1), sine(t, 3, 1), 0, 0, sine(t, 2, 1), 0}; }),
+        rows(6, 0.004, [](double) { return Angles{}; }),
+        rows(6, 0.004, [&](double) { return Angles{0, 0, 0, 0, nan, nan}; }),
+        rows(0.008, 0.004, [](double) { return Angles{}; }),
     };
-    for (const auto& c : kCases) {
-        // A name that a shell or gnuplot would trip over, as the recording's.
-        const fs::path png = mFolder / "a 'b' `touch oops` $(touch oops).png";
-        EXPECT_EQ(plot(c.content, png), "") << c.what;
-        EXPECT_EQ(begin(png, 4), "\x89PNG") << c.what;
-        EXPECT_GT(fs::file_size(png), 20000U) << c.what;
-        EXPECT_EQ(plot(c.content, mFolder / "b.svg"), "") << c.what;
-        EXPECT_EQ(begin(mFolder / "b.svg", 5), "<?xml") << c.what;
+    // A name that a shell or gnuplot would trip over, as the recording's.
+    const fs::path png = mFolder / "a 'b' `touch oops` $(touch oops).png";
+    for (const std::string& content : contents) {
+        EXPECT_EQ(plot(content, png), "");
+        EXPECT_EQ(begin(png, 4), "\x89PNG");
+        EXPECT_GT(fs::file_size(png), 20000U);
+        fs::remove(png);
     }
+    EXPECT_EQ(plot(contents[0], mFolder / "b.svg"), "");
+    EXPECT_EQ(begin(mFolder / "b.svg", 5), "<?xml");
     EXPECT_FALSE(fs::exists("oops"));
 }
 
