@@ -175,7 +175,7 @@ TEST_F(HubTest, ACalibrationThatTheHubRelaysFindsTheBiasAndGoesOnAsBefore) {
     EXPECT_EQ(static_cast<int16_t>(readRegister(0x0248, 2)), chip().savedGyroOffset()[0]);
 }
 
-// --- Clock and firmware.
+// --- Firmware.
 
 TEST_F(HubTest, ABlockThatComesTooEarlyIsNotTaken) {
     driver.mpSensorProvider = provider;
