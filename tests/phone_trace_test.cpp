@@ -71,8 +71,6 @@ struct RequestRecord {
 };
 
 constexpr RequestRecord kRequestRecords[] = {
-    {0xC01056D2, "", "00020000 01020000 0004ff03 00010002", 16,
-     "READ_HALL_INFO(0xC01056D2) -> centerX=512 centerY=513 upperWord=0x03ff0400 lowerWord=0x02000100"},
     {0xC00856D8, "02000000 01000000", nullptr, 8, "SET_ACTIVE_OIS(0xC00856D8) enable=2 angle=none"},
     // What comes back changed shows, asked for or not.
     {0xC01856D4, "01000000 00000000 0a000000 14000000", "01000000 00000000 0b000000 14000000", 24,
