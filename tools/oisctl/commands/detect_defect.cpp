@@ -106,10 +106,11 @@ bool isGood(const AxisErrors& errors, const ois::OisCustInfo& info) {
     return errors.largest < info.max_error_threshold && errors.sum < info.max_sum_error_threshold;
 }
 
-std::string words(const AxisErrors& errors, const ois::OisCustInfo& info) {
+// The driver ends the run at the first defect, which leaves the other axis with the positions so far.
+std::string words(const AxisErrors& errors, const ois::OisCustInfo& info, bool wholeRun) {
     if (errors.largest >= info.max_error_threshold) return "defective: too far off at one position";
     if (errors.sum >= info.max_sum_error_threshold) return "defective: too far off in sum";
-    return "good";
+    return wholeRun ? "good" : "good so far";
 }
 
 void print(DriverSession& session, const Observation& seen, bool tripped) {
@@ -130,13 +131,15 @@ void print(DriverSession& session, const Observation& seen, bool tripped) {
         printLine(json.dump());
         return;
     }
+    const bool wholeRun = seen.positions >= info.coordinateNum;
     Table table({"AXIS", "LARGEST ERROR", "ALLOWED BELOW", "SUM", "ALLOWED BELOW", "VERDICT"});
     for (size_t column = 1; column < 5; ++column) table.alignRight(column);
     for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
         const AxisErrors& errors = seen.axes[axis];
-        table.addRow({axis == 0 ? "x" : "y", number(errors.largest, 1), number(info.max_error_threshold, 1),
-                      number(errors.sum, 1), number(info.max_sum_error_threshold, 1),
-                      styled(isGood(errors, info) ? Style::kGood : Style::kBad, words(errors, info))});
+        table.addRow(
+            {axis == 0 ? "x" : "y", number(errors.largest, 1), number(info.max_error_threshold, 1),
+             number(errors.sum, 1), number(info.max_sum_error_threshold, 1),
+             styled(isGood(errors, info) ? Style::kGood : Style::kBad, words(errors, info, wholeRun))});
     }
     table.print();
     printLine(std::to_string(seen.positions) + " of " + std::to_string(info.coordinateNum) +

@@ -132,6 +132,17 @@ void printOutcome(DriverSession& session, const Outcome& outcome, const phone::F
     table.print();
 }
 
+// Where there is no more to tell.
+void printWords(const DriverSession& session, const Outcome& outcome) {
+    if (session.settings().json) {
+        printLine(nlohmann::json{{"good", outcome.good}, {"outcome", outcome.words}}.dump());
+        return;
+    }
+    Table table({"", ""});
+    table.addRow({"outcome", styled(outcome.good ? Style::kGood : Style::kBad, outcome.words)});
+    table.print();
+}
+
 bool updateBehindHub(DriverSession& session) {
     phone::SensorHub& hub = session.phone().hub();
     const uint32_t before = hub.chip().peek(Register::kFirmwareVersion, sizeof(uint32_t));
@@ -152,7 +163,7 @@ bool updateBehindHub(DriverSession& session) {
     const uint32_t after = hub.chip().peek(Register::kFirmwareVersion, sizeof(uint32_t));
     const std::vector<phone::FirmwareReport> reports = hub.firmwareReports();
     if (reports.size() == reportsBefore) {
-        session.fail("the hub received no outcome");
+        printWords(session, {false, "the hub received no outcome"});
         return false;
     }
     const Outcome outcome = judge(reports.back(), seen, before, hub.firmware().version());
@@ -171,13 +182,7 @@ bool updateOnSubDevice(DriverSession& session) {
     const std::string words =
         good ? "the kernel driver took the update for camera type " + cameraType(session.module())
              : "the kernel driver did not take the update";
-    if (session.settings().json) {
-        printLine(nlohmann::json{{"good", good}, {"outcome", words}}.dump());
-    } else {
-        Table table({"", ""});
-        table.addRow({"outcome", styled(good ? Style::kGood : Style::kBad, words)});
-        table.print();
-    }
+    printWords(session, {good, words});
     return good;
 }
 

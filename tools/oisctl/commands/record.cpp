@@ -93,6 +93,8 @@ int run(Options options) {
     std::vector<std::string>& assignments = options.settings.assignments;
     assignments.push_back("vendor.debug.ois.dump=" + std::to_string(kDumpOtp));
     assignments.push_back("vendor.debug.ois.dump.interval.time=" + std::to_string(options.intervalMs));
+    // Simulated time stands still for a recorder that never sleeps.
+    if (options.intervalMs == 0) options.settings.realTime = true;
     DriverSession session(options.settings,
                           options.settings.verbose ? Narration::kCommands : Narration::kNothing);
     requireSubDevice(session.module());
@@ -120,7 +122,7 @@ void addRecord(CLI::App& app, Job& job) {
         ->capture_default_str();
     command
         ->add_option("--interval", options->intervalMs,
-                     "Milliseconds between two rows, up to 255; 0: as fast as it goes")
+                     "Milliseconds between two rows, up to 255; 0: as fast as it goes, in real time")
         ->type_name("MS")
         ->check(inRange(0, kMaxIntervalMs))
         ->capture_default_str();

@@ -23,6 +23,7 @@ namespace oisctl {
 namespace {
 
 constexpr double kMicrosPerSecond = 1e6;
+constexpr unsigned kBitsPerByte = 8;
 
 struct Options {
     Settings settings;
@@ -70,13 +71,16 @@ Write parseWrite(const std::string& text) {
     const std::string value = text.substr(equals + 1);
     try {
         size_t used = 0;
-        uint32_t bits = 0;
         if (reg->format == phone::RegisterFormat::kFloat) {
-            bits = std::bit_cast<uint32_t>(std::stof(value, &used));
+            const float number = std::stof(value, &used);
+            if (used == value.size()) return {reg, std::bit_cast<uint32_t>(number)};
         } else {
-            bits = static_cast<uint32_t>(std::stoll(value, &used, 0));
+            const int64_t number = std::stoll(value, &used, 0);
+            const auto end = int64_t{1} << (kBitsPerByte * reg->size);
+            if (used == value.size() && number >= -end / 2 && number < end)
+                return {reg, static_cast<uint32_t>(number)};
+            if (used == value.size()) throw refuse("the register holds 0 to " + std::to_string(end - 1));
         }
-        if (used == value.size()) return {reg, bits};
     } catch (const std::logic_error&) {  // what std::stof throws; told below
     }
     throw refuse("'" + value + "' is no number");
