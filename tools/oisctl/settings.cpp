@@ -1,6 +1,7 @@
 #include "settings.h"
 
 #include <algorithm>
+#include <limits>
 
 #include <CLI/CLI.hpp>
 
@@ -62,6 +63,7 @@ void addWorldOptions(CLI::App& command, Settings& settings) {
         ->type_name("NAME|FILE")
         ->group(kPhoneGroup);
     command.add_option("--seed", settings.seed, "Seed of the built-in motions")
+        ->check(inRange<int64_t>(0, std::numeric_limits<int64_t>::max()))
         ->type_name("N")
         ->capture_default_str()
         ->group(kPhoneGroup);
