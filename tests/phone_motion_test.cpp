@@ -180,6 +180,22 @@ StabiliserSettings oddSensors() {
     return settings;
 }
 
+// Recordings of real hands stand beside a checkout, where there are any.
+TEST(Stabiliser, CancelsRecordedShake) {
+    const std::filesystem::path folder = std::filesystem::path(OIS_SOURCE_DIR) / "../shared/motion";
+    if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no recordings beside the checkout";
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (entry.path().extension() != ".csv") continue;
+        SCOPED_TRACE(entry.path().filename().string());
+        Bench bench("rest");
+        bench.motion.set(phone::loadMotion(entry.path()));
+        bench.stabiliser.setMode(StabiliserMode::kOn);
+        const Bench::Figures figures = bench.figures();
+        EXPECT_GT(figures.suppressionDb(0), 15);
+        EXPECT_GT(figures.suppressionDb(1), 15);
+    }
+}
+
 TEST(Stabiliser, OnCancelsTheShakeAndNothingElse) {
     for (const char* name : {"hand", "walk"}) {
         Bench bench(name, oddSensors());
