@@ -78,13 +78,9 @@ class Walk : public DriverTest {
         }
         return paths;
     }
-    size_t mediaRequests(const std::string& name, const std::string& entityName = "") {
-        size_t count = 0;
-        for (const phone::Event& event : phone.trace().events(phone::EventKind::kMedia)) {
-            if (event.name != name) continue;
-            count += entityName.empty() || text(event, "name") == entityName ? 1 : 0;
-        }
-        return count;
+    int64_t enumerations() {
+        const auto requests = phone.trace().events(phone::EventKind::kMedia);
+        return std::ranges::count(requests, "ENUM_ENTITIES", &phone::Event::name);
     }
 };
 
@@ -139,16 +135,13 @@ TEST_F(Walk, EntitiesAreMatchedByTheBeginningOfTheirName) {
     EXPECT_EQ(found("ABC"), "");
     EXPECT_EQ(found("abc 1"), "");  // no lens
     EXPECT_EQ(messages().back(), "[GetV4l2SubDevice] Done enumerating media entities, Invalid argument\n");
-    EXPECT_EQ(mediaRequests("ENUM_ENTITIES"), 5U);
+    EXPECT_EQ(enumerations(), 5);
 }
 
 TEST_F(Walk, SparseIdsAreSeenAsOftenAsTheCounterReachesThem) {
     setEntities({entity(1, "one"), entity(40, "forty"), entity(41, "lens")});
     EXPECT_EQ(found("lens"), "");
-    EXPECT_EQ(mediaRequests("ENUM_ENTITIES"), 32U);
-    EXPECT_EQ(mediaRequests("ENUM_ENTITIES", "one"), 1U);
-    EXPECT_EQ(mediaRequests("ENUM_ENTITIES", "forty"), 31U);
-    EXPECT_EQ(mediaRequests("ENUM_ENTITIES", "lens"), 0U);
+    EXPECT_EQ(enumerations(), 32);
     EXPECT_EQ(found("forty"), "/dev/v4l-subdev140");
 }
 
@@ -222,7 +215,6 @@ TEST_F(Walk, PathsAreCutToTheirBuffers) {
 // --- Transport
 
 constexpr uint32_t kSetModeRequest = 0x400456C2;
-constexpr uint32_t kReadGainRequest = 0xC01856D0;
 
 class Transport : public DriverTest {
   protected:
@@ -293,17 +285,6 @@ TEST_F(Transport, RequestResultsArePassedOn) {
     EXPECT_EQ(setMode(2), -1);
     EXPECT_EQ(errno, EBADF);
     driver.fd_driver = descriptor;
-}
-
-TEST_F(Transport, TheSubDeviceTakesTheInputBufferInBothDirectionsWhateverTheLengths) {
-    open("dw9786");
-    auto record = bytes("01 00 00 00  ff ff ff ff  00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00");
-    std::vector<uint8_t> out(24, 0xaa);
-    EXPECT_EQ(driver.ConfigOisTransfer(kReadGainRequest, 28, record.data(), out.data(), 1, 24), 0);
-    EXPECT_EQ(sent().at(0).bytes.size(), 24U);
-    EXPECT_EQ(out, std::vector<uint8_t>(24, 0xaa));
-    const ois::OisGain gain = controller().state().gain;
-    EXPECT_EQ(std::memcmp(record.data() + 8, &gain.valueXf, 16), 0);
 }
 
 class Package : public DriverTest {
