@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/media.h>
-#include <pthread.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -384,25 +383,6 @@ TEST(PhoneFolder, TemporaryOnesGoAndGivenOnesStay) {
 
     options.folder = "/proc/no/such/place";
     EXPECT_THROW(Phone{options}, std::runtime_error);
-}
-
-// --- Threads
-
-TEST_F(KernelTest, SchedulingIsRememberedAndNotApplied) {
-    int policy = -1;
-    sched_param param{};
-    std::thread worker([] { usleep(1000); });
-    param.sched_priority = 20;
-    EXPECT_EQ(pthread_setschedparam(worker.native_handle(), SCHED_FIFO, &param), 0);
-    param.sched_priority = 0;
-    EXPECT_EQ(pthread_getschedparam(worker.native_handle(), &policy, &param), 0);
-    EXPECT_EQ(policy, SCHED_FIFO);
-    EXPECT_EQ(param.sched_priority, 20);
-    param.sched_priority = 100;
-    EXPECT_EQ(pthread_setschedparam(worker.native_handle(), SCHED_FIFO, &param), EINVAL);
-    const pthread_t handle = worker.native_handle();
-    worker.join();
-    EXPECT_EQ(pthread_getschedparam(handle, &policy, &param), ESRCH);
 }
 
 // --- What is not the phone's
