@@ -23,6 +23,8 @@ endforeach()
 install(DIRECTORY platform/include/ DESTINATION ${OIS_PLATFORM_INCLUDE_DIR} FILES_MATCHING PATTERN *.h)
 set_target_properties(ois_drv_shared PROPERTIES EXPORT_NAME ois_drv)
 set(installed ois_drv_shared ois_drv_static)
+# From the folder of the pkg-config files to the prefix.
+file(RELATIVE_PATH OIS_PKGCONFIG_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/ois_drv.pc.in ois_drv.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ois_drv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

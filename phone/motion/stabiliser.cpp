@@ -137,6 +137,8 @@ StabiliserState Stabiliser::stateAt(int64_t timeUs) {
     }
     state.gyroTargetX = -mChannels[kX].angle;
     state.gyroTargetY = -mChannels[kY].angle;
+    state.shakeX = -mChannels[kX].trueAngle;
+    state.shakeY = -mChannels[kY].trueAngle;
     state.accTargetX = accTarget(kX);
     state.accTargetY = accTarget(kY);
     state.lensX = mChannels[kX].lens;
@@ -191,15 +193,21 @@ void Stabiliser::step(const MotionSource& source) {
     }
     trackShift(sample, rateRadS);
 
-    const double highPass = 2 * std::numbers::pi * std::max(mSettings.highPassHz, kMinHighPassHz);
     for (size_t axis = 0; axis < mChannels.size(); ++axis) {
         Channel& channel = mChannels[axis];
-        const double part = std::abs(channel.angle) / mSettings.limitAngle;
-        const double beyond = std::clamp((part - kPanStart) / (1 - kPanStart), 0.0, kPanLeakGrowth);
-        const double leak = highPass + kPanLeak * beyond * beyond;
-        channel.angle += (rateRadS[axis] * kDegPerRad - leak * channel.angle) * kStepS;
+        channel.angle = integrated(channel.angle, rateRadS[axis]);
+        channel.trueAngle = integrated(channel.trueAngle, sample.gyroRadS[axis]);
         moveLens(axis);
     }
+}
+
+// The angle one step on: leaky, and more so on the way to the limit.
+double Stabiliser::integrated(double angle, double rateRadS) const {
+    const double highPass = 2 * std::numbers::pi * std::max(mSettings.highPassHz, kMinHighPassHz);
+    const double part = std::abs(angle) / mSettings.limitAngle;
+    const double beyond = std::clamp((part - kPanStart) / (1 - kPanStart), 0.0, kPanLeakGrowth);
+    const double leak = highPass + kPanLeak * beyond * beyond;
+    return angle + (rateRadS * kDegPerRad - leak * angle) * kStepS;
 }
 
 void Stabiliser::trackShift(const MotionSample& sample, const std::array<double, 3>& rateRadS) {

@@ -53,6 +53,8 @@ struct StabiliserState {
     std::array<int16_t, 3> accRaw{};
     double gyroTargetX = 0;  // angle that would cancel the shake, in every mode
     double gyroTargetY = 0;
+    double shakeX = 0;  // the same without bias and noise of the gyro: what the picture really shakes
+    double shakeY = 0;
     double accTargetX = 0;  // shift of the camera as an angle, when acceleration is compensated
     double accTargetY = 0;
     double lensX = 0;  // angle of the lens
@@ -104,7 +106,8 @@ class Stabiliser {
         LensDefect defect = LensDefect::kNone;
         int32_t fixedTarget = 0;   // hall counts
         double trackingError = 0;  // hall counts
-        double angle = 0;          // the shake, high-passed
+        double angle = 0;          // the shake as the gyro tells it, high-passed
+        double trueAngle = 0;      // the shake itself, likewise
         double shiftSpeed = 0;     // m/s, of the camera across this channel
         double shift = 0;          // m
         double lens = 0;
@@ -113,6 +116,7 @@ class Stabiliser {
 
     void advanceLocked(int64_t timeUs, const MotionSource& source);
     void step(const MotionSource& source);
+    double integrated(double angle, double rateRadS) const;
     void trackShift(const MotionSample& sample, const std::array<double, 3>& rateRadS);
     void moveLens(size_t axis);
     double lensTarget(size_t axis) const;

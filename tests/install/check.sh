@@ -21,6 +21,6 @@ echo "a CMake project uses the package"
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 # shellcheck disable=SC2046 # the flags are words
 g++ -std=c++20 "$repo/tests/install/consumer.cpp" -o "$work/consumer" \
-    $(pkg-config --define-variable=prefix="$prefix" --cflags --libs ois_phone) -Wl,-rpath,"$prefix/lib"
+    $(pkg-config --cflags --libs ois_phone) -Wl,-rpath,"$prefix/lib"
 "$work/consumer"
 echo "pkg-config's flags suffice"

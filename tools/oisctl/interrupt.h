@@ -14,4 +14,8 @@ class InterruptGuard {
 
 bool interrupted();
 
+// A reader that has seen enough ('| head') ends the job like Ctrl-C, so that it cleans up behind itself.
+void endWhenOutputCloses();
+bool outputClosed();
+
 }  // namespace oisctl

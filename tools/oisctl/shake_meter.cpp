@@ -31,8 +31,8 @@ std::optional<double> ShakeMeter::Sums::rms() const {
 }
 
 void ShakeMeter::sample(phone::StabiliserMode mode, const phone::StabiliserState& state) {
-    const double x = state.gyroTargetX + state.accTargetX - state.lensX;
-    const double y = state.gyroTargetY + state.accTargetY - state.lensY;
+    const double x = state.shakeX + state.accTargetX - state.lensX;
+    const double y = state.shakeY + state.accTargetY - state.lensY;
     if (mode == phone::StabiliserMode::kOff) mOff.add(x, y);
     if (mode == phone::StabiliserMode::kOn) mOn.add(x, y);
 }

@@ -179,7 +179,7 @@ int conclude(DriverSession& session, const Summary& summary) {
     } else {
         printSummary(summary, session.settings().quiet);
     }
-    if (interrupted()) printRemark("oisctl: ended early by Ctrl-C");
+    if (interrupted() && !outputClosed()) printRemark("oisctl: ended early by Ctrl-C");
     if (summary.counts.failures != 0) return kJobFailed;
     return interrupted() ? kInterrupted : kSuccess;
 }
