@@ -54,7 +54,7 @@ std::string_view escape(Style style) {
 }
 
 void write(std::FILE* stream, std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stream);
+    if (!text.empty()) std::fwrite(text.data(), 1, text.size(), stream);
 }
 
 void eraseBar() {
