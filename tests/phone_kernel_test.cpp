@@ -430,15 +430,6 @@ TEST(PhoneLifetime, DescriptorsOfAPhoneThatIsGoneAreNobodys) {
     EXPECT_EQ(close(fd), 0);
 }
 
-TEST_F(KernelTest, RefittingLeavesOpenDescriptorsWithTheOldController) {
-    const int old = openLens();
-    phone.fit(0, lensModule("lens0"));
-    EXPECT_EQ(setMode(old, 3), 0);
-    EXPECT_EQ(controller().mode(), 0);
-    close(old);
-    EXPECT_THROW(phone.fit(8, lensModule("lens8")), std::out_of_range);
-}
-
 // --- The machine's own kernel
 
 TEST(RealKernel, CallsPassOnToTheMachine) {
@@ -464,11 +455,6 @@ TEST(RealKernel, CallsPassOnToTheMachine) {
         EXPECT_TRUE(fs::exists(folder / "dump/ois_dump_test.txt"));
     }
     fs::remove_all(folder);
-
-    PhoneOptions own;
-    own.kernel = phone::KernelKind::kReal;
-    Phone phone(own);
-    EXPECT_THROW(phone.files().setThermal("30"), std::runtime_error);
 }
 
 }  // namespace
