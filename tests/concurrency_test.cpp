@@ -155,30 +155,6 @@ TEST_F(Concurrency, RecordersDetectorAndRequestsShareASession) {
     EXPECT_EQ(dumped("_otp.txt"), "");
 }
 
-TEST_F(Concurrency, ASecondUserComesAndGoesWhileWorkersRun) {
-    constexpr int kVisits = 40;
-    setDump(5);
-    phone.fit(kSensor, subDeviceModule());
-    phone::Controller& controller = *phone.controller(kSensor);
-    OISDrv driver{kSensor};
-    ASSERT_EQ(driver.Init(1, 2), 1);
-    for (int visit = 0; visit < kVisits; ++visit) {
-        ASSERT_EQ(driver.Init(1, 3), 1);
-        EXPECT_EQ(driver.m_user_count, 2);
-        ois_params params = request(0, visit % 2 == 0);
-        driver.SetOisParams(&params);
-        driver.SetOperation(19);
-        EXPECT_EQ(driver.Uninit(), 0);
-    }
-    ASSERT_TRUE(channelComesUp(driver));
-    driver.Uninit();
-    expectClosed(driver);
-    EXPECT_EQ(controller.count(ois::Request::kSetCustomisation), 1U);  // one bring-up
-    EXPECT_EQ(controller.count(ois::Request::kEndSession), 1U);
-    if (driver.mDefectDetectThread.joinable()) driver.mDefectDetectThread.join();
-    expectNothingOpen();
-}
-
 TEST_F(Concurrency, TheFlashDumpSurvivesUsersThatReplaceItsBuffer) {
     constexpr int kRounds = 60;
     setDump(4);
