@@ -414,15 +414,17 @@ void runGnuplot(const fs::path& folder) {
     pid_t child = 0;
     const int error = posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (error == ENOENT) {
-        throw JobError("gnuplot is not installed; the package gnuplot-nox has it");
-    }
+    const char* const absent = "gnuplot is not installed; the package gnuplot-nox has it";
+    if (error == ENOENT) throw JobError(absent);
     if (error != 0) throw JobError(std::string("gnuplot cannot be started: ") + std::strerror(error));
 
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
         if (errno != EINTR) throw JobError(std::string("waiting for gnuplot: ") + std::strerror(errno));
     }
+    // Some systems only notice in the child that there is no such program.
+    constexpr int kNotFound = 127;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound) throw JobError(absent);
     if (status != 0) throw JobError("gnuplot failed: " + firstLine(folder / kErrorsName));
 }
 
