@@ -283,7 +283,8 @@ int32_t DriverSession::call(const std::string& text, const std::function<int32_t
 
 int32_t DriverSession::notifyStream(bool on) {
     ois_stream_info info{on ? 1 : 0, 0};
-    const bool repeat = mDriver->mStreamState == info.notify_stream;
+    // The bring-up may be resetting it at this moment.
+    const bool repeat = shared(mDriver->mStreamState) == info.notify_stream;
     return run(on ? "NotifyStream(on)" : "NotifyStream(off)", repeat,
                [&] { return mDriver->NotifyStream(&info); });
 }

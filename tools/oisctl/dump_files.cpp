@@ -42,7 +42,7 @@ std::filesystem::path keepFile(const std::filesystem::path& file, const std::fil
     std::error_code error;
     if (!std::filesystem::exists(file, error))
         throw JobError("the driver wrote no " + file.filename().string());
-    const std::filesystem::path copy = folder / file.filename();
+    std::filesystem::path copy = folder / file.filename();
     if (std::filesystem::equivalent(file, copy, error)) return copy;
     std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing, error);
     if (error) throw InputError("-o " + folder.string() + ": cannot be written: " + error.message());
