@@ -305,7 +305,7 @@ FaultRule parseFault(std::string_view text) {
 
 void Faults::add(FaultRule rule) {
     const std::lock_guard lock(mMutex);
-    mRules.push_back({std::move(rule), 0});
+    mRules.push_back({std::move(rule)});
     mArmed.store(true, std::memory_order_release);
 }
 
@@ -335,7 +335,7 @@ std::optional<Faults::Strike> Faults::strike(FaultPoint point, std::string_view 
         }
         lock.lock();
     }
-    const Armed* striking = nullptr;
+    Armed* striking = nullptr;
     for (Armed& armed : mRules) {
         if (!matches(armed.rule, point, key)) continue;
         ++armed.seen;
@@ -343,8 +343,18 @@ std::optional<Faults::Strike> Faults::strike(FaultPoint point, std::string_view 
         if (due && striking == nullptr) striking = &armed;
     }
     if (striking == nullptr) return std::nullopt;
+    striking->struck = true;
     mStrikes.fetch_add(1, std::memory_order_relaxed);
     return Strike{striking->rule.effect, striking->rule.text};
+}
+
+std::vector<std::string> Faults::unused() const {
+    const std::lock_guard lock(mMutex);
+    std::vector<std::string> texts;
+    for (const Armed& armed : mRules) {
+        if (!armed.struck) texts.push_back(armed.rule.text);
+    }
+    return texts;
 }
 
 uint64_t Faults::strikes() const {

@@ -79,16 +79,18 @@ class Faults {
         std::string text;
     };
     std::optional<Strike> strike(FaultPoint point, std::string_view key, std::span<const uint8_t> input = {});
-    uint64_t strikes() const;  // how often any took effect
+    uint64_t strikes() const;                 // how often any took effect
+    std::vector<std::string> unused() const;  // the rules that never did, as written
 
   private:
     struct Armed {
         FaultRule rule;
         uint64_t seen = 0;
+        bool struck = false;
     };
     std::atomic<bool> mArmed{false};
     std::atomic<uint64_t> mStrikes{0};
-    std::mutex mMutex;
+    mutable std::mutex mMutex;
     Override mOverride;
     std::vector<Armed> mRules;
 };

@@ -94,6 +94,9 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
         {"session --scenario vidoe-zoom", "did you mean 'video-zoom'"},
         {"session --scenario bad_scenario.toml", "bad_scenario.toml:3:"},
         {"session --scenario .", "folder"},
+        {"session --scenario video-zoom --hold 2", "excludes --hold"},
+        {"session --modes ''", "no number"},
+        {"session --properties /dev/zero", "too large"},
         {"session --module .", "folder"},
         {"session --dump-folder .", "--kernel real"},
         {"op read-gain-z", "did you mean 'read-gain-x'"},
@@ -221,6 +224,8 @@ TEST_F(Oisctl, FaultsFailTheSession) {
     const Outcome noDevice = run("session -m dw9786 --fault open./dev/media1:errno=EACCES");
     EXPECT_EQ(noDevice.status, 1);
     EXPECT_NE(noDevice.out.find("did not reach the controller"), std::string::npos) << noDevice.out;
+    const json spared = runJson("session --fault SET_MODE@99:lost --fault SET_MODE@98:slow=1ms");
+    EXPECT_EQ(spared["unused_faults"], (json{"SET_MODE@99:lost", "SET_MODE@98:slow=1ms"}));
     const Outcome noThread = run("session --fault thread:errno=EAGAIN");
     EXPECT_NE(noThread.out.find("thread constructor failed"), std::string::npos) << noThread.out;
 }

@@ -102,7 +102,7 @@ TEST(MotionFile, InterpolatesAndStartsOver) {
 
 TEST(MotionFile, SaysWhatIsWrongAndWhere) {
     const std::pair<const char*, const char*> cases[] = {
-        {"", ":0: the file ends after 0 samples"},
+        {"", ":1: the file ends after 0 samples"},
         {"0,0,0,0,0,0,0\n1,0,0,0,0,0\n", ":2: 6 columns, expected 7"},
         {"0,0,0,0,0,nan,0\n", ":1: acc_y_m_s2 is \"nan\", expected a number"},
         {"0,0,0,0,0,0,1.5g\n", ":1: acc_z_m_s2 is \"1.5g\", expected a number"},

@@ -440,7 +440,7 @@ TEST(DecodeCommand, ReportsWhatItCannotReadAndGoesOn) {
     for (const auto& [item, expected] : items) {
         const Decoded decoded = decode({}, "0xC01856D4\n" + item + "\n0xC01856D4\n");
         EXPECT_EQ(decoded.out, std::string(kFixModeInfo) + kFixModeInfo) << item;
-        EXPECT_EQ(decoded.err.rfind("standard input:2: ", 0), 0U) << decoded.err;
+        EXPECT_EQ(decoded.err.rfind("oisctl: standard input:2: ", 0), 0U) << decoded.err;
         EXPECT_NE(decoded.err.find(expected), std::string::npos) << decoded.err;
         EXPECT_EQ(std::count(decoded.err.begin(), decoded.err.end(), '\n'), 1) << decoded.err;
         EXPECT_NE(decoded.status, 0);
@@ -455,7 +455,7 @@ TEST(DecodeCommand, ReadsFilesAndSaysWhenThereIsNothing) {
     std::filesystem::remove(path);
     const Decoded missing = decode({}, {}, false, path.string());
     EXPECT_NE(missing.status, 0);
-    EXPECT_EQ(missing.err, path.string() + ": cannot be read: No such file or directory\n");
+    EXPECT_EQ(missing.err, "oisctl: " + path.string() + ": cannot be read: No such file or directory\n");
     EXPECT_EQ(decode({}, "0xC01856D4\n", false, "-").out, kFixModeInfo);
     EXPECT_EQ(Json::parse(decode({"400456C2", "02000000"}, {}, true).out)["fields"]["mode"], 2);
     const Decoded empty = decode({}, "# nothing\n");

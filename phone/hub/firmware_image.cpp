@@ -1,15 +1,12 @@
 #include "firmware_image.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
 
 #include "access/hub_command.h"
+#include "file_content.h"
 
 namespace phone {
 
@@ -51,16 +48,11 @@ FirmwareImage FirmwareImage::fromBytes(std::span<const uint8_t> bytes, std::opti
 }
 
 FirmwareImage FirmwareImage::fromFile(const std::filesystem::path& file, std::optional<uint32_t> version) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in || std::filesystem::is_directory(file)) {
-        throw std::invalid_argument(file.string() +
-                                    ": cannot be read: " + std::strerror(in ? EISDIR : errno));
-    }
-    const std::vector<char> content{std::istreambuf_iterator<char>(in), {}};
+    const std::string content = readFile(file);
     try {
         return fromBytes({reinterpret_cast<const uint8_t*>(content.data()), content.size()}, version);
     } catch (const std::invalid_argument& error) {
-        throw std::invalid_argument(file.string() + ": " + error.what());
+        throw std::runtime_error(file.string() + ": " + error.what());
     }
 }
 

@@ -18,7 +18,7 @@ class FirmwareImage {
     // Pads a short image with 0xff. With a version, the last word is set to it; an image that does not reach
     // the last word needs one. Throws std::invalid_argument saying what is wrong and what would be right.
     static FirmwareImage fromBytes(std::span<const uint8_t> bytes, std::optional<uint32_t> version = {});
-    // The same from a file; the text begins with its path.
+    // The same from a file. Throws std::runtime_error whose text begins with the path.
     static FirmwareImage fromFile(const std::filesystem::path& file, std::optional<uint32_t> version = {});
 
     uint32_t version() const;

@@ -22,7 +22,10 @@ constexpr std::string_view kThermalDefault = "30\n";
 constexpr double kMicrosecondsPerSecond = 1e6;
 
 fs::path makeTemporaryFolder() {
-    std::string pattern = (fs::temp_directory_path() / "ois-phone-XXXXXX").string();
+    std::error_code error;
+    const fs::path parent = fs::temp_directory_path(error);
+    if (error) throw std::runtime_error("TMPDIR names no folder for temporary files: " + error.message());
+    std::string pattern = (parent / "ois-phone-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("cannot create a temporary folder " + pattern + ": " + std::strerror(errno));
     }

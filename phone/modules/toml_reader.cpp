@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "closest_name.h"
+#include "file_content.h"
 
 namespace phone {
 
@@ -78,13 +79,8 @@ toml::table parseTomlFile(const std::string& file) {
     if (std::filesystem::is_directory(file, ignored)) {
         throw std::runtime_error(file + ": is a folder; name a TOML file in it");
     }
-    if (!std::filesystem::is_regular_file(file, ignored)) throw std::runtime_error(file + ": no such file");
-    try {
-        return toml::parse_file(file);
-    } catch (const toml::parse_error& error) {
-        if (error.source().begin.line == 0) throw std::runtime_error(file + ": cannot be read");
-        throw std::runtime_error(place(file, error.source()) + std::string(error.description()));
-    }
+    if (!std::filesystem::exists(file, ignored)) throw std::runtime_error(file + ": no such file");
+    return parseToml(readTextFile(file), file);
 }
 
 TableReader::TableReader(const toml::table& table, std::string path, std::string source)

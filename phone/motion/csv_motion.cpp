@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
+#include "file_content.h"
 #include "motion.h"
 
 namespace phone {
@@ -45,16 +44,14 @@ class Reader {
     explicit Reader(const std::filesystem::path& file) : mFile(file.string()) {}
 
     std::vector<MotionSample> read() {
-        std::ifstream in(mFile);
-        if (!in || std::filesystem::is_directory(mFile)) {
-            throw std::runtime_error(mFile + ": cannot be read: " + std::strerror(in ? EISDIR : errno));
-        }
+        std::istringstream in(readTextFile(mFile));
         for (std::string line; std::getline(in, line);) {
             ++mLine;
             const std::string_view text = trimmed(line);
             if (!text.empty() && text.front() != '#') takeLine(text);
         }
         if (mSamples.size() < 2) {
+            mLine = std::max<size_t>(mLine, 1);  // of an empty file
             fail("the file ends after " + counted(mSamples.size(), "sample") + "; a motion needs at least 2");
         }
         return std::move(mSamples);

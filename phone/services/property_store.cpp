@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <fstream>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 
 #include "closest_name.h"
+#include "file_content.h"
 
 namespace phone {
 
@@ -182,8 +183,7 @@ std::vector<std::pair<std::string, std::string>> PropertyStore::all() const {
 }
 
 void PropertyStore::load(const std::filesystem::path& file) {
-    std::ifstream in(file);
-    if (!in) throw std::runtime_error(file.string() + ": cannot be opened");
+    std::istringstream in(readTextFile(file));
     std::map<std::string, std::string, std::less<>> loaded;
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
@@ -197,7 +197,6 @@ void PropertyStore::load(const std::filesystem::path& file) {
             throw std::runtime_error(file.string() + ":" + std::to_string(number) + ": " + error.what());
         }
     }
-    if (in.bad()) throw std::runtime_error(file.string() + ": cannot be read");
     const std::unique_lock lock(mMutex);
     for (auto& [key, value] : loaded) mValues.insert_or_assign(key, std::move(value));
 }

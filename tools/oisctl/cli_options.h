@@ -17,8 +17,11 @@ CLI::Validator inRange(T least, T greatest) {
         T value{};
         const bool isNumber = in >> value && in.eof();
         std::ostringstream complaint;
-        if (!isNumber || value < least || value > greatest)
+        if (!isNumber) {
+            complaint << "'" << text << "' is no number";
+        } else if (value < least || value > greatest) {
             complaint << text << " is not in the range " << least << " to " << greatest;
+        }
         return complaint.str();
     };
     return {check, ""};

@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <tuple>
@@ -16,6 +15,7 @@
 #include "closest_name.h"
 #include "decode.h"
 #include "errors.h"
+#include "file_content.h"
 
 namespace oisctl {
 
@@ -400,19 +400,19 @@ int runDecode(const std::vector<std::string>& inputs, const std::optional<std::s
     if (!inputs.empty()) {
         items = argumentItems(inputs);
     } else if (file && *file != "-") {
-        std::ifstream stream(*file);
-        // A folder opens like a file, and fails only when read.
-        if (stream) static_cast<void>(stream.peek());
-        if (!stream && !stream.eof()) {
-            err << *file << ": cannot be read: " << std::strerror(errno) << '\n';
+        try {
+            std::istringstream text(phone::readTextFile(*file));
+            items = readItems(text, *file);
+        } catch (const std::runtime_error& error) {
+            err << "oisctl: " << error.what() << '\n';
             return kWrongInput;
         }
-        items = readItems(stream, *file);
     } else {
         items = readItems(standardInput, "standard input");
     }
     if (items.empty()) {
-        err << "nothing to decode: give a request in hex, such as 400456C2, or a hub record of 128 hex "
+        err << "oisctl: nothing to decode: give a request in hex, such as 400456C2, or a hub record of 128 "
+               "hex "
                "digits\n";
         return kWrongInput;
     }
@@ -421,7 +421,7 @@ int runDecode(const std::vector<std::string>& inputs, const std::optional<std::s
         try {
             out << decodeItem(item.text, json) << '\n';
         } catch (const BadItem& bad) {
-            err << item.place << ": " << bad.what() << '\n';
+            err << "oisctl: " << item.place << ": " << bad.what() << '\n';
             status = kWrongInput;
         }
     }

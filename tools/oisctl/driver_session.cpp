@@ -79,7 +79,7 @@ std::unique_ptr<phone::Phone> makePhone(const Settings& settings) {
     try {
         return std::make_unique<phone::Phone>(phoneOptions(settings));
     } catch (const std::runtime_error& error) {
-        throw InputError(std::string("--folder: ") + error.what());
+        throw InputError((settings.folder.empty() ? "" : "--folder: ") + std::string(error.what()));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "interrupt.h"
 #include "modules/module_description.h"
 #include "motion/stabiliser.h"
 #include "ois_drv.h"
@@ -91,6 +92,7 @@ class DriverSession {
     void setProperties();
     void joinWorkers();
 
+    const InterruptGuard mInterruptGuard;  // a procedure of the driver is always carried through
     const Settings mSettings;
     const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
     const phone::ModuleDescription mModule;

@@ -4,8 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 
 #include "driver_session.h"
@@ -38,23 +36,20 @@ void requireFolder(const std::filesystem::path& folder) {
     }
 }
 
-std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder) {
-    std::error_code error;
-    if (!std::filesystem::exists(file, error))
+void requireWritten(const std::filesystem::path& file) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(file, ignored))
         throw JobError("the driver wrote no " + file.filename().string());
+}
+
+std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder) {
+    requireWritten(file);
+    std::error_code error;
     std::filesystem::path copy = folder / file.filename();
     if (std::filesystem::equivalent(file, copy, error)) return copy;
     std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing, error);
     if (error) throw InputError("-o " + folder.string() + ": cannot be written: " + error.message());
     return copy;
-}
-
-std::string readFile(const std::filesystem::path& file) {
-    std::ifstream stream(file);
-    if (!stream) throw JobError("the driver wrote no " + file.filename().string());
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
 }
 
 }  // namespace oisctl

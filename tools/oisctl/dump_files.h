@@ -16,10 +16,11 @@ std::filesystem::path dumpFile(DriverSession& session, std::string_view suffix);
 // long job.
 void requireFolder(const std::filesystem::path& folder);
 
+// Throws JobError when the driver wrote no such file.
+void requireWritten(const std::filesystem::path& file);
+
 // Copies the file into a folder, and returns the copy. Throws JobError when there is no file, InputError when
 // the folder cannot be written.
 std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder);
-
-std::string readFile(const std::filesystem::path& file);
 
 }  // namespace oisctl

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -10,6 +9,7 @@
 
 #include "errors.h"
 #include "faults.h"
+#include "file_content.h"
 #include "hub/korva_chip.h"
 #include "motion/motion.h"
 #include "services/property_store.h"
@@ -439,6 +439,14 @@ Scenario parseScenario(std::string_view text, const std::string& source) {
     return Reader(source).read(text);
 }
 
+static std::string textOf(const std::string& file) {
+    try {
+        return phone::readTextFile(file);
+    } catch (const std::runtime_error& error) {
+        throw InputError(std::string("--scenario: ") + error.what());
+    }
+}
+
 Scenario scenarioByName(const std::string& nameOrFile) {
     std::vector<std::string> names;
     for (const ShippedScenario& shipped : shippedScenarios()) {
@@ -456,11 +464,7 @@ Scenario scenarioByName(const std::string& nameOrFile) {
         throw InputError("--scenario " + nameOrFile + ": no such file, and no such scenario" +
                          suggestion(nameOrFile, names));
     }
-    std::ifstream file(nameOrFile);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file) throw InputError("--scenario " + nameOrFile + ": cannot be read");
-    Scenario scenario = parseScenario(text.str(), nameOrFile);
+    Scenario scenario = parseScenario(textOf(nameOrFile), nameOrFile);
     scenario.name = std::filesystem::path(nameOrFile).stem();
     return scenario;
 }

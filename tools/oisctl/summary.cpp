@@ -109,6 +109,7 @@ Summary summarise(DriverSession& session) {
     summary.way = session.behindHub() ? "behind the sensor hub" : "on its sub-device";
     summary.supported = session.module().hasOis;
     summary.counts = session.tally().counts();
+    summary.unusedFaults = session.phone().faults().unused();
     summary.simulatedS = session.nowS();
     summary.wallS = session.wallSeconds();
     summary.realTime = session.settings().realTime;
@@ -136,6 +137,9 @@ void printSummary(const Summary& summary, bool quiet) {
     printEntries("operations", operationLines);
     if (summary.shake.off || summary.shake.on) printEntry("shake left", describe(summary.shake));
     printEntries("failures", failureLines(summary.counts));
+    std::vector<std::string> unused;
+    for (const std::string& fault : summary.unusedFaults) unused.push_back(fault + " never struck");
+    printEntries("faults", unused);
     printEntry("time", describeTime(summary));
 }
 
@@ -158,6 +162,7 @@ nlohmann::json toJson(const Summary& summary) {
     for (const Failure& failure : summary.counts.firstFailures) {
         json["first_failures"].push_back({{"time_s", failure.timeS}, {"what", failure.text}});
     }
+    json["unused_faults"] = summary.unusedFaults;
     json["modes"] = nlohmann::json::array();
     for (const ModeSpan& span : summary.modes) {
         json["modes"].push_back(
@@ -179,7 +184,7 @@ int conclude(DriverSession& session, const Summary& summary) {
     } else {
         printSummary(summary, session.settings().quiet);
     }
-    if (interrupted() && !outputClosed()) printRemark("oisctl: ended early by Ctrl-C");
+    if (interrupted() && !outputClosed()) printRemark("oisctl: ended early by a signal");
     if (summary.counts.failures != 0) return kJobFailed;
     return interrupted() ? kInterrupted : kSuccess;
 }
@@ -189,6 +194,8 @@ int conclude(DriverSession& session, bool good) {
     const Tally::Counts counts = session.tally().counts();
     for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
     if (hasMoreFailures(counts)) printRemark("oisctl: " + moreFailures(counts));
+    for (const std::string& fault : session.phone().faults().unused())
+        printRemark("oisctl: --fault " + fault + " never struck");
     return good && counts.failures == 0 ? kSuccess : kJobFailed;
 }
 

@@ -36,6 +36,7 @@ struct Summary {
     std::vector<ModeSpan> modes;
     std::vector<OperationResult> operations;
     ShakeLeft shake;
+    std::vector<std::string> unusedFaults;  // those that never struck
     double simulatedS = 0;
     double wallS = 0;
     bool realTime = false;

@@ -121,6 +121,8 @@ void print(DriverSession& session, const Observation& seen, bool tripped) {
             {"defective", tripped},
             {"positions", seen.positions},
             {"of", info.coordinateNum},
+            {"largest_error_below", info.max_error_threshold},
+            {"sum_of_errors_below", info.max_sum_error_threshold},
             {"driver_error", tripped ? nlohmann::json(driver.mActuatorDefectError) : nlohmann::json()},
             {"simulated_s", session.nowS()}};
         for (size_t axis = 0; axis < seen.axes.size(); ++axis) {

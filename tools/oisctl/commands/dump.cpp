@@ -10,6 +10,7 @@
 #include "driver_session.h"
 #include "dump_files.h"
 #include "errors.h"
+#include "file_content.h"
 #include "summary.h"
 #include "terminal.h"
 
@@ -30,7 +31,8 @@ void show(const std::filesystem::path& file, const Options& options) {
         printLine(json ? nlohmann::json{{"file", copy}}.dump() : copy);
         return;
     }
-    std::string text = readFile(file);
+    requireWritten(file);
+    std::string text = phone::readFile(file);
     if (json) text = nlohmann::json{{"file", file.filename().string()}, {"text", text}}.dump();
     if (text.ends_with('\n')) text.pop_back();
     printLine(text);

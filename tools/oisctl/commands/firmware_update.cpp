@@ -50,8 +50,9 @@ phone::FirmwareImage loadImage(const Options& options) {
     if (options.image.empty()) return phone::FirmwareImage::generate(*version);
     try {
         return phone::FirmwareImage::fromFile(options.image, version);
-    } catch (const std::invalid_argument& error) {
-        throw InputError(std::string("--image: ") + error.what());
+    } catch (const std::runtime_error& error) {
+        const char* hint = version ? "" : " (--image-version)";
+        throw InputError(std::string("--image: ") + error.what() + hint);
     }
 }
 

@@ -88,7 +88,6 @@ void print(DriverSession& session, const std::filesystem::path& file) {
 }
 
 int run(Options options) {
-    const InterruptGuard guard;
     requireFolder(options.folder);
     std::vector<std::string>& assignments = options.settings.assignments;
     assignments.push_back("vendor.debug.ois.dump=" + std::to_string(kDumpOtp));

@@ -77,9 +77,13 @@ Write parseWrite(const std::string& text) {
         } else {
             const int64_t number = std::stoll(value, &used, 0);
             const auto end = int64_t{1} << (kBitsPerByte * reg->size);
-            if (used == value.size() && number >= -end / 2 && number < end)
+            const int64_t least = reg->format == phone::RegisterFormat::kSigned ? -end / 2 : 0;
+            if (used == value.size() && number >= least && number < end)
                 return {reg, static_cast<uint32_t>(number)};
-            if (used == value.size()) throw refuse("the register holds 0 to " + std::to_string(end - 1));
+            if (used == value.size()) {
+                throw refuse("the register holds " + std::to_string(least) + " to " +
+                             std::to_string(end - 1));
+            }
         }
     } catch (const std::logic_error&) {  // what std::stof throws; told below
     }
@@ -110,7 +114,7 @@ void printTable(const std::vector<uint32_t>& values, const std::vector<uint32_t>
     table.print();
 }
 
-void printJson(const std::vector<uint32_t>& values) {
+nlohmann::json toJson(const std::vector<uint32_t>& values) {
     nlohmann::json list = nlohmann::json::array();
     for (size_t i = 0; i < values.size(); ++i) {
         const phone::RegisterInfo& reg = phone::registers()[i];
@@ -120,7 +124,7 @@ void printJson(const std::vector<uint32_t>& values) {
                         {"value", values[i]},
                         {"text", valueText(reg, values[i])}});
     }
-    printLine(list.dump());
+    return list;
 }
 
 void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
@@ -135,13 +139,13 @@ void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
 }
 
 void watch(DriverSession& session, const Options& options, std::vector<uint32_t> before) {
-    const InterruptGuard guard;
     const double endS = session.nowS() + options.seconds;
     while (!interrupted() && (options.seconds <= 0 || session.nowS() < endS)) {
         session.sleepUs(static_cast<int64_t>(options.intervalS * kMicrosPerSecond));
         std::vector<uint32_t> values = readAll(session);
         if (options.settings.json) {
-            printJson(values);
+            const nlohmann::json look{{"simulated_s", session.nowS()}, {"registers", toJson(values)}};
+            printLine(look.dump());
         } else {
             printChanges(session, values, before);
         }
@@ -169,7 +173,7 @@ int run(Options options) {
     }
     std::vector<uint32_t> values = readAll(session);
     if (options.settings.json) {
-        printJson(values);
+        printLine(toJson(values).dump());
     } else {
         printTable(values, before);
     }

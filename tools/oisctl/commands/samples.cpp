@@ -57,7 +57,6 @@ void printSamples(const OISDrv& driver, bool json) {
 }
 
 int run(const Options& options) {
-    const InterruptGuard guard;
     DriverSession session(options.settings,
                           options.settings.verbose ? Narration::kCalls : Narration::kNothing);
     if (!session.behindHub() || !session.module().hasOis) {

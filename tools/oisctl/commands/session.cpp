@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -110,14 +111,14 @@ Settings withScenario(Settings settings, const Scenario& scenario) {
     if (scenario.motion && settings.motion.empty()) settings.motion = *scenario.motion;
     // What the command line says goes before what the scenario says.
     std::vector<std::string> assignments;
-    for (const auto& [key, value] : scenario.properties) assignments.push_back(key + "=" + value);
+    for (const auto& [key, value] : scenario.properties)
+        assignments.push_back(std::string(key).append("=").append(value));
     settings.assignments.insert(settings.assignments.begin(), assignments.begin(), assignments.end());
     settings.faults.insert(settings.faults.begin(), scenario.faults.begin(), scenario.faults.end());
     return settings;
 }
 
 int run(const Options& options) {
-    const InterruptGuard guard;
     if (options.scenario.empty()) {
         for (const std::string& name : options.operations)
             static_cast<void>(operationNumber(name, std::nullopt));
@@ -142,22 +143,26 @@ void addSession(CLI::App& app, Job& job) {
     auto options = std::make_shared<Options>();
     CLI::App* command =
         app.add_subcommand("session", "Run a camera session: open, stream, modes, operations, close");
-    command
-        ->add_option("--scenario", options->scenario,
-                     "Play a timeline of 3A requests instead ('oisctl scenarios')")
-        ->type_name("NAME|FILE");
+    CLI::Option* scenario = command
+                                ->add_option("--scenario", options->scenario,
+                                             "Play a timeline of 3A requests instead ('oisctl scenarios')")
+                                ->type_name("NAME|FILE");
     command->add_option("--modes", options->modes, "Modes to go through")
         ->delimiter(',')
         ->type_name("N,N")
-        ->allow_extra_args(false);
+        ->check(inRange(std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()))
+        ->allow_extra_args(false)
+        ->excludes(scenario);
     command->add_option("--operations", options->operations, "Operations to run")
         ->delimiter(',')
         ->type_name("NAME,NAME")
-        ->allow_extra_args(false);
+        ->allow_extra_args(false)
+        ->excludes(scenario);
     command->add_option("--hold", options->holdS, "Seconds to stay in each mode")
         ->type_name("S")
         ->check(inRange(0.0, 86400.0))
-        ->capture_default_str();
+        ->capture_default_str()
+        ->excludes(scenario);
     addPhoneOptions(*command, options->settings);
     command->footer(
         "Examples:\n"
