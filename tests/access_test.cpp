@@ -26,16 +26,8 @@ using Texts = std::vector<std::string>;
 constexpr uint32_t kLens = 0x20003;
 
 MediaEntity entity(uint32_t id, const std::string& name, uint32_t type = kLens, bool hasLink = true) {
-    MediaEntity made;
-    made.id = id;
-    made.name = name;
-    made.type = type;
-    made.groupId = 7;
-    made.major = 81;
-    made.minor = 200 + id;
-    made.node = "v4l-subdev" + std::to_string(100 + id);
-    made.hasLink = hasLink;
-    return made;
+    const std::string node = "v4l-subdev" + std::to_string(100 + id);
+    return {id, name, type, 7, 81, 200 + id, node, hasLink, nullptr};
 }
 MediaDevice device(int number, const std::string& model, std::vector<MediaEntity> entities = {}) {
     return {number, model, "some-driver", "", "", std::move(entities)};
@@ -59,12 +51,9 @@ class Walk : public DriverTest {
             EXPECT_EQ(descriptor, -1);
             return "";
         }
-        std::string path;
-        for (const phone::Event& event : phone.trace().events(phone::EventKind::kFile)) {
-            if (event.name == "open" && event.result == descriptor) path = text(event, "path");
-        }
         close(descriptor);
-        return path;
+        const Texts opened = paths("open");
+        return opened.back();
     }
     static std::string text(const phone::Event& event, const char* field) {
         const phone::Field* const found = phone::findField(event, field);
@@ -78,70 +67,44 @@ class Walk : public DriverTest {
         }
         return paths;
     }
-    int64_t enumerations() {
-        const auto requests = phone.trace().events(phone::EventKind::kMedia);
-        return std::ranges::count(requests, "ENUM_ENTITIES", &phone::Event::name);
-    }
+    size_t enumerations() { return phone.trace().events(phone::EventKind::kMedia).size() - 1; }
 };
 
 TEST_F(Walk, MediaDevicesAreMatchedByTheBeginningOfTheirModel) {
     phone.media().setDevices({device(0, "nxa_camera_isp"), device(2, "nxa_camera_af"),
                               device(5, "nxa_camera_af2"), device(31, "last"), device(32, "beyond")});
-    const struct {
-        const char* name;
-        const char* lastTried;
-        bool found;
-    } cases[] = {{"nxa_camera_af", "/dev/media2", true},
-                 {"nxa_camera_af2", "/dev/media5", true},
-                 {"", "/dev/media0", true},
-                 {"last", "/dev/media31", true},
-                 {"nxa_camera_af22", "/dev/media31", false},
-                 {"beyond", "/dev/media31", false},
-                 {"some-driver", "/dev/media31", false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    const std::pair<const char*, int> cases[] = {
+        {"nxa_camera_af", 2}, {"nxa_camera_af2", 5}, {"", 0}, {"last", 31}, {"nxa_camera_af22", -1},
+        {"beyond", -1},       {"some-driver", -1}};
+    for (const auto& [model, number] : cases) {
+        SCOPED_TRACE(model);
         phone.trace().clear();
-        const int32_t descriptor = driver.GetV4l2MediaDevice(c.name);
-        EXPECT_EQ(descriptor >= 0, c.found);
-        EXPECT_EQ(paths("open").back(), c.lastTried);
+        const int32_t descriptor = driver.GetV4l2MediaDevice(model);
+        EXPECT_EQ(descriptor >= 0, number >= 0);
+        EXPECT_EQ(paths("open").back(), "/dev/media" + std::to_string(number < 0 ? 31 : number));
         if (descriptor >= 0) close(descriptor);
         EXPECT_EQ(phone.kernel().openNodes(), 0U);
     }
     EXPECT_EQ(driver.GetV4l2MediaDevice(nullptr), -1);
 }
 
-TEST_F(Walk, DevicesThatCannotBeOpenedOrAskedAreSkipped) {
-    phone.media().setDevices(
-        {device(0, "nxa_camera_af"), device(2, "nxa_camera_af"), device(3, "nxa_camera_af")});
-    phone.faults().add(phone::parseFault("open./dev/media0:errno=EACCES"));
-    phone.faults().add(phone::parseFault("media.DEVICE_INFO@1:errno=EIO"));
-    const int32_t descriptor = driver.GetV4l2MediaDevice("nxa_camera_af");
-    EXPECT_EQ(messages(),
-              (Texts{"[GetV4l2MediaDevice] Cannot open '/dev/media0': 13, Permission denied",
-                     "[GetV4l2MediaDevice] Cannot open '/dev/media1': 2, No such file or directory",
-                     "[GetV4l2MediaDevice] Failed to get device info for /dev/media2",
-                     "[GetV4l2MediaDevice] Found media device (nxa_camera_af)"}));
-    EXPECT_EQ(paths("close"), Texts{"/dev/media2"});
-    EXPECT_GE(descriptor, 0);
-    close(descriptor);
-}
-
-TEST_F(Walk, EntitiesAreMatchedByTheBeginningOfTheirName) {
+TEST_F(Walk, LensesAreMatchedByTheBeginningOfTheirName) {
     setEntities(
         {entity(1, "abc 1-000a", 0x20001), entity(2, "ab"), entity(3, "abc 2-000c"), entity(4, "abcd")});
-    EXPECT_EQ(found("abc"), "/dev/v4l-subdev103");
-    EXPECT_EQ(found("abc 2-000c"), "/dev/v4l-subdev103");
-    EXPECT_EQ(found(""), "/dev/v4l-subdev102");  // the first lens
-    EXPECT_EQ(found("ABC"), "");
-    EXPECT_EQ(found("abc 1"), "");  // no lens
+    const std::pair<const char*, const char*> cases[] = {{"abc", "/dev/v4l-subdev103"},
+                                                         {"abc 2-000c", "/dev/v4l-subdev103"},
+                                                         {"", "/dev/v4l-subdev102"},
+                                                         {"ABC", ""},
+                                                         {"abc 1", ""}};
+    for (const auto& [name, node] : cases) EXPECT_EQ(found(name), node) << name;
     EXPECT_EQ(messages().back(), "[GetV4l2SubDevice] Done enumerating media entities, Invalid argument\n");
-    EXPECT_EQ(enumerations(), 5);
+    EXPECT_EQ(enumerations(), 5U);
 }
 
 TEST_F(Walk, SparseIdsAreSeenAsOftenAsTheCounterReachesThem) {
     setEntities({entity(1, "one"), entity(40, "forty"), entity(41, "lens")});
     EXPECT_EQ(found("lens"), "");
-    EXPECT_EQ(enumerations(), 32);
+    EXPECT_EQ(enumerations(), 32U);
     EXPECT_EQ(found("forty"), "/dev/v4l-subdev140");
 }
 
@@ -155,36 +118,38 @@ TEST_F(Walk, BrokenLinksAreSkipped) {
               "[GetV4l2SubDevName] readlink failed error(No such file or directory).");
 }
 
-TEST_F(Walk, CallsComeInOrderAndTheMediaNodeIsClosedLast) {
+TEST_F(Walk, WhatCannotBeOpenedOrAskedIsSkippedAndTheMediaNodeIsClosedLast) {
     setEntities({entity(3, "lens 2-000c")});
+    phone.media().change(
+        [](auto& devices) { devices.push_back(device(3, "nxa_camera_af", devices[0].entities)); });
+    fault("open./dev/media0:errno=EACCES");
+    fault("media.DEVICE_INFO@1:errno=EIO");
     const int32_t descriptor = driver.GetV4l2SubDevice("lens");
     Texts calls;
     for (const phone::Event& event : phone.trace().events()) {
-        if (event.kind == phone::EventKind::kMessage) {
-            calls.push_back(event.text);
-        } else {
-            const std::string path = text(event, "path");
-            calls.push_back(path.empty() ? event.name : event.name + " " + path);
-        }
+        const std::string path = text(event, "path");
+        calls.push_back(!event.text.empty() ? event.text : event.name + (path.empty() ? "" : " " + path));
     }
+    const std::string device = "[GetV4l2MediaDevice] ";
     const std::string walk = "[GetV4l2SubDevice] ";
     EXPECT_EQ(calls,
-              (Texts{"open /dev/media0",
-                     "[GetV4l2MediaDevice] Cannot open '/dev/media0': 2, No such file or directory",
-                     "open /dev/media1", "DEVICE_INFO",
-                     "[GetV4l2MediaDevice] Found media device (nxa_camera_af)", "ENUM_ENTITIES",
+              (Texts{"open /dev/media0", device + "Cannot open '/dev/media0': 13, Permission denied",
+                     "open /dev/media1", "DEVICE_INFO", device + "Failed to get device info for /dev/media1",
+                     "close /dev/media1", "open /dev/media2",
+                     device + "Cannot open '/dev/media2': 2, No such file or directory", "open /dev/media3",
+                     "DEVICE_INFO", device + "Found media device (nxa_camera_af)", "ENUM_ENTITIES",
                      walk + "entity name lens 2-000c, type 0x20003, group id 7, major 81 minor 203\n",
                      walk + "driver name:lens entity name:lens 2-000c", "readlink /sys/dev/char/81:203",
                      "[GetV4l2SubDevName] readlink:/dev/v4l-subdev103\n", "open /dev/v4l-subdev103",
                      walk + "Open subdev : " + std::to_string(descriptor) + " (/dev/v4l-subdev103)\n",
-                     "close /dev/media1"}));
+                     "close /dev/media3"}));
     close(descriptor);
 }
 
 TEST_F(Walk, ASubDeviceThatCannotBeOpenedLeavesItsErrno) {
     setEntities({entity(3, "lens")});
-    phone.faults().add(phone::parseFault("open./dev/v4l-subdev103:errno=EBUSY"));
-    phone.faults().add(phone::parseFault("close./dev/media1:errno=EIO"));
+    fault("open./dev/v4l-subdev103:errno=EBUSY");
+    fault("close./dev/media1:errno=EIO");
     errno = 0;
     EXPECT_EQ(driver.GetV4l2SubDevice("lens"), -1);
     EXPECT_EQ(errno, EBUSY);
@@ -207,7 +172,7 @@ TEST_F(Walk, PathsAreCutToTheirBuffers) {
     EXPECT_EQ(paths("readlink"), Texts{"/sys/dev/char/4294967295:429496"});
 
     // A target without a slash is the component itself.
-    phone.faults().add(phone::parseFault("readlink:garbage=61"));
+    fault("readlink:garbage=61");
     EXPECT_EQ(driver.GetV4l2SubDevName(81, 201, path), 1);
     EXPECT_EQ(path, "/dev/" + std::string(26, 'a'));
 }
@@ -225,35 +190,33 @@ class Transport : public DriverTest {
 
 TEST_F(Transport, TheWayFollowsFromWhatIsUp) {
     const struct {
-        const char* what;
         bool useSensorHub;
         bool hubEnabled;
         bool useCustomCmd;
         bool subDeviceOpen;
         Texts keys;
+        FaultPoint point;
     } cases[] = {
-        {"sub-device, hub left over", false, true, true, true, {"SET_MODE"}},
-        {"nothing open", false, false, true, false, {}},
-        {"hub not up, sub-device open", true, false, true, true, {"SET_MODE"}},
-        {"hub not up, nothing open", true, false, true, false, {}},
-        {"hub, relayed", true, true, true, true, {"SET_MODE"}},
-        {"hub, parsed", true, true, false, true, {"BYPASS_DISABLE", "WRITE_REGISTER"}},
+        {false, true, true, true, {"SET_MODE"}, FaultPoint::kRequest},
+        {false, true, true, false, {}, {}},
+        {true, false, true, true, {"SET_MODE"}, FaultPoint::kRequest},
+        {true, false, true, false, {}, {}},
+        {true, true, true, true, {"SET_MODE"}, FaultPoint::kHubCommand},
+        {true, true, false, true, {"BYPASS_DISABLE", "WRITE_REGISTER"}, FaultPoint::kHubCommand},
     };
     open("dw9786");
     const int32_t descriptor = driver.fd_driver;
     driver.mpSensorProvider = NSCam::Utils::SensorProvider::createInstance("test");
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        driver.mOisCustInfo.useSensorHub = c.useSensorHub ? 1 : 0;
-        driver.mSensorHubEnabled = c.hubEnabled ? 1 : 0;
-        driver.mUseCustomCmd = c.useCustomCmd ? 1 : 0;
+        SCOPED_TRACE(&c - cases);
+        driver.mOisCustInfo.useSensorHub = c.useSensorHub;
+        driver.mSensorHubEnabled = c.hubEnabled;
+        driver.mUseCustomCmd = c.useCustomCmd;
         driver.fd_driver = c.subDeviceOpen ? descriptor : -1;
         forget();
         EXPECT_EQ(setMode(2), 0);
         EXPECT_EQ(sentKeys(), c.keys);
-        const bool toHub = c.useSensorHub && c.hubEnabled;
-        for (const driver_test::Sent& command : sent())
-            EXPECT_EQ(command.point, toHub ? FaultPoint::kHubCommand : FaultPoint::kRequest);
+        for (const driver_test::Sent& command : sent()) EXPECT_EQ(command.point, c.point);
     }
     driver.mOisCustInfo.useSensorHub = driver.mSensorHubEnabled = 0;
     driver.fd_driver = 0;  // a descriptor, but not one of a sub-device
@@ -275,16 +238,12 @@ TEST_F(Transport, RequestResultsArePassedOn) {
         SCOPED_TRACE(c.fault);
         forget();
         phone.faults().clear();
-        phone.faults().add(phone::parseFault(c.fault));
+        fault(c.fault);
         errno = 0;
         EXPECT_EQ(setMode(2), c.result);
         EXPECT_EQ(errno, c.error);
         EXPECT_EQ(messages(), Texts{"[ConfigOisTransfer] ConfigOisTransfer oisMode: 4   \n"});
     }
-    const int32_t descriptor = std::exchange(driver.fd_driver, 1000);
-    EXPECT_EQ(setMode(2), -1);
-    EXPECT_EQ(errno, EBADF);
-    driver.fd_driver = descriptor;
 }
 
 class Package : public DriverTest {
@@ -314,24 +273,23 @@ TEST_F(Package, RecordsAreZeroPaddedAndKeepTheLowBytes) {
 }
 
 TEST_F(Package, TheAnswerReplacesTheFirstBytesOfTheOutput) {
-    auto request = bytes("00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00");
+    std::vector<uint8_t> request(24);
     std::vector<uint8_t> out(32, 0xaa);
     EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data(), 24, 24), 0);
     const ois::OisGain gain = phone.hub().gain();
     EXPECT_EQ(std::memcmp(out.data(), &gain, 24), 0);
-    EXPECT_EQ(std::vector<uint8_t>(out.begin() + 24, out.end()), std::vector<uint8_t>(8, 0xaa));
     // No output asked for.
     EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data() + 24, 24, 0), 0);
     EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data() + 24, 24, -1), 0);
     EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), nullptr, 24, 24), 0);
-    EXPECT_EQ(out[24], 0xaa);
+    EXPECT_EQ(std::count(out.begin() + 24, out.end(), 0xaa), 8);
     // The same buffer on both sides.
     EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), request.data(), 24, 24), 0);
     EXPECT_EQ(std::memcmp(request.data(), &gain, 24), 0);
 }
 
 TEST_F(Package, NoMoreThanAPayloadComesBack) {
-    phone.faults().add(phone::parseFault("hub.COMMAND_28:garbage=5a"));
+    fault("hub.COMMAND_28:garbage=5a");
     uint8_t input = 1;
     for (const int32_t outLength : {60, 61, 300}) {
         std::vector<uint8_t> out(300, 0xaa);
@@ -356,7 +314,7 @@ TEST_F(Package, TheHubsFailuresAreNotSeen) {
     uint8_t input = 1;
     for (const char* text : {"hub.COMMAND_28:errno=EIO", "hub.COMMAND_28:result=-9"}) {
         phone.faults().clear();
-        phone.faults().add(phone::parseFault(text));
+        fault(text);
         EXPECT_EQ(driver.CustomCmdPackage(28, &input, nullptr, 1, 0), 0);
         EXPECT_EQ(driver.ConfigOisTransfer(kSetModeRequest, 28, &input, nullptr, 1, 0), 0);
     }

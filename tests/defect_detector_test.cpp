@@ -6,11 +6,8 @@
 
 namespace {
 
-using driver_test::answer;
 using driver_test::bytes;
 using driver_test::DumpTest;
-using driver_test::failure;
-using driver_test::result;
 using Keys = std::vector<std::string>;
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
@@ -47,23 +44,17 @@ class DefectDetector : public DumpTest {
     }
     // The hall sensors read these, one after the other, whatever the target.
     void answerHall(std::vector<Hall> readings) {
-        decide = [this, readings = std::move(readings)](
-                     phone::FaultPoint, std::string_view key,
-                     std::span<const uint8_t> input) -> std::optional<phone::FaultEffect> {
-            if (key != "GET_HALL") return std::nullopt;
+        onCommand("GET_HALL", [this, readings = std::move(readings)](auto input) {
             std::vector<uint8_t> record(input.begin(), input.end());
             std::memcpy(&record[16], &readings.at(mReads++), sizeof(Hall));
             return answer(record);
-        };
+        });
         mReads = 0;
     }
-    std::vector<Hall> targets() {
-        std::vector<Hall> found;
-        for (const driver_test::Sent& command : sent()) {
-            if (command.key != "SET_FIX_MODE") continue;
-            found.emplace_back();
-            std::memcpy(&found.back(), &command.bytes[8], sizeof(Hall));
-        }
+    // Of that coordinate, from the record that was sent for it.
+    Hall target(size_t coordinate) {
+        Hall found{};
+        std::memcpy(&found, &sent().at(2 * coordinate).bytes[8], sizeof found);
         return found;
     }
 
@@ -150,32 +141,17 @@ TEST_F(DefectDetector, MessagesKeepTheirSlots) {
 }
 
 TEST_F(DefectDetector, TheResultIsThatOfTheLastReadBack) {
-    struct Case {
-        std::vector<int> results;  // of the read-backs; negative: they fail
-        int32_t result;
-    };
-    for (const Case& c : {Case{{-1, 0}, 0}, {{0, 3}, 3}}) {
-        open(module({{0, 0}, {0, 0}}, kNever, kNever));
-        size_t read = 0;
-        decide = [&](phone::FaultPoint, std::string_view key,
-                     std::span<const uint8_t>) -> std::optional<phone::FaultEffect> {
-            if (key == "SET_FIX_MODE") return failure();  // never matters
-            if (key != "GET_HALL") return std::nullopt;
-            const int value = c.results.at(read++);
-            return value < 0 ? failure() : result(value);
-        };
-        EXPECT_EQ(driver.DetectActutorDefect(), c.result);
-        EXPECT_EQ(read, 2U);
-        decide = nullptr;
-        driver.Uninit();
-    }
+    open(module({{0, 0}, {0, 0}}, kNever, kNever));
+    fault("SET_FIX_MODE:errno=EIO");  // never matters
+    fault("GET_HALL@1:errno=EIO");
+    fault("GET_HALL@4:result=3");
+    EXPECT_EQ(driver.DetectActutorDefect(), 0);
+    EXPECT_EQ(driver.DetectActutorDefect(), 3);
 }
 
 TEST_F(DefectDetector, AControllerThatDoesNotAnswerLooksDefective) {
     open(module({{0, 0}, {400, 0}}, 300, kNever));
-    decide = [](phone::FaultPoint, std::string_view, std::span<const uint8_t>) {
-        return std::optional(failure());
-    };
+    fault("request:errno=EIO");
     EXPECT_EQ(driver.DetectActutorDefect(), -1);
     EXPECT_EQ(driver.mActuatorDefectError, 500);  // the hall values are still zero
 }
@@ -193,15 +169,15 @@ TEST_F(DefectDetector, IndicesPastTheArraysReadWhatFollowsThem) {
     std::memcpy(info.mOisIcName, &behind, sizeof behind);
     open(description);
     EXPECT_EQ(driver.DetectActutorDefect(), 0);
-    const std::vector<Hall> found = targets();
-    ASSERT_EQ(found.size(), kCount);
-    EXPECT_EQ(found[199].x, 100 + 199);
-    EXPECT_EQ(found[199].y, -100 + 1199);
-    EXPECT_EQ(found[200].x, 100 + 1000);
-    EXPECT_EQ(found[200].y, -100 + 5000);
-    EXPECT_EQ(found[400].x, 100 + 5000);
-    EXPECT_EQ(found[419].x, 100);  // past the structure
-    EXPECT_EQ(found[419].y, -100);
+    ASSERT_EQ(sent().size(), 2U * kCount);
+    const std::pair<size_t, Hall> cases[] = {{199, {100 + 199, -100 + 1199}},
+                                             {200, {100 + 1000, -100 + 5000}},
+                                             {400, {100 + 5000, -100}},
+                                             {419, {100, -100}}};  // past the structure
+    for (const auto& [coordinate, expected] : cases) {
+        EXPECT_EQ(target(coordinate).x, expected.x) << coordinate;
+        EXPECT_EQ(target(coordinate).y, expected.y) << coordinate;
+    }
 }
 
 TEST_F(DefectDetector, BehindTheHubTheHallIsNeverRead) {
@@ -212,9 +188,7 @@ TEST_F(DefectDetector, BehindTheHubTheHallIsNeverRead) {
     open(description);
     EXPECT_EQ(driver.DetectActutorDefect(), -1);  // centre and hall are 0 on this way
     ASSERT_EQ(sentKeys(), (Keys{"SET_FIX_MODE", "COMMAND_28"}));
-    const auto record = sent()[0].bytes;
-    EXPECT_EQ(std::vector<uint8_t>(record.begin(), record.begin() + 16),
-              bytes("14 18 00 00  00 00 00 00 00 00 00 00 0c 00 00 00"));
+    EXPECT_EQ(sent()[0].head(16), bytes("14 18 00 00  00 00 00 00 00 00 00 00 0c 00 00 00"));
 }
 
 TEST_F(DefectDetector, Operation19StartsARunAndCollectsATrippedOne) {

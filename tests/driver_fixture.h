@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <span>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +35,8 @@ struct Sent {
     phone::FaultPoint point;
     std::string key;
     std::vector<uint8_t> bytes;
+
+    std::vector<uint8_t> head(std::ptrdiff_t length) const { return {bytes.begin(), bytes.begin() + length}; }
 };
 
 class DriverTest : public ::testing::Test {
@@ -66,6 +70,11 @@ class DriverTest : public ::testing::Test {
     }
     void open(const std::string& moduleName) { open(phone::moduleByName(moduleName)); }
 
+    void setProperty(const std::string& name, int value) {
+        phone.properties().set("vendor.debug.ois." + name, std::to_string(value));
+    }
+    void fault(const std::string& text) { phone.faults().add(phone::parseFault(text)); }
+
     phone::Controller& controller() { return *phone.controller(kSensor); }
 
     std::vector<Sent> sent() {
@@ -77,6 +86,7 @@ class DriverTest : public ::testing::Test {
         for (const Sent& command : sent()) keys.push_back(command.key);
         return keys;
     }
+    int64_t count(std::string_view key) { return std::ranges::count(sent(), key, &Sent::key); }
     void forget() {
         const std::lock_guard lock(mMutex);
         mSent.clear();
@@ -102,16 +112,10 @@ class DriverTest : public ::testing::Test {
 };
 
 // A record as bytes typed by hand: "04 00 00 00".
-inline std::vector<uint8_t> bytes(std::string_view hex) {
+inline std::vector<uint8_t> bytes(const std::string& hex) {
+    std::istringstream stream(hex);
     std::vector<uint8_t> result;
-    for (size_t i = 0; i + 1 < hex.size();) {
-        if (hex[i] == ' ') {
-            ++i;
-            continue;
-        }
-        result.push_back(static_cast<uint8_t>(std::stoul(std::string(hex.substr(i, 2)), nullptr, 16)));
-        i += 2;
-    }
+    for (unsigned byte = 0; stream >> std::hex >> byte;) result.push_back(static_cast<uint8_t>(byte));
     return result;
 }
 

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -23,27 +24,15 @@ inline std::optional<std::string> textOf(const std::filesystem::path& file) {
 // Without their newlines; what stands behind the last newline counts as a line too.
 inline std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = std::min(text.find('\n', at), text.size());
-        lines.push_back(text.substr(at, end - at));
-        at = end + 1;
-    }
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
-}
-
-// The controller's answer, byte for byte.
-inline phone::FaultEffect answer(std::vector<uint8_t> record) {
-    return {.kind = phone::FaultEffect::Kind::kGarbage, .bytes = std::move(record)};
-}
-inline phone::FaultEffect failure(int error = EIO) {
-    return {.kind = phone::FaultEffect::Kind::kFail, .error = error};
-}
-inline phone::FaultEffect result(int64_t value) {
-    return {.kind = phone::FaultEffect::Kind::kResult, .result = value};
 }
 
 class DumpTest : public DriverTest {
   protected:
+    using Effect = std::optional<phone::FaultEffect>;
+
     // A sub-device module whose dump files are called ois_dump_tele_dw9786_*.txt.
     static phone::ModuleDescription dumpModule() { return phone::moduleByName("dw9786"); }
 
@@ -55,14 +44,20 @@ class DumpTest : public DriverTest {
     bool anythingDumped() { return !std::filesystem::is_empty(phone.files().dumpFolder()); }
     void removeDumpFolder() { std::filesystem::remove_all(phone.files().dumpFolder()); }
 
-    void setProperty(const std::string& name, int value) {
-        phone.properties().set("vendor.debug.ois." + name, std::to_string(value));
+    // Commands of that name meet what `effect` says.
+    void onCommand(const std::string& name, std::function<Effect(std::span<const uint8_t>)> effect) {
+        decide = [=](phone::FaultPoint, std::string_view key, std::span<const uint8_t> input) {
+            return key == name ? effect(input) : Effect{};
+        };
     }
+    // The controller's answer, byte for byte.
+    static Effect answer(const std::vector<uint8_t>& record) {
+        return phone::FaultEffect{.kind = phone::FaultEffect::Kind::kGarbage, .bytes = record};
+    }
+
     bool logged(const std::string& beginning) {
-        for (const std::string& message : messages()) {
-            if (message.starts_with(beginning)) return true;
-        }
-        return false;
+        return std::ranges::any_of(
+            messages(), [&](const std::string& message) { return message.starts_with(beginning); });
     }
     // Commands and sleeps of the calling thread, in order: "SET_MODE", "sleep 2000".
     std::vector<std::string> course() {
@@ -71,8 +66,7 @@ class DumpTest : public DriverTest {
             if (event.kind == phone::EventKind::kSubDevice || event.kind == phone::EventKind::kHub) {
                 lines.push_back(event.name);
             } else if (event.kind == phone::EventKind::kSleep) {
-                const phone::Field* us = phone::findField(event, "us");
-                lines.push_back("sleep " + (us != nullptr ? phone::toText(*us) : ""));
+                lines.push_back("sleep " + phone::toText(event.fields.at(0)));
             }
         }
         return lines;

@@ -7,9 +7,6 @@
 namespace {
 
 using driver_test::DumpTest;
-using driver_test::failure;
-using driver_test::linesOf;
-using driver_test::result;
 using phone::FlashAnswer;
 using Keys = std::vector<std::string>;
 
@@ -41,12 +38,6 @@ class FlashDump : public DumpTest {
         open(dumpModule());
         driver.mProperty.dump = 4;
     }
-    // Every request of the driver meets this.
-    void answerRequests(const phone::FaultEffect& effect) {
-        decide = [effect](phone::FaultPoint point, std::string_view, std::span<const uint8_t>) {
-            return point == phone::FaultPoint::kRequest ? std::optional(effect) : std::nullopt;
-        };
-    }
 };
 
 TEST_F(FlashDump, TwoLinesAsTyped) {
@@ -70,34 +61,33 @@ TEST_F(FlashDump, TwoLinesAsTyped) {
 }
 
 TEST_F(FlashDump, EitherKernelsAnswerIsTaken) {
-    for (const auto how : {FlashAnswer::kInPlace, FlashAnswer::kThroughPointer}) {
-        for (const uint32_t length : {0U, 1U, 8U, 9U, 1528U, 1529U, 1536U, 1537U, 4096U, 0xffffffffU}) {
-            for (const uint32_t base : {0U, 0x5000U, 0xfffffffcU}) {
-                SCOPED_TRACE(std::to_string(length) + ' ' + std::to_string(base));
-                openQuiet();
-                controller().setFlashAnswer(how);
-                const auto* buffer = driver.mOisFlashData;
-                ASSERT_NE(buffer, nullptr);
-                for (const uint8_t change :
-                     {uint8_t{0}, uint8_t{1}}) {  // a second dump does not see the first
-                    auto record = flashRecord(length, base);
-                    record.data[0] = change;
-                    controller().setFlash(record);
-                    EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
-                    EXPECT_EQ(dumped(kFlash), expectedFile(record));
-                    EXPECT_EQ(driver.mOisFlashData, buffer);
-                }
-                driver.Uninit();
-                EXPECT_EQ(driver.mOisFlashData, nullptr);
-            }
+    const auto check = [this](FlashAnswer how, uint32_t length, uint32_t base) {
+        SCOPED_TRACE(std::to_string(length) + ' ' + std::to_string(base));
+        openQuiet();
+        controller().setFlashAnswer(how);
+        const auto* buffer = driver.mOisFlashData;
+        ASSERT_NE(buffer, nullptr);
+        auto record = flashRecord(length, base);
+        for (const uint8_t change : {uint8_t{0}, uint8_t{1}}) {  // a second dump does not see the first
+            record.data[0] = change;
+            controller().setFlash(record);
+            EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
+            EXPECT_EQ(dumped(kFlash), expectedFile(record));
+            EXPECT_EQ(driver.mOisFlashData, buffer);
+        }
+        driver.Uninit();
+        EXPECT_EQ(driver.mOisFlashData, nullptr);
+    };
+    for (const uint32_t length : {0U, 1U, 8U, 9U, 1528U, 1529U, 1536U, 1537U, 4096U, 0xffffffffU}) {
+        for (const uint32_t base : {0x5000U, 0xfffffffcU}) {
+            check(FlashAnswer::kInPlace, length, base);
+            check(FlashAnswer::kThroughPointer, length, base);
         }
     }
 }
 
-TEST_F(FlashDump, TheTransferComesFirstAndItsResultLast) {
+TEST_F(FlashDump, TheTransferComesFirst) {
     openQuiet();
-    controller().setFlash(flashRecord(8, 0));
-    forget();
     EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
     EXPECT_EQ(course(), (Keys{"READ_FLASH", "sleep 2000"}));
     // What travels begins with the pointer and is all of the request.
@@ -106,50 +96,38 @@ TEST_F(FlashDump, TheTransferComesFirstAndItsResultLast) {
     char address[64];
     std::snprintf(address, sizeof address, "mOisFlashData_address 0x%08x, size 8\n",
                   static_cast<unsigned>(reinterpret_cast<uintptr_t>(driver.mOisFlashData)));
-    const std::string prefix = "[DumpOisFlashData2File] ";
-    const Keys own = messages();
-    ASSERT_GE(own.size(), 3U);
-    EXPECT_EQ(Keys(own.end() - 3, own.end()),
-              (Keys{prefix + "DumpOisFlashData2File 4\n", prefix + "creat ois ic dump file success!\n",
-                    prefix + address}));
+    EXPECT_TRUE(logged("[DumpOisFlashData2File] creat ois ic dump file success!\n"));
+    EXPECT_EQ(messages().back(), std::string("[DumpOisFlashData2File] ") + address);
+}
 
+TEST_F(FlashDump, TheSwitchDecidesOnTheFileAndTheTransferOnTheResult) {
     struct Case {
-        phone::FaultEffect effect;
+        const char* fault;
+        uint8_t dump;
         int32_t result;
-        bool isEmpty;
+        std::optional<std::string> file;
     };
-    driver.Uninit();
-    for (const Case& c : {Case{result(5), 5, false}, {failure(), -1, true}}) {
-        openQuiet();
-        controller().setFlash(flashRecord(8, 0));
-        answerRequests(c.effect);
+    const auto record = flashRecord(8, 0);
+    for (const Case& c : {Case{"READ_FLASH:result=7", 0, 7, {}},
+                          {"READ_FLASH:result=7", 3, 7, {}},
+                          {"READ_FLASH:result=7", 0xfb, 7, {}},
+                          {"READ_FLASH:result=5", 4, 5, expectedFile(record)},
+                          {"READ_FLASH:errno=EIO", 4, -1, ""}}) {
+        SCOPED_TRACE(c.fault);
+        open(dumpModule());
+        controller().setFlash(record);
+        phone.faults().clear();
+        fault(c.fault);
+        driver.mProperty.dump = c.dump;
         EXPECT_EQ(driver.DumpOisFlashData2File(), c.result);
-        EXPECT_EQ(dumped(kFlash), c.isEmpty ? "" : expectedFile(flashRecord(8, 0)));
-        decide = nullptr;
+        EXPECT_EQ(sentKeys(), Keys{"READ_FLASH"});
+        EXPECT_TRUE(logged("[DumpOisFlashData2File] DumpOisFlashData2File " + std::to_string(c.dump & 4)));
+        EXPECT_EQ(dumped(kFlash), c.file);
         driver.Uninit();
     }
 }
 
-TEST_F(FlashDump, WithoutItsSwitchTheTransferIsAllThereIs) {
-    open(dumpModule());
-    for (const int dump : {0, 3, 0xfb}) {
-        forget();
-        driver.mProperty.dump = static_cast<uint8_t>(dump);
-        answerRequests(result(7));
-        EXPECT_EQ(driver.DumpOisFlashData2File(), 7);
-        EXPECT_EQ(sentKeys(), Keys{"READ_FLASH"});
-        EXPECT_TRUE(logged("[DumpOisFlashData2File] DumpOisFlashData2File 0\n"));
-    }
-    EXPECT_FALSE(anythingDumped());
-    decide = nullptr;
-}
-
-TEST_F(FlashDump, AClosedDeviceOnlyLogs) {
-    driver.mProperty.dump = 4;
-    EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
-    EXPECT_EQ(messages().back(), "[DumpOisFlashData2File] Dev -1 , OIS error opening\n");
-    EXPECT_FALSE(anythingDumped());
-    // A descriptor of 0 counts as open, though nothing is sent to it.
+TEST_F(FlashDump, ADescriptorOfZeroCountsAsOpenThoughNothingIsSentToIt) {
     openQuiet();
     const int32_t descriptor = std::exchange(driver.fd_driver, 0);
     EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
@@ -164,9 +142,8 @@ TEST_F(FlashDump, BehindTheHubTheTransferIsRelayedAndTheDescriptorMissing) {
     auto* const buffer = driver.mOisFlashData;
     EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
     ASSERT_EQ(sentKeys(), Keys{"COMMAND_28"});
-    const auto record = sent()[0].bytes;
-    EXPECT_EQ(std::vector<uint8_t>(record.begin(), record.begin() + 4), (std::vector<uint8_t>{28, 60, 0, 0}));
-    EXPECT_EQ(std::memcmp(record.data() + 4, &buffer, sizeof buffer), 0);
+    EXPECT_EQ(sent()[0].head(4), (std::vector<uint8_t>{28, 60, 0, 0}));
+    EXPECT_EQ(std::memcmp(&sent()[0].bytes[4], &buffer, sizeof buffer), 0);
     EXPECT_EQ(driver.mOisFlashData, buffer);
     EXPECT_TRUE(logged("[DumpOisFlashData2File] Dev -1 , OIS error opening\n"));
     EXPECT_FALSE(anythingDumped());
@@ -178,16 +155,6 @@ TEST_F(FlashDump, AMissingFolderIsReported) {
     EXPECT_EQ(driver.DumpOisFlashData2File(), -3);
     EXPECT_EQ(messages().back(), "[DumpOisFlashData2File] creat ois ic dump file failed!\n");
     EXPECT_EQ(sentKeys(), Keys{"READ_FLASH"});
-}
-
-TEST_F(FlashDump, TheBringUpDumpsTheModulesFlash) {
-    setProperty("dump", 4);
-    open(dumpModule());
-    const auto text = dumped(kFlash);
-    ASSERT_TRUE(text.has_value());
-    EXPECT_EQ(*text, expectedFile(controller().state().flash));
-    EXPECT_EQ(linesOf(*text).size(), 96U);  // 768 bytes
-    EXPECT_TRUE(text->starts_with("address: 0x5000  value: 0x"));
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
+#include <iomanip>
+#include <map>
 
 #include "driver_fixture.h"
 
@@ -15,17 +18,13 @@ using Lines = std::vector<std::string>;
 // All numbers but the width and the answer's length are hexadecimal. Any byte that is not as it has to be for
 // such a record makes the line the whole record in hex.
 inline std::string recordLine(const std::vector<uint8_t>& record) {
-    const auto word = [&](size_t at) {
-        return static_cast<unsigned>(record.at(at) | record.at(at + 1) << 8 | record.at(at + 2) << 16) |
-               static_cast<unsigned>(record.at(at + 3)) << 24;
-    };
-    const unsigned id = record.at(0);
-    const unsigned answer = record.at(2);
+    uint32_t words[3] = {};
+    std::memcpy(words, &record.at(4), sizeof words);
+    const auto [a, b, c] = words;
+    const unsigned id = record[0];
+    const unsigned answer = record[2];
     const bool plain = record.size() == 64 && record[1] == 12 && record[3] == 0 &&
                        std::all_of(record.begin() + 16, record.end(), [](uint8_t byte) { return byte == 0; });
-    const unsigned a = word(4);
-    const unsigned b = word(8);
-    const unsigned c = word(12);
     char line[64] = {};
     if (plain && id == 0 && answer == b) {
         std::snprintf(line, sizeof line, "read %04x:%u %x", a, b, c);
@@ -38,12 +37,10 @@ inline std::string recordLine(const std::vector<uint8_t>& record) {
     } else if (plain && id == 17 && answer == 0 && a == 0 && b == 0 && c == 0) {
         std::snprintf(line, sizeof line, "bypass off");
     } else {
-        std::string hex;
-        for (const uint8_t byte : record) {
-            std::snprintf(line, sizeof line, hex.empty() ? "%02x" : " %02x", byte);
-            hex += line;
-        }
-        return hex;
+        std::ostringstream hex;
+        hex << std::hex << std::setfill('0');
+        for (const int byte : record) hex << std::setw(2) << byte << ' ';
+        return hex.str();
     }
     return line;
 }
@@ -58,22 +55,19 @@ class KorvaTest : public DriverTest {
     }
     void scriptReads() {
         mAnswers.clear();
-        decide = [this](phone::FaultPoint point, std::string_view,
-                        std::span<const uint8_t> input) -> std::optional<phone::FaultEffect> {
-            if (point != phone::FaultPoint::kHubCommand || input[0] != 0) return std::nullopt;
-            const unsigned reg = input[4] + input[5] * 256U;
-            for (Answer& answer : mAnswers) {
-                if (answer.reg != reg || answer.next == answer.values.size()) continue;
-                return phone::FaultEffect{.kind = phone::FaultEffect::Kind::kGarbage,
-                                          .bytes = answer.values[answer.next++]};
+        decide = [this](phone::FaultPoint point, std::string_view, std::span<const uint8_t> input) {
+            std::optional<phone::FaultEffect> effect;
+            if (point != phone::FaultPoint::kHubCommand || input[0] != 0) return effect;
+            auto& values = mAnswers[input[4] + input[5] * 256U];
+            if (!values.empty()) {
+                effect = {.kind = phone::FaultEffect::Kind::kGarbage, .bytes = values.front()};
+                values.pop_front();
             }
-            return std::nullopt;
+            return effect;
         };
     }
     // The next reads of that register give these bytes in turn, later ones what the chip says.
-    void answers(uint32_t reg, std::vector<std::vector<uint8_t>> values) {
-        mAnswers.push_back({reg, std::move(values), 0});
-    }
+    void answers(uint32_t reg, std::deque<std::vector<uint8_t>> values) { mAnswers[reg] = std::move(values); }
     void forgetAnswers() { mAnswers.clear(); }
     phone::KorvaChip& chip() { return phone.hub().chip(); }
 
@@ -86,7 +80,7 @@ class KorvaTest : public DriverTest {
         for (const phone::Event& event : phone.trace().events()) {
             if (event.kind == phone::EventKind::kHub) lines.push_back(recordLine(records.at(next++).bytes));
             if (event.kind == phone::EventKind::kSleep)
-                lines.push_back("sleep " + std::to_string(std::get<uint64_t>(event.fields[0].value)));
+                lines.push_back("sleep " + phone::toText(event.fields.at(0)));
             if (event.kind != phone::EventKind::kMessage) continue;
             const auto level = std::get<std::string>(phone::findField(event, "level")->value);
             const std::string head = event.name == "android" ? (level == "error" ? "error " : "log ") : "";
@@ -96,12 +90,7 @@ class KorvaTest : public DriverTest {
     }
 
   private:
-    struct Answer {
-        uint32_t reg;
-        std::vector<std::vector<uint8_t>> values;
-        size_t next;
-    };
-    std::vector<Answer> mAnswers;
+    std::map<uint32_t, std::deque<std::vector<uint8_t>>> mAnswers;
 };
 
 inline Lines operator+(Lines first, const Lines& second) {
@@ -109,13 +98,13 @@ inline Lines operator+(Lines first, const Lines& second) {
     return first;
 }
 
-// An idle request of a chip that is idle already.
-inline const Lines kIdleAtOnce = {"write 0000:1 0", "sleep 2000", "read 0001:1 0", "log state (1)\n"};
-// One that never becomes idle.
-inline Lines idleNever() {
+// An idle request and so many polls beyond the first, without what is said in the end.
+inline Lines idleAfter(size_t polls) {
     Lines lines = {"write 0000:1 0", "sleep 2000", "read 0001:1 0"};
-    for (int poll = 0; poll < 20; ++poll) lines = lines + Lines{"sleep 10000", "read 0001:1 0"};
-    return lines + Lines{"log retry timep_err, state (2)\n", "log state (2)\n"};
+    while (polls-- > 0) lines = lines + Lines{"sleep 10000", "read 0001:1 0"};
+    return lines;
 }
+inline const Lines kIdleAtOnce = idleAfter(0) + Lines{"log state (1)\n"};
+inline const Lines kIdleNever = idleAfter(20) + Lines{"log retry timep_err, state (2)\n", "log state (2)\n"};
 
 }  // namespace driver_test

@@ -1,6 +1,5 @@
 // The status recorder: when it starts and stops, and what it writes.
 
-#include <array>
 #include <functional>
 #include <limits>
 
@@ -8,10 +7,8 @@
 
 namespace {
 
-using driver_test::answer;
 using driver_test::bytes;
 using driver_test::DumpTest;
-using driver_test::failure;
 using driver_test::kBringUpUs;
 using driver_test::linesOf;
 using driver_test::textOf;
@@ -26,17 +23,13 @@ constexpr const char* kHeader =
 
 class StatusRecorder : public DumpTest {
   protected:
-    using OnPoll = std::function<std::optional<phone::FaultEffect>(size_t)>;
-
     // Records on the calling thread for that many polls, at least 1; `onPoll` may answer each.
-    int32_t record(size_t polls, const OnPoll& onPoll) {
+    int32_t record(size_t polls, const std::function<Effect(size_t)>& onPoll) {
         size_t poll = 0;
-        decide = [&](phone::FaultPoint, std::string_view key,
-                     std::span<const uint8_t>) -> std::optional<phone::FaultEffect> {
-            if (key != "READ_STATUS") return std::nullopt;
+        onCommand("READ_STATUS", [&](auto) {
             if (poll + 1 == polls) driver.mProperty.isRun = 0;
             return onPoll(poll++);
-        };
+        });
         driver.mProperty.isRun = 1;
         const int32_t outcome = driver.DumpGyroAccRawTargetHallData2File();
         decide = nullptr;
@@ -70,8 +63,8 @@ TEST_F(StatusRecorder, OnePollAtATimeAsTyped) {
     driver.mOisCalibInfo = {0.0F, 4.0F, -3.0F, 100, 200};
     forget();
     const auto reply = bytes(
-        "0e 00 00 00 00 00 00 00  e8 03 00 00 00 00 00 00  8f 13 00 00 00 00 00 00"
-        "01 00 ff ff 03 00  fc ff 05 00 fa ff  e8 03 18 fc  01 00 00 80"
+        "0e 00 00 00 00 00 00 00  e8 03 00 00 00 00 00 00  8f 13 00 00 00 00 00 00 "
+        "01 00 ff ff 03 00  fc ff 05 00 fa ff  e8 03 18 fc  01 00 00 80 "
         "66 00 c8 00  ff 7f 00 80  00 00 00 00");
     EXPECT_EQ(record(1, [&](size_t) { return answer(reply); }), 0);
     EXPECT_EQ(dumped(kStatus), std::string(kHeader) +
@@ -94,39 +87,30 @@ TEST_F(StatusRecorder, NumbersReadAsAStreamWouldWriteThem) {
         const char* angle;
     };
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
     constexpr int32_t kLeast = std::numeric_limits<int32_t>::min();
-    constexpr std::array<Case, 14> kCases = {{{1, 0, 3.0F, "0.333333"},
-                                              {-2, 0, 3.0F, "-0.666667"},
-                                              {12345, 0, 0.01F, "1.2345e+06"},
-                                              {12345, 0, 0.1F, "123450"},
-                                              {12345, 0, 1e9F, "1.2345e-05"},
-                                              {1, 0, 1e4F, "0.0001"},
-                                              {32767, -32768, 1.0F, "65535"},
-                                              {32767, kLeast, 1.0F, "-2.14745e+09"},
-                                              {5, 0, 0.0F, "inf"},
-                                              {5, 0, -0.0F, "-inf"},
-                                              {5, 0, kInfinity, "0"},
-                                              {-5, 0, kInfinity, "-0"},
-                                              {5, 0, kNaN, "nan"},
-                                              {3, 0, 3e38F, "1e-38"}}};
     openQuiet();
-    const auto reply = [&](size_t poll) {
-        const Case& c = kCases[poll];
+    for (const Case& c : {Case{1, 0, 3.0F, "0.333333"},
+                          {-2, 0, 3.0F, "-0.666667"},
+                          {12345, 0, 0.01F, "1.2345e+06"},
+                          {12345, 0, 0.1F, "123450"},
+                          {12345, 0, 1e9F, "1.2345e-05"},
+                          {1, 0, 1e4F, "0.0001"},
+                          {32767, -32768, 1.0F, "65535"},
+                          {32767, kLeast, 1.0F, "-2.14745e+09"},
+                          {5, 0, 0.0F, "inf"},
+                          {5, 0, -0.0F, "-inf"},
+                          {-5, 0, kInfinity, "-0"},
+                          {5, 0, std::numeric_limits<float>::quiet_NaN(), "nan"},
+                          {3, 0, 3e38F, "1e-38"}}) {
         driver.mOisCalibInfo = {0.0F, 1.0F, c.amplitude, 0, c.center};
         std::vector<uint8_t> raw(56);
         raw[0] = 255;
         std::fill_n(raw.begin() + 8, 16, uint8_t{0xff});
         std::memcpy(&raw[46], &c.hall, sizeof c.hall);
-        return answer(raw);
-    };
-    EXPECT_EQ(record(kCases.size(), reply), 0);
-    const Keys written = rows();
-    ASSERT_EQ(written.size(), kCases.size());
-    for (size_t i = 0; i < written.size(); ++i) {
-        EXPECT_TRUE(written[i].starts_with("255  18446744073709551615.18446744073709551615  0"))
-            << written[i];
-        EXPECT_TRUE(written[i].ends_with(std::string("  ") + kCases[i].angle)) << written[i];
+        EXPECT_EQ(record(1, [&](size_t) { return answer(raw); }), 0);
+        const std::string row = rows().at(0);
+        EXPECT_TRUE(row.starts_with("255  18446744073709551615.18446744073709551615  0")) << row;
+        EXPECT_TRUE(row.ends_with(std::string("  ") + c.angle)) << row;
     }
 }
 
@@ -137,11 +121,14 @@ TEST_F(StatusRecorder, ConditionsDecideBeforeTheFirstPoll) {
         int32_t requests;
         bool isWritten;
     };
-    for (const Case& c : {Case{-1, 7, 1, false}, {0, 1, 0, true}, {5, 6, 0, false}, {5, 6, 1, true}}) {
+    open(dumpModule());
+    const int32_t descriptor = driver.fd_driver;
+    for (const Case& c :
+         {Case{-1, 7, 1, false}, {0, 1, 0, true}, {descriptor, 6, 0, false}, {descriptor, 6, 1, true}}) {
         SCOPED_TRACE(std::to_string(c.descriptor) + ' ' + std::to_string(c.dump));
-        open(dumpModule());
-        const int32_t open = driver.fd_driver;
-        driver.fd_driver = c.descriptor < 1 ? c.descriptor : open;
+        std::filesystem::remove(dumpFile(kStatus));
+        forget();
+        driver.fd_driver = c.descriptor;
         driver.mProperty.dump = c.dump;
         driver.mParamsCallCount = c.requests;
         EXPECT_EQ(driver.DumpGyroAccRawTargetHallData2File(), 0);
@@ -149,9 +136,6 @@ TEST_F(StatusRecorder, ConditionsDecideBeforeTheFirstPoll) {
         EXPECT_EQ(logged("[DumpGyroAccRawTargetHallData2File] Dev -1 , OIS error opening\n"),
                   c.descriptor < 0);
         EXPECT_TRUE(sent().empty());
-        driver.fd_driver = open;
-        driver.Uninit();
-        std::filesystem::remove(dumpFile(kStatus));
     }
 }
 
@@ -168,26 +152,19 @@ TEST_F(StatusRecorder, AFailedPollWritesWhatTheRecordHolds) {
     const std::string zeros = "  0.000000  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  -0.5  0";
     openQuiet();
     driver.mOisCalibInfo = {0.0F, 2.0F, 2.0F, 1, 0};
-    const auto run = [&](size_t polls) {
-        return record(polls, [&](size_t poll) -> std::optional<phone::FaultEffect> {
+    const auto run = [&](size_t polls, size_t answered, uint8_t byte) {
+        return record(polls, [&](size_t poll) {
             // Every row is in the file before the next request leaves.
             EXPECT_EQ(rows().size(), poll);
             driver.mProperty.dumpLevel = static_cast<uint8_t>(driver.mProperty.dumpLevel + 100);
-            if (poll == 2) return answer(std::vector<uint8_t>(56));
-            return failure();
+            return poll == answered ? answer(std::vector<uint8_t>(56, byte)) : phone::FaultEffect{};
         });
     };
-    EXPECT_EQ(run(2), -1);
-    EXPECT_EQ(rows(), (Keys{"15" + zeros, "115" + zeros}));
-    driver.mProperty.dumpLevel = 200;
-    EXPECT_EQ(run(3), 0);  // the level is read anew for each poll and wraps in its byte
-    EXPECT_EQ(rows(), (Keys{"200" + zeros, "44" + zeros, "0" + zeros}));
-    driver.mProperty.dumpLevel = 1;
-    const auto answerOnce = [&](size_t poll) {
-        return poll == 0 ? answer(std::vector<uint8_t>(56, 7)) : failure();
-    };
-    EXPECT_EQ(record(2, answerOnce), -1);
-    EXPECT_EQ(rows().back(), "1" + zeros);  // nothing is left of the answer before
+    // The level is read anew for each poll and wraps in its byte; the last poll's result counts.
+    EXPECT_EQ(run(3, 2, 0), 0);
+    EXPECT_EQ(rows(), (Keys{"15" + zeros, "115" + zeros, "0" + zeros}));
+    EXPECT_EQ(run(2, 0, 7), -1);
+    EXPECT_EQ(rows().back(), "159" + zeros);  // nothing is left of the answer before
 }
 
 TEST_F(StatusRecorder, TheIntervalIsReadOnce) {
@@ -225,26 +202,18 @@ TEST_F(StatusRecorder, EngineeringRequestsStartItAndTheirCountDecidesWhoWaits) {
 }
 
 TEST_F(StatusRecorder, TheBringUpRecordsOnTheSubDeviceWay) {
-    for (const bool recorded : {true, false}) {
-        setProperty("dump", recorded ? 1 : 2);
-        setProperty("dump.level", 3);
-        fit(dumpModule());
-        forget();
-        ASSERT_EQ(driver.Init(1, 2), 1);
-        phone.clock().sleepUs(kBringUpUs);
-        Keys keys = sentKeys();
-        keys.resize(5);
-        EXPECT_EQ(keys, (Keys{"SET_CUSTOMISATION", "READ_GAIN", "READ_HALL_INFO", "READ_FLASH",
-                              recorded ? "READ_STATUS" : ""}));
-        driver.Uninit();
-        EXPECT_FALSE(driver.mInitDrvThread.joinable());
-        EXPECT_EQ(phone.kernel().openFiles(), 0U);
-        ASSERT_EQ(dumped(kStatus).has_value(), recorded);
-        if (recorded) {
-            EXPECT_EQ(rows().front().substr(0, 3), "3  ");
-        }
-        std::filesystem::remove(dumpFile(kStatus));
-    }
+    setProperty("dump", 1);
+    setProperty("dump.level", 3);
+    fit(dumpModule());
+    ASSERT_EQ(driver.Init(1, 2), 1);
+    phone.clock().sleepUs(kBringUpUs);
+    Keys keys = sentKeys();
+    keys.resize(5);
+    EXPECT_EQ(keys, (Keys{"SET_CUSTOMISATION", "READ_GAIN", "READ_HALL_INFO", "READ_FLASH", "READ_STATUS"}));
+    driver.Uninit();
+    EXPECT_FALSE(driver.mInitDrvThread.joinable());
+    EXPECT_EQ(phone.kernel().openFiles(), 0U);
+    EXPECT_EQ(rows().front().substr(0, 3), "3  ");
 }
 
 TEST_F(StatusRecorder, NothingIsRecordedBehindTheHub) {
