@@ -15,7 +15,6 @@ namespace {
 
 using driver_test::bytes;
 using driver_test::DriverTest;
-using driver_test::kSensor;
 using phone::FaultPoint;
 using phone::MediaDevice;
 using phone::MediaEntity;
@@ -52,8 +51,7 @@ class Walk : public DriverTest {
             return "";
         }
         close(descriptor);
-        const Texts opened = paths("open");
-        return opened.back();
+        return paths("open").back();
     }
     static std::string text(const phone::Event& event, const char* field) {
         const phone::Field* const found = phone::findField(event, field);
@@ -93,9 +91,9 @@ TEST_F(Walk, LensesAreMatchedByTheBeginningOfTheirName) {
         {entity(1, "abc 1-000a", 0x20001), entity(2, "ab"), entity(3, "abc 2-000c"), entity(4, "abcd")});
     const std::pair<const char*, const char*> cases[] = {{"abc", "/dev/v4l-subdev103"},
                                                          {"abc 2-000c", "/dev/v4l-subdev103"},
-                                                         {"", "/dev/v4l-subdev102"},
+                                                         {"", "/dev/v4l-subdev102"},  // the first lens
                                                          {"ABC", ""},
-                                                         {"abc 1", ""}};
+                                                         {"abc 1", ""}};  // no lens
     for (const auto& [name, node] : cases) EXPECT_EQ(found(name), node) << name;
     EXPECT_EQ(messages().back(), "[GetV4l2SubDevice] Done enumerating media entities, Invalid argument\n");
     EXPECT_EQ(enumerations(), 5U);
@@ -197,11 +195,11 @@ TEST_F(Transport, TheWayFollowsFromWhatIsUp) {
         Texts keys;
         FaultPoint point;
     } cases[] = {
-        {false, true, true, true, {"SET_MODE"}, FaultPoint::kRequest},
-        {false, true, true, false, {}, {}},
-        {true, false, true, true, {"SET_MODE"}, FaultPoint::kRequest},
-        {true, false, true, false, {}, {}},
-        {true, true, true, true, {"SET_MODE"}, FaultPoint::kHubCommand},
+        {false, true, true, true, {"SET_MODE"}, FaultPoint::kRequest},    // sub-device; a hub left over
+        {false, true, true, false, {}, {}},                               // nothing open
+        {true, false, true, true, {"SET_MODE"}, FaultPoint::kRequest},    // hub not up, sub-device open
+        {true, false, true, false, {}, {}},                               // hub not up, nothing open
+        {true, true, true, true, {"SET_MODE"}, FaultPoint::kHubCommand},  // hub, relayed
         {true, true, false, true, {"BYPASS_DISABLE", "WRITE_REGISTER"}, FaultPoint::kHubCommand},
     };
     open("dw9786");

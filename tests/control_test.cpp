@@ -10,7 +10,6 @@ namespace {
 
 using driver_test::bytes;
 using driver_test::DriverTest;
-using driver_test::kBringUpUs;
 using Keys = std::vector<std::string>;
 
 constexpr const char* kHubModule = "korvas4sw-hub";

@@ -234,12 +234,15 @@ TEST_F(Korva, ChecksumIsTheWrappingWordSum) {
 
     std::mt19937 random(5);
     for (size_t size = 0; size <= 65535; size += size < 200 || size > 65530 ? 1 : 6533) {
-        // Exactly that many bytes, so that a read past the end is one past an allocation.
-        std::vector<uint8_t> image(size);
+        // At an odd address, and exactly that many bytes, so that a read past the end is one past an
+        // allocation.
+        std::vector<uint8_t> image(size + 1);
         for (uint8_t& byte : image) byte = static_cast<uint8_t>(random());
         unsigned expected = 0;
-        for (size_t i = 0; i + 1 < size; i += 2) expected += image[i] + 256U * image[i + 1];
-        EXPECT_EQ(sum(image), expected % 65536U) << size;
+        for (size_t i = 1; i + 1 < image.size(); i += 2) expected += image[i] + 256U * image[i + 1];
+        EXPECT_EQ(driver.korvas4sw_fw_checksum(image.data() + 1, static_cast<uint16_t>(size)),
+                  expected % 65536U)
+            << size;
     }
 }
 

@@ -137,7 +137,7 @@ TEST_F(Log, GatesDecidePerSinkAndLevel) {
             arrived += text[1] == 'o' ? 'E' : text[1] == 't' ? 'I' : 'D';
         EXPECT_EQ(arrived, c.debugLog);
         arrived.clear();
-        for (const Line& line : unified.lines) arrived += "-E-I-D"[line.level];
+        for (const Line& line : unified.lines) arrived += line.level == 1 ? 'E' : line.level == 3 ? 'I' : 'D';
         EXPECT_EQ(arrived, c.unified);
     }
 }
