@@ -1,8 +1,5 @@
 // Clock check and firmware update.
 
-#include <algorithm>
-#include <cerrno>
-
 #include "kernel/kernel.h"
 #include "korva_course.h"
 

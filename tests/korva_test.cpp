@@ -233,7 +233,7 @@ TEST_F(Korva, ChecksumIsTheWrappingWordSum) {
     EXPECT_EQ(sum(bytes("ff ff 01 00")), 0);
 
     std::mt19937 random(5);
-    for (size_t size = 0; size <= 65535; size += size < 200 || size > 65530 ? 1 : 6533) {
+    for (size_t size = 0; size <= 65535; size += size < 200 || size >= 65530 ? 1 : 6533) {
         // At an odd address, and exactly that many bytes, so that a read past the end is one past an
         // allocation.
         std::vector<uint8_t> image(size + 1);

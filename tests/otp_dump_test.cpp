@@ -68,6 +68,7 @@ class OtpDump : public DumpTest {
         driver.mProperty.dump = 2;
         for (size_t i = 0; i < sizeof otp.image; ++i) otp.image[i] = static_cast<uint8_t>(i);
         otp.image[0] = 1;
+        std::fill(std::begin(otp.reserved), std::end(otp.reserved), uint8_t{0xee});
         for (size_t i = 0; i < 15; ++i) map[i] = static_cast<uint16_t>(0x101 + 3 * i);
         for (size_t i = 16; i < 75; ++i) map[i] = static_cast<uint16_t>(0xb000 + 3 * i);
         map[8] = 0x3fe;

@@ -122,9 +122,10 @@ TEST_F(Parameters, ZoomActiveOisIsSwitchedAtTheLimitAndByTheDynamicMode) {
     }
 }
 
-TEST_F(Parameters, AngleActiveOisFollowsDynamicModeAndScene) {
+TEST_F(Parameters, AngleActiveOisFollowsDynamicModeSceneAndSwitch) {
     struct Step {
         int dynamic;
+        uint8_t withoutAngle;  // the switch
         int32_t scene;
         const char* record;  // empty: nothing is sent
         int32_t previous;
@@ -133,13 +134,15 @@ TEST_F(Parameters, AngleActiveOisFollowsDynamicModeAndScene) {
         info.actOisSupport = 1;
         info.actOisAngle = 1.5F;
     });
-    for (const Step& step : {Step{1, 12, "01 00 00 00 01 00 00 00", 1},
-                             {2, 12, "02 00 00 00 00 00 c0 3f", 2},
-                             {2, 12, "", 2},
-                             {5, 12, "", 2},     // nothing, and the state before stands
-                             {1, 13, "", 1}}) {  // blocked by the scene, yet remembered
+    for (const Step& step : {Step{1, 0, 12, "01 00 00 00 01 00 00 00", 1},
+                             {2, 0, 12, "02 00 00 00 00 00 c0 3f", 2},
+                             {2, 0, 12, "", 2},
+                             {5, 0, 12, "", 2},  // nothing, and the state before stands
+                             {5, 1, 12, "05 00 00 00 01 00 00 00", 5},
+                             {1, 0, 13, "", 1}}) {  // blocked by the scene, yet remembered
         SCOPED_TRACE(step.dynamic);
         setProperty("dynamic", step.dynamic);
+        driver.mProperty.actOis = step.withoutAngle;
         params.act_scene = step.scene;
         forget();
         apply();
@@ -222,15 +225,19 @@ TEST_F(Parameters, FailedOperationIsNotRemembered) {
     EXPECT_EQ(driver.mLastEngOperation, 0);
 }
 
-TEST_F(Parameters, FixTargetSendsTheRecordAtTheEnd) {
-    open(plainModule());
-    driver.mProperty.fixTarget = driver.mProperty.statusCheck = 1;
+TEST_F(Parameters, FixTargetSendsTheRecordAtTheEndAndTheHubLessOfIt) {
+    const std::string record = "01 00 00 00 00 00 00 00 07 00 00 00 09 00 00 00 00 00 00 00 ";
     setProperty("tarx", 7);
     setProperty("tary", 9);
-    apply();
-    EXPECT_EQ(sentKeys(), (Keys{"SET_MODE", "CHECK_STATUS", "SET_FIX_MODE"}));
-    EXPECT_EQ(sent().back().bytes,
-              bytes("01 00 00 00 00 00 00 00 07 00 00 00 09 00 00 00 00 00 00 00 00 00 00 00"));
+    for (const bool hub : {false, true}) {
+        open(hub ? phone::moduleByName(kHubModule) : plainModule());
+        driver.mProperty.fixTarget = driver.mProperty.statusCheck = 1;
+        apply();
+        EXPECT_EQ(sent().back().key, "SET_FIX_MODE");
+        EXPECT_EQ(sent().back().head(24), bytes(hub ? "14 14 00 00 " + record : record + "00 00 00 00"));
+        EXPECT_EQ(count("CHECK_STATUS"), hub ? 0 : 1);
+        driver.Uninit();
+    }
 }
 
 TEST_F(Parameters, TemperatureIsSentInStepsOfFiveDegrees) {
