@@ -58,6 +58,7 @@ TEST_F(Korva, TheParserTranslatesFourIdsAndRelaysTheRest) {
 TEST_F(Korva, ModeOffAndCompensation) {
     openIdle();
     int32_t off = 0;
+    EXPECT_EQ(driver.KorvaCmdParse(4, nullptr, nullptr, 4, 0), 0);  // no mode, nothing sent
     driver.KorvaCmdParse(4, &off, nullptr, 4, 0);
     driver.mAccParams.enable = 7;
     driver.mAccParams.distanceF = 250.0F;
