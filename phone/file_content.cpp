@@ -41,4 +41,11 @@ std::string readTextFile(const std::filesystem::path& file) {
     return text;
 }
 
+std::string_view trimmed(std::string_view line) {
+    constexpr std::string_view kBlanks = " \t\r";
+    const size_t first = line.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) return {};
+    return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
+}
+
 }  // namespace phone

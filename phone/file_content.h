@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace phone {
 
@@ -11,5 +12,8 @@ std::string readFile(const std::filesystem::path& file);
 
 // The same for text; one with a zero byte is refused.
 std::string readTextFile(const std::filesystem::path& file);
+
+// A line without the blanks around it.
+std::string_view trimmed(std::string_view line);
 
 }  // namespace phone

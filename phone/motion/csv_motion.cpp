@@ -18,13 +18,6 @@ constexpr size_t kColumns = 7;
 constexpr std::array<std::string_view, kColumns> kNames = {
     "time_s", "gyro_x_rad_s", "gyro_y_rad_s", "gyro_z_rad_s", "acc_x_m_s2", "acc_y_m_s2", "acc_z_m_s2"};
 
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view kSpace = " \t\r";
-    const size_t first = text.find_first_not_of(kSpace);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
-}
-
 std::vector<std::string_view> split(std::string_view line) {
     std::vector<std::string_view> cells;
     for (size_t begin = 0;;) {

@@ -84,13 +84,6 @@ std::optional<int32_t> parseInt32(std::string_view text) {
     return static_cast<int32_t>(negative ? -value : value);
 }
 
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view kBlank = " \t\r";
-    const size_t first = text.find_first_not_of(kBlank);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
-}
-
 void checkStorable(std::string_view key, std::string_view value) {
     if (key.empty()) throw std::invalid_argument("a property needs a name before the '='");
     if (value.size() > kPropertyValueMax) {
