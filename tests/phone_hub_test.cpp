@@ -199,7 +199,6 @@ TEST_F(HubTest, TheChannelDeliversTheMotionAtItsInterval) {
     EXPECT_FALSE(provider->getAllSensorData(kOis, samples));
     phone.motion().set(phone::makeBuiltinMotion("walk"));
     ASSERT_TRUE(provider->enableSensor(kOis, 5));
-    EXPECT_TRUE(provider->isEnabled(kOis));
     const int64_t startUs = phone.clock().nowUs();
     phone.clock().sleepUs(52000);
     ASSERT_TRUE(provider->getAllSensorData(kOis, samples));
@@ -216,8 +215,6 @@ TEST_F(HubTest, TheChannelDeliversTheMotionAtItsInterval) {
     phone.clock().sleepUs(100 * kSecondUs);
     provider->getAllSensorData(kOis, samples);
     EXPECT_EQ(samples.size(), phone::kSampleQueueDepth);
-    EXPECT_EQ(provider->disableSensor(kOis), 0);
-    EXPECT_FALSE(provider->isEnabled(kOis));
 }
 
 TEST_F(HubTest, RelayedCommandsTakeEffect) {
@@ -259,25 +256,11 @@ TEST_F(HubTest, RelayedCommandsTakeEffect) {
     EXPECT_EQ(lensMode(), phone::StabiliserMode::kOff);
 }
 
-TEST_F(HubTest, FaultsStrikeCommandsAndShowInTheTrace) {
-    const std::tuple<const char*, int32_t, uint8_t, uint64_t> cases[] = {
-        {"READ_REGISTER:errno=EBUSY", -EBUSY, 0x02, 0},
-        {"READ_REGISTER:lost", 0, 0x02, 0},
-        {"READ_REGISTER:garbage=ff00", 0, 0xff, 1},
-    };
-    for (const auto& [fault, result, answer, reached] : cases) {
-        SCOPED_TRACE(fault);
-        phone.faults().clear();
-        phone.faults().add(phone::parseFault(fault));
-        ois::OisCustomCmd record = command(0, {2, 1, 0}, 1);
-        EXPECT_EQ(provider->customCmd(kOis, &record), result);
-        EXPECT_EQ(record.payload[0], answer);
-        EXPECT_EQ(phone.hub().relayed(0).count, reached);
-        EXPECT_EQ(phone.trace().events(phone::EventKind::kHub).back().fault, fault);
-    }
+TEST_F(HubTest, OverlongCommandsAreRefused) {
     ois::OisCustomCmd overlong = command(18, {0});
     overlong.inputLength = 61;
     EXPECT_LT(send(overlong), 0);
+    EXPECT_EQ(phone.hub().relayed(18).count, 0U);
 }
 
 TEST(HubLifetimeTest, AProviderOutlivesThePhoneHarmlessly) {
