@@ -4,17 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdio>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "allocation_count.h"
 #include "camera_platform/lens_customisation.h"
 #include "camera_platform/log.h"
 #include "camera_platform/properties.h"
-#include "driver_fixture.h"
+#include "dump_fixture.h"
 #include "log.h"
 #include "test_support.h"
 #include "vendor/quor/hardware/ruvex/1.0/IRuvex.h"
@@ -217,9 +215,8 @@ TEST_F(ServicesTest, LevelAndSinksOfTheLogDecideWhatArrives) {
     phone.log().setOutput(nullptr);
     arrive();
     std::fclose(out);
-    std::stringstream content;
-    content << std::ifstream(file.path).rdbuf();
-    EXPECT_EQ(content.str(), "E/OisDrv: [operator()] E\nI/OisDrv: [operator()] I\nE/OisDrv: Dev (2)\n");
+    EXPECT_EQ(driver_test::textOf(file.path),
+              "E/OisDrv: [operator()] E\nI/OisDrv: [operator()] I\nE/OisDrv: Dev (2)\n");
 }
 
 TEST(TelemetryTest, AReferenceOutlivesThePhoneHarmlessly) {

@@ -77,9 +77,8 @@ TEST_F(RecordingTest, ReadsEveryColumn) {
     ASSERT_EQ(recording.rows(), 2U);
     EXPECT_TRUE(recording.notes.empty());
     EXPECT_NEAR(recording[Column::kTimestamp][1], 0.006007, 1e-12) << "the fraction counts microseconds";
-    for (int i = 0; i < 14; ++i) {
-        EXPECT_EQ(recording.columns[static_cast<size_t>(i) + 2][0], i % 2 == 0 ? i + 1 : -(i + 1));
-    }
+    for (int i = 1; i <= 14; ++i)
+        EXPECT_EQ(recording.columns[static_cast<size_t>(i) + 1][0], i % 2 == 1 ? i : -i);
     EXPECT_EQ(recording[Column::kAngleAccTargetX][0], 1e-5);
     EXPECT_TRUE(std::isinf(recording[Column::kAngleAccTargetY][0]));
     EXPECT_TRUE(std::isnan(recording[Column::kAngleHallX][0]));
@@ -92,11 +91,11 @@ TEST_F(RecordingTest, LeavesOutWhatTellsNothingAndSaysSo) {
     const Recording recording = read(kHeader + unanswered + row(1, {}) + row(2, {}) + unanswered +
                                      row(2, {}) + row(1.5, {}) + row(3, {}) + "15  4.000000  1  2");
     EXPECT_EQ(recording[Column::kTimestamp], (std::vector<double>{0, 1, 2}));
-    ASSERT_EQ(recording.notes.size(), 3U);
-    EXPECT_EQ(recording.notes[0],
-              "2 rows left out, the first in line 2: all zero, the controller did not answer");
-    EXPECT_EQ(recording.notes[1], "2 rows left out, the first in line 6: time does not go on");
-    EXPECT_EQ(recording.notes[2], "line 9 left out: cut while being written");
+    EXPECT_EQ(recording.notes,
+              (std::vector<std::string>{
+                  "2 rows left out, the first in line 2: all zero, the controller did not answer",
+                  "2 rows left out, the first in line 6: time does not go on",
+                  "line 9 left out: cut while being written"}));
     EXPECT_EQ(read(kHeader).rows(), 0U);
 }
 
