@@ -17,7 +17,6 @@ using NSCam::Utils::SensorData;
 using NSCam::Utils::SensorProvider;
 using phone::FirmwareImage;
 using phone::KorvaState;
-using test_support::thrown;
 
 constexpr auto kOis = NSCam::Utils::SENSOR_TYPE_OIS;
 constexpr uint32_t kOldVersion = 0x100;
@@ -105,6 +104,9 @@ TEST_F(HubTest, RegistersOfTheChipsOwnCannotBeWrittenAndOthersReadZero) {
     EXPECT_EQ(readRegister(0x05fe, 4), 0x5678U);
     writeRegister(0x0036, 1, 0x1221);
     EXPECT_EQ(readRegister(0x0036, 1), 0x21U);
+    phone.faults().add(phone::parseFault("READ_REGISTER:errno=EBUSY"));
+    EXPECT_EQ(send(command(0, {0x0036, 1, 0}, 1)), -EBUSY);
+    EXPECT_EQ(phone.trace().events(phone::EventKind::kHub).back().fault, "READ_REGISTER:errno=EBUSY");
 }
 
 // --- Calibration and flash save.
@@ -187,7 +189,7 @@ TEST(FirmwareImageTest, SaysItsVersionInItsLastWord) {
 TEST_F(HubTest, ChipFaultsAreCheckedWhenTheyAreWritten) {
     for (const char* text : {"chip.tired", "chip.never-idle=1", "chip.power-cut", "chip.power-cut=-1"})
         EXPECT_THROW(chip().inject(text), std::invalid_argument) << text;
-    EXPECT_EQ(thrown([&] { chip().inject("chip.power-cut=112"); }),
+    EXPECT_EQ(test_support::thrown([&] { chip().inject("chip.power-cut=112"); }),
               "\"chip.power-cut=112\": write chip.power-cut=0..111");
 }
 

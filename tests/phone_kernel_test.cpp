@@ -28,7 +28,6 @@ namespace {
 namespace fs = std::filesystem;
 using driver_test::kSensor;
 using phone::Phone;
-using phone::PhoneOptions;
 
 constexpr const char* kDumpFile = "/mnt/vendor/nvcfg/camera/ois_dump_test.txt";
 constexpr const char* kThermal = "/sys/cam_thermal/cam_thermal_sensor0";
@@ -242,7 +241,7 @@ TEST_F(KernelTest, ACloseThatFailsClosesAllTheSame) {
 }
 
 TEST(PhoneFolder, GivenOnesStay) {
-    PhoneOptions options;
+    phone::PhoneOptions options;
     options.folder = fs::temp_directory_path() / ("phone_kernel_test." + std::to_string(getpid()));
     { const Phone phone(options); }
     EXPECT_TRUE(fs::exists(options.folder / "mnt/vendor/nvcfg/camera"));
@@ -307,7 +306,7 @@ TEST(RealKernel, CallsPassOnToTheMachine) {
     const int directError = errno;
     const fs::path folder = fs::temp_directory_path() / ("phone_real_test." + std::to_string(getpid()));
     {
-        PhoneOptions options;
+        phone::PhoneOptions options;
         options.kernel = phone::KernelKind::kReal;
         options.dumpFolder = folder / "dump";
         options.thermalFolder = folder / "thermal";

@@ -295,6 +295,7 @@ TEST(Stabiliser, OffsetsRemoveTheBias) {
     bench.stabiliser.setGyroOffset(static_cast<int16_t>(std::lround(measured.meanRaw[0])),
                                    static_cast<int16_t>(std::lround(measured.meanRaw[1])));
     EXPECT_NEAR(bench.stabiliser.stateAt(16 * kSecondUs).gyroTargetX, 0, 0.03);
+    EXPECT_NEAR(bench.stabiliser.stateAt(16 * kSecondUs).gyroTargetY, 0, 0.03);
     EXPECT_GT(Bench("hand").stabiliser.measureGyro(8 * kSecondUs, 500000).deviationRaw[0], 5);
 }
 

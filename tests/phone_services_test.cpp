@@ -241,7 +241,6 @@ TEST_F(ServicesTest, CalibrationOfEveryModuleAgreesWithItsLens) {
         EXPECT_NEAR(derived.hall_amplitude_y, lens.hallPerAngleY, 0.01);
         EXPECT_EQ(derived.hall_center_x, lens.hallCenterX);
         EXPECT_EQ(derived.hall_center_y, lens.hallCenterY);
-        EXPECT_GT(derived.hall_amplitude_x, 500);
         driver.Uninit();
     }
 }

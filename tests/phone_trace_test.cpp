@@ -21,7 +21,6 @@ using namespace phone;
 using Bytes = std::vector<uint8_t>;
 using driver_test::bytes;
 using Json = nlohmann::json;
-using test_support::thrown;
 
 // Of that size, with zeros behind.
 Bytes padded(std::string_view hex, size_t size) {
@@ -282,7 +281,7 @@ TEST(FaultText, ErrorsSayWhatWouldBeRight) {
         {"thread:garbage=00", "'garbage' means nothing at 'thread'; it may be: fail, errno=EIO, slow=20ms"},
     };
     for (const auto& [text, expected] : lines) {
-        const std::string message = thrown([&] { parseFault(text); });
+        const std::string message = test_support::thrown([&] { parseFault(text); });
         EXPECT_NE(message.find(expected), std::string::npos) << message;
         EXPECT_TRUE(message.starts_with("fault '" + std::string(text) + "'")) << message;
         EXPECT_EQ(message.find('\n'), std::string::npos);
