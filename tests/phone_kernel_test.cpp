@@ -113,19 +113,19 @@ TEST_F(LensTest, UnknownRequestsAndDescriptorsAreRefused) {
     EXPECT_EQ(phone.trace().events(phone::EventKind::kSubDevice).size(), 6U);
 }
 
-TEST_F(LensTest, WhatDoesNotReachTheControllerBringsNothingBack) {
-    for (const char* fault : {"READ_GAIN:lost", "READ_GAIN:errno=EIO"}) {
+TEST_F(LensTest, WhatIsLostOrFailsBringsNothingBack) {
+    for (const char* fault : {"READ_GAIN:lost", "READ_GAIN:errno=EIO", "READ_GAIN:result=-5"}) {
         phone.faults().clear();
         phone.faults().add(phone::parseFault(fault));
         ois::OisGain gain{1, 9, 9, 9, 9, 9};
         EXPECT_EQ(ask(0xC01856D0U, gain), fault == std::string("READ_GAIN:lost") ? 0 : -1);
         EXPECT_EQ(gain.valueXi, 9);
-        EXPECT_EQ(controller().count(ois::Request::kReadGain), 0U);
     }
+    EXPECT_EQ(controller().count(ois::Request::kReadGain), 1U) << "the last one, with a result of its own";
     phone.faults().add(phone::parseFault("SET_MODE:garbage=ff"));
     int32_t mode = 2;
     EXPECT_EQ(ask(0x400456C2U, mode), 0);
-    EXPECT_EQ(mode, 2) << "nor does a write that does";
+    EXPECT_EQ(mode, 2) << "nor does a write";
 }
 
 TEST_F(LensTest, RequestsAreNotSerialised) {
