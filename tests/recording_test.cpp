@@ -2,15 +2,9 @@
 
 #include "recording.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -19,11 +13,13 @@
 #include <sstream>
 
 #include "plot.h"
+#include "test_support.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace oisctl;
+using test_support::thrown;
 
 constexpr const char* kHeader =
     "chose  sys_timestamp  gyro_raw_x  gyro_raw_y  gyro_raw_z  acc_raw_x  acc_raw_y  acc_raw_z  "
@@ -38,19 +34,13 @@ class RecordingTest : public testing::Test {
     void TearDown() override { fs::remove_all(mFolder); }
 
     Recording read(const std::string& content) const {
-        std::ofstream(mFolder / "status.txt", std::ios::binary) << content;
-        return loadRecording(mFolder / "status.txt");
+        std::ofstream(mFile, std::ios::binary) << content;
+        return loadRecording(mFile);
     }
-    std::string failureOf(const std::string& content) const {
-        try {
-            read(content);
-        } catch (const InputError& error) {
-            return std::string(error.what()).substr((mFolder / "status.txt").string().size());
-        }
-        return "accepted";
-    }
+    RecordingStats statsOf(const std::string& content) const { return computeStats(read(content)); }
 
     const fs::path mFolder = fs::path(testing::TempDir()) / ("recording_test_" + std::to_string(getpid()));
+    const fs::path mFile = mFolder / "status.txt";
 };
 
 struct Angles {
@@ -87,9 +77,8 @@ TEST_F(RecordingTest, ReadsEveryColumn) {
     ASSERT_EQ(recording.rows(), 2U);
     EXPECT_TRUE(recording.notes.empty());
     EXPECT_NEAR(recording[Column::kTimestamp][1], 0.006007, 1e-12) << "the fraction counts microseconds";
-    for (int i = 0; i < 14; ++i) {
-        EXPECT_EQ(recording.columns[static_cast<size_t>(i) + 2][0], i % 2 == 0 ? i + 1 : -(i + 1));
-    }
+    for (int i = 1; i <= 14; ++i)
+        EXPECT_EQ(recording.columns[static_cast<size_t>(i) + 1][0], i % 2 == 1 ? i : -i);
     EXPECT_EQ(recording[Column::kAngleAccTargetX][0], 1e-5);
     EXPECT_TRUE(std::isinf(recording[Column::kAngleAccTargetY][0]));
     EXPECT_TRUE(std::isnan(recording[Column::kAngleHallX][0]));
@@ -102,11 +91,11 @@ TEST_F(RecordingTest, LeavesOutWhatTellsNothingAndSaysSo) {
     const Recording recording = read(kHeader + unanswered + row(1, {}) + row(2, {}) + unanswered +
                                      row(2, {}) + row(1.5, {}) + row(3, {}) + "15  4.000000  1  2");
     EXPECT_EQ(recording[Column::kTimestamp], (std::vector<double>{0, 1, 2}));
-    ASSERT_EQ(recording.notes.size(), 3U);
-    EXPECT_EQ(recording.notes[0],
-              "2 rows left out, the first in line 2: all zero, the controller did not answer");
-    EXPECT_EQ(recording.notes[1], "2 rows left out, the first in line 6: time does not go on");
-    EXPECT_EQ(recording.notes[2], "line 9 left out: cut while being written");
+    EXPECT_EQ(recording.notes,
+              (std::vector<std::string>{
+                  "2 rows left out, the first in line 2: all zero, the controller did not answer",
+                  "2 rows left out, the first in line 6: time does not go on",
+                  "line 9 left out: cut while being written"}));
     EXPECT_EQ(read(kHeader).rows(), 0U);
 }
 
@@ -124,17 +113,17 @@ TEST_F(RecordingTest, SaysWhatIsWrongAndWhere) {
         {kHeader + badNumber, ":2: angle_hall_y is \"0.1x\", expected a number"},
         {kHeader + badTime, ":2: sys_timestamp is \"1,000000\", expected seconds.microseconds"},
     };
-    for (const auto& [content, failure] : kCases) EXPECT_EQ(failureOf(content), failure);
+    for (const auto& [content, failure] : kCases)
+        EXPECT_EQ(thrown([&] { read(content); }), mFile.string() + failure);
     EXPECT_THROW(loadRecording(mFolder / "absent.txt"), InputError);
-    EXPECT_THROW(computeStats(read(kHeader + row(1, {}))), InputError);
+    EXPECT_THROW(statsOf(kHeader + row(1, {})), InputError);
 }
 
 // x follows its target to a tenth and beside the centre; y does not move.
 TEST_F(RecordingTest, FiguresAreThoseOfTheSignals) {
-    const Recording recording = read(rows(10, 0.004, [](double t) {
+    const RecordingStats stats = statsOf(rows(10, 0.004, [](double t) {
         return Angles{sine(t, 2, 0.8), sine(t, 2, 0.5), sine(t, 2, 0.2), 0, sine(t, 2, 0.9) + 0.3, 0};
     }));
-    const RecordingStats stats = computeStats(recording);
     EXPECT_NEAR(stats.rateHz, 250, 1e-6);
     const AxisStats& x = stats.axes[0];
     EXPECT_NEAR(x.shakeRms, 1 / std::sqrt(2), 1e-4);
@@ -148,7 +137,7 @@ TEST_F(RecordingTest, FiguresAreThoseOfTheSignals) {
 TEST_F(RecordingTest, GapsAreLongPeriods) {
     std::string content = kHeader;
     for (const double t : {0.0, 0.004, 0.008, 0.013, 0.017, 0.027, 0.031, 0.131}) content += row(t, {});
-    const RecordingStats stats = computeStats(read(content));
+    const RecordingStats stats = statsOf(content);
     EXPECT_NEAR(stats.medianPeriodS, 0.004, 1e-9);
     EXPECT_EQ(stats.gaps, 2U);
     EXPECT_NEAR(stats.longestGapS, 0.1, 1e-9);
@@ -161,7 +150,7 @@ TEST_F(RecordingTest, LimitIsWhereTheLensStops) {
         const double free = sine(t, 0.7, 0.5);
         return Angles{target, free, 0, 0, std::clamp(target, -1.2, 1.2), 0.8 * free};
     };
-    const RecordingStats stats = computeStats(read(rows(10, 0.004, clamped)));
+    const RecordingStats stats = statsOf(rows(10, 0.004, clamped));
     EXPECT_NEAR(stats.axes[0].limit, 1.2, 1e-6);
     // |sin| above 0.6 for this part of the time.
     const double part = 1 - 2 / std::numbers::pi * std::asin(0.6);
@@ -177,7 +166,7 @@ TEST_F(RecordingTest, SpectrumHasThePowerWhereItIs) {
         const double t = 3 + i * 0.004 + std::clamp(jitter(random), -0.001, 0.001);
         content += row(t, {sine(t, 9, 0.2), 0, 0, 0, sine(t, 9, 0.15), 0});
     }
-    const RecordingStats stats = computeStats(read(content));
+    const RecordingStats stats = statsOf(content);
     ASSERT_FALSE(stats.frequencyHz.empty());
     EXPECT_NEAR(stats.frequencyHz.back(), 125, 1);
     const double stepHz = stats.frequencyHz[1] - stats.frequencyHz[0];
@@ -214,12 +203,7 @@ class PlotTest : public RecordingTest {
     std::string plot(const std::string& content, const fs::path& out) const {
         Recording recording = read(content);
         recording.source = "it's a \"`touch oops`\"\n.txt";
-        try {
-            plotRecording(recording, computeStats(recording), out);
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "";
+        return thrown([&] { plotRecording(recording, computeStats(recording), out); });
     }
     static bool haveGnuplot() { return std::system("command -v gnuplot >/dev/null") == 0; }
     static std::string begin(const fs::path& file, size_t count) {
