@@ -9,7 +9,6 @@
 #include <cstring>
 #include <mutex>
 #include <span>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -111,11 +110,17 @@ class DriverTest : public ::testing::Test {
     std::vector<Sent> mSent;
 };
 
-// A record as bytes typed by hand: "04 00 00 00".
-inline std::vector<uint8_t> bytes(const std::string& hex) {
-    std::istringstream stream(hex);
+// A record as bytes typed by hand: "04 00 00 00", with or without the spaces.
+inline std::vector<uint8_t> bytes(std::string_view hex) {
     std::vector<uint8_t> result;
-    for (unsigned byte = 0; stream >> std::hex >> byte;) result.push_back(static_cast<uint8_t>(byte));
+    for (size_t i = 0; i + 1 < hex.size();) {
+        if (hex[i] == ' ') {
+            ++i;
+            continue;
+        }
+        result.push_back(static_cast<uint8_t>(std::stoul(std::string(hex.substr(i, 2)), nullptr, 16)));
+        i += 2;
+    }
     return result;
 }
 

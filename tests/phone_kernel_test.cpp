@@ -222,8 +222,14 @@ std::optional<std::string> readThroughPhone(const char* path) {
     return std::string(text.data(), length);
 }
 
-TEST_F(KernelTest, TheThermalFileCannotAlwaysBeRead) {
-    EXPECT_EQ(readThroughPhone(kThermal), "30\n");
+TEST_F(KernelTest, TheThermalFileShowsWhatItWasSetToOrCannotBeRead) {
+    phone.files().setThermalCurve({{1, 20}, {3, 40}, {3.5, -5}});
+    std::string seen;
+    for (int i = 0; i < 5; ++i) {
+        seen += readThroughPhone(kThermal).value_or("none");
+        usleep(1000000);
+    }
+    EXPECT_EQ(seen, "20\n20\n30\n40\n-5\n");
     phone.files().setThermalUnreadable();
     EXPECT_FALSE(readThroughPhone(kThermal).has_value());
     EXPECT_EQ(errno, EACCES);
