@@ -219,6 +219,7 @@ TEST_F(Oisctl, FaultsFailTheSession) {
         const Outcome failing = run(std::string("session --fault SET_MODE@2:errno=EIO -m ") + module);
         EXPECT_EQ(failing.status, 1);
         EXPECT_NE(failing.out.find("EIO"), std::string::npos) << failing.out;
+        EXPECT_EQ(failing.out.find("never struck"), std::string::npos);
     }
     EXPECT_EQ(run("session --modes 2,4 --operations off").status, 1);  // there is no mode 4
     const Outcome noDevice = run("session -m dw9786 --fault open./dev/media1:errno=EACCES");

@@ -72,6 +72,19 @@ class HubTest : public driver_test::DriverTest {
     std::shared_ptr<SensorProvider> provider = SensorProvider::createInstance("test");
 };
 
+TEST_F(HubTest, CommandsAreLostSlowOrSpoiltByFaults) {
+    writeRegister(0x0002, 1, 5);
+    for (const char* text :
+         {"WRITE_REGISTER:lost", "READ_REGISTER@1:slow=20ms", "READ_REGISTER@2:garbage=abcd"}) {
+        fault(std::string("hub.") + text);
+    }
+    writeRegister(0x0002, 1, 16);
+    const int64_t before = phone.clock().nowUs();
+    EXPECT_EQ(readRegister(0x0002, 1), 5U);
+    EXPECT_EQ(phone.clock().nowUs() - before, 20000);
+    EXPECT_EQ(readRegister(0x0002, 1) & 0xff, 0xabU);
+}
+
 // --- The chip: idle state and loop.
 
 TEST_F(HubTest, ModeAndAccelerationRegistersDriveTheLoop) {
@@ -170,7 +183,10 @@ TEST_F(HubTest, AnUpdateDisturbedAtAnyBlockIsRepairedByTheNext) {
         refit();
         chip().inject(fault);
         EXPECT_EQ(updateFirmware(), 2U);
-        // A cut supply comes back by itself, once.
+        // A cut supply comes back by itself, once, and the download is no longer open for the blocks that
+        // come.
+        const bool cutBeforeTheLast = fault.starts_with("chip.power-cut") && !fault.ends_with("=111");
+        EXPECT_EQ(phone.hub().firmwareReports().back().value == 256, cutBeforeTheLast);
         if (!fault.starts_with("chip.power-cut")) {
             chip().powerCycle();
             chip().clearFaults();
