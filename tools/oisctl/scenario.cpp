@@ -327,6 +327,14 @@ Scenario Reader::read(std::string_view text) {
     return scenario;
 }
 
+std::string textOf(const std::string& file) {
+    try {
+        return phone::readTextFile(file);
+    } catch (const std::runtime_error& error) {
+        throw InputError(std::string("--scenario: ") + error.what());
+    }
+}
+
 }  // namespace
 
 double Curve::at(double s) const {
@@ -437,14 +445,6 @@ bool Scenario::setsTemperature() const {
 
 Scenario parseScenario(std::string_view text, const std::string& source) {
     return Reader(source).read(text);
-}
-
-static std::string textOf(const std::string& file) {
-    try {
-        return phone::readTextFile(file);
-    } catch (const std::runtime_error& error) {
-        throw InputError(std::string("--scenario: ") + error.what());
-    }
 }
 
 Scenario scenarioByName(const std::string& nameOrFile) {

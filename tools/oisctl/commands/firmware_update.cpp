@@ -51,8 +51,7 @@ phone::FirmwareImage loadImage(const Options& options) {
     try {
         return phone::FirmwareImage::fromFile(options.image, version);
     } catch (const std::runtime_error& error) {
-        const char* hint = version ? "" : " (--image-version)";
-        throw InputError(std::string("--image: ") + error.what() + hint);
+        throw InputError(std::string("--image: ") + error.what());
     }
 }
 
