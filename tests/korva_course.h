@@ -6,6 +6,7 @@
 #include <deque>
 #include <iomanip>
 #include <map>
+#include <sstream>
 
 #include "driver_fixture.h"
 
