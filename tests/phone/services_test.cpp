@@ -12,7 +12,7 @@
 #include "camera_platform/lens_customisation.h"
 #include "camera_platform/log.h"
 #include "camera_platform/properties.h"
-#include "dump_fixture.h"
+#include "driver/dump_fixture.h"
 #include "log.h"
 #include "test_support.h"
 #include "vendor/quor/hardware/ruvex/1.0/IRuvex.h"

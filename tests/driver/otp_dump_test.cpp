@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "dump_fixture.h"
+#include "driver/dump_fixture.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 #include "kernel/kernel.h"
 
 namespace driver_test {

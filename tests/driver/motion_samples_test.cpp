@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "dump_fixture.h"
+#include "driver/dump_fixture.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <set>
 #include <system_error>
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 
 namespace {
 

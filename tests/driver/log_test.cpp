@@ -2,7 +2,7 @@
 
 #include "log.h"
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 
 namespace {
 

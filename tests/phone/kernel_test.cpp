@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "access/controller_records.h"
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 #include "kernel/kernel.h"
 #include "motion/motion.h"
 

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "allocation_count.h"
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 #include "motion/motion.h"
 #include "test_support.h"
 

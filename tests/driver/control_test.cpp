@@ -4,7 +4,7 @@
 #include <limits>
 #include <set>
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 
 namespace {
 

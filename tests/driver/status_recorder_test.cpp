@@ -3,7 +3,7 @@
 #include <functional>
 #include <limits>
 
-#include "dump_fixture.h"
+#include "driver/dump_fixture.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <map>
 #include <sstream>
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 
 namespace driver_test {
 

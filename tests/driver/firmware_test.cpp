@@ -1,7 +1,7 @@
 // Clock check and firmware update.
 
+#include "driver/korva_course.h"
 #include "kernel/kernel.h"
-#include "korva_course.h"
 
 namespace {
 

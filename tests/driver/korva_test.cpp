@@ -3,7 +3,7 @@
 #include <map>
 #include <random>
 
-#include "korva_course.h"
+#include "driver/korva_course.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <csignal>
 #include <utility>
 
-#include "driver_fixture.h"
+#include "driver/driver_fixture.h"
 #include "kernel/kernel.h"
 
 namespace {
