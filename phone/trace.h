@@ -19,12 +19,12 @@ enum class EventKind {
     kSubDevice,      // private ioctl on the OIS sub-device: decodeRequest (decode.h)
     kHub,            // record to the sensor hub: decodeHub
     kMedia,          // media-graph ioctl: decodeRequest
-    kFile,           // open, close, readlink, fopen, fclose; fields: path, ...
+    kFile,           // open, close, readlink, fopen, fclose; fields: path, flags or mode, ...
     kSleep,          // usleep; field: us
-    kProperty,       // property read, named by its key; fields: default, value (else the result)
+    kProperty,       // property read, named by its key; fields: type, default, value (else the result)
     kMessage,        // log line, named by its sink; field: level ("error"); its text
     kThread,         // thread created, joined, rescheduled
-    kSensor,         // sensor channel: create, enable, isEnabled, disable, drain
+    kSensor,         // sensor channel: create, enable, isEnabled, disable, drain, release
     kCustomisation,  // GetOisDriverName
     kTelemetry,      // report to the telemetry service
     kCall,           // public operation of the driver, as a tool or test called it
@@ -40,8 +40,11 @@ struct Field {
 
 struct Event {
     EventKind kind = EventKind::kNote;
-    std::string name;           // what it is: "SET_MODE", "WRITE_REGISTER", "usleep", a property's key
-    uint32_t code = 0;          // request code or hub command id, where there is one
+    std::string name;   // what it is: "SET_MODE", "WRITE_REGISTER", "usleep", a property's key
+    uint32_t code = 0;  // request code or hub command id, where there is one
+    // Of a command: the record as it went out, and as it came back unless it failed or was lost.
+    std::vector<uint8_t> sent;
+    std::vector<uint8_t> received;
     std::vector<Field> fields;  // the record, decoded
     std::vector<Field> answer;  // what came back, decoded
     std::string text;           // what stands for name and fields in toText, if not empty; a message's text

@@ -407,7 +407,14 @@ void SensorHub::State::record(const OisCustomCmd& sent, const OisCustomCmd& answ
                               int32_t result, const std::optional<Faults::Strike>& strike) {
     if (!mTrace.enabled()) return;
     const bool lost = strike && losesCall(strike->effect);
-    Event event = lost || result < 0 ? decodeHub(sent, phase) : decodeHub(sent, answered, phase);
+    const bool answers = !lost && result >= 0;
+    Event event = answers ? decodeHub(sent, answered, phase) : decodeHub(sent, phase);
+    const auto bytesOf = [](const OisCustomCmd& command) {
+        const auto* bytes = reinterpret_cast<const uint8_t*>(&command);
+        return std::vector<uint8_t>(bytes, bytes + sizeof command);
+    };
+    event.sent = bytesOf(sent);
+    if (answers) event.received = bytesOf(answered);
     event.hasResult = true;
     event.result = result;
     if (result < 0) event.error = -result;
@@ -432,7 +439,10 @@ void SensorHub::State::recordCall(const char* name, std::vector<Field> fields, s
 class SensorHub::Provider final : public SensorProvider {
   public:
     explicit Provider(std::shared_ptr<State> state) : mState(std::move(state)) { ++mState->mProviders; }
-    ~Provider() override { --mState->mProviders; }
+    ~Provider() override {
+        --mState->mProviders;
+        if (enter()) mState->recordCall("release", {}, std::nullopt, std::nullopt);
+    }
 
     bool enableSensor(eSensorType type, uint32_t intervalMs) override {
         return enter() && mState->enable(type, intervalMs);

@@ -4,7 +4,9 @@
 #include <sys/eventfd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
 #include "clock.h"
@@ -21,6 +23,25 @@ namespace {
 constexpr std::string_view kMediaPath = "/dev/media";
 constexpr std::string_view kSubDevicePath = "/dev/v4l-subdev";
 constexpr std::string_view kDevFolder = "/dev/";
+
+// "O_RDWR|O_NONBLOCK", and what else there is in hexadecimal.
+std::string openFlags(int flags) {
+    const int mode = flags & O_ACCMODE;
+    std::string text = mode == O_RDONLY ? "O_RDONLY" : mode == O_WRONLY ? "O_WRONLY" : "O_RDWR";
+    unsigned rest = static_cast<unsigned>(flags) & ~static_cast<unsigned>(O_ACCMODE);
+    for (const auto& [flag, name] :
+         {std::pair(O_NONBLOCK, "|O_NONBLOCK"), std::pair(O_CLOEXEC, "|O_CLOEXEC")}) {
+        if ((flags & flag) == 0) continue;
+        text += name;
+        rest &= ~static_cast<unsigned>(flag);
+    }
+    if (rest != 0) {
+        std::array<char, 16> hex{};
+        std::snprintf(hex.data(), hex.size(), "|0x%x", rest);
+        text += hex.data();
+    }
+    return text;
+}
 
 }  // namespace
 
@@ -111,8 +132,8 @@ int Kernel::open(const char* path, int flags) {
         if (fd >= 0) mDescriptors[static_cast<size_t>(fd)].store(node, std::memory_order_release);
     }
     if (mPhone.trace().enabled()) {
-        traceCall(EventKind::kFile, "open", {textField("path", path)}, std::max(fd, -1), std::max(-fd, 0),
-                  fate);
+        traceCall(EventKind::kFile, "open", {textField("path", path), textField("flags", openFlags(flags))},
+                  std::max(fd, -1), std::max(-fd, 0), fate);
     }
     return toResult(fd);
 }

@@ -58,6 +58,8 @@ Kernel::Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte>
 void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
                           int32_t result, const Fate& fate) {
     Event event = decodeRequest(request, asUint8(in), asUint8(out));
+    event.sent.assign(asUint8(in).begin(), asUint8(in).end());
+    event.received.assign(asUint8(out).begin(), asUint8(out).end());
     event.hasResult = true;
     event.result = result < 0 ? -1 : result;
     event.error = result < 0 ? -result : 0;

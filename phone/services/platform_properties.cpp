@@ -18,11 +18,12 @@ using phone::Phone;
 
 constexpr size_t kTextSize = phone::kPropertyValueMax + 1;
 
-void record(Phone& phone, const char* key, int64_t defaultValue, int64_t value) {
+void record(Phone& phone, const char* key, const char* type, int64_t defaultValue, int64_t value) {
     if (!phone.trace().enabled()) return;
     phone::Event event;
     event.kind = phone::EventKind::kProperty;
     event.name = key;
+    event.fields.push_back({"type", std::string(type)});
     event.fields.push_back({"default", defaultValue});
     event.hasResult = true;
     event.result = value;
@@ -34,6 +35,7 @@ void recordText(Phone& phone, const char* key, const char* defaultValue, const c
     phone::Event event;
     event.kind = phone::EventKind::kProperty;
     event.name = key;
+    event.fields.push_back({"type", std::string("string")});
     event.fields.push_back({"default", std::string(defaultValue)});
     event.fields.push_back({"value", std::string(value)});
     phone.trace().record(std::move(event));
@@ -48,7 +50,7 @@ int32_t Properties::property_get_int32(const char* key, int32_t defaultValue) {
     if (phone == nullptr) return defaultValue;
     phone->clock().enter();
     const int32_t value = phone->properties().getInt32(key, defaultValue);
-    record(*phone, key, defaultValue, value);
+    record(*phone, key, "int32", defaultValue, value);
     return value;
 }
 
@@ -57,7 +59,7 @@ bool Properties::property_get_bool(const char* key, bool defaultValue) {
     if (phone == nullptr) return defaultValue;
     phone->clock().enter();
     const bool value = phone->properties().getBool(key, defaultValue);
-    record(*phone, key, defaultValue ? 1 : 0, value ? 1 : 0);
+    record(*phone, key, "bool", defaultValue ? 1 : 0, value ? 1 : 0);
     return value;
 }
 

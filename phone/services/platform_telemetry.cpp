@@ -20,9 +20,9 @@ size_t hidl_string::size() const {
 
 namespace vendor::quor::hardware::ruvex::V1_0 {
 
-android::sp<IRuvex> IRuvex::getService(const std::string& serviceName, bool /*getStub*/) {
+android::sp<IRuvex> IRuvex::getService(const std::string& serviceName, bool getStub) {
     phone::Phone* phone = phone::Phone::current();
-    return phone == nullptr ? android::sp<IRuvex>() : phone->telemetry().lookUp(serviceName);
+    return phone == nullptr ? android::sp<IRuvex>() : phone->telemetry().lookUp(serviceName, getStub);
 }
 
 void IRuvex::incStrong(const void* /*id*/) const {

@@ -95,7 +95,7 @@ int32_t Telemetry::references() const {
     return mState->references;
 }
 
-android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName) {
+android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getStub) {
     mState->clock->enter();
     const auto strike = mFaults.strike(FaultPoint::kTelemetry, {});
     using Kind = FaultEffect::Kind;
@@ -112,7 +112,7 @@ android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName) {
         Event event;
         event.kind = EventKind::kTelemetry;
         event.name = "getService";
-        event.fields = {{"service", serviceName}};
+        event.fields = {{"service", serviceName}, {"get_stub", int64_t{getStub}}};
         event.hasResult = true;
         event.result = found ? 1 : 0;
         if (strike) event.fault = strike->text;

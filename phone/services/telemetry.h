@@ -38,7 +38,8 @@ class Telemetry {
     int32_t references() const;
 
     // For the platform's entry point: the service, or null.
-    android::sp<vendor::quor::hardware::ruvex::V1_0::IRuvex> lookUp(const std::string& serviceName);
+    android::sp<vendor::quor::hardware::ruvex::V1_0::IRuvex> lookUp(const std::string& serviceName,
+                                                                    bool getStub);
 
   private:
     class Service;

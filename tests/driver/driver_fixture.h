@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "driver/course.h"
 #include "hub/sensor_hub.h"
 #include "kernel/controller.h"
 #include "kernel/file_tree.h"
@@ -90,6 +91,18 @@ class DriverTest : public ::testing::Test {
         const std::lock_guard lock(mMutex);
         mSent.clear();
         phone.trace().clear();
+    }
+
+    // What happened since it was last asked for: everything, in order, and who did it; see course.h. Messages
+    // of all levels are switched on.
+    std::string course() {
+        std::string lines = courseOf(phone.trace().events());
+        forget();
+        return lines;
+    }
+    // The same, held against a course that was written out.
+    void expectCourse(const std::string& file, const std::string& section, const Values& values = {}) {
+        EXPECT_EQ(writtenCourse(file, section, values), course()) << file << " [" << section << ']';
     }
 
     // Texts of the messages so far, in order.

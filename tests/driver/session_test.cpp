@@ -96,13 +96,21 @@ TEST_F(Session, TheHubChannelComesUpAndGoesDownInOrder) {
 
     forget();
     driver.Uninit();
-    EXPECT_EQ(course(),
-              (Keys{"telemetry  getService service=default -> 1",
-                    "telemetry  report module_id=N87 event_id=N87|10014 content=c_ois_error:0",
-                    "hub  END_SESSION(26) value=0", "sleep  2 ms", "sensor  disableSensor type=8 -> 0"}));
+    EXPECT_EQ(course(), (Keys{"telemetry  getService service=default get_stub=0 -> 1",
+                              "telemetry  report module_id=N87 event_id=N87|10014 content=c_ois_error:0",
+                              "hub  END_SESSION(26) value=0", "sleep  2 ms",
+                              "sensor  disableSensor type=8 -> 0", "sensor  release"}));
     EXPECT_EQ(sent()[0].head(8), bytes("1a 04 00 00  00 00 00 00"));
     EXPECT_EQ(driver.mSensorHubEnabled, 0);
     EXPECT_EQ(driver.mpSensorProvider, nullptr);
+}
+
+TEST_F(Session, HubCourse) {
+    fit(phone::moduleByName(kHubModule));
+    forget();
+    ASSERT_EQ(driver.Init(3, 4), 1);
+    phone.clock().sleepUs(kBringUpUs);
+    expectCourse("session", "hub up", {{"driver", phone.module(driver_test::kSensor)->driverName}});
 }
 
 TEST_F(Session, TheSubDeviceComesUpAndGoesDownInOrder) {
@@ -189,7 +197,7 @@ TEST_F(Session, AThreadThatCannotBeCreatedIsASystemError) {
 }
 
 TEST_F(Session, TelemetryReportsTheErrorFlagUnlessTheRegionForbids) {
-    const std::string service = "telemetry  getService service=default -> ";
+    const std::string service = "telemetry  getService service=default get_stub=0 -> ";
     const std::string report = "telemetry  report module_id=N87 event_id=N87|10014 content=c_ois_error:";
     struct Case {
         const char* region;

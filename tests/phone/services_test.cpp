@@ -115,7 +115,7 @@ TEST_F(ServicesTest, ThePropertyListCoversWhatTheDriverReads) {
         ASSERT_NE(known, phone::knownProperties().end()) << event.name;
         unread.erase(known->key);
         if (known->type == phone::PropertyType::kText || known->defaultValue.empty()) continue;
-        EXPECT_EQ(phone::toText(event.fields.at(0)), known->defaultValue) << event.name;
+        EXPECT_EQ(phone::toText(event.fields.at(1)), known->defaultValue) << event.name;
     }
     EXPECT_TRUE(unread.empty()) << *unread.begin();
 }
