@@ -8,18 +8,12 @@ set(OIS_PLATFORM_INCLUDE_DIR ${OIS_INCLUDE_DIR}/platform)
 set(OIS_PHONE_INCLUDE_DIR ${OIS_INCLUDE_DIR}/phone)
 set(OIS_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ois_drv)
 
-# The class, and the wire tables that a tool or a simulation shares with it.
-foreach(header
-    ois_drv.h
-    access/controller_records.h
-    access/hub_command.h
-    access/private_ioctl.h
-    diagnostics/session_buffers.h
-    korva/registers.h
-    lifecycle/customisation.h)
+# The class, and what goes over the wire, which a tool or a simulation shares with it.
+foreach(header ois_drv.h diagnostics/session_buffers.h)
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES aaa/peripheraldriver/ois/${header} DESTINATION ${OIS_INCLUDE_DIR}/${folder})
 endforeach()
+install(DIRECTORY aaa/peripheraldriver/ois/wire DESTINATION ${OIS_INCLUDE_DIR} FILES_MATCHING PATTERN *.h)
 install(DIRECTORY platform/include/ DESTINATION ${OIS_PLATFORM_INCLUDE_DIR} FILES_MATCHING PATTERN *.h)
 set_target_properties(ois_drv_shared PROPERTIES EXPORT_NAME ois_drv)
 set(installed ois_drv_shared ois_drv_static)

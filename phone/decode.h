@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "access/hub_command.h"
-#include "access/private_ioctl.h"
-#include "korva/registers.h"
 #include "trace.h"
+#include "wire/hub_commands.h"
+#include "wire/registers.h"
+#include "wire/requests.h"
 
 namespace phone {
 

@@ -6,10 +6,10 @@
 #include <array>
 #include <cstddef>
 
-#include "access/controller_records.h"
 #include "decode.h"
-#include "lifecycle/customisation.h"
 #include "ois_drv.h"
+#include "wire/customisation.h"
+#include "wire/records.h"
 
 namespace phone {
 

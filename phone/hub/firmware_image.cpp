@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "access/hub_command.h"
 #include "file_content.h"
+#include "wire/hub_commands.h"
 
 namespace phone {
 

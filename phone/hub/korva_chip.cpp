@@ -6,11 +6,11 @@
 #include <cstring>
 #include <utility>
 
-#include "access/hub_command.h"
 #include "clock.h"
 #include "korva_faults.h"
 #include "modules/module_description.h"
 #include "trace.h"
+#include "wire/hub_commands.h"
 
 namespace phone {
 

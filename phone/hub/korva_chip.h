@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "firmware_image.h"
-#include "korva/registers.h"
 #include "motion/stabiliser.h"
+#include "wire/registers.h"
 
 namespace phone {
 

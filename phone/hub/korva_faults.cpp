@@ -5,8 +5,8 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "access/hub_command.h"
-#include "korva/registers.h"
+#include "wire/hub_commands.h"
+#include "wire/registers.h"
 
 namespace phone {
 

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "access/controller_records.h"
-#include "access/hub_command.h"
 #include "camera_platform/sensor_provider.h"
 #include "firmware_image.h"
 #include "korva_chip.h"
+#include "wire/hub_commands.h"
+#include "wire/records.h"
 
 namespace phone {
 

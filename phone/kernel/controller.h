@@ -10,11 +10,11 @@
 #include <span>
 #include <string>
 
-#include "access/controller_records.h"
-#include "access/private_ioctl.h"
-#include "lifecycle/customisation.h"
 #include "motion/stabiliser.h"
 #include "ois_drv.h"
+#include "wire/customisation.h"
+#include "wire/records.h"
+#include "wire/requests.h"
 
 namespace phone {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "../motion/stabiliser.h"
-#include "access/controller_records.h"
-#include "lifecycle/customisation.h"
+#include "wire/customisation.h"
+#include "wire/records.h"
 
 namespace phone {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "lifecycle/customisation.h"
+#include "wire/customisation.h"
 
 namespace phone {
 

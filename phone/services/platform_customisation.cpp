@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "camera_platform/lens_customisation.h"
-#include "lifecycle/customisation.h"
 #include "modules/module_description.h"
 #include "phone.h"
+#include "wire/customisation.h"
 
 namespace {
 

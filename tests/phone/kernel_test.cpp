@@ -14,10 +14,10 @@
 #include <fstream>
 #include <thread>
 
-#include "access/controller_records.h"
 #include "driver/driver_fixture.h"
 #include "kernel/kernel.h"
 #include "motion/motion.h"
+#include "wire/records.h"
 
 // What fortified code calls.
 extern "C" int __open_2(const char* path, int flags);

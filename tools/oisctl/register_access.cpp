@@ -2,9 +2,9 @@
 
 #include <type_traits>
 
-#include "access/hub_command.h"
 #include "driver_session.h"
 #include "terminal.h"
+#include "wire/hub_commands.h"
 
 namespace oisctl {
 

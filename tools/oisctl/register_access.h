@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "korva/registers.h"
 #include "trace.h"
+#include "wire/registers.h"
 
 namespace oisctl {
 

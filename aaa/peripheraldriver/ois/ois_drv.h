@@ -17,11 +17,11 @@
 #include <type_traits>
 #include <vector>
 
-#include "access/controller_records.h"
-#include "access/hub_command.h"
-#include "access/private_ioctl.h"
 #include "diagnostics/session_buffers.h"
-#include "lifecycle/customisation.h"
+#include "wire/customisation.h"
+#include "wire/hub_commands.h"
+#include "wire/records.h"
+#include "wire/requests.h"
 
 #define OIS_EXPORT [[gnu::visibility("default")]]
 

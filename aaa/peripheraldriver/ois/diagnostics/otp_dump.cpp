@@ -6,9 +6,9 @@
 #include <string>
 
 #include "diagnostics/dump_file.h"
-#include "diagnostics/otp_fields.h"
 #include "log.h"
 #include "ois_drv.h"
+#include "wire/otp_fields.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <utility>
 
-#include "access/controller_records.h"
+#include "wire/records.h"
 
 namespace ois {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <utility>
 
-#include "access/hub_command.h"
-#include "korva/registers.h"
+#include "wire/hub_commands.h"
+#include "wire/registers.h"
 
 namespace ois::korva {
 
