@@ -16,7 +16,7 @@ void messageOff(benchmark::State& state) {
     int value = 42;
     for (auto _ : state) {
         benchmark::DoNotOptimize(value);
-        OIS_DEBUG("ConfigOisTransfer oisMode: %d   \n", value);
+        OIS_LOG(kDebug, "ConfigOisTransfer oisMode: %d   \n", value);
     }
     bench::setMessages(bench::Messages::kOff);
 }
@@ -42,7 +42,7 @@ void messageOn(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(value);
         benchmark::DoNotOptimize(zoom);
-        OIS_INFO(REQUEST_MESSAGE, value, value, value, value, value, value, zoom, value);
+        OIS_LOG(kInfo, REQUEST_MESSAGE, value, value, value, value, value, value, zoom, value);
     }
     bench::setMessages(bench::Messages::kOff);
 }

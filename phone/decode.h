@@ -76,7 +76,7 @@ enum class RegisterFormat { kUnsigned, kSigned, kHex, kFloat };
 
 struct RegisterInfo {
     std::string_view name;  // "STABILISATION_MODE"
-    ois::korva::Register reg = ois::korva::Register::kControl;
+    uint32_t address = 0;
     size_t size = 1;  // bytes
     RegisterFormat format = RegisterFormat::kUnsigned;
     std::string_view meaning;

@@ -306,33 +306,38 @@ constexpr std::array kHubCommands{
 using ois::korva::Register;
 using enum RegisterFormat;
 
+template <typename Value>
+constexpr RegisterInfo registerInfo(std::string_view name, ois::korva::RegisterOf<Value> reg,
+                                    RegisterFormat format, std::string_view meaning) {
+    return {name, reg.address, sizeof(Value), format, meaning};
+}
+
 constexpr std::array kRegisters{
-    RegisterInfo{"CONTROL", Register::kControl, 1, kUnsigned, "0 idle request, 1 restart"},
-    RegisterInfo{"STATE", Register::kState, 1, kUnsigned, "1 when idle"},
-    RegisterInfo{"STABILISATION_MODE", Register::kStabilisationMode, 1, kUnsigned, "16 on, 5 off"},
-    RegisterInfo{"FLASH_WRITE", Register::kFlashWrite, 1, kUnsigned, "1 starts the flash write"},
-    RegisterInfo{"STATUS", Register::kStatus, 1, kHex, "error bits of calibration and flash write"},
-    RegisterInfo{"UPDATE_STATUS", Register::kUpdateStatus, 2, kHex, "error bits of a firmware update"},
-    RegisterInfo{"IMAGE_CHECK_VALUE", Register::kImageCheckValue, 4, kHex,
-                 "the image's check value, bit 31 set"},
-    RegisterInfo{"FLASH_DOWNLOAD", Register::kFlashDownload, 1, kUnsigned,
-                 "117 opens the flash for a download"},
-    RegisterInfo{"APPLY_UNLOCK", Register::kApplyUnlock, 1, kUnsigned, "1, before APPLY_COMMAND"},
-    RegisterInfo{"APPLY_COMMAND", Register::kApplyCommand, 1, kUnsigned, "6, after APPLY_UNLOCK"},
-    RegisterInfo{"GYRO_CALIBRATION", Register::kGyroCalibration, 1, kUnsigned, "1 starts it; 0 when done"},
-    RegisterInfo{"PID_INIT", Register::kPidInit, 1, kUnsigned, "PID init value, 33"},
-    RegisterInfo{"FLASH_CHECK_REQUEST", Register::kFlashCheckRequest, 1, kUnsigned,
-                 "1 computes FLASH_CHECK_VALUE"},
-    RegisterInfo{"FLASH_CHECK_VALUE", Register::kFlashCheckValue, 2, kHex,
-                 "check value of the other flash data"},
-    RegisterInfo{"FIRMWARE_VERSION", Register::kFirmwareVersion, 4, kUnsigned,
-                 "version of the running firmware"},
-    RegisterInfo{"GYRO_OFFSET_X", Register::kGyroOffsetX, 2, kSigned, "gyro offset about x, raw counts"},
-    RegisterInfo{"GYRO_OFFSET_Y", Register::kGyroOffsetY, 2, kSigned, "gyro offset about y, raw counts"},
-    RegisterInfo{"CLOCK", Register::kClock, 4, kUnsigned, "clock, Hz; 19200000 is the old one"},
-    RegisterInfo{"ACC_COMPENSATION", Register::kAccCompensation, 1, kUnsigned, "1 on, 0 off"},
-    RegisterInfo{"ACC_OBJECT_DISTANCE", Register::kAccObjectDistance, 4, kFloat,
-                 "object distance, mm; 5000 while compensation is off"},
+    registerInfo("CONTROL", Register::kControl, kUnsigned, "0 idle request, 1 restart"),
+    registerInfo("STATE", Register::kState, kUnsigned, "1 when idle"),
+    registerInfo("STABILISATION_MODE", Register::kStabilisationMode, kUnsigned, "16 on, 5 off"),
+    registerInfo("FLASH_WRITE", Register::kFlashWrite, kUnsigned, "1 starts the flash write"),
+    registerInfo("STATUS", Register::kStatus, kHex, "error bits of calibration and flash write"),
+    registerInfo("UPDATE_STATUS", Register::kUpdateStatus, kHex, "error bits of a firmware update"),
+    registerInfo("IMAGE_CHECK_VALUE", Register::kImageCheckValue, kHex,
+                 "the image's check value, bit 31 set"),
+    registerInfo("FLASH_DOWNLOAD", Register::kFlashDownload, kUnsigned, "117 opens the flash for a download"),
+    registerInfo("APPLY_UNLOCK", Register::kApplyUnlock, kUnsigned, "1, before APPLY_COMMAND"),
+    registerInfo("APPLY_COMMAND", Register::kApplyCommand, kUnsigned, "6, after APPLY_UNLOCK"),
+    registerInfo("GYRO_CALIBRATION", Register::kGyroCalibration, kUnsigned, "1 starts it; 0 when done"),
+    registerInfo("PID_INIT", Register::kPidInit, kUnsigned, "PID init value, 33"),
+    registerInfo("FLASH_CHECK_REQUEST", Register::kFlashCheckRequest, kUnsigned,
+                 "1 computes FLASH_CHECK_VALUE"),
+    registerInfo("FLASH_CHECK_VALUE", Register::kFlashCheckValue, kHex,
+                 "check value of the other flash data"),
+    registerInfo("FIRMWARE_VERSION", Register::kFirmwareVersion, kUnsigned,
+                 "version of the running firmware"),
+    registerInfo("GYRO_OFFSET_X", Register::kGyroOffsetX, kSigned, "gyro offset about x, raw counts"),
+    registerInfo("GYRO_OFFSET_Y", Register::kGyroOffsetY, kSigned, "gyro offset about y, raw counts"),
+    registerInfo("CLOCK", Register::kClock, kUnsigned, "clock, Hz; 19200000 is the old one"),
+    registerInfo("ACC_COMPENSATION", Register::kAccCompensation, kUnsigned, "1 on, 0 off"),
+    registerInfo("ACC_OBJECT_DISTANCE", Register::kAccObjectDistance, kFloat,
+                 "object distance, mm; 5000 while compensation is off"),
 };
 
 template <typename Table, typename Matches>
@@ -393,8 +398,7 @@ const RegisterInfo* findRegister(std::string_view name) {
     return findIn(kRegisters, [name](const RegisterInfo& info) { return info.name == name; });
 }
 const RegisterInfo* findRegister(uint32_t address) {
-    return findIn(kRegisters,
-                  [address](const RegisterInfo& info) { return ois::korva::address(info.reg) == address; });
+    return findIn(kRegisters, [address](const RegisterInfo& info) { return info.address == address; });
 }
 
 const HubCommandInfo* hubCommand(const ois::OisCustomCmd& command, HubPhase phase) {

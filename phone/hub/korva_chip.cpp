@@ -16,6 +16,7 @@ namespace phone {
 
 using ois::korva::address;
 using ois::korva::Register;
+using ois::korva::RegisterOf;
 
 namespace {
 
@@ -70,8 +71,14 @@ struct KorvaChip::State {
     // Register file.
     uint32_t load(uint32_t at, uint32_t byteCount) const;
     void store(uint32_t at, uint32_t byteCount, uint32_t value);
-    void set(Register reg, uint32_t byteCount, uint32_t value) { store(address(reg), byteCount, value); }
-    uint32_t get(Register reg, uint32_t byteCount) const { return load(address(reg), byteCount); }
+    template <typename Value>
+    void set(RegisterOf<Value> reg, std::type_identity_t<Value> value) {
+        store(reg.address, sizeof value, ois::korva::toWord(value));
+    }
+    template <typename Value>
+    Value get(RegisterOf<Value> reg) const {
+        return ois::korva::fromWord<Value>(load(reg.address, sizeof(Value)));
+    }
     static bool writable(uint32_t at);
     void written(uint32_t at, uint32_t value);
 
@@ -94,10 +101,10 @@ struct KorvaChip::State {
     void install(const FirmwareImage& image);
     void useStabiliser(const StabiliserSettings& settings);
 
-    KorvaState state() const { return static_cast<KorvaState>(get(Register::kState, 1)); }
-    void setState(KorvaState state) { set(Register::kState, 1, static_cast<uint8_t>(state)); }
+    KorvaState state() const { return static_cast<KorvaState>(get(Register::kState)); }
+    void setState(KorvaState state) { set(Register::kState, static_cast<uint8_t>(state)); }
     void addUpdateStatus(uint32_t bits) {
-        set(Register::kUpdateStatus, 2, get(Register::kUpdateStatus, 2) | bits);
+        set(Register::kUpdateStatus, static_cast<uint16_t>(get(Register::kUpdateStatus) | bits));
     }
     void note(std::string fault, std::string text) const;
 
@@ -137,13 +144,13 @@ void KorvaChip::State::store(uint32_t at, uint32_t byteCount, uint32_t value) {
 }
 
 bool KorvaChip::State::writable(uint32_t at) {
-    switch (static_cast<Register>(at)) {
-        case Register::kState:
-        case Register::kStatus:
-        case Register::kUpdateStatus:
-        case Register::kFlashCheckValue:
-        case Register::kFirmwareVersion:
-        case Register::kClock:
+    switch (at) {
+        case address(Register::kState):
+        case address(Register::kStatus):
+        case address(Register::kUpdateStatus):
+        case address(Register::kFlashCheckValue):
+        case address(Register::kFirmwareVersion):
+        case address(Register::kClock):
             return false;
         default:
             return true;
@@ -153,45 +160,45 @@ bool KorvaChip::State::writable(uint32_t at) {
 void KorvaChip::State::written(uint32_t at, uint32_t value) {
     const int64_t now = mClock.nowUs();
     const uint32_t lowByte = value & UINT8_MAX;
-    switch (static_cast<Register>(at)) {
-        case Register::kControl:
+    switch (at) {
+        case address(Register::kControl):
             if (lowByte == ois::korva::kControlRestart)
                 restart();
             else
                 requestIdle();
             break;
-        case Register::kStabilisationMode:
+        case address(Register::kStabilisationMode):
             mLensHeld = false;
             mUnderway.idle.reset();
             if (mFlash.firmwareGood && !mUnderway.restart) setState(KorvaState::kRunning);
             break;
-        case Register::kFlashWrite:
-            set(Register::kStatus, 1, korva_status::kBusy);
+        case address(Register::kFlashWrite):
+            set(Register::kStatus, korva_status::kBusy);
             mUnderway.flashWrite = now + mTiming.flashWriteUs;
             break;
-        case Register::kFlashDownload:
+        case address(Register::kFlashDownload):
             if (lowByte == ois::korva::kFlashDownloadOpen)
                 openDownload();
             else
                 mDownloadOpen = false;
             break;
-        case Register::kImageCheckValue:
+        case address(Register::kImageCheckValue):
             startVerify();
             break;
-        case Register::kApplyCommand:
+        case address(Register::kApplyCommand):
             if (lowByte == ois::korva::kApplyCommandValue &&
-                get(Register::kApplyUnlock, 1) == ois::korva::kApplyUnlockValue) {
+                get(Register::kApplyUnlock) == ois::korva::kApplyUnlockValue) {
                 mUnderway.clock = now + mTiming.clockUs;
             }
             break;
-        case Register::kGyroCalibration:
+        case address(Register::kGyroCalibration):
             if (lowByte == kStart) startCalibration();
             break;
-        case Register::kFlashCheckRequest:
+        case address(Register::kFlashCheckRequest):
             mUnderway.checkValue = now + mTiming.checkValueUs;
             break;
-        case Register::kAccCompensation:
-        case Register::kAccObjectDistance:
+        case address(Register::kAccCompensation):
+        case address(Register::kAccObjectDistance):
             updateAccCompensation();
             break;
         default:
@@ -204,10 +211,10 @@ void KorvaChip::State::powerOn() {
     mRegisters.fill(0);
     mUnderway = {};
     mDownloadOpen = mHubCalibration = mLensHeld = mActive = false;
-    set(Register::kStabilisationMode, 1, ois::korva::kModeOff);
-    set(Register::kAccObjectDistance, 4, std::bit_cast<uint32_t>(ois::korva::kAccDistanceOff));
-    set(Register::kFirmwareVersion, 4, mFlash.firmwareGood ? mFlash.firmwareVersion : 0);
-    set(Register::kClock, 4, mFlash.clockHz);
+    set(Register::kStabilisationMode, ois::korva::kModeOff);
+    set(Register::kAccObjectDistance, ois::korva::kAccDistanceOff);
+    set(Register::kFirmwareVersion, mFlash.firmwareGood ? mFlash.firmwareVersion : 0);
+    set(Register::kClock, mFlash.clockHz);
     restart();
 }
 
@@ -220,15 +227,15 @@ void KorvaChip::State::settle() {
     const int64_t calibratedUs = mUnderway.calibration.value_or(now);
     if (take(mUnderway.calibration, now)) finishCalibration(calibratedUs);
     if (take(mUnderway.checkValue, now)) {
-        set(Register::kFlashCheckRequest, 1, 0);
-        set(Register::kFlashCheckValue, 2, korvaWordSum(mFlash.otherData));
+        set(Register::kFlashCheckRequest, 0);
+        set(Register::kFlashCheckValue, korvaWordSum(mFlash.otherData));
     }
     if (take(mUnderway.flashWrite, now)) finishFlashWrite();
     if (take(mUnderway.clock, now)) {
         mFlash.clockHz = mFlash.updatedClockHz;
-        set(Register::kClock, 4, mFlash.clockHz);
-        set(Register::kApplyUnlock, 1, 0);
-        set(Register::kApplyCommand, 1, 0);
+        set(Register::kClock, mFlash.clockHz);
+        set(Register::kApplyUnlock, 0);
+        set(Register::kApplyCommand, 0);
     }
     if (take(mUnderway.verify, now)) finishVerify();
     updateLoop();
@@ -260,18 +267,18 @@ void KorvaChip::State::restart() {
     setState(KorvaState::kStarting);
     mUnderway.idle.reset();
     mUnderway.calibration.reset();
-    set(Register::kGyroCalibration, 1, 0);
+    set(Register::kGyroCalibration, 0);
     mUnderway.restart = mClock.nowUs() + mTiming.restartUs;
     mDownloadOpen = false;
-    set(Register::kStatus, 1, 0);
-    set(Register::kGyroOffsetX, 2, static_cast<uint16_t>(mFlash.gyroOffset[0]));
-    set(Register::kGyroOffsetY, 2, static_cast<uint16_t>(mFlash.gyroOffset[1]));
+    set(Register::kStatus, 0);
+    set(Register::kGyroOffsetX, mFlash.gyroOffset[0]);
+    set(Register::kGyroOffsetY, mFlash.gyroOffset[1]);
     mStabiliser->setGyroOffset(mFlash.gyroOffset[0], mFlash.gyroOffset[1]);
 }
 
 void KorvaChip::State::startCalibration() {
-    set(Register::kGyroCalibration, 1, kStart);
-    set(Register::kStatus, 1, 0);
+    set(Register::kGyroCalibration, kStart);
+    set(Register::kStatus, 0);
     if (mFaults.calibrationNeverDone) {
         note("chip.calibration-never-done", "calibration will not end");
         return;
@@ -280,14 +287,14 @@ void KorvaChip::State::startCalibration() {
         mUnderway.calibration = mClock.nowUs() + mTiming.calibrationUs;
         return;
     }
-    set(Register::kGyroCalibration, 1, 0);
-    set(Register::kStatus, 1, korva_status::kRefused);
+    set(Register::kGyroCalibration, 0);
+    set(Register::kStatus, korva_status::kRefused);
     mHubCalibration = false;
 }
 
 void KorvaChip::State::finishCalibration(int64_t doneUs) {
-    set(Register::kGyroCalibration, 1, 0);
-    set(Register::kStatus, 1, measureOffset(doneUs) | mFaults.calibrationError);
+    set(Register::kGyroCalibration, 0);
+    set(Register::kStatus, measureOffset(doneUs) | mFaults.calibrationError);
     if (mFaults.calibrationError != 0) {
         note("chip.calibration-error=" + std::to_string(mFaults.calibrationError),
              "calibration ends with these bits");
@@ -307,23 +314,22 @@ uint8_t KorvaChip::State::measureOffset(int64_t doneUs) {
     if ((bits | mFaults.calibrationError) & ois::korva::kCalibrationErrorBits) return bits;
     const auto x = static_cast<int16_t>(std::lround(gyro.meanRaw[0]));
     const auto y = static_cast<int16_t>(std::lround(gyro.meanRaw[1]));
-    set(Register::kGyroOffsetX, 2, static_cast<uint16_t>(x));
-    set(Register::kGyroOffsetY, 2, static_cast<uint16_t>(y));
+    set(Register::kGyroOffsetX, static_cast<uint16_t>(x));
+    set(Register::kGyroOffsetY, static_cast<uint16_t>(y));
     mStabiliser->advance(doneUs);
     mStabiliser->setGyroOffset(x, y);
     return bits;
 }
 
 void KorvaChip::State::finishFlashWrite() {
-    set(Register::kFlashWrite, 1, 0);
+    set(Register::kFlashWrite, 0);
     if (mFaults.flashWriteError) note("chip.flash-write-error", "flash write failed");
     if (mFaults.flashWriteError || state() != KorvaState::kIdle || !mFlash.firmwareGood) {
-        set(Register::kStatus, 1, korva_status::kFlashWrite);
+        set(Register::kStatus, korva_status::kFlashWrite);
         return;
     }
-    set(Register::kStatus, 1, 0);
-    mFlash.gyroOffset = {static_cast<int16_t>(get(Register::kGyroOffsetX, 2)),
-                         static_cast<int16_t>(get(Register::kGyroOffsetY, 2))};
+    set(Register::kStatus, 0);
+    mFlash.gyroOffset = {get(Register::kGyroOffsetX), get(Register::kGyroOffsetY)};
     if (mFaults.flashDataChanged) {
         note("chip.flash-data-changed", "flash write damaged other data");
         if (mFlash.otherData.empty()) mFlash.otherData.resize(2);
@@ -332,7 +338,7 @@ void KorvaChip::State::finishFlashWrite() {
 }
 
 void KorvaChip::State::openDownload() {
-    set(Register::kUpdateStatus, 2, 0);
+    set(Register::kUpdateStatus, 0);
     if (state() != KorvaState::kIdle) {
         addUpdateStatus(korva_update::kNotOpen);
         return;
@@ -340,7 +346,7 @@ void KorvaChip::State::openDownload() {
     mDownloadOpen = true;
     mFlash.firmwareGood = false;
     std::ranges::fill(mFlash.firmware, kErased);
-    set(Register::kFirmwareVersion, 4, 0);
+    set(Register::kFirmwareVersion, 0);
     mUnderway.flashBusyUntilUs = mClock.nowUs() + mTiming.eraseUs;
 }
 
@@ -373,7 +379,7 @@ void KorvaChip::State::program(uint32_t at, std::span<const uint8_t> block) {
         mFlash.firmware[at] ^= 1;
     }
     if (mFaults.downloadError != 0) {
-        if (get(Register::kUpdateStatus, 2) == 0) {
+        if (get(Register::kUpdateStatus) == 0) {
             note("chip.download-error=" + std::to_string(mFaults.downloadError),
                  "download ends with these bits");
         }
@@ -382,7 +388,7 @@ void KorvaChip::State::program(uint32_t at, std::span<const uint8_t> block) {
 }
 
 void KorvaChip::State::startVerify() {
-    const uint32_t written = get(Register::kImageCheckValue, 4);
+    const uint32_t written = get(Register::kImageCheckValue);
     if ((written & ois::korva::kImageCheckValid) == 0) return;
     if (!mDownloadOpen) return addUpdateStatus(korva_update::kNotOpen);
     mPendingCheckValue = written & UINT16_MAX;
@@ -392,27 +398,27 @@ void KorvaChip::State::startVerify() {
 
 void KorvaChip::State::finishVerify() {
     if (!std::exchange(mDownloadOpen, false)) return;
-    set(Register::kFlashDownload, 1, 0);
+    set(Register::kFlashDownload, 0);
     if (mFaults.checkValueWrong) note("chip.check-value-wrong", "check value refused");
     if (mFaults.checkValueWrong || korvaWordSum(mFlash.firmware) != mPendingCheckValue) {
-        set(Register::kUpdateStatus, 2, korva_update::kCheckValue);
+        set(Register::kUpdateStatus, korva_update::kCheckValue);
         return;
     }
-    set(Register::kUpdateStatus, 2, 0);
+    set(Register::kUpdateStatus, 0);
     mFlash.firmwareGood = true;
     mFlash.firmwareVersion = FirmwareImage::fromBytes(mFlash.firmware).version();
     if (mFaults.versionMismatch) {
         note("chip.version-mismatch", "reports the version below the image's");
         --mFlash.firmwareVersion;
     }
-    set(Register::kFirmwareVersion, 4, mFlash.firmwareVersion);
+    set(Register::kFirmwareVersion, mFlash.firmwareVersion);
 }
 
 // Lets the stabilisation loop do what the registers say.
 void KorvaChip::State::updateLoop() {
     using Mode = StabiliserMode;
     const bool running = state() == KorvaState::kRunning && mFlash.firmwareGood;
-    const bool on = get(Register::kStabilisationMode, 1) == ois::korva::kModeOn;
+    const bool on = get(Register::kStabilisationMode) == ois::korva::kModeOn;
     Mode mode = Mode::kOff;
     if (running && on) mode = mActive ? Mode::kActive : Mode::kOn;
     if (running && mLensHeld) mode = Mode::kFixed;
@@ -422,10 +428,9 @@ void KorvaChip::State::updateLoop() {
 }
 
 void KorvaChip::State::updateAccCompensation() {
-    const auto distanceMm = std::bit_cast<float>(get(Register::kAccObjectDistance, 4));
+    const auto distanceMm = get(Register::kAccObjectDistance);
     mStabiliser->advance(mClock.nowUs());
-    mStabiliser->setAccCompensation(get(Register::kAccCompensation, 1) != 0,
-                                    distanceMm * kMetresPerMillimetre);
+    mStabiliser->setAccCompensation(get(Register::kAccCompensation) != 0, distanceMm * kMetresPerMillimetre);
 }
 
 void KorvaChip::State::install(const FirmwareImage& image) {
@@ -526,10 +531,6 @@ uint32_t KorvaChip::peek(uint32_t at, uint32_t byteCount) {
     return mState->load(at, byteCount);
 }
 
-uint32_t KorvaChip::peek(Register reg, uint32_t byteCount) {
-    return peek(address(reg), byteCount);
-}
-
 void KorvaChip::poke(uint32_t at, uint32_t byteCount, uint32_t value) {
     const std::lock_guard lock(mState->mMutex);
     mState->settle();
@@ -577,7 +578,7 @@ void KorvaChip::installFirmware(const FirmwareImage& image) {
     const std::lock_guard lock(mState->mMutex);
     mState->settle();
     mState->install(image);
-    mState->set(Register::kFirmwareVersion, 4, image.version());
+    mState->set(Register::kFirmwareVersion, image.version());
 }
 
 void KorvaChip::setTiming(const KorvaTiming& timing) {
@@ -599,7 +600,7 @@ void KorvaChip::inject(std::string_view fault) {
     addKorvaFault(mState->mFaults, fault);
     if (!std::exchange(mState->mFaults.oldClock, false)) return;
     mState->mFlash.clockHz = ois::korva::kOldClockHz;
-    mState->set(Register::kClock, 4, ois::korva::kOldClockHz);
+    mState->set(Register::kClock, ois::korva::kOldClockHz);
 }
 
 void KorvaChip::clearFaults() {

@@ -82,7 +82,10 @@ class KorvaChip {
     // --- State.
     // Reads as the bus does, without the side effects of a read.
     uint32_t peek(uint32_t at, uint32_t byteCount);
-    uint32_t peek(ois::korva::Register reg, uint32_t byteCount);
+    template <typename Value>
+    Value peek(ois::korva::RegisterOf<Value> reg) {
+        return ois::korva::fromWord<Value>(peek(reg.address, sizeof(Value)));
+    }
     void poke(uint32_t at, uint32_t byteCount, uint32_t value);
     KorvaState state();
     bool downloadOpen();

@@ -80,9 +80,9 @@ class Log : public ::testing::Test {
 int gLine = 0;
 void speakAll() {
     gLine = __LINE__ + 1;
-    OIS_ERROR("broken %d %s\n", -5, "%n%s");
-    OIS_INFO("known %s", "thing");
-    OIS_DEBUG("detail %x", 255U);
+    OIS_LOG(kError, "broken %d %s\n", -5, "%n%s");
+    OIS_LOG(kInfo, "known %s", "thing");
+    OIS_LOG(kDebug, "detail %x", 255U);
 }
 
 TEST_F(Log, BothSinksGetTheirForms) {
@@ -145,9 +145,9 @@ TEST_F(Log, GatesDecidePerSinkAndLevel) {
 TEST_F(Log, ArgumentsOfAnUnwantedMessageAreNotEvaluated) {
     int evaluated = 0;
     const auto speak = [&] {
-        OIS_ERROR("%d", ++evaluated);
-        OIS_INFO("%d", ++evaluated);
-        OIS_DEBUG("%d", ++evaluated);
+        OIS_LOG(kError, "%d", ++evaluated);
+        OIS_LOG(kInfo, "%d", ++evaluated);
+        OIS_LOG(kDebug, "%d", ++evaluated);
     };
     set({.detailsLevel = 0, .error = 0, .hasUnifiedLogger = false});
     speak();
@@ -161,7 +161,7 @@ TEST_F(Log, ArgumentsOfAnUnwantedMessageAreNotEvaluated) {
 
 TEST_F(Log, TheUnifiedLoggersTextIsCutTheDebugLogsIsNot) {
     const std::string longText(3000, 'x');
-    OIS_ERROR("%s", longText.c_str());
+    OIS_LOG(kError, "%s", longText.c_str());
     ASSERT_EQ(unified.lines.size(), 1U);
     EXPECT_EQ(unified.lines[0].text, ("[TestBody] " + longText).substr(0, 1023));
     // Only the line's format has a buffer there.
@@ -170,7 +170,7 @@ TEST_F(Log, TheUnifiedLoggersTextIsCutTheDebugLogsIsNot) {
 
 #define TEN(X) X X X X X X X X X X
 TEST_F(Log, ALongFormatIsCutForTheDebugLog) {
-    OIS_ERROR(TEN(TEN("0123456789")) TEN("abcdefghij"));
+    OIS_LOG(kError, TEN(TEN("0123456789")) TEN("abcdefghij"));
     // 1023 bytes of format, in which "%s" became the function's name.
     const std::string line = debugLog().at(0);
     EXPECT_EQ(line.size(), 1023 - std::strlen("%s") + std::strlen("TestBody"));
@@ -180,7 +180,7 @@ TEST_F(Log, ALongFormatIsCutForTheDebugLog) {
 #undef TEN
 
 TEST_F(Log, AMessageThatCannotBeFormattedIsDropped) {
-    OIS_INFO("%ls", L"\u20ac");  // no such character in the C locale
+    OIS_LOG(kInfo, "%ls", L"\u20ac");  // no such character in the C locale
     EXPECT_TRUE(unified.lines.empty());
     EXPECT_TRUE(debugLog().empty());
     speakAll();

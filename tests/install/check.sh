@@ -13,6 +13,13 @@ echo "the installed oisctl runs"
 bash -n "$prefix/share/bash-completion/completions/oisctl"
 [ -s "$prefix/share/man/man1/oisctl.1" ]
 
+# Constructors and destructors have several symbols of one name.
+exported=$(nm -DC --defined-only "$prefix"/lib*/libois_drv.so "$prefix"/lib/*/libois_drv.so 2>/dev/null |
+    sed -n 's/^[0-9a-f]* . //p' | sort -u)
+listed=$(sed -n 's/^ *"\(.*\)";$/\1/p' "$repo/aaa/peripheraldriver/ois/ois_drv.map" | sort -u)
+[ "$exported" = "$listed" ] || { diff <(echo "$exported") <(echo "$listed"); exit 1; }
+echo "libois_drv.so exports what ois_drv.map lists, $(echo "$listed" | wc -l) names"
+
 cmake -S "$repo/tests/install" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$work/cmake.log"
 ninja -C "$work/build" >"$work/ninja.log" || { cat "$work/ninja.log"; exit 1; }
 "$work/build/consumer"

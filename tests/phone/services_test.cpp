@@ -185,9 +185,9 @@ TEST_F(ServicesTest, TheCustomisationFillsExactlyItsBlocks) {
 TEST_F(ServicesTest, LevelAndSinksOfTheLogDecideWhatArrives) {
     const auto arrive = [&] {
         forget();
-        OIS_ERROR("E");
-        OIS_INFO("I");
-        OIS_DEBUG("D");
+        OIS_LOG(kError, "E");
+        OIS_LOG(kInfo, "I");
+        OIS_LOG(kDebug, "D");
         std::string arrived;
         for (const Event& event : phone.trace().events(EventKind::kMessage))
             arrived += event.name + event.text.back();

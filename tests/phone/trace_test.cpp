@@ -105,7 +105,7 @@ TEST(Decode, AgreesWithTheDocument) {
     }
     for (const HubCommandInfo& info : hubCommands()) expectRow("\n| %d | `%s` | ", info.id, info.name.data());
     for (const RegisterInfo& info : registers())
-        expectRow("\n| 0x%04x | `%s` | %zu |", ois::korva::address(info.reg), info.name.data(), info.size);
+        expectRow("\n| 0x%04x | `%s` | %zu |", info.address, info.name.data(), info.size);
 }
 
 // Garbage of every kind and length: nothing may read past its bytes, and JSON stays JSON.
@@ -135,7 +135,7 @@ TEST(Decode, AnyBytesCanBeDecoded) {
         std::ranges::copy(garbage(sizeof records), reinterpret_cast<uint8_t*>(records));
         records[0].id = static_cast<uint8_t>(round);
         // Hardly any other address is one of the controller's.
-        const uint32_t address = ois::korva::address(registers()[random() % registers().size()].reg);
+        const uint32_t address = registers()[random() % registers().size()].address;
         std::memcpy(records[0].payload, &address, sizeof address);
         check(decodeHub(records[0], records[1]));
         check(decodeHub(records[0]));

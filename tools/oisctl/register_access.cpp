@@ -32,7 +32,7 @@ std::optional<RegisterAccess> registerAccess(const phone::Event& event) {
     const bool writes = event.name == "WRITE_REGISTER";
     if (!writes && event.name != "READ_REGISTER") return std::nullopt;
     RegisterAccess access;
-    access.reg = static_cast<ois::korva::Register>(integerField(event, "address"));
+    access.address = static_cast<uint32_t>(integerField(event, "address"));
     access.writes = writes;
     access.value = integerField(event, "value");
     return access;

@@ -12,7 +12,7 @@ namespace oisctl {
 class DriverSession;
 
 struct RegisterAccess {
-    ois::korva::Register reg{};
+    uint32_t address = 0;
     bool writes = false;
     int64_t value = 0;  // as the register's format has it; a float's is truncated
 };

@@ -1,11 +1,13 @@
 #pragma once
-// The driver's logging macro and its two sinks, the platform's debug log and the unified logger.
+// The one way to write a message: OIS_LOG and its kin, below. Two sinks take messages, the platform's debug
+// log and the unified logger; some lines go straight to the Android log.
 //
 // A message costs two or three loads while nobody wants it; its arguments are then not evaluated. Any thread.
 
 #include <cstdio>
 #include <cstring>
 
+#include "android/log.h"
 #include "camera_platform/log.h"
 
 namespace ois::log {
@@ -110,23 +112,29 @@ template <typename... Arguments>
 
 }  // namespace ois::log
 
-// Logs a message that begins "[FUNCTION] ". FORMAT is a literal; what follows are its arguments.
-#define OIS_LOG(SEVERITY, FUNCTION, FORMAT, ...)                                                \
+// A message of the operation that it stands in, at kError, kInfo or kDebug. It begins "[FUNCTION] "; FORMAT
+// is a literal, and what follows are its arguments.
+#define OIS_LOG(LEVEL, FORMAT, ...) OIS_LOG_AS(__func__, LEVEL, FORMAT __VA_OPT__(, ) __VA_ARGS__)
+
+// The same from a step that has a function of its own, in the name of its operation.
+#define OIS_LOG_AS(FUNCTION, LEVEL, FORMAT, ...)                                                \
     do {                                                                                        \
         if (false) ois::log::checkFormat("[%s] " FORMAT, (FUNCTION)__VA_OPT__(, ) __VA_ARGS__); \
-        OIS_LOG_UNCHECKED(SEVERITY, FUNCTION, FORMAT __VA_OPT__(, ) __VA_ARGS__);               \
+        OIS_LOG_UNCHECKED_AS(FUNCTION, LEVEL, FORMAT __VA_OPT__(, ) __VA_ARGS__);               \
     } while (false)
 
-// The same for the few messages whose arguments deliberately do not fit their format.
-#define OIS_LOG_UNCHECKED(SEVERITY, FUNCTION, FORMAT, ...)                                        \
-    do {                                                                                          \
-        if (ois::log::wanted(SEVERITY))                                                           \
-            ois::log::write(SEVERITY, {__FILE__, __LINE__, FUNCTION}, "[%s] " FORMAT,             \
-                            "[%s] " FORMAT " (%s){#%d:%s}", FUNCTION __VA_OPT__(, ) __VA_ARGS__); \
-    } while (false)
+// For the few messages whose arguments deliberately do not fit their format.
+#define OIS_LOG_UNCHECKED(LEVEL, FORMAT, ...) \
+    OIS_LOG_UNCHECKED_AS(__func__, LEVEL, FORMAT __VA_OPT__(, ) __VA_ARGS__)
 
-// For the operation that the message stands in; a step in a function of its own names its operation with
-// OIS_LOG.
-#define OIS_ERROR(...) OIS_LOG(ois::log::Severity::kError, __func__, __VA_ARGS__)
-#define OIS_INFO(...) OIS_LOG(ois::log::Severity::kInfo, __func__, __VA_ARGS__)
-#define OIS_DEBUG(...) OIS_LOG(ois::log::Severity::kDebug, __func__, __VA_ARGS__)
+// Straight to the Android log, past both sinks, at ERROR or DEBUG priority and without the function's name.
+#define OIS_ANDROID_LOG(PRIORITY, ...) \
+    __android_log_print(ANDROID_LOG_##PRIORITY, ois::log::kTag, __VA_ARGS__)
+
+// What the others are made from.
+#define OIS_LOG_UNCHECKED_AS(FUNCTION, LEVEL, FORMAT, ...)                                             \
+    do {                                                                                               \
+        if (ois::log::wanted(ois::log::Severity::LEVEL))                                               \
+            ois::log::write(ois::log::Severity::LEVEL, {__FILE__, __LINE__, FUNCTION}, "[%s] " FORMAT, \
+                            "[%s] " FORMAT " (%s){#%d:%s}", FUNCTION __VA_OPT__(, ) __VA_ARGS__);      \
+    } while (false)

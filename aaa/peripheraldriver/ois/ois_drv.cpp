@@ -32,7 +32,7 @@ Registry gRegistry;
 OISDrv* OISDrv::GetInstance(int32_t sensorDev) {
     const auto index = static_cast<uint32_t>(sensorDev);
     if (index >= kSensorCount) {
-        OIS_ERROR("Unsupport sensor Index: %d\n", sensorDev);
+        OIS_LOG(kError, "Unsupport sensor Index: %d\n", sensorDev);
         return nullptr;
     }
     INST_T<OISDrv>& slot = gRegistry.slot(index);

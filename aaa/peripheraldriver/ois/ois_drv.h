@@ -5,8 +5,8 @@
 // operations while the camera streams, and closes it with Uninit.
 //
 // Threads: all public operations come from one thread, the 3A layer's. The object runs up to three workers of
-// its own: bring-up, status recorder and defect detector. No command is sent under a lock; fields that a
-// worker shares with the caller are accessed through shared_field.h.
+// its own: bring-up, status recorder and defect detector. Fields that a worker shares with the caller are
+// accessed through shared_field.h; no lock is held over a command, a sleep or a message.
 
 #include <array>
 #include <cstddef>
@@ -17,17 +17,20 @@
 #include <type_traits>
 #include <vector>
 
+#include "camera_platform/sensor_provider.h"
 #include "diagnostics/session_buffers.h"
+#include "wire/commands.h"
 #include "wire/customisation.h"
-#include "wire/hub_commands.h"
 #include "wire/records.h"
-#include "wire/requests.h"
 
 #define OIS_EXPORT [[gnu::visibility("default")]]
 
 namespace ois {
 class DumpFile;
+namespace korva {
+class RegisterAccess;
 }
+}  // namespace ois
 
 // One request of the 3A layer.
 struct ois_params {
@@ -74,38 +77,6 @@ static_assert(sizeof(ois_cfg_data) == 4);
 
 // Opaque to the driver.
 struct ois_lens_info_buf;
-
-// Angle-based active OIS.
-struct ois_act_parameters {
-    int32_t enable;  // active OIS state; 2 comes with an angle
-    uint32_t angle;  // bits of a float32 angle, or the integer 1 when none applies
-};
-static_assert(sizeof(ois_act_parameters) == 8);
-static_assert(offsetof(ois_act_parameters, angle) == 4);
-
-struct ois_stream_info {
-    int32_t notify_stream;  // 1: stream on, 0: stream off
-    int32_t reserved;
-};
-static_assert(sizeof(ois_stream_info) == 8);
-
-// Accelerometer compensation, which corrects the shift of a camera that moves sideways.
-struct ois_acc_params {
-    uint32_t reserved;
-    uint32_t enable;        // 1: on
-    uint32_t lastDistance;  // distance last sent, mm
-    int32_t distance;       // object distance, mm
-    float distanceF;        // the same as a float
-    int32_t distanceQ31;    // a sixteenth of the reciprocal distance in metres, Q31
-    uint32_t count;
-};
-static_assert(sizeof(ois_acc_params) == 28);
-static_assert(offsetof(ois_acc_params, enable) == 4);
-static_assert(offsetof(ois_acc_params, lastDistance) == 8);
-static_assert(offsetof(ois_acc_params, distance) == 12);
-static_assert(offsetof(ois_acc_params, distanceF) == 16);
-static_assert(offsetof(ois_acc_params, distanceQ31) == 20);
-static_assert(offsetof(ois_acc_params, count) == 24);
 
 // Where the lens focuses; SetAccParam takes its address.
 struct ois_focus_params {
@@ -328,11 +299,12 @@ class OIS_EXPORT OISDrv {
     std::thread mSpareThread;  // never started
 
     ois::OisStatusRecord* mStatusBuf = nullptr;
-    // A flash transfer hands the kernel the address of the pointer member, not of the buffer. So the member
-    // heads a block of the transfer's size that holds nothing else.
+    // The flash buffer's address. A flash transfer passes the address of this member, and a kernel driver
+    // that does not follow the pointer writes a whole record there; so the member is the beginning of a block
+    // of a record's size, of which nothing else is used.
     union {
         ois::OisFlashRecord* mOisFlashData;
-        std::array<std::byte, sizeof(ois::OisFlashRecord)> mOisFlashBlock;
+        ois::FlashBlock mOisFlashBlock;
     };
 
     std::thread mInitDrvThread;       // InitDrv
@@ -382,21 +354,33 @@ class OIS_EXPORT OISDrv {
     int32_t readCustomisation(int32_t sensorId, int32_t moduleId);
     void readProperties();
     void allocateBuffers();
-    void freeBuffers();
+    ois::SessionBuffers::Storage detachBuffers();
     void startBringUp();
 
-    // Access. `transfer` is ConfigOisTransfer with typed request and command, for a record that is at least
-    // as large as the request says.
+    // Access. ConfigOisTransfer for a command of the table, whose record comes back as it was answered.
     template <typename Record>
-    int32_t transfer(ois::Request request, ois::HubCommand command, Record& record, int32_t inLength,
-                     void* out = nullptr, int32_t outLength = 0) {
-        static_assert(std::is_trivially_copyable_v<Record>);
-        return ConfigOisTransfer(ois::code(request), ois::id(command), &record, out, inLength, outLength);
+    int32_t send(const ois::Command<Record>& command, std::type_identity_t<Record>& record) {
+        void* const out = command.outLength > 0 ? &record : nullptr;
+        return ConfigOisTransfer(ois::code(command.request), ois::id(command.hub), &record, out,
+                                 command.inLength, command.outLength);
     }
+    // Straight to the sub-device, whatever the module's way and also when nothing is open; the result does
+    // not matter.
+    template <typename Record>
+    void sendBare(const ois::BareRequest<Record>& request, std::type_identity_t<Record>& record) const {
+        ioctlSubDevice(request.request, &record);
+    }
+    void ioctlSubDevice(ois::Request request, void* record) const;
     bool isOpen() const;
     int32_t subDeviceTransfer(uint32_t request, void* record) const;
-    // The hub's result, or 0 without a provider.
-    int32_t sendToHub(ois::OisCustomCmd& command) const;
+    // Whether there was a provider to send it to.
+    bool sendToHub(ois::OisCustomCmd& record) const;
+    template <typename Record>
+    void sendToHub(const ois::HubOnly<Record>& command, const std::type_identity_t<Record>& input) const {
+        ois::OisCustomCmd record;
+        ois::packInput(record, command.hub, input);
+        sendToHub(record);
+    }
     void bringUpSensorHub();
     void bringUpSubDevice();
     void deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisGain& gain,
@@ -409,8 +393,8 @@ class OIS_EXPORT OISDrv {
     int32_t sendModeWord(uint32_t word);
     void loadSineParameters();
     int32_t setGyroOffset();
-    int32_t readGain(uint32_t axis);
-    int32_t writeGain(uint32_t axis, int32_t value);
+    int32_t readGain(ois::Axis axis);
+    int32_t writeGain(ois::Axis axis, int32_t value);
     int32_t enableAccAtDefaultDistance();
     int32_t disableAcc();
     void runDefectDetection();
@@ -433,8 +417,8 @@ class OIS_EXPORT OISDrv {
     void forwardCapture(Execution& execution);
     int32_t sendFixTarget();
 
-    // Korva family.
-    void disableBypass();
+    // Korva family. Registers by way of the present provider.
+    ois::korva::RegisterAccess registers() const;
     struct UpdateReport {
         ois::FirmwareOutcome outcome;
         uint32_t value;
@@ -446,10 +430,10 @@ class OIS_EXPORT OISDrv {
 
     // Diagnostics.
     std::string dumpPath(const char* suffix) const;
-    int32_t recordStatus(ois::OisStatusRecord& shared, ois::DumpFile& file);
+    int32_t recordStatus(ois::StatusTransfer& shared, ois::DumpFile& file);
     int32_t moveLensAndReadHall(int32_t targetX, int32_t targetY);
     void markDefect(float error);
-    ois::OisFlashRecord takeFlashRecord(const ois::SessionBuffers::Storage& storage);
+    void takeInPlaceRecord(const ois::SessionBuffers::Storage& storage);
 
     ois::SessionBuffers mBuffers;  // owns what mStatusBuf and mOisFlashData point to
 };

@@ -1,9 +1,11 @@
 #pragma once
-// Access to the plain fields that workers and caller share without a lock.
+// Access to the driver's plain fields where two threads share one.
 //
-// A field that a worker touches while another thread writes it is read with loadShared and written with
-// storeShared; a record of such fields is copied word by word with snapshot and publish, where a copy may mix
-// two versions of it. The caller's thread reads plainly what it alone writes.
+// A field that one thread may write while another reads it is read with loadShared and written with storeShared. A
+// record of such fields is copied as a whole with snapshot and publish, but word by word: a copy that is taken while
+// another thread publishes may hold some words of the old version and some of the new. Whoever takes it can live with
+// that, as a plain read could be torn no less. A field that only one thread ever writes may be read plainly by that
+// same thread.
 
 #include <array>
 #include <atomic>

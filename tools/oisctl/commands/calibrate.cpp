@@ -21,6 +21,7 @@ namespace oisctl {
 namespace {
 
 using Offsets = std::array<int64_t, 2>;
+using ois::korva::address;
 using ois::korva::Register;
 
 constexpr int32_t kGyroOffsetOperation = 2;
@@ -59,25 +60,25 @@ void Observation::take(const phone::Event& event) {
 }
 
 void Observation::takeWrite(const RegisterAccess& access) {
-    if (access.reg == Register::kGyroCalibration) started = true;
-    if (access.reg == Register::kFlashWrite) flashStarted = true;
+    if (access.address == address(Register::kGyroCalibration)) started = true;
+    if (access.address == address(Register::kFlashWrite)) flashStarted = true;
 }
 
 void Observation::takeRead(const RegisterAccess& access) {
-    switch (access.reg) {
-        case Register::kGyroCalibration:
+    switch (access.address) {
+        case address(Register::kGyroCalibration):
             done = access.value == 0;
             break;
-        case Register::kStatus:
+        case address(Register::kStatus):
             (flashStarted ? flashStatus : status) = access.value;
             break;
-        case Register::kFlashCheckValue:
+        case address(Register::kFlashCheckValue):
             checkValues.push_back(access.value);
             break;
-        case Register::kGyroOffsetX:
+        case address(Register::kGyroOffsetX):
             mOffsetX = access.value;
             break;
-        case Register::kGyroOffsetY:
+        case address(Register::kGyroOffsetY):
             (started ? after : before) = Offsets{mOffsetX, access.value};
             break;
         default:
@@ -136,8 +137,7 @@ Verdict judge(const Observation& seen) {
 std::optional<Offsets> offsetsOf(DriverSession& session) {
     if (session.behindHub()) {
         phone::KorvaChip& chip = session.phone().hub().chip();
-        return Offsets{static_cast<int16_t>(chip.peek(Register::kGyroOffsetX, 2)),
-                       static_cast<int16_t>(chip.peek(Register::kGyroOffsetY, 2))};
+        return Offsets{chip.peek(Register::kGyroOffsetX), chip.peek(Register::kGyroOffsetY)};
     }
     phone::Controller* controller = session.phone().controller(session.settings().sensorDev);
     if (controller == nullptr) return std::nullopt;

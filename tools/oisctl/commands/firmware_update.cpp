@@ -22,6 +22,7 @@ namespace oisctl {
 
 namespace {
 
+using ois::korva::address;
 using ois::korva::Register;
 
 struct Options {
@@ -67,8 +68,8 @@ void take(Observation& seen, const phone::Event& event) {
     if (event.name == "FIRMWARE" && integerField(event, "size") == ois::kFirmwareBlockSize) ++seen.blocks;
     const std::optional<RegisterAccess> access = registerAccess(event);
     if (!access) return;
-    if (access->reg == Register::kFlashDownload) seen.flashOpened = true;
-    if (access->reg == Register::kClock) seen.clock = access->value;
+    if (access->address == address(Register::kFlashDownload)) seen.flashOpened = true;
+    if (access->address == address(Register::kClock)) seen.clock = access->value;
 }
 
 struct Outcome {
@@ -145,7 +146,7 @@ void printWords(const DriverSession& session, const Outcome& outcome) {
 
 bool updateBehindHub(DriverSession& session) {
     phone::SensorHub& hub = session.phone().hub();
-    const uint32_t before = hub.chip().peek(Register::kFirmwareVersion, sizeof(uint32_t));
+    const uint32_t before = hub.chip().peek(Register::kFirmwareVersion);
     const double startS = session.nowS();
     const size_t reportsBefore = hub.firmwareReports().size();
     Observation seen;
@@ -160,7 +161,7 @@ bool updateBehindHub(DriverSession& session) {
         session.firmwareUpdate();
         session.observe(nullptr);
     }
-    const uint32_t after = hub.chip().peek(Register::kFirmwareVersion, sizeof(uint32_t));
+    const uint32_t after = hub.chip().peek(Register::kFirmwareVersion);
     const std::vector<phone::FirmwareReport> reports = hub.firmwareReports();
     if (reports.size() == reportsBefore) {
         printWords(session, {false, "the hub received no outcome"});

@@ -93,8 +93,7 @@ Write parseWrite(const std::string& text) {
 std::vector<uint32_t> readAll(DriverSession& session) {
     std::vector<uint32_t> values;
     for (const phone::RegisterInfo& reg : phone::registers()) {
-        values.push_back(
-            readRegister(session, ois::korva::address(reg.reg), static_cast<uint32_t>(reg.size)));
+        values.push_back(readRegister(session, reg.address, static_cast<uint32_t>(reg.size)));
     }
     return values;
 }
@@ -106,8 +105,7 @@ void printTable(const std::vector<uint32_t>& values, const std::vector<uint32_t>
     for (size_t i = 0; i < values.size(); ++i) {
         const phone::RegisterInfo& reg = phone::registers()[i];
         const bool changed = !before.empty() && values[i] != before[i];
-        table.addRow({hex(ois::korva::address(reg.reg), 4), styled(Style::kName, reg.name),
-                      std::to_string(reg.size),
+        table.addRow({hex(reg.address, 4), styled(Style::kName, reg.name), std::to_string(reg.size),
                       styled(changed ? Style::kWarning : Style::kPlain, valueText(reg, values[i])),
                       std::string(reg.meaning)});
     }
@@ -118,7 +116,7 @@ nlohmann::json toJson(const std::vector<uint32_t>& values) {
     nlohmann::json list = nlohmann::json::array();
     for (size_t i = 0; i < values.size(); ++i) {
         const phone::RegisterInfo& reg = phone::registers()[i];
-        list.push_back({{"address", ois::korva::address(reg.reg)},
+        list.push_back({{"address", reg.address},
                         {"name", reg.name},
                         {"bytes", reg.size},
                         {"value", values[i]},
@@ -168,8 +166,7 @@ int run(Options options) {
     std::vector<uint32_t> before;
     if (!writes.empty()) before = readAll(session);
     for (const Write& write : writes) {
-        writeRegister(session, ois::korva::address(write.reg->reg), static_cast<uint32_t>(write.reg->size),
-                      write.value);
+        writeRegister(session, write.reg->address, static_cast<uint32_t>(write.reg->size), write.value);
     }
     std::vector<uint32_t> values = readAll(session);
     if (options.settings.json) {

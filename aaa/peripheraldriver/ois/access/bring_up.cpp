@@ -2,17 +2,18 @@
 
 #include <unistd.h>
 
+#include <string>
+
+#include "access/sensor_channel.h"
 #include "log.h"
 #include "numeric.h"
 #include "ois_drv.h"
 #include "shared_field.h"
 
+namespace command = ois::command;
 using NSCam::Utils::SensorProvider;
-using ois::HubCommand;
 using ois::loadShared;
-using ois::Request;
 using ois::storeShared;
-using ois::log::Severity;
 
 namespace {
 
@@ -21,13 +22,13 @@ constexpr const char* kUninit = "Uninit";
 
 constexpr useconds_t kEndSessionUs = 2000;
 
-// What part of the hall span one unit of hall range stands for, in gain format 3.
-constexpr int kHallRangeSteps = 6;
+// How a hall amplitude, in hall counts per unit of angle, follows from the calibration. These numbers are the
+// controllers' own.
+constexpr int kHallRangeSteps = 6;  // format 3: range * 6 over a tenth of the span
 constexpr double kHallSpanUnit = 0.1;
-// Integer gain to hall amplitude, in gain format 2.
-constexpr int32_t kIntegerGainNumerator = 1333;
+constexpr int32_t kIntegerGainNumerator = 1333;  // format 2: gain * 1333 / 8192
 constexpr int32_t kIntegerGainDenominator = 8192;
-constexpr float kFloatGainScale = 1000.0F;
+constexpr float kFloatGainScale = 1000.0F;  // format 1: gain * angle amplitude * 1000
 
 // One axis' half of the upper word minus that of the lower.
 int32_t hallSpan(uint32_t upperHalf, uint32_t lowerHalf) {
@@ -60,45 +61,44 @@ void OISDrv::bringUpSensorHub() {
     const auto provider = SensorProvider::createInstance(ois::kSensorServiceUser);
     ois::exchangeShared(mpSensorProvider, provider);
     if (!provider) {
-        OIS_LOG(Severity::kError, kInitDrv, "mpSensorProvider is NULL");
+        OIS_LOG_AS(kInitDrv, kError, "mpSensorProvider is NULL");
         return;
     }
     provider->enableSensor(ois::kOisSensorType, static_cast<uint32_t>(mSensorInterval));
     usleep(ois::kChannelSettleUs);
     const bool enabled = provider->isEnabled(ois::kOisSensorType);
-    OIS_LOG(Severity::kDebug, kInitDrv, "OIS_SENSORHUB isEnabled :%d ", enabled ? 1 : 0);
+    OIS_LOG_AS(kInitDrv, kDebug, "OIS_SENSORHUB isEnabled :%d ", enabled ? 1 : 0);
 
-    ois::OisCustomCmd init{};
-    ois::packInput(init, HubCommand::kInit, ois::HubInit{loadShared(mUseCustomCmd), loadShared(logLevel), 0});
-    sendToHub(init);
+    sendToHub(command::kInit, {loadShared(mUseCustomCmd), loadShared(logLevel), 0});
     storeShared(mStreamState, 1);
     storeShared(mSensorHubEnabled, 1);
 
     ois_stream_info stream{1, 0};
-    transfer(Request::kNotifyStream, HubCommand::kNotifyStream, stream, sizeof stream.notify_stream);
+    send(command::kNotifyStream, stream);
     usleep(ois::kChannelSettleUs);
-    OIS_LOG(Severity::kDebug, kInitDrv, "OIS_SENSORHUB INIT SUCCEED");
+    OIS_LOG_AS(kInitDrv, kDebug, "OIS_SENSORHUB INIT SUCCEED");
 }
 
 void OISDrv::bringUpSubDevice() {
-    const auto driverName = ois::snapshot(mOisDriverName);
-    const int32_t descriptor = GetV4l2SubDevice(driverName.data());
+    const std::string driverName(ois::textOf(ois::snapshot(mOisDriverName)));
+    const int32_t descriptor = GetV4l2SubDevice(driverName.c_str());
     storeShared(fd_driver, descriptor);
     if (descriptor < 0) {
         // The descriptor is printed where the device index is meant.
-        OIS_LOG(Severity::kError, kInitDrv, "Dev %d , OIS error opening\n", descriptor);
+        OIS_LOG_AS(kInitDrv, kError, "Dev %d , OIS error opening\n", descriptor);
         return;
     }
-    // Transfers work on copies, since the kernel writes whole records back and another user's Init may come
-    // between.
+    // The records travel as copies: the kernel writes whole ones back, word by word as far as the caller can
+    // see.
     ois::OisCustInfo custInfo = ois::snapshot(mOisCustInfo);
-    transfer(Request::kSetCustomisation, HubCommand::kNoHubMeaning, custInfo, ois::kHubPayloadSize);
+    send(command::kSetCustomisation, custInfo);
+    ois::publish(mOisCustInfo, custInfo);  // the kernel may have changed it
     mControllerState = -1;
     ois::OisGain gain = ois::snapshot(mOisGain);
-    transfer(Request::kReadGain, HubCommand::kNoHubMeaning, gain, sizeof gain);
+    send(command::kReadGains, gain);
     ois::publish(mOisGain, gain);
     ois::OisHallInfo hall = ois::snapshot(mHallInfo);
-    transfer(Request::kReadHallInfo, HubCommand::kNoHubMeaning, hall, sizeof hall);
+    send(command::kReadHallInfo, hall);
     ois::publish(mHallInfo, hall);
     deriveCalibration(custInfo, gain, hall);
     if (loadShared(mProperty.dump) != 0) {
@@ -110,7 +110,8 @@ void OISDrv::bringUpSubDevice() {
 // The transfers before are not checked: the calibration is derived from whatever the records hold.
 void OISDrv::deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisGain& gain,
                                const ois::OisHallInfo& hall) {
-    OisCalibInfo calibration{};
+    // With an unknown gain format the amplitudes stay as they stand.
+    OisCalibInfo calibration = ois::snapshot(mOisCalibInfo);
     calibration.angle_amplitude = custInfo.angleAmplitude;
     calibration.hall_center_x = hall.centerX;
     calibration.hall_center_y = hall.centerY;
@@ -123,7 +124,7 @@ void OISDrv::deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisG
             const int32_t spanY = hallSpan(hall.upperWord >> 16, hall.lowerWord >> 16);
             calibration.hall_amplitude_x = amplitudeFromSpan(custInfo.hallRange, spanX);
             calibration.hall_amplitude_y = amplitudeFromSpan(custInfo.hallRange, spanY);
-            OIS_LOG(Severity::kDebug, kInitDrv, "InitDrv(%d)(%d)(%d) -", custInfo.hallRange, spanX, spanY);
+            OIS_LOG_AS(kInitDrv, kDebug, "InitDrv(%d)(%d)(%d) -", custInfo.hallRange, spanX, spanY);
             break;
         }
         case ois::kGainInteger:
@@ -140,8 +141,8 @@ void OISDrv::deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisG
             break;
     }
     ois::publish(mOisCalibInfo, calibration);
-    OIS_LOG(
-        Severity::kDebug, kInitDrv,
+    OIS_LOG_AS(
+        kInitDrv, kDebug,
         "angle_amplitude %f, hall_amplitude_x %f, hall_amplitude_y %f, hall_center_x %d, hall_center_y %d, "
         "gyro_gain_x %f, gyro_gain_y %f\n",
         static_cast<double>(calibration.angle_amplitude), static_cast<double>(calibration.hall_amplitude_x),
@@ -151,13 +152,13 @@ void OISDrv::deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisG
 
 void OISDrv::tearDownSensorHub() {
     GetDataRuvex();
-    if (const auto provider = ois::loadShared(mpSensorProvider)) {
+    if (loadShared(mpSensorProvider)) {
         int32_t zero = 0;
-        transfer(Request::kEndSession, HubCommand::kEndSession, zero, sizeof zero);
+        send(command::kEndHubSession, zero);
         usleep(kEndSessionUs);
-        const int32_t disabled = provider->disableSensor(ois::kOisSensorType);
-        ois::exchangeShared(mpSensorProvider, {});
-        if (disabled != -1) OIS_LOG(Severity::kDebug, kUninit, "OIS_SENSORHUB UNINIT SUCCEED");
+        const int32_t disabled = loadShared(mpSensorProvider)->disableSensor(ois::kOisSensorType);
+        ois::exchangeShared(mpSensorProvider, {});  // gone before the message says so
+        if (disabled != -1) OIS_LOG_AS(kUninit, kDebug, "OIS_SENSORHUB UNINIT SUCCEED");
     }
     storeShared(mSensorHubEnabled, 0);
     mSensorTimestamps.clear();
@@ -170,7 +171,7 @@ void OISDrv::tearDownSensorHub() {
 void OISDrv::tearDownSubDevice() {
     if (fd_driver < 1) return;
     int32_t last = -1;
-    transfer(Request::kEndSession, HubCommand::kNoHubMeaning, last, sizeof last);
+    send(command::kEndSession, last);
     close(fd_driver);
     storeShared(fd_driver, -1);
 }

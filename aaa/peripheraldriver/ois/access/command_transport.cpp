@@ -26,7 +26,7 @@ int32_t OISDrv::ConfigOisTransfer(uint32_t request, int32_t commandId, void* in,
     } else {
         KorvaCmdParse(commandId, in, out, inLength, outLength);
     }
-    OIS_DEBUG("ConfigOisTransfer oisMode: %d   \n", commandId);
+    OIS_LOG(kDebug, "ConfigOisTransfer oisMode: %d   \n", commandId);
     return result;
 }
 
@@ -36,27 +36,35 @@ int32_t OISDrv::subDeviceTransfer(uint32_t request, void* record) const {
     return descriptor >= 1 ? ioctl(descriptor, request, record) : 0;
 }
 
+void OISDrv::ioctlSubDevice(ois::Request request, void* record) const {
+    ioctl(loadShared(fd_driver), ois::code(request), record);
+}
+
 int32_t OISDrv::CustomCmdPackage(int32_t commandId, void* in, void* out, int32_t inLength,
                                  int32_t outLength) {
     ois::OisCustomCmd command{};
     command.id = static_cast<uint8_t>(commandId);
     if (in == nullptr || inLength == 0) {
-        OIS_ERROR("WrData OR WrLens ERROR");
+        OIS_LOG(kError, "WrData OR WrLens ERROR");
         return 0;
     }
     if (inLength < 0 || static_cast<size_t>(inLength) > ois::kHubPayloadSize) std::abort();
     std::memcpy(command.payload, in, static_cast<size_t>(inLength));
     command.inputLength = static_cast<uint8_t>(inLength);
     command.outputLength = static_cast<uint8_t>(outLength);
-    sendToHub(command);
-    if (out != nullptr && outLength > 0) {
+    const bool sent = sendToHub(command);
+    // What the hub did not answer is still the input, and is copied all the same.
+    if (sent && out != nullptr && outLength > 0) {
         std::memcpy(out, command.payload, std::min(static_cast<size_t>(outLength), ois::kHubPayloadSize));
     }
     return 0;
 }
 
-int32_t OISDrv::sendToHub(ois::OisCustomCmd& command) const {
+// The hub's result is not looked at.
+bool OISDrv::sendToHub(ois::OisCustomCmd& record) const {
     // A worker that outlives the session keeps the provider for as long as its command takes.
     const auto provider = loadShared(mpSensorProvider);
-    return provider ? provider->customCmd(ois::kOisSensorType, &command) : 0;
+    if (!provider) return false;
+    provider->customCmd(ois::kOisSensorType, &record);
+    return true;
 }

@@ -5,10 +5,9 @@
 #include "camera_platform/properties.h"
 #include "log.h"
 #include "ois_drv.h"
+#include "shared_field.h"
 
 using NSCam::Utils::Properties;
-using ois::HubCommand;
-using ois::Request;
 
 namespace {
 
@@ -36,18 +35,19 @@ Target chooseTarget(std::string_view chip) {
 
 int32_t OISDrv::SetFixMode() {
     if (!isOpen() || mFixMode.manualEnable == 0) return 0;
-    const Target target = chooseTarget(ois::textOf(mOisCustInfo.mOisIcName));
+    const Target target = chooseTarget(ois::textOf(ois::snapshot(mOisCustInfo.mOisIcName)));
     if (target.x == mFixMode.target_x && target.y == mFixMode.target_y) return 0;
     mFixMode.target_x = target.x;
     mFixMode.target_y = target.y;
-    const int32_t result = transfer(Request::kSetFixMode, HubCommand::kSetFixMode, mFixMode, sizeof mFixMode);
-    OIS_INFO("OIS_SET_FIX_MODE, target_x (%d), target_y (%d)\n", mFixMode.target_x, mFixMode.target_y);
+    const int32_t result = send(ois::command::kSetFixMode, mFixMode);
+    OIS_LOG(kInfo, "OIS_SET_FIX_MODE, target_x (%d), target_y (%d)\n", mFixMode.target_x, mFixMode.target_y);
     return result;
 }
 
 int32_t OISDrv::GetHall() {
-    const int32_t result = transfer(Request::kGetHall, HubCommand::kNoHubMeaning, mFixMode, sizeof mFixMode);
-    OIS_INFO("OIS_GET_HALL_AFTER_SET_FIX_MODE, target_x (%d), target_y (%d), hall_x (%d), hall_y (%d)\n",
-             mFixMode.target_x, mFixMode.target_y, mFixMode.hall_x, mFixMode.hall_y);
+    const int32_t result = send(ois::command::kGetHall, mFixMode);
+    OIS_LOG(kInfo,
+            "OIS_GET_HALL_AFTER_SET_FIX_MODE, target_x (%d), target_y (%d), hall_x (%d), hall_y (%d)\n",
+            mFixMode.target_x, mFixMode.target_y, mFixMode.hall_x, mFixMode.hall_y);
     return result;
 }

@@ -7,10 +7,9 @@
 #include "log.h"
 #include "numeric.h"
 #include "ois_drv.h"
+#include "shared_field.h"
 
-using ois::HubCommand;
-using ois::Request;
-using ois::log::Severity;
+using ois::loadShared;
 
 namespace {
 
@@ -40,8 +39,8 @@ struct ObjectDistance {
 ObjectDistance chooseDistance(ois_focus_params& focus) {
     if (focus.distanceValid != 0 && focus.useFocus == 0) return {focus.distance, kDistanceDivisor};
     if (focus.focusDiopter < kLowestDiopter) {
-        OIS_LOG(Severity::kDebug, kSetAccParam, "invalid focus params (%f)\n",
-                static_cast<double>(focus.focusDiopter));
+        OIS_LOG_AS(kSetAccParam, kDebug, "invalid focus params (%f)\n",
+                   static_cast<double>(focus.focusDiopter));
         focus.focusDiopter = kLowestDiopter;
     }
     return {ois::toInt32(kMmPerM / focus.focusDiopter), kFocusDivisor};
@@ -58,16 +57,16 @@ bool decideSwitch(ois_acc_params& params) {
         case 1:
             if (params.distance >= kSwitchOffAtLeast) {
                 params.enable = 0;
-                OIS_LOG(Severity::kDebug, kSetAccParam, "turn acc off\n");
+                OIS_LOG_AS(kSetAccParam, kDebug, "turn acc off\n");
                 return true;
             }
             if (params.distance < kUpdateAtLeast) return false;
-            OIS_LOG(Severity::kDebug, kSetAccParam, "common update distance\n");
+            OIS_LOG_AS(kSetAccParam, kDebug, "common update distance\n");
             return true;
         case 0:
             if (params.distance > kSwitchOnAtMost) return false;
             params.enable = 1;
-            OIS_LOG(Severity::kDebug, kSetAccParam, "turn acc on\n");
+            OIS_LOG_AS(kSetAccParam, kDebug, "turn acc on\n");
             return true;
         default:
             return false;
@@ -79,7 +78,8 @@ bool decideSwitch(ois_acc_params& params) {
 int32_t OISDrv::SetAccParam(long focus) {
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the interface passes the record's address as a number
     auto* record = reinterpret_cast<ois_focus_params*>(focus);
-    if (mOisCustInfo.accSupport == 0 || !isOpen() || mOisMode != ois::kModeStill || record == nullptr)
+    if (loadShared(mOisCustInfo.accSupport) == 0 || !isOpen() || mOisMode != ois::kModeStill ||
+        record == nullptr)
         return 0;
     const ObjectDistance object = chooseDistance(*record);
     if (insideDeadBand(object, mAccParams.lastDistance)) return 0;
@@ -87,9 +87,7 @@ int32_t OISDrv::SetAccParam(long focus) {
     mAccParams.count = 0;
     ois::setAccDistance(mAccParams, object.mm);
     if (!decideSwitch(mAccParams)) return 0;
-    // Operations 11 and 12 send the same record as another hub command; each path keeps its own.
-    const int32_t result =
-        transfer(Request::kSetAccParams, HubCommand::kNoHubMeaning, mAccParams, sizeof mAccParams);
+    const int32_t result = send(ois::command::kUpdateAccParams, mAccParams);
     mAccParams.lastDistance = static_cast<uint32_t>(object.mm);
     return result;
 }
@@ -97,14 +95,14 @@ int32_t OISDrv::SetAccParam(long focus) {
 int32_t OISDrv::SetOisAFdriftParams(int32_t AF_position) {
     if (AF_position < 1 || !isOpen() || AF_position == mLastAfPosition) return 0;
     mLastAfPosition = AF_position;  // also when no module wants it
-    const int32_t cameraType = mOisCustInfo.camera_type;
+    const int32_t cameraType = loadShared(mOisCustInfo.camera_type);
     if (cameraType != kPositionScaledBy64 && cameraType != kPositionPlain) {
-        OIS_DEBUG("no_AF_drift_compensation: AF_position(%d)\n", AF_position);
+        OIS_LOG(kDebug, "no_AF_drift_compensation: AF_position(%d)\n", AF_position);
         return 0;
     }
     const int32_t scale = cameraType == kPositionScaledBy64 ? kPositionScale : 1;
     auto coded = static_cast<uint16_t>(ois::wrappingMultiply(AF_position, scale));
-    const int32_t result = transfer(Request::kSetAfPosition, HubCommand::kSetAfPosition, coded, sizeof coded);
-    OIS_DEBUG("AF_drift: AF_position(%d) camera_type(%d)\n", AF_position, cameraType);
+    const int32_t result = send(ois::command::kSetAfPosition, coded);
+    OIS_LOG(kDebug, "AF_drift: AF_position(%d) camera_type(%d)\n", AF_position, cameraType);
     return result;
 }

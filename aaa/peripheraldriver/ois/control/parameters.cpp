@@ -1,7 +1,5 @@
 // The per-request path: what the 3A layer asks for with each frame.
 
-#include <sys/ioctl.h>
-
 #include <bit>
 #include <cstdint>
 
@@ -12,12 +10,10 @@
 #include "ois_drv.h"
 #include "shared_field.h"
 
+namespace command = ois::command;
 using NSCam::Utils::Properties;
-using ois::HubCommand;
 using ois::loadShared;
-using ois::Request;
 using ois::storeShared;
-using ois::log::Severity;
 
 namespace {
 
@@ -35,19 +31,16 @@ constexpr uint32_t kNoAngle = 1;
 
 constexpr int32_t kLowestForwardedCapture = 125000;
 
-// The fix-target record is sent to the hub without its last hall field; SetFixMode sends all of it.
-constexpr int32_t kFixTargetHubLength = 20;
-
 }  // namespace
 
 int32_t OISDrv::SetOisParams(ois_params* params) {
     if (mIsOisSupport == 0) {
-        OIS_ERROR("not support OIS\n");
+        OIS_LOG(kError, "not support OIS\n");
         return 0;
     }
     if (loadShared(fd_driver) < 0 && loadShared(mSensorHubEnabled) == 0) {
         // The descriptor is printed where the device index is meant.
-        OIS_ERROR("Dev %d , OIS error opening\n", loadShared(fd_driver));
+        OIS_LOG(kError, "Dev %d , OIS error opening\n", loadShared(fd_driver));
         return 0;
     }
     if (mFixMode.manualEnable != 0) {
@@ -69,7 +62,8 @@ int32_t OISDrv::SetOisParams(ois_params* params) {
     if (mProperty.fixTarget != 0) execution.result = sendFixTarget();
 
     // The last slot prints the caller's engineer_mode once more, not the result.
-    OIS_INFO(
+    OIS_LOG(
+        kInfo,
         "Device_id %d, engineer_mode %d, engineer_operation %d, ois_mode_from_tag %d, ois_mode_execute %d, "
         "video_mode %d, zoom_ratio %f, result %d\n",
         mSensorDev, mOisParams.engineer_mode, mOisParams.engineer_operation, mOisParams.ois_mode_from_tag,
@@ -84,10 +78,10 @@ void OISDrv::refreshFixMode() {
     mFixMode.gethall = Properties::property_get_bool("vendor.debug.ois.gethall", false) ? 1 : 0;
     if (mFixMode.gethall == 0) return;
     GetHall();
-    OIS_LOG(Severity::kDebug, kSetOisParams,
-            "fixmode (%d), gethall (%d), target_x (%d), target_y (%d), hall_x (%d), hall_y (%d)\n",
-            mFixMode.manualEnable, mFixMode.gethall, mFixMode.target_x, mFixMode.target_y, mFixMode.hall_x,
-            mFixMode.hall_y);
+    OIS_LOG_AS(kSetOisParams, kDebug,
+               "fixmode (%d), gethall (%d), target_x (%d), target_y (%d), hall_x (%d), hall_y (%d)\n",
+               mFixMode.manualEnable, mFixMode.gethall, mFixMode.target_x, mFixMode.target_y, mFixMode.hall_x,
+               mFixMode.hall_y);
 }
 
 void OISDrv::runNormalRequest(Execution& execution) {
@@ -107,17 +101,18 @@ void OISDrv::runNormalRequest(Execution& execution) {
     }
     execution.result = SetMode(execution.mode);
 
-    if (mOisCustInfo.extraParamSupport != 0) mOisExtraParam = mOisParams.extra_param;
-    if (mOisCustInfo.zoomActOisSupport != 0) updateZoomActiveOis();
-    if (mOisCustInfo.actOisSupport == 1) updateAngleActiveOis();
-    if (mOisCustInfo.useSensorHub != 0 && loadShared(mSensorHubEnabled) != 0) {
+    if (loadShared(mOisCustInfo.extraParamSupport) != 0) mOisExtraParam = mOisParams.extra_param;
+    if (loadShared(mOisCustInfo.zoomActOisSupport) != 0) updateZoomActiveOis();
+    if (loadShared(mOisCustInfo.actOisSupport) == 1) updateAngleActiveOis();
+    if (loadShared(mOisCustInfo.useSensorHub) != 0 && loadShared(mSensorHubEnabled) != 0) {
         forwardCapture(execution);
         update_temp_cmp();
     }
 }
 
 float OISDrv::zoomFactor() const {
-    return mOisCustInfo.zoomScale != 0.0F ? mOisCustInfo.zoomScale : mScaleFactor;
+    const float scale = loadShared(mOisCustInfo.zoomScale);
+    return scale != 0.0F ? scale : mScaleFactor;
 }
 
 void OISDrv::updateZoomActiveOis() {
@@ -133,23 +128,22 @@ void OISDrv::updateZoomActiveOis() {
     }
 }
 
-// Goes to the sub-device whatever the module's way, opened or not; its result does not matter.
 void OISDrv::switchZoomActiveOis(int32_t on) {
     mActOisIoctlState = on;
-    ioctl(loadShared(fd_driver), ois::code(Request::kSetZoomActiveOis), &mActOisIoctlState);
+    sendBare(command::kSetZoomActiveOis, mActOisIoctlState);
     mPreviousActEn = mOisDynamic;
 }
 
 void OISDrv::updateAngleActiveOis() {
     if (mProperty.actOis != 0 || mOisDynamic == 0 || mOisDynamic == 1) {
         SetActOis({mOisDynamic, kNoAngle});
-        OIS_LOG(Severity::kDebug, kSetOisParams, "mPreviousActEn %d, mOisDynamic %d, actOisAngle %d",
-                mPreviousActEn, mOisDynamic, static_cast<int>(kNoAngle));
+        OIS_LOG_AS(kSetOisParams, kDebug, "mPreviousActEn %d, mOisDynamic %d, actOisAngle %d", mPreviousActEn,
+                   mOisDynamic, static_cast<int>(kNoAngle));
     } else if (mOisDynamic == kActiveOisWithAngle) {
-        const float angle = mOisCustInfo.actOisAngle;
+        const float angle = loadShared(mOisCustInfo.actOisAngle);
         SetActOis({kActiveOisWithAngle, std::bit_cast<uint32_t>(angle)});
-        OIS_LOG(Severity::kDebug, kSetOisParams, "mPreviousActEn %d, mOisDynamic %d, actOisAngle %f",
-                mPreviousActEn, mOisDynamic, static_cast<double>(angle));
+        OIS_LOG_AS(kSetOisParams, kDebug, "mPreviousActEn %d, mOisDynamic %d, actOisAngle %f", mPreviousActEn,
+                   mOisDynamic, static_cast<double>(angle));
     } else {
         return;
     }
@@ -160,12 +154,14 @@ void OISDrv::forwardCapture(Execution& execution) {
     const int32_t value = mOisParams.capture_value;
     if (mOisParams.capture_en != 1 || value < kLowestForwardedCapture) return;
     const auto logCapture = [value] {
-        OIS_LOG(Severity::kDebug, kSetOisParams, "ois capture: %d ! ++ ++\n", value);
+        OIS_LOG_AS(kSetOisParams, kDebug, "ois capture: %d ! ++ ++\n", value);
     };
+    // Three lines a capture, two before the send and one behind it: the one behind it tells that the send has
+    // returned.
     logCapture();
     logCapture();
     auto word = static_cast<uint32_t>(value);
-    execution.result = transfer(Request::kSetMode, HubCommand::kCapture, word, sizeof word);
+    execution.result = send(command::kForwardCapture, word);
     logCapture();
 }
 
@@ -191,7 +187,7 @@ void OISDrv::runEngineeringRequest(ois_params& params, Execution& execution) {
 void OISDrv::startEngineering() {
     if (mProperty.dump == 0) {
         uint8_t zero = 0;
-        ioctl(loadShared(fd_driver), ois::code(Request::kStartEngineering), &zero);
+        sendBare(command::kStartEngineering, zero);
         return;
     }
     storeShared(mProperty.isRun, 1);
@@ -204,12 +200,12 @@ int32_t OISDrv::sendFixTarget() {
     mFixMode.manualEnable = mProperty.fixTarget;
     mFixMode.target_x = Properties::property_get_int32("vendor.debug.ois.tarx", 0);
     mFixMode.target_y = Properties::property_get_int32("vendor.debug.ois.tary", 0);
-    return transfer(Request::kSetFixMode, HubCommand::kSetFixMode, mFixMode, kFixTargetHubLength);
+    return send(command::kSetFixTarget, mFixMode);
 }
 
 int32_t OISDrv::SetOisCfgData(ois_cfg_data* cfg) {
     if (cfg == nullptr || mIsOisSupport == 0) return 0;
-    OIS_DEBUG("Dev %d, SensorMode %d", mSensorDev, cfg->SensorMode);
+    OIS_LOG(kDebug, "Dev %d, SensorMode %d", mSensorDev, cfg->SensorMode);
     return 0;
 }
 

@@ -8,8 +8,6 @@
 #include "numeric.h"
 #include "ois_drv.h"
 
-using ois::HubCommand;
-
 namespace {
 
 constexpr size_t kPathSize = 40;
@@ -31,26 +29,24 @@ bool worthSending(int32_t temperature, int32_t last) {
 void OISDrv::update_temp_cmp() {
     char path[kPathSize] = {};
     if (std::snprintf(path, sizeof path, "%s", kThermalFile) < 0) {
-        OIS_ERROR("temp_path snprintf fail");
+        OIS_LOG(kError, "temp_path snprintf fail");
         return;
     }
     FILE* file = std::fopen(path, "r");
     if (file == nullptr) {
-        OIS_ERROR("failed to open temppath");
+        OIS_LOG(kError, "failed to open temppath");
         return;
     }
     int32_t temperature = 0;
     if (std::fscanf(file, "%d", &temperature) != 1) temperature = 0;  // out of range, so not sent
     if (worthSending(temperature, mLastTemp)) {
-        ois::OisCustomCmd command{};
-        ois::packInput(command, HubCommand::kSetTemperature, temperature);
-        sendToHub(command);
+        sendToHub(ois::command::kSetTemperature, temperature);
         mLastTemp = temperature;
-        OIS_ERROR("update temp:%d", temperature);  // an error so that the line always shows
+        OIS_LOG(kError, "update temp:%d", temperature);  // an error so that the line always shows
         UpdateTempStrategy();
     }
     const int closed = std::fclose(file);
-    if (closed != 0) OIS_ERROR("fclose fail: %d", closed);
+    if (closed != 0) OIS_LOG(kError, "fclose fail: %d", closed);
 }
 
 void OISDrv::UpdateTempStrategy() {
@@ -58,9 +54,7 @@ void OISDrv::UpdateTempStrategy() {
         mOisTempStrategy == kStillStrategy) {
         return;
     }
-    ois::OisCustomCmd command{};
-    ois::packInput(command, HubCommand::kSetTempStrategy, kStillStrategy);
-    sendToHub(command);
+    sendToHub(ois::command::kSetTempStrategy, kStillStrategy);
     mOisTempStrategy = kStillStrategy;
-    OIS_ERROR("mOisTempStrategy:%d", mOisTempStrategy);  // likewise
+    OIS_LOG(kError, "mOisTempStrategy:%d", mOisTempStrategy);  // likewise
 }

@@ -12,11 +12,9 @@
 #include "ois_drv.h"
 #include "shared_field.h"
 
-using ois::HubCommand;
+namespace command = ois::command;
 using ois::loadShared;
-using ois::Request;
 using ois::storeShared;
-using ois::log::Severity;
 
 namespace {
 
@@ -52,7 +50,7 @@ bool reaches(const AxisPair& value, float limit) {
 
 int32_t OISDrv::DetectActutorDefect() {
     storeShared(mDefectDetectDone, 0);
-    OIS_INFO("mOisFeature.coordinateNum (%d)\n", loadShared(mOisCustInfo.coordinateNum));
+    OIS_LOG(kInfo, "mOisFeature.coordinateNum (%d)\n", loadShared(mOisCustInfo.coordinateNum));
     int32_t result = 0;
     AxisPair maximum;
     AxisPair sum;
@@ -68,7 +66,7 @@ int32_t OISDrv::DetectActutorDefect() {
         const AxisPair error{std::fabs(target.x - static_cast<float>(hallX)),
                              std::fabs(target.y - static_cast<float>(hallY))};
         // The last slot does not fit its value, deliberately: error_y is never printed. Likewise below.
-        OIS_LOG_UNCHECKED(Severity::kInfo, __func__,
+        OIS_LOG_UNCHECKED(kInfo,
                           "index (%d), target_x (%f), target_y (%f), hall_x (%d), hall_y (%d), error_x (%f), "
                           "error_y (%d)\n",
                           static_cast<int>(index), static_cast<double>(coordinate.x),
@@ -78,7 +76,7 @@ int32_t OISDrv::DetectActutorDefect() {
         if (error.y > maximum.y) maximum.y = error.y;
         if (reaches(maximum, custInfo.max_error_threshold)) {
             markDefect(maximum.x > maximum.y ? maximum.x : maximum.y);
-            OIS_LOG_UNCHECKED(Severity::kInfo, __func__,
+            OIS_LOG_UNCHECKED(kInfo,
                               "trigger_max_error, max_error_threshold (%f), error_x (%f), error_y (%d)\n",
                               static_cast<double>(custInfo.max_error_threshold),
                               static_cast<double>(maximum.x), static_cast<double>(maximum.y));
@@ -89,7 +87,7 @@ int32_t OISDrv::DetectActutorDefect() {
         if (reaches(sum, custInfo.max_sum_error_threshold)) {
             markDefect(sum.x > sum.y ? sum.x : sum.y);
             // Prints the single-error limit under the sum's label.
-            OIS_LOG_UNCHECKED(Severity::kInfo, __func__,
+            OIS_LOG_UNCHECKED(kInfo,
                               "trigger_max_sum_error, max_sum_error_threshold (%f), sum_error_x (%f), "
                               "sum_error_y (%d)\n",
                               static_cast<double>(custInfo.max_error_threshold), static_cast<double>(sum.x),
@@ -106,9 +104,9 @@ int32_t OISDrv::moveLensAndReadHall(int32_t targetX, int32_t targetY) {
     storeShared(mFixMode.target_x, targetX);
     storeShared(mFixMode.target_y, targetY);
     ois::OisFixMode record = ois::snapshot(mFixMode);
-    transfer(Request::kSetFixMode, HubCommand::kSetFixMode, record, sizeof record);
+    send(command::kSetFixMode, record);
     usleep(kLensSettleUs);
-    const int32_t result = transfer(Request::kGetHall, HubCommand::kNoHubMeaning, record, sizeof record);
+    const int32_t result = send(command::kGetHall, record);
     storeShared(mFixMode.hall_x, record.hall_x);
     storeShared(mFixMode.hall_y, record.hall_y);
     return result;

@@ -7,12 +7,6 @@ namespace {
 
 constexpr const char* kDumpPrefix = "/mnt/vendor/nvcfg/camera/ois_dump_";
 
-template <size_t kSize>
-void appendText(std::string& path, const std::array<char, kSize>& field) {
-    const std::string_view whole(field.data(), field.size());
-    path += whole.substr(0, whole.find('\0'));
-}
-
 }  // namespace
 
 void ois::DumpFile::writeLine(std::string_view line) {
@@ -23,9 +17,9 @@ void ois::DumpFile::writeLine(std::string_view line) {
 // Prefix, camera type, chip name and what the file holds.
 std::string OISDrv::dumpPath(const char* suffix) const {
     std::string path = kDumpPrefix;
-    appendText(path, ois::snapshot(mOisCustInfo.cameraTypeName));
+    path += ois::textOf(ois::snapshot(mOisCustInfo.cameraTypeName));
     path += '_';
-    appendText(path, ois::snapshot(mOisCustInfo.mOisIcName));
+    path += ois::textOf(ois::snapshot(mOisCustInfo.mOisIcName));
     path += suffix;
     return path;
 }

@@ -9,7 +9,9 @@
 
 namespace ois {
 
-constexpr int32_t kDumpFileNotCreated = -3;  // result of the status and flash dumps
+// What a dump returns when its file cannot be created.
+constexpr int32_t kOtpDumpNotCreated = -1;
+constexpr int32_t kRecordingNotCreated = -3;  // status and flash
 
 constexpr const char* kStatusFileSuffix = "_status.txt";
 constexpr const char* kOtpFileSuffix = "_otp.txt";

@@ -7,15 +7,15 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "diagnostics/dump_file.h"
 #include "log.h"
 #include "ois_drv.h"
 #include "shared_field.h"
 
-using ois::HubCommand;
+namespace command = ois::command;
 using ois::loadShared;
-using ois::Request;
 
 namespace {
 
@@ -23,7 +23,8 @@ constexpr useconds_t kTransferSettleUs = 2000;
 constexpr size_t kEntriesPerLine = 8;
 constexpr int kMessageSize = 8;  // the size that the message names
 
-// Lines always carry eight entries, so the last may show bytes past the length, though none past the record.
+// Lines always carry eight entries, so the last one may show bytes past the length. The record's size is a
+// multiple of eight, so none past the record.
 void writeFlashLines(const ois::OisFlashRecord& flash, ois::DumpFile& file) {
     const size_t length = std::min<size_t>(flash.length, ois::kFlashDataSize);
     static_assert(ois::kFlashDataSize % kEntriesPerLine == 0);
@@ -44,50 +45,48 @@ void writeFlashLines(const ois::OisFlashRecord& flash, ois::DumpFile& file) {
 }  // namespace
 
 int32_t OISDrv::DumpOisFlashData2File() {
-    const ois::SessionBuffers::Storage storage = mBuffers.hold();
-    // Not the buffer's address but the member's: one kernel driver follows the pointer it finds there,
-    // another writes the record in its place. The block around the member belongs to the transfer.
-    const int32_t result =
-        transfer(Request::kReadFlash, HubCommand::kNoHubMeaning, mOisFlashBlock, ois::kHubPayloadSize);
-    const ois::OisFlashRecord flash = takeFlashRecord(storage);
+    // Held until the dump is written, also when the session closes meanwhile.
+    ois::SessionBuffers::Storage storage = mBuffers.hold();
+    if (!storage) storage = std::make_shared<ois::SessionStorage>();
+    // The kernel gets the address of mOisFlashData, where this block begins.
+    const int32_t result = send(command::kReadFlash, mOisFlashBlock);
+    takeInPlaceRecord(storage);
+    // A kernel that follows the pointer may still be filling the buffer until then.
     usleep(kTransferSettleUs);
     const uint8_t dump = loadShared(mProperty.dump);
-    OIS_ERROR("DumpOisFlashData2File %d\n", dump & kDumpFlash);
+    OIS_LOG(kError, "DumpOisFlashData2File %d\n", dump & kDumpFlash);
 
     const int32_t descriptor = loadShared(fd_driver);
     if (descriptor < 0) {
         // The descriptor is printed where the device index is meant.
-        OIS_ERROR("Dev %d , OIS error opening\n", descriptor);
+        OIS_LOG(kError, "Dev %d , OIS error opening\n", descriptor);
         return 0;
     }
     if ((dump & kDumpFlash) == 0) return result;
     ois::DumpFile file(dumpPath(ois::kFlashFileSuffix));
     if (!file.isOpen()) {
-        OIS_ERROR("creat ois ic dump file failed!\n");
-        return ois::kDumpFileNotCreated;
+        OIS_LOG(kError, "creat ois ic dump file failed!\n");
+        return ois::kRecordingNotCreated;
     }
-    OIS_INFO("creat ois ic dump file success!\n");
-    OIS_INFO("mOisFlashData_address 0x%08x, size %d\n",
-             static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ois::flashOf(storage))), kMessageSize);
-    writeFlashLines(flash, file);
+    OIS_LOG(kInfo, "creat ois ic dump file success!\n");
+    OIS_LOG(kInfo, "mOisFlashData_address 0x%08x, size %d\n",
+            static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&storage->flash)), kMessageSize);
+    writeFlashLines(storage->flash, file);
     return result;
 }
 
-// What a flash transfer delivered. Another user's Init or the last Uninit may have changed the member
-// meanwhile; a pointer that neither of them put there is the head of a record that the kernel wrote in its
-// place. Either way the member then points to the session's buffer again.
-ois::OisFlashRecord OISDrv::takeFlashRecord(const ois::SessionBuffers::Storage& storage) {
-    ois::OisFlashRecord flash{};
+// When the kernel wrote the record over the pointer, moves it to where the pointer led, and puts the pointer
+// back. A kernel that follows the pointer leaves it alone, so a pointer that no session put there is the
+// beginning of a record. Another user's Init or the last Uninit may have changed the pointer during the
+// transfer; both put there what the present session has.
+void OISDrv::takeInPlaceRecord(const ois::SessionBuffers::Storage& storage) {
     mBuffers.look([&](const ois::SessionBuffers::Storage& current) {
         ois::OisFlashRecord* const member = loadShared(mOisFlashData);
-        ois::OisFlashRecord* const buffer = ois::flashOf(storage);
-        if (member != buffer && member != ois::flashOf(current)) {
-            const auto inPlace = ois::snapshot(mOisFlashBlock);
-            std::memcpy(&flash, inPlace.data(), sizeof flash);
-        } else if (buffer != nullptr) {
-            flash = *buffer;
-        }
-        ois::storeShared(mOisFlashData, ois::flashOf(current));
+        ois::OisFlashRecord* const present = current ? &current->flash : nullptr;
+        if (member == &storage->flash || member == present) return;
+        const auto block = ois::snapshot(mOisFlashBlock);
+        std::memcpy(&storage->flash, block.data(), sizeof storage->flash);
+        if (present != nullptr) *present = storage->flash;
+        ois::storeShared(mOisFlashData, present);
     });
-    return flash;
 }

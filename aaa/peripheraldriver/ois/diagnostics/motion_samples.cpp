@@ -32,7 +32,7 @@ T field(const SensorData& sample, SamplePosition position) {
 }  // namespace
 
 void OISDrv::GetSensorData() {
-    OIS_DEBUG("OISDRV::getAllSensorData\n");
+    OIS_LOG(kDebug, "OISDRV::getAllSensorData\n");
     if (ois::loadShared(mSensorHubEnabled) == 0) return;
     const auto provider = ois::loadShared(mpSensorProvider);
     if (!provider || !provider->isEnabled(ois::kOisSensorType)) return;
@@ -68,8 +68,8 @@ void OISDrv::GetSensorData() {
         mSensorValue6[kept + i] = value6;
         // Seven conversions for six values, deliberately: the timestamp meets none of them and the last
         // prints whatever is there.
-        OIS_LOG_UNCHECKED(ois::log::Severity::kDebug, __func__, "<GetSensorData,%f,%f,%f,%f,%f,%f,%f,>\n",
-                          timestamp, static_cast<double>(value1), static_cast<double>(value2),
+        OIS_LOG_UNCHECKED(kDebug, "<GetSensorData,%f,%f,%f,%f,%f,%f,%f,>\n", timestamp,
+                          static_cast<double>(value1), static_cast<double>(value2),
                           static_cast<double>(value3), static_cast<double>(value4),
                           static_cast<double>(value5), static_cast<double>(value6));
     }

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr int32_t kFileNotCreated = -1;
-
 // OTP addresses are sums of map entries, so they can lie outside the image and below zero.
 using OtpAddress = int64_t;
 
@@ -40,8 +38,8 @@ class OtpReader {
 // One line of the dump.
 class OtpLine {
   public:
-    OtpLine(std::string label, OtpAddress printedAddress) : mText(std::move(label)) {
-        mText += "adress:  0x";
+    OtpLine(std::string name, OtpAddress printedAddress) : mText(std::move(name)) {
+        mText += "  adress:  0x";
         hex(static_cast<uint64_t>(printedAddress), 2);
         mText += "  value:  ";
     }
@@ -70,8 +68,8 @@ class OtpLine {
 };
 
 // Every byte from one map entry's address to another's.
-void writeRange(const OtpReader& otp, const char* label, size_t first, size_t last, ois::DumpFile& file) {
-    OtpLine line(label, otp.entry(first));
+void writeRange(const OtpReader& otp, const char* name, size_t first, size_t last, ois::DumpFile& file) {
+    OtpLine line(name, otp.entry(first));
     for (OtpAddress address = otp.entry(first); address <= otp.entry(last); ++address)
         line.value(otp.byteAt(address));
     line.writeTo(file);
@@ -80,18 +78,18 @@ void writeRange(const OtpReader& otp, const char* label, size_t first, size_t la
 void writeModuleIds(const OtpReader& otp, ois::DumpFile& file) {
     using namespace ois::otp;
     // The second byte of the sensor id alone is not padded.
-    OtpLine("sensor_id  ", otp.entry(kSensorIdLow))
+    OtpLine("sensor_id", otp.entry(kSensorIdLow))
         .value(otp.byteAt(otp.entry(kSensorIdHigh)))
         .unpaddedValue(otp.byteAt(otp.entry(kSensorIdLow)))
         .writeTo(file);
-    OtpLine("lens_id  ", otp.entry(kLensId)).value(otp.byteAt(otp.entry(kLensId))).writeTo(file);
-    OtpLine("actuor_id  ", otp.entry(kActuatorId)).value(otp.byteAt(otp.entry(kActuatorId))).writeTo(file);
-    writeRange(otp, "material_id  ", kMaterialIdFirst, kMaterialIdLast, file);
+    OtpLine("lens_id", otp.entry(kLensId)).value(otp.byteAt(otp.entry(kLensId))).writeTo(file);
+    OtpLine("actuor_id", otp.entry(kActuatorId)).value(otp.byteAt(otp.entry(kActuatorId))).writeTo(file);
+    writeRange(otp, "material_id", kMaterialIdFirst, kMaterialIdLast, file);
 }
 
 void writeCalibrationFields(const OtpReader& otp, ois::DumpFile& file) {
     for (const ois::otp::Field& field : ois::otp::kCalibrationFields) {
-        OtpLine line(field.label, otp.entry(field.printedEntry));
+        OtpLine line(field.name, otp.entry(field.printedEntry));
         for (OtpAddress i = 0; i < field.firstCount; ++i) {
             line.value(otp.controllerByteAt(otp.entry(field.firstEntry) + i));
         }
@@ -111,7 +109,7 @@ void writeWordTable(const OtpReader& otp, const ois::otp::WordTable& table, ois:
     for (OtpAddress word = 0; word < size / ois::otp::kWordSize; ++word) {
         const OtpAddress lowest = start + ois::otp::kWordSize * word;
         const OtpAddress highest = lowest + ois::otp::kWordSize - 1;
-        OtpLine line(table.label + std::to_string(word) + "  ", highest);
+        OtpLine line(table.name + std::to_string(word), highest);
         for (OtpAddress address = highest; address >= lowest; --address)
             line.value(otp.controllerByteAt(address));
         line.writeTo(file);
@@ -131,16 +129,15 @@ int32_t OISDrv::DumpOtp2File() {
     const std::string path = dumpPath(ois::kOtpFileSuffix);
     ois::DumpFile file(path);
     if (!file.isOpen()) {
-        OIS_ERROR("creat ois otp dump file failed!");
-        return kFileNotCreated;
+        OIS_LOG(kError, "creat ois otp dump file failed!");
+        return ois::kOtpDumpNotCreated;
     }
-    OIS_INFO("open_DumpOtp2File_success, %s\n", path.c_str());
+    OIS_LOG(kInfo, "open_DumpOtp2File_success, %s\n", path.c_str());
 
     const OtpReader otp(mOtpData, mOisCustExt);
     if (otp.byteAt(0) != 0) writeModuleIds(otp, file);
-    if (otp.byteAt(otp.entry(kFuseIdFlag)) != 0)
-        writeRange(otp, "fuse_id  ", kFuseIdFirst, kFuseIdLast, file);
-    if (otp.byteAt(otp.entry(kSerialFlag)) != 0) writeRange(otp, "SN  ", kSerialFirst, kSerialLast, file);
+    if (otp.byteAt(otp.entry(kFuseIdFlag)) != 0) writeRange(otp, "fuse_id", kFuseIdFirst, kFuseIdLast, file);
+    if (otp.byteAt(otp.entry(kSerialFlag)) != 0) writeRange(otp, "SN", kSerialFirst, kSerialLast, file);
     if (otp.byteAt(otp.entry(kControllerFlag) + 1) != 0) {
         writeCalibrationFields(otp, file);
         for (const WordTable& table : kWordTables) writeWordTable(otp, table, file);

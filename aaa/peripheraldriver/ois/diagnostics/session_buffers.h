@@ -4,21 +4,21 @@
 #include <memory>
 #include <mutex>
 #include <utility>
+#include <vector>
 
-#include "wire/records.h"
+#include "wire/commands.h"
 
 namespace ois {
 
-// A status transfer names 60 bytes for its 56-byte record; a second record behind the first keeps them owned.
-constexpr size_t kStatusRecords = 2;
-
 struct SessionStorage {
-    std::unique_ptr<OisStatusRecord[]> status{new OisStatusRecord[kStatusRecords]()};
-    std::unique_ptr<OisFlashRecord[]> flash{new OisFlashRecord[1]()};
+    StatusTransfer status{};
+    OisFlashRecord flash{};
 };
 
-// A recorder or dump that is still running when the session closes keeps the storage it began with until it
-// returns. The lock covers the handle alone, never a command.
+// Hands the buffers from session to session. A recorder or dump that still runs when its session closes keeps
+// the storage it began with until it returns; and what an Init puts aside for a later one stays until the
+// object ends, as whoever has its address may go on using it. The lock covers the handles alone, never a
+// command, a sleep or a message.
 class SessionBuffers {
   public:
     using Storage = std::shared_ptr<SessionStorage>;
@@ -28,16 +28,24 @@ class SessionBuffers {
         return mStorage;
     }
 
-    // Puts `next` in place and runs `change` with it, so that members that point into the storage change with
-    // it. Returns what was there.
+    // Puts `next` in place and runs `change`, so that members that point into the storage change with it.
     template <typename Change>
-    Storage exchange(Storage next, Change&& change) {
+    void replace(Storage next, Change&& change) {
         const std::lock_guard lock(mMutex);
-        std::forward<Change>(change)(next);
-        return std::exchange(mStorage, std::move(next));
+        if (mStorage) mEarlier.push_back(std::move(mStorage));
+        mStorage = std::move(next);
+        std::forward<Change>(change)();
     }
 
-    // Runs `body` with the session's storage while nothing replaces it.
+    // Takes the storage out, likewise; it lives for as long as the result.
+    template <typename Change>
+    Storage detach(Change&& change) {
+        const std::lock_guard lock(mMutex);
+        std::forward<Change>(change)();
+        return std::exchange(mStorage, nullptr);
+    }
+
+    // Runs `body` with the session's storage, null when it has none, while nothing replaces it.
     template <typename Body>
     void look(Body&& body) const {
         const std::lock_guard lock(mMutex);
@@ -47,10 +55,7 @@ class SessionBuffers {
   private:
     mutable std::mutex mMutex;
     Storage mStorage;
+    std::vector<Storage> mEarlier;
 };
-
-inline OisFlashRecord* flashOf(const SessionBuffers::Storage& storage) {
-    return storage ? storage->flash.get() : nullptr;
-}
 
 }  // namespace ois

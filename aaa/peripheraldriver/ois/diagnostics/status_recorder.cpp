@@ -14,9 +14,7 @@
 #include "ois_drv.h"
 #include "shared_field.h"
 
-using ois::HubCommand;
 using ois::loadShared;
-using ois::Request;
 
 namespace {
 
@@ -111,22 +109,22 @@ void appendRow(Row& row, const ois::OisStatusRecord& status, const OisCalibInfo&
 int32_t OISDrv::DumpGyroAccRawTargetHallData2File() {
     const useconds_t intervalUs = loadShared(mProperty.dumpIntervalTime) * kUsPerMs;
     const std::string path = dumpPath(ois::kStatusFileSuffix);
-    OIS_INFO("DumpGyroAccRawTargetHallData2File: %s, dumpIntervalTime %d\n", path.c_str(),
-             static_cast<int>(intervalUs));
+    OIS_LOG(kInfo, "DumpGyroAccRawTargetHallData2File: %s, dumpIntervalTime %d\n", path.c_str(),
+            static_cast<int>(intervalUs));
     const int32_t descriptor = loadShared(fd_driver);
     if (descriptor < 0) {
         // The descriptor is printed where the device index is meant.
-        OIS_ERROR("Dev %d , OIS error opening\n", descriptor);
+        OIS_LOG(kError, "Dev %d , OIS error opening\n", descriptor);
         return 0;
     }
     // With a count, started by a request, any dump bit records.
     if ((loadShared(mProperty.dump) & kDumpStatus) == 0 && loadShared(mParamsCallCount) == 0) return 0;
     ois::DumpFile file(path);
     if (!file.isOpen()) {
-        OIS_ERROR("creat ois ic dump file failed!\n");
-        return ois::kDumpFileNotCreated;
+        OIS_LOG(kError, "creat ois ic dump file failed!\n");
+        return ois::kRecordingNotCreated;
     }
-    OIS_INFO("creat ois ic dump file success!\n");
+    OIS_LOG(kInfo, "creat ois ic dump file success!\n");
     file.writeLine(kHeader);
 
     // Held until the recorder returns, also when the session closes meanwhile.
@@ -134,7 +132,7 @@ int32_t OISDrv::DumpGyroAccRawTargetHallData2File() {
     if (!storage) storage = std::make_shared<ois::SessionStorage>();
     int32_t result = 0;
     while (loadShared(mProperty.isRun) != 0) {
-        result = recordStatus(storage->status[0], file);
+        result = recordStatus(storage->status, file);
         if (intervalUs != 0) usleep(intervalUs);
     }
     return result;
@@ -142,14 +140,13 @@ int32_t OISDrv::DumpGyroAccRawTargetHallData2File() {
 
 // Asks for one status and writes its row, whatever came of the request, whose result is returned. Other
 // recorders of the session may be using the same record.
-int32_t OISDrv::recordStatus(ois::OisStatusRecord& shared, ois::DumpFile& file) {
-    ois::OisStatusRecord request{};
-    request.chose = loadShared(mProperty.dumpLevel);
+int32_t OISDrv::recordStatus(ois::StatusTransfer& shared, ois::DumpFile& file) {
+    ois::StatusTransfer request{};
+    request.record.chose = loadShared(mProperty.dumpLevel);
     ois::publish(shared, request);
-    const int32_t result =
-        transfer(Request::kReadStatus, HubCommand::kNoHubMeaning, shared, ois::kHubPayloadSize);
+    const int32_t result = send(ois::command::kReadStatus, shared);
     Row row;
-    appendRow(row, ois::snapshot(shared), ois::snapshot(mOisCalibInfo));
+    appendRow(row, ois::snapshot(shared.record), ois::snapshot(mOisCalibInfo));
     file.writeLine(row.line());
     return result;
 }

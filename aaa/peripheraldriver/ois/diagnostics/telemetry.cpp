@@ -26,13 +26,13 @@ int32_t OISDrv::GetDataRuvex() {
     char region[kTextSize] = {};
     Properties::property_get("ro.product.country.region", region, "N");
     if (std::string_view(region) == kRegionWithoutReport) {
-        OIS_DEBUG("IN not get  to ruvex");
+        OIS_LOG(kDebug, "IN not get  to ruvex");
     } else if (service) {
         char content[kTextSize] = {};
         std::snprintf(content, sizeof content, "c_ois_error:%d", mOisErrorFlag);
         service->report(hidl_string(kModuleId), hidl_string(kEventId), hidl_string(content));
     } else {
-        OIS_ERROR("Failed to get RuVex service");
+        OIS_LOG(kError, "Failed to get RuVex service");
     }
     return 0;
 }

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 
-#include "android/log.h"
 #include "korva/register_access.h"
 #include "log.h"
 #include "ois_drv.h"
@@ -32,70 +31,66 @@ int32_t OISDrv::KorvaCmdParse(int32_t commandId, void* in, void* out, int32_t in
             if (in == nullptr) return 0;
             int32_t mode = 0;
             std::memcpy(&mode, in, sizeof mode);
-            disableBypass();
+            registers().disableBypass();
             korvas4sw_set_mode(mode);
             return 0;
         }
         case ois::id(HubCommand::kSetAccParams):
-            disableBypass();
+            registers().disableBypass();
             usleep(kBypassSettleUs);
             korvas4sw_set_acc(&mAccParams);  // the member, whatever the caller passed
             return 0;
         case ois::id(HubCommand::kSetGyroOffset):
             return korvas4sw_set_offset_calibration();
         case ois::id(HubCommand::kKorvaBypassDisable):
-            disableBypass();
+            registers().disableBypass();
             return 0;
         default:
             CustomCmdPackage(commandId, in, out, inLength, outLength);
-            OIS_DEBUG("bypass disable not support:%d   \n", commandId);
+            OIS_LOG(kDebug, "bypass disable not support:%d   \n", commandId);
             return 0;
     }
-}
-
-void OISDrv::disableBypass() {
-    RegisterAccess(ois::loadShared(mpSensorProvider)).disableBypass();
 }
 
 int32_t OISDrv::korvas4sw_set_mode(int32_t on) {
     const uint8_t mode = on != 0 ? ois::korva::kModeOn : ois::korva::kModeOff;
-    RegisterAccess(ois::loadShared(mpSensorProvider)).write8(Register::kStabilisationMode, mode);
-    OIS_DEBUG("change mode expmode:%d \n", mode);
+    registers().write(Register::kStabilisationMode, mode);
+    OIS_LOG(kDebug, "change mode expmode:%d \n", mode);
     return 0;
 }
 
 int32_t OISDrv::korvas4sw_set_acc(ois_acc_params* params) {
-    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
+    const RegisterAccess controller = registers();
     const bool enable = params->enable != 0;
-    controller.write8(Register::kAccCompensation, enable ? 1 : 0);
+    controller.write(Register::kAccCompensation, enable ? 1 : 0);
     usleep(kAccEnableSettleUs);
     // The distance comes from the member, not through `params`.
     const float distance = enable ? mAccParams.distanceF : ois::korva::kAccDistanceOff;
-    controller.write32(Register::kAccObjectDistance, std::bit_cast<uint32_t>(distance));
-    OIS_DEBUG("change mode expmode:%d \n", 0);  // the mode's message, always with 0
+    controller.write(Register::kAccObjectDistance, distance);
+    OIS_LOG(kDebug, "change mode expmode:%d \n", 0);  // the mode's message, always with 0
     return 0;
 }
 
 int32_t OISDrv::korvas4sw_set_idle() {
-    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
-    controller.write8(Register::kControl, ois::korva::kControlIdle);
+    const RegisterAccess controller = registers();
+    controller.write(Register::kControl, ois::korva::kControlIdle);
     usleep(kIdleRequestUs);
-    int state = controller.read<uint8_t>(Register::kState);
+    int state = controller.read(Register::kState);
     for (int poll = 0; poll < kIdlePolls; ++poll) {
         if (state == ois::korva::kStateIdle) {
-            __android_log_print(ANDROID_LOG_DEBUG, ois::log::kTag, "state (%d)\n", state);
+            OIS_ANDROID_LOG(DEBUG, "state (%d)\n", state);
             return 1;
         }
         usleep(kIdlePollUs);
-        state = controller.read<uint8_t>(Register::kState);
+        state = controller.read(Register::kState);
     }
     // Also when the last read found the controller idle.
-    __android_log_print(ANDROID_LOG_DEBUG, ois::log::kTag, "retry timep_err, state (%d)\n", state);
-    __android_log_print(ANDROID_LOG_DEBUG, ois::log::kTag, "state (%d)\n", state);
+    OIS_ANDROID_LOG(DEBUG, "retry timep_err, state (%d)\n", state);
+    OIS_ANDROID_LOG(DEBUG, "state (%d)\n", state);
     return state == ois::korva::kStateIdle ? 1 : 0;
 }
 
 int32_t OISDrv::korvas4sw_init_pid() {
-    ois::korva::initPid(RegisterAccess(ois::loadShared(mpSensorProvider)));
+    ois::korva::initPid(registers());
     return 0;
 }

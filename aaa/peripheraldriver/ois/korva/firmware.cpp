@@ -5,8 +5,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
-#include "android/log.h"
+#include "access/sensor_channel.h"
 #include "korva/register_access.h"
 #include "log.h"
 #include "ois_drv.h"
@@ -15,8 +16,6 @@
 using NSCam::Utils::SensorProvider;
 using ois::FirmwareOp;
 using ois::FirmwareOutcome;
-using ois::HubCommand;
-using ois::Request;
 using ois::korva::Register;
 using ois::korva::RegisterAccess;
 
@@ -32,18 +31,15 @@ constexpr useconds_t kRunUs = 2000;
 
 constexpr uint32_t kDownloadFailed = 256;  // reported instead of a check value
 
-// A line of the Android log at debug priority; the result of the call.
-#define DEBUG_LINE(...) __android_log_print(ANDROID_LOG_DEBUG, ois::log::kTag, __VA_ARGS__)
-
 // Always the whole image area, whatever the image's real length; no block is checked on its own.
 void downloadImage(const RegisterAccess& controller) {
-    controller.write8(Register::kFlashDownload, ois::korva::kFlashDownloadOpen);
+    controller.write(Register::kFlashDownload, ois::korva::kFlashDownloadOpen);
     usleep(kFlashOpenUs);
     for (uint32_t block = 0; block < ois::kFirmwareBlockCount; ++block) {
         const uint32_t flashAddress = block * ois::kFirmwareBlockSize;
         controller.firmware(FirmwareOp::kImage, flashAddress, ois::kFirmwareBlockSize);
-        DEBUG_LINE("flash[%d] write: address %lu, success (%d)", static_cast<int>(block),
-                   static_cast<unsigned long>(flashAddress), 0);
+        OIS_ANDROID_LOG(DEBUG, "flash[%d] write: address %lu, success (%d)", static_cast<int>(block),
+                        static_cast<unsigned long>(flashAddress), 0);
         usleep(kBlockWriteUs);
     }
 }
@@ -53,8 +49,7 @@ void downloadImage(const RegisterAccess& controller) {
 int32_t OISDrv::FirmwareUpdate(int32_t sensorId, int32_t moduleId) {
     mIsOisSupport = readCustomisation(sensorId, moduleId);
     if (mIsOisSupport == 0) {
-        __android_log_print(ANDROID_LOG_ERROR, ois::log::kTag,
-                            "Dev (%d), the current module isn't support OIS", mSensorDev);
+        OIS_ANDROID_LOG(ERROR, "Dev (%d), the current module isn't support OIS", mSensorDev);
         return 0;
     }
     if (m_user_count == 0 && fd_driver == -1 && !openForUpdate()) return 0;
@@ -66,13 +61,12 @@ int32_t OISDrv::FirmwareUpdate(int32_t sensorId, int32_t moduleId) {
     } else {
         ois::OisCameraType cameraType{};
         ois::textOf(mOisCustInfo.cameraTypeName).copy(cameraType.name, sizeof cameraType.name);
-        result = transfer(Request::kUpdateFirmware, HubCommand::kNoHubMeaning, cameraType, sizeof cameraType);
+        result = send(ois::command::kUpdateFirmware, cameraType);
     }
     if (m_user_count == 1) closeAfterUpdate(result);
     if (m_user_count >= 1) --m_user_count;
-    const auto cameraType = ois::textOf(mOisCustInfo.cameraTypeName);
-    DEBUG_LINE("ois_drv Dev (%d), m_user_count (%d), camera_type (%.*s)", mSensorDev, m_user_count,
-               static_cast<int>(cameraType.size()), cameraType.data());
+    OIS_ANDROID_LOG(DEBUG, "ois_drv Dev (%d), m_user_count (%d), camera_type (%s)", mSensorDev, m_user_count,
+                    std::string(ois::textOf(mOisCustInfo.cameraTypeName)).c_str());
     return 1;
 }
 
@@ -83,11 +77,10 @@ bool OISDrv::openForUpdate() {
         usleep(ois::kChannelSettleUs);
         return true;
     }
-    ois::storeShared(fd_driver, GetV4l2SubDevice(mOisDriverName));
+    ois::storeShared(fd_driver, GetV4l2SubDevice(std::string(ois::textOf(mOisDriverName)).c_str()));
     if (fd_driver < 0) {
         const int error = errno;
-        __android_log_print(ANDROID_LOG_ERROR, ois::log::kTag, "Dev(%d) ,error opening (%s)", mSensorDev,
-                            std::strerror(error));
+        OIS_ANDROID_LOG(ERROR, "Dev(%d) ,error opening (%s)", mSensorDev, std::strerror(error));
         return false;
     }
     return true;
@@ -100,87 +93,87 @@ void OISDrv::closeAfterUpdate(int32_t result) {
             ois::storeShared(fd_driver, -1);
         }
     } else if (ois::exchangeShared(mpSensorProvider, {})) {
-        if (result != -1) DEBUG_LINE("OIS_SENSORHUB UNINIT SUCCEED");
+        if (result != -1) OIS_ANDROID_LOG(DEBUG, "OIS_SENSORHUB UNINIT SUCCEED");
     }
 }
 
 int32_t OISDrv::check_ois_clock() {
-    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
-    const unsigned long current = controller.read<uint32_t>(Register::kClock);
+    const RegisterAccess controller = registers();
+    const unsigned long current = controller.read(Register::kClock);
     unsigned long updated = current;
     if (current != ois::korva::kOldClockHz) {
-        DEBUG_LINE("don't need to update clock\n");
+        OIS_ANDROID_LOG(DEBUG, "don't need to update clock\n");
     } else {
-        DEBUG_LINE("need to update clock start\n");
+        OIS_ANDROID_LOG(DEBUG, "need to update clock start\n");
         updated = updateClock();
     }
-    return DEBUG_LINE("currclock %lu, newclock %lu\n", current, updated);
+    return OIS_ANDROID_LOG(DEBUG, "currclock %lu, newclock %lu\n", current, updated);
 }
 
 // The clock value afterwards; 0 when the controller is not idle.
 uint32_t OISDrv::updateClock() {
     if (korvas4sw_set_idle() == 0) {
-        DEBUG_LINE("invalid ic status, skip fw update\n");
+        OIS_ANDROID_LOG(DEBUG, "invalid ic status, skip fw update\n");
         return 0;
     }
-    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
+    const RegisterAccess controller = registers();
     ois::korva::initPid(controller);
     ois::korva::applySettings(controller);
     usleep(kClockSettleUs);
-    const auto clock = controller.read<uint32_t>(Register::kClock);
-    DEBUG_LINE("need to update clock end\n");
+    const auto clock = controller.read(Register::kClock);
+    OIS_ANDROID_LOG(DEBUG, "need to update clock end\n");
     return clock;
 }
 
 int32_t OISDrv::update_fw_func() {
     const UpdateReport report = runFirmwareUpdate();
-    return RegisterAccess(ois::loadShared(mpSensorProvider))
-        .firmware(FirmwareOp::kReport, static_cast<uint32_t>(report.outcome), report.value);
+    return registers().firmware(FirmwareOp::kReport, static_cast<uint32_t>(report.outcome), report.value);
 }
 
 OISDrv::UpdateReport OISDrv::runFirmwareUpdate() {
-    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
+    const RegisterAccess controller = registers();
     const auto newVersion = controller.firmwareAnswer<uint32_t>(FirmwareOp::kImage);
     usleep(kImageVersionUs);
-    const auto currentVersion = controller.read<uint32_t>(Register::kFirmwareVersion);
-    DEBUG_LINE("current FW %lu\n", static_cast<unsigned long>(currentVersion));
+    const auto currentVersion = controller.read(Register::kFirmwareVersion);
+    OIS_ANDROID_LOG(DEBUG, "current FW %lu\n", static_cast<unsigned long>(currentVersion));
     if (currentVersion == newVersion) {
-        DEBUG_LINE("no need to update ois FW(%d)", static_cast<int>(newVersion));
+        OIS_ANDROID_LOG(DEBUG, "no need to update ois FW(%d)", static_cast<int>(newVersion));
         return {FirmwareOutcome::kNotUpdated, 0};
     }
-    DEBUG_LINE("current FW %lu, new FW %lu", static_cast<unsigned long>(currentVersion),
-               static_cast<unsigned long>(newVersion));
+    OIS_ANDROID_LOG(DEBUG, "current FW %lu, new FW %lu", static_cast<unsigned long>(currentVersion),
+                    static_cast<unsigned long>(newVersion));
     if (korvas4sw_set_idle() == 0) {
-        DEBUG_LINE("invalid ic status, skip fw update");
+        OIS_ANDROID_LOG(DEBUG, "invalid ic status, skip fw update");
         return {FirmwareOutcome::kNotUpdated, 0};
     }
 
     downloadImage(controller);
-    const auto downloadStatus = controller.read<uint16_t>(Register::kUpdateStatus);
+    const auto downloadStatus = controller.read(Register::kUpdateStatus);
     if (downloadStatus != 0) {
-        DEBUG_LINE("Err ! F/W Update Error Status (0x%04x)", downloadStatus);
+        OIS_ANDROID_LOG(DEBUG, "Err ! F/W Update Error Status (0x%04x)", downloadStatus);
         return {FirmwareOutcome::kControllerError, kDownloadFailed};
     }
     const uint32_t checkValue =
         controller.firmwareAnswer<uint16_t>(FirmwareOp::kCheckValue) | ois::korva::kImageCheckValid;
-    controller.write32(Register::kImageCheckValue, checkValue);
+    controller.write(Register::kImageCheckValue, checkValue);
     usleep(kImageCheckUs);
-    const auto updateStatus = controller.read<uint16_t>(Register::kUpdateStatus);
+    const auto updateStatus = controller.read(Register::kUpdateStatus);
     if (updateStatus != 0) {
-        DEBUG_LINE("FW update error status (0x%04x)", updateStatus);
+        OIS_ANDROID_LOG(DEBUG, "FW update error status (0x%04x)", updateStatus);
         return {FirmwareOutcome::kControllerError, checkValue};
     }
 
     ois::korva::initPid(controller);
-    const auto runningVersion = controller.read<uint32_t>(Register::kFirmwareVersion);
+    const auto runningVersion = controller.read(Register::kFirmwareVersion);
     if (runningVersion != newVersion) {
-        DEBUG_LINE("FW update fail (%lu, %lu), ret(%d)", static_cast<unsigned long>(runningVersion),
-                   static_cast<unsigned long>(newVersion), 0);
+        OIS_ANDROID_LOG(DEBUG, "FW update fail (%lu, %lu), ret(%d)",
+                        static_cast<unsigned long>(runningVersion), static_cast<unsigned long>(newVersion),
+                        0);
         return {FirmwareOutcome::kNotUpdated, checkValue};
     }
-    DEBUG_LINE("firmware version %lu", static_cast<unsigned long>(runningVersion));
+    OIS_ANDROID_LOG(DEBUG, "firmware version %lu", static_cast<unsigned long>(runningVersion));
     usleep(kBeforeRunUs);
-    controller.write8(Register::kControl, ois::korva::kControlIdle);
+    controller.write(Register::kControl, ois::korva::kControlIdle);
     usleep(kRunUs);
     return {FirmwareOutcome::kUpdated, 0};
 }

@@ -17,7 +17,6 @@ using ois::korva::RegisterAccess;
 
 namespace {
 
-constexpr uint8_t kStart = 1;
 constexpr useconds_t kCheckValueUs = 5000;
 constexpr useconds_t kBeforeWriteUs = 2000;
 constexpr useconds_t kFlashWriteUs = 500000;
@@ -25,9 +24,9 @@ constexpr useconds_t kApplyUs = 15000;
 
 // The check value of the flash data that a save must leave as it is.
 uint16_t readOtherFlashCheckValue(const RegisterAccess& controller) {
-    controller.write8(Register::kFlashCheckRequest, kStart);
+    controller.write(Register::kFlashCheckRequest, ois::korva::kStart);
     usleep(kCheckValueUs);
-    return controller.read<uint16_t>(Register::kFlashCheckValue, kStart);
+    return controller.read(Register::kFlashCheckValue, ois::korva::kStart);
 }
 
 // As many words as a vector register holds, so that one instruction adds them.
@@ -44,33 +43,33 @@ void addWords(Lanes& sum, const uint8_t* bytes) {
 }  // namespace
 
 int32_t OISDrv::korvas4sw_flash_save() {
-    const RegisterAccess controller(ois::loadShared(mpSensorProvider));
-    const auto savedMode = controller.read<uint8_t>(Register::kStabilisationMode);
+    const RegisterAccess controller = registers();
+    const auto savedMode = controller.read(Register::kStabilisationMode);
     if (korvas4sw_set_idle() == 0) {
-        OIS_DEBUG("invalid ic status, skip calibration\n");
+        OIS_LOG(kDebug, "invalid ic status, skip calibration\n");
         return 0;
     }
     const uint16_t checkBefore = readOtherFlashCheckValue(controller);
     usleep(kBeforeWriteUs);
-    controller.write8(Register::kFlashWrite, kStart);
+    controller.write(Register::kFlashWrite, ois::korva::kStart);
     usleep(kFlashWriteUs);
-    if (controller.read<uint8_t>(Register::kStatus, kStart) != 0) {
-        OIS_DEBUG("flash write error\n");
+    if (controller.read(Register::kStatus, ois::korva::kStart) != 0) {
+        OIS_LOG(kDebug, "flash write error\n");
         return 0;  // idle, the mode not restored
     }
-    OIS_DEBUG("flash write success\n");
+    OIS_LOG(kDebug, "flash write success\n");
 
     ois::korva::applySettings(controller);
     usleep(kApplyUs);
     const uint16_t checkAfter = readOtherFlashCheckValue(controller);
     if (checkAfter != checkBefore) {
-        OIS_DEBUG("flash write error, other flash data was rewrite\n");
+        OIS_LOG(kDebug, "flash write error, other flash data was rewrite\n");
         return 0;  // likewise
     }
-    OIS_DEBUG("flash write success, other flash data was default\n");
-    controller.write8(Register::kStabilisationMode, savedMode);
-    controller.write8(Register::kControl, ois::korva::kControlRestart);
-    OIS_DEBUG("ois flash save success (%d)\n", 0);
+    OIS_LOG(kDebug, "flash write success, other flash data was default\n");
+    controller.write(Register::kStabilisationMode, savedMode);
+    controller.write(Register::kControl, ois::korva::kControlRestart);
+    OIS_LOG(kDebug, "ois flash save success (%d)\n", 0);
     return 0;
 }
 

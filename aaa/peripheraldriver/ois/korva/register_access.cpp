@@ -5,39 +5,35 @@
 
 #include <unistd.h>
 
-#include "android/log.h"
 #include "log.h"
+#include "ois_drv.h"
+#include "shared_field.h"
 
 namespace ois::korva {
 
 void RegisterAccess::disableBypass() const {
-    constexpr uint32_t kNoWords[3] = {};
-    send(HubCommand::kKorvaBypassDisable, kNoWords);
-}
-
-void RegisterAccess::write8(Register reg, uint8_t value) const {
-    send(HubCommand::kKorvaWriteReg, HubRegisterAccess{address(reg), sizeof value, value});
-}
-
-void RegisterAccess::write32(Register reg, uint32_t value) const {
-    send(HubCommand::kKorvaWriteReg, HubRegisterAccess{address(reg), sizeof value, value});
+    send(command::kDisableBypass, {});
 }
 
 int32_t RegisterAccess::firmware(FirmwareOp op, uint32_t argument1, uint32_t argument2) const {
-    return send(HubCommand::kKorvaFwCmd, HubFirmwareCommand{op, argument1, argument2});
+    return send(command::kFirmware, {op, argument1, argument2});
 }
 
 void initPid(const RegisterAccess& controller) {
     constexpr useconds_t kSettleUs = 200000;
-    controller.write8(Register::kPidInit, kPidInitValue);
+    controller.write(Register::kPidInit, kPidInitValue);
     usleep(kSettleUs);
-    const int value = controller.read<uint8_t>(Register::kPidInit, kPidInitValue);
-    __android_log_print(ANDROID_LOG_DEBUG, log::kTag, "current init pid %d", value);
+    const int value = controller.read(Register::kPidInit, kPidInitValue);
+    OIS_ANDROID_LOG(DEBUG, "current init pid %d", value);
 }
 
 void applySettings(const RegisterAccess& controller) {
-    controller.write8(Register::kApplyUnlock, kApplyUnlockValue);
-    controller.write8(Register::kApplyCommand, kApplyCommandValue);
+    controller.write(Register::kApplyUnlock, kApplyUnlockValue);
+    controller.write(Register::kApplyCommand, kApplyCommandValue);
 }
 
 }  // namespace ois::korva
+
+ois::korva::RegisterAccess OISDrv::registers() const {
+    return ois::korva::RegisterAccess(ois::loadShared(mpSensorProvider));
+}

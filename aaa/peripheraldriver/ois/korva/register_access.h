@@ -3,9 +3,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
-#include "wire/hub_commands.h"
+#include "wire/commands.h"
 #include "wire/registers.h"
 
 namespace ois::korva {
@@ -20,15 +21,16 @@ class RegisterAccess {
     // Makes the hub stop bypassing the controller.
     void disableBypass() const;
 
-    void write8(Register reg, uint8_t value) const;
-    void write32(Register reg, uint32_t value) const;
-
-    // Reads a register of the value's size. `valueWord` goes out in the request's third word, where some
-    // reads carry the value of the write before them.
     template <typename Value>
-    Value read(Register reg, uint32_t valueWord = 0) const {
-        return ask<Value>(HubCommand::kKorvaReadReg,
-                          HubRegisterAccess{address(reg), sizeof(Value), valueWord});
+    void write(RegisterOf<Value> reg, std::type_identity_t<Value> value) const {
+        send(command::kWriteRegister, {reg.address, sizeof value, toWord(value)});
+    }
+
+    // `valueWord` goes out in the request's third word, where some reads carry the value of the write before
+    // them.
+    template <typename Value>
+    Value read(RegisterOf<Value> reg, uint32_t valueWord = 0) const {
+        return ask<Value>(command::kReadRegister, {reg.address, sizeof(Value), valueWord});
     }
 
     // The hub's result.
@@ -36,26 +38,28 @@ class RegisterAccess {
     // What the hub answers about the image that it holds.
     template <typename Answer>
     Answer firmwareAnswer(FirmwareOp op) const {
-        return ask<Answer>(HubCommand::kKorvaFwCmd, HubFirmwareCommand{op, 0, 0});
+        return ask<Answer>(command::kFirmware, {op, 0, 0});
     }
 
   private:
     template <typename Input>
-    int32_t send(HubCommand which, const Input& input) const {
-        OisCustomCmd command;
-        packInput(command, which, input);
-        return exchange(command);
+    int32_t send(const HubOnly<Input>& command, const std::type_identity_t<Input>& input) const {
+        OisCustomCmd record;
+        packInput(record, command.hub, input);
+        return exchange(record);
     }
-    // A record that nobody answered still holds its own input, and that is what is then read.
+    // A record that the hub did not answer still holds its own input, and that is what is then read. Without
+    // a provider it is 0.
     template <typename Answer, typename Input>
-    Answer ask(HubCommand which, const Input& input) const {
-        OisCustomCmd command;
-        packInput(command, which, input, sizeof(Answer));
-        exchange(command);
-        return unpackOutput<Answer>(command);
+    Answer ask(const HubOnly<Input>& command, const std::type_identity_t<Input>& input) const {
+        if (!mProvider) return {};
+        OisCustomCmd record;
+        packInput(record, command.hub, input, sizeof(Answer));
+        exchange(record);
+        return unpackOutput<Answer>(record);
     }
-    int32_t exchange(OisCustomCmd& command) const {
-        return mProvider ? mProvider->customCmd(kOisSensorType, &command) : 0;
+    int32_t exchange(OisCustomCmd& record) const {
+        return mProvider ? mProvider->customCmd(kOisSensorType, &record) : 0;
     }
 
     std::shared_ptr<NSCam::Utils::SensorProvider> mProvider;

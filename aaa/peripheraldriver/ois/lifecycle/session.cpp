@@ -1,7 +1,7 @@
 // Opening and closing the driver for its users.
 
 #include <cstdint>
-#include <utility>
+#include <string>
 
 #include "camera_platform/lens_customisation.h"
 #include "lifecycle/worker.h"
@@ -17,23 +17,23 @@ int32_t OISDrv::Init(int32_t sensorId, int32_t moduleId) {
     resetForOpen(moduleId);
     mIsOisSupport = readCustomisation(sensorId, moduleId);
     if (mIsOisSupport == 0) {
-        OIS_DEBUG("Dev(%d), the current module isn't support OIS", mSensorDev);
+        OIS_LOG(kDebug, "Dev(%d), the current module isn't support OIS", mSensorDev);
         return 0;
     }
-    OIS_DEBUG("Dev %d, sensor_id 0x%x, module_id 0x%x, ois_driver_name %s, is_ois_support %d", mSensorDev,
-              static_cast<uint32_t>(sensorId), static_cast<uint32_t>(moduleId), mOisDriverName,
-              mIsOisSupport);
+    OIS_LOG(kDebug, "Dev %d, sensor_id 0x%x, module_id 0x%x, ois_driver_name %s, is_ois_support %d",
+            mSensorDev, static_cast<uint32_t>(sensorId), static_cast<uint32_t>(moduleId),
+            std::string(ois::textOf(mOisDriverName)).c_str(), mIsOisSupport);
 
     readProperties();
-    OIS_DEBUG(
-        "mProperty: manual (%d), dump (%d), isRun (%d), dumpIntervalTime (%d), dumpLevel (%d), "
-        "actuatorDetect (%d), "
-        "statusCheck (%d), actOis (%d), FixMode.manualEnable (%d), mIsOisSupport (%d)\n",
-        mProperty.manual, mProperty.dump, mProperty.isRun, mProperty.dumpIntervalTime, mProperty.dumpLevel,
-        mProperty.actuatorDetect, mProperty.statusCheck, mProperty.actOis, mFixMode.manualEnable,
-        mIsOisSupport);
+    OIS_LOG(kDebug,
+            "mProperty: manual (%d), dump (%d), isRun (%d), dumpIntervalTime (%d), dumpLevel (%d), "
+            "actuatorDetect (%d), "
+            "statusCheck (%d), actOis (%d), FixMode.manualEnable (%d), mIsOisSupport (%d)\n",
+            mProperty.manual, mProperty.dump, mProperty.isRun, mProperty.dumpIntervalTime,
+            mProperty.dumpLevel, mProperty.actuatorDetect, mProperty.statusCheck, mProperty.actOis,
+            mFixMode.manualEnable, mIsOisSupport);
     if (mIsOisSupport == 0) {
-        OIS_DEBUG("Dev(%d), the current module isn't support OIS", mSensorDev);
+        OIS_LOG(kDebug, "Dev(%d), the current module isn't support OIS", mSensorDev);
         return 0;
     }
 
@@ -45,7 +45,8 @@ int32_t OISDrv::Init(int32_t sensorId, int32_t moduleId) {
 }
 
 int32_t OISDrv::Uninit() {
-    OIS_DEBUG("Dev(%d) , [m_user_count]%d [fd_driver]%d +", mSensorDev, m_user_count, loadShared(fd_driver));
+    OIS_LOG(kDebug, "Dev(%d) , [m_user_count]%d [fd_driver]%d +", mSensorDev, m_user_count,
+            loadShared(fd_driver));
     if (m_user_count == 1) {
         if (mProperty.dump != 0) storeShared(mProperty.isRun, 0);
         // With fewer engineering requests the recorder's thread is left alone on purpose.
@@ -53,7 +54,8 @@ int32_t OISDrv::Uninit() {
             storeShared(mProperty.isRun, 0);
             if (mDumpThread.joinable()) mDumpThread.join();
         }
-        freeBuffers();
+        // The members become null now, but the bring-up may still be using what they pointed to.
+        const auto buffers = detachBuffers();
         if (mInitDrvThread.joinable()) mInitDrvThread.join();
         if (mOisCustInfo.useSensorHub != 0) {
             tearDownSensorHub();
@@ -63,7 +65,8 @@ int32_t OISDrv::Uninit() {
         mIsOisSupport = 0;
     }
     if (m_user_count >= 1) --m_user_count;
-    OIS_DEBUG("Dev(%d) , [m_user_count]%d [fd_driver]%d -", mSensorDev, m_user_count, loadShared(fd_driver));
+    OIS_LOG(kDebug, "Dev(%d) , [m_user_count]%d [fd_driver]%d -", mSensorDev, m_user_count,
+            loadShared(fd_driver));
     return 0;
 }
 
@@ -113,19 +116,18 @@ int32_t OISDrv::readCustomisation(int32_t sensorId, int32_t moduleId) {
     return support;
 }
 
-// Buffers of an earlier Init are leaked: whoever still holds their addresses may go on using them.
 void OISDrv::allocateBuffers() {
-    auto earlier = mBuffers.exchange(std::make_shared<ois::SessionStorage>(), [this](const auto& storage) {
-        mStatusBuf = storage->status.get();
-        ois::storeShared(mOisFlashData, storage->flash.get());
+    const auto storage = std::make_shared<ois::SessionStorage>();
+    mBuffers.replace(storage, [this, &storage] {
+        mStatusBuf = &storage->status.record;
+        storeShared(mOisFlashData, &storage->flash);
     });
-    if (earlier) new ois::SessionBuffers::Storage(std::move(earlier));
 }
 
-void OISDrv::freeBuffers() {
-    mBuffers.exchange(nullptr, [this](const auto&) {
+ois::SessionBuffers::Storage OISDrv::detachBuffers() {
+    return mBuffers.detach([this] {
         mStatusBuf = nullptr;
-        ois::storeShared(mOisFlashData, nullptr);
+        storeShared(mOisFlashData, nullptr);
     });
 }
 

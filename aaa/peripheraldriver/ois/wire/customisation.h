@@ -1,14 +1,17 @@
 #pragma once
-// The module's customisation blocks, as the lens customisation library fills them.
+// The module's customisation blocks, as the lens customisation library fills them. The first one also goes to
+// the kernel, which may change it.
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
+
+#include "wire/layout.h"
+#include "wire/ois_ioctl.h"
 
 namespace ois {
 
-constexpr size_t kCoordinateCapacity = 200;
-constexpr size_t kDriverNameSize = 32;
+constexpr size_t kCoordinateCapacity = OIS_COORDINATES;
+constexpr size_t kDriverNameSize = OIS_NAME_SIZE;
 
 struct OisCustInfo {
     uint16_t gainFormat;             // coding of per-axis values: 1 float, 2 integer, 3 Q31
@@ -33,44 +36,38 @@ struct OisCustInfo {
     uint8_t reserved2[4];
     float coordinateX[kCoordinateCapacity];  // relative to the hall centre
     float coordinateY[kCoordinateCapacity];
-    char mOisIcName[32];      // controller chip
-    char cameraTypeName[16];  // camera type, for dump files and firmware
+    char mOisIcName[OIS_CHIP_NAME_SIZE];        // controller chip
+    char cameraTypeName[OIS_CAMERA_TYPE_SIZE];  // camera type, for dump files and firmware
 };
 static_assert(sizeof(OisCustInfo) == 1704);
-static_assert(offsetof(OisCustInfo, gainFormat) == 0);
-static_assert(offsetof(OisCustInfo, hallRange) == 2);
-static_assert(offsetof(OisCustInfo, accSupport) == 4);
-static_assert(offsetof(OisCustInfo, accDistance) == 6);
-static_assert(offsetof(OisCustInfo, actOisSupport) == 8);
-static_assert(offsetof(OisCustInfo, zoomActOisSupport) == 10);
-static_assert(offsetof(OisCustInfo, actuatorDetectSupport) == 12);
-static_assert(offsetof(OisCustInfo, extraParamSupport) == 14);
-static_assert(offsetof(OisCustInfo, camera_type) == 16);
-static_assert(offsetof(OisCustInfo, streamOnDelay) == 18);
-static_assert(offsetof(OisCustInfo, coordinateNum) == 28);
-static_assert(offsetof(OisCustInfo, useSensorHub) == 30);
-static_assert(offsetof(OisCustInfo, angleAmplitude) == 32);
-static_assert(offsetof(OisCustInfo, max_error_threshold) == 36);
-static_assert(offsetof(OisCustInfo, max_sum_error_threshold) == 40);
-static_assert(offsetof(OisCustInfo, zoomScale) == 44);
-static_assert(offsetof(OisCustInfo, actOisAngle) == 48);
-static_assert(offsetof(OisCustInfo, coordinateX) == 56);
-static_assert(offsetof(OisCustInfo, coordinateY) == 856);
-static_assert(offsetof(OisCustInfo, mOisIcName) == 1656);
-static_assert(offsetof(OisCustInfo, cameraTypeName) == 1688);
-
-// The text in a fixed field, up to its NUL or its end.
-template <size_t kSize>
-std::string_view textOf(const char (&field)[kSize]) {
-    const std::string_view whole(field, kSize);
-    return whole.substr(0, whole.find('\0'));
-}
+OIS_FIELD_AT(0, OisCustInfo, gainFormat, ois_ioc_customisation, gain_format);
+OIS_FIELD_AT(2, OisCustInfo, hallRange, ois_ioc_customisation, hall_range);
+OIS_FIELD_AT(4, OisCustInfo, accSupport, ois_ioc_customisation, acc_support);
+OIS_FIELD_AT(6, OisCustInfo, accDistance, ois_ioc_customisation, acc_distance);
+OIS_FIELD_AT(8, OisCustInfo, actOisSupport, ois_ioc_customisation, act_ois_support);
+OIS_FIELD_AT(10, OisCustInfo, zoomActOisSupport, ois_ioc_customisation, zoom_act_ois_support);
+OIS_FIELD_AT(12, OisCustInfo, actuatorDetectSupport, ois_ioc_customisation, actuator_detect_support);
+OIS_FIELD_AT(14, OisCustInfo, extraParamSupport, ois_ioc_customisation, extra_param_support);
+OIS_FIELD_AT(16, OisCustInfo, camera_type, ois_ioc_customisation, camera_type);
+OIS_FIELD_AT(18, OisCustInfo, streamOnDelay, ois_ioc_customisation, stream_on_delay);
+OIS_FIELD_AT(28, OisCustInfo, coordinateNum, ois_ioc_customisation, coordinate_num);
+OIS_FIELD_AT(30, OisCustInfo, useSensorHub, ois_ioc_customisation, use_sensor_hub);
+OIS_FIELD_AT(32, OisCustInfo, angleAmplitude, ois_ioc_customisation, angle_amplitude);
+OIS_FIELD_AT(36, OisCustInfo, max_error_threshold, ois_ioc_customisation, max_error_threshold);
+OIS_FIELD_AT(40, OisCustInfo, max_sum_error_threshold, ois_ioc_customisation, max_sum_error_threshold);
+OIS_FIELD_AT(44, OisCustInfo, zoomScale, ois_ioc_customisation, zoom_scale);
+OIS_FIELD_AT(48, OisCustInfo, actOisAngle, ois_ioc_customisation, act_ois_angle);
+OIS_FIELD_AT(56, OisCustInfo, coordinateX, ois_ioc_customisation, coordinate_x);
+OIS_FIELD_AT(856, OisCustInfo, coordinateY, ois_ioc_customisation, coordinate_y);
+OIS_FIELD_AT(1656, OisCustInfo, mOisIcName, ois_ioc_customisation, ic_name);
+OIS_FIELD_AT(1688, OisCustInfo, cameraTypeName, ois_ioc_customisation, camera_type_name);
 
 constexpr size_t kCustExtPlatformSize = 160;  // what the platform fills
 constexpr size_t kOtpAddressCount = 82;
 
-// OTP addresses of the module's calibration fields. The last map entry in use, 80, lies in the four bytes
-// that the driver owns behind the platform's 160.
+// The module's OTP address map: entry by entry the address of a field (otp_fields.h says which). The platform
+// fills the first 160 bytes, 80 entries. Entry 80 is read too; it lies in the four bytes that the driver owns
+// behind them, which Init clears.
 struct OisCustExt {
     uint16_t otpAddress[kOtpAddressCount];
 };

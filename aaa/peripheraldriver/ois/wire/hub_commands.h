@@ -1,5 +1,6 @@
 #pragma once
-// The sensor hub's command record and command ids.
+// The sensor hub's command record, its command ids, and the payloads that are not records of the controller
+// (records.h).
 
 #include <cstddef>
 #include <cstdint>
@@ -10,10 +11,8 @@
 
 namespace ois {
 
+// The channel over which the sensor service relays OIS commands.
 constexpr auto kOisSensorType = static_cast<NSCam::Utils::eSensorType>(8);
-
-constexpr const char* kSensorServiceUser = "OisDrv";  // the name under which the driver uses the service
-constexpr uint32_t kChannelSettleUs = 10000;          // after the channel was made or enabled
 
 constexpr size_t kHubPayloadSize = 60;
 
@@ -33,26 +32,29 @@ static_assert(offsetof(OisCustomCmd, outputLength) == 2);
 static_assert(offsetof(OisCustomCmd, payload) == 4);
 
 enum class HubCommand : int32_t {
-    kKorvaReadReg = 0,         // register access of the Korva family: address, byte count, value word
-    kKorvaWriteReg = 1,        // the same
-    kSetMode = 4,              // mode word; the family parser writes the mode register instead
-    kWriteGain = 5,            // OisGain
-    kSetAccParams = 6,         // ois_acc_params; the family parser writes the acceleration registers instead
-    kOperation18 = 7,          // zero word
-    kReadGain = 9,             // OisGain, answered with 24 bytes
-    kSetGyroOffset = 12,       // zero word; the family parser runs the offset calibration instead
-    kKorvaFwCmd = 14,          // firmware service: op and two arguments
-    kCapture = 16,             // capture value
-    kInit = 17,                // bring-up: bypass switch, log level, zero
-    kKorvaBypassDisable = 17,  // the same id: with three zero words, the hub stops bypassing the controller
-    kSetAfPosition = 18,       // coded AF position
-    kSetFixMode = 20,          // OisFixMode
-    kNotifyStream = 22,        // stream word
-    kSetActiveOis = 24,        // ois_act_parameters
-    kSetTemperature = 25,      // degrees Celsius
-    kEndSession = 26,          // zero word
-    kSetTempStrategy = 27,     // strategy word
-    kNoHubMeaning = 28,        // what goes with requests that only the sub-device understands
+    kKorvaReadReg = 0,    // HubRegisterAccess, answered with the register's bytes
+    kKorvaWriteReg = 1,   // HubRegisterAccess
+    kSetMode = 4,         // mode word; the family parser writes the mode register instead
+    kWriteGain = 5,       // OisGain
+    kSetAccParams = 6,    // ois_acc_params; the family parser writes the acceleration registers instead
+    kOperation18 = 7,     // zero word
+    kReadGain = 9,        // OisGain, answered with 24 bytes
+    kSetGyroOffset = 12,  // zero word; the family parser runs the offset calibration instead
+    kKorvaFwCmd = 14,     // HubFirmwareCommand
+    kCapture = 16,        // capture value
+    // One id with two meanings, which the hub tells apart by when it comes and what it carries: the first one
+    // after the channel was enabled is the init command; twelve zero bytes later on tell the hub to stop
+    // bypassing the controller, so that register accesses reach it.
+    kInit = 17,  // HubInit
+    kKorvaBypassDisable = 17,
+    kSetAfPosition = 18,    // coded AF position
+    kSetFixMode = 20,       // OisFixMode
+    kNotifyStream = 22,     // stream word
+    kSetActiveOis = 24,     // ois_act_parameters
+    kSetTemperature = 25,   // degrees Celsius
+    kEndSession = 26,       // zero word
+    kSetTempStrategy = 27,  // strategy word
+    kNoHubMeaning = 28,     // what goes with requests that only the sub-device understands
 };
 
 constexpr int32_t id(HubCommand command) {
@@ -82,27 +84,30 @@ Output unpackOutput(const OisCustomCmd& command) {
     return output;
 }
 
-// Payloads of the commands above that are not records of the controller (controller_records.h).
-
 struct HubInit {
     int32_t bypass;  // the bypass switch, as the property has it
     int32_t logLevel;
     int32_t zero;
 };
 static_assert(sizeof(HubInit) == 12);
+static_assert(offsetof(HubInit, logLevel) == 4);
 
 struct HubRegisterAccess {
     uint32_t address;
     uint32_t byteCount;
-    uint32_t value;
+    uint32_t value;  // written; a read carries 0, or the value of the write before it
 };
 static_assert(sizeof(HubRegisterAccess) == 12);
+static_assert(offsetof(HubRegisterAccess, byteCount) == 4);
 static_assert(offsetof(HubRegisterAccess, value) == 8);
 
+// The hub holds a firmware image for the controller. What its firmware service is asked for; op 1 means two
+// things, told apart by its second argument.
 enum class FirmwareOp : uint32_t {
-    kReport = 0,      // outcome code, value
-    kImage = 1,       // 0, 0: the image's version; address, 256: write that block to the controller
-    kCheckValue = 3,  // the image's 16-bit check value
+    kReport = 0,  // (FirmwareOutcome, value): how an update ended
+    kImage =
+        1,  // (0, 0): the image's 32-bit version; (flash address, 256): write that block to the controller
+    kCheckValue = 3,  // (0, 0): the image's 16-bit check value
 };
 
 struct HubFirmwareCommand {
@@ -111,8 +116,10 @@ struct HubFirmwareCommand {
     uint32_t argument2;
 };
 static_assert(sizeof(HubFirmwareCommand) == 12);
+static_assert(offsetof(HubFirmwareCommand, argument1) == 4);
+static_assert(offsetof(HubFirmwareCommand, argument2) == 8);
 
-// Outcomes of a firmware update, as reported to the hub.
+// How a firmware update ended.
 enum class FirmwareOutcome : uint32_t {
     kUpdated = 1,
     kControllerError = 2,  // the controller's error status was set

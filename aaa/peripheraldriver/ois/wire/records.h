@@ -1,22 +1,68 @@
 #pragma once
-// The records that travel to and from the OIS controller and belong to the driver (those its callers pass
-// stand in ois_drv.h). All little-endian, exactly as on the wire.
+// The records that travel between driver and controller, on either way: those of ois_ioctl.h with the names
+// and types that the driver and its callers use. All little-endian, exactly as on the wire.
 
 #include <cstddef>
 #include <cstdint>
 
+#include "wire/layout.h"
+#include "wire/ois_ioctl.h"
+
+// Angle-based active OIS.
+struct ois_act_parameters {
+    int32_t enable;  // active OIS state; 2 comes with an angle
+    uint32_t angle;  // bits of a float32 angle, or the integer 1 when none applies
+};
+static_assert(sizeof(ois_act_parameters) == 8);
+OIS_FIELD_AT(0, ois_act_parameters, enable, ois_ioc_active_ois, enable);
+OIS_FIELD_AT(4, ois_act_parameters, angle, ois_ioc_active_ois, angle);
+
+struct ois_stream_info {
+    int32_t notify_stream;  // 1: stream on, 0: stream off
+    int32_t reserved;
+};
+static_assert(sizeof(ois_stream_info) == 8);
+OIS_FIELD_AT(0, ois_stream_info, notify_stream, ois_ioc_stream, notify_stream);
+
+// Accelerometer compensation, which corrects the shift of a camera that moves sideways.
+struct ois_acc_params {
+    uint32_t reserved;
+    uint32_t enable;        // 1: on
+    uint32_t lastDistance;  // distance last sent, mm
+    int32_t distance;       // object distance, mm
+    float distanceF;        // the same as a float
+    int32_t distanceQ31;    // a sixteenth of the reciprocal distance in metres, Q31
+    uint32_t count;
+};
+static_assert(sizeof(ois_acc_params) == 28);
+OIS_FIELD_AT(4, ois_acc_params, enable, ois_ioc_acc_params, enable);
+OIS_FIELD_AT(8, ois_acc_params, lastDistance, ois_ioc_acc_params, last_distance);
+OIS_FIELD_AT(12, ois_acc_params, distance, ois_ioc_acc_params, distance);
+OIS_FIELD_AT(16, ois_acc_params, distanceF, ois_ioc_acc_params, distance_f);
+OIS_FIELD_AT(20, ois_acc_params, distanceQ31, ois_ioc_acc_params, distance_q31);
+OIS_FIELD_AT(24, ois_acc_params, count, ois_ioc_acc_params, count);
+
 namespace ois {
 
-// Coding of per-axis values, named by the module's customisation.
+// How the values of an axis are coded, as the module's customisation says. A value is a fraction; operations
+// that read or write one count in 1/10000 of it.
 enum GainFormat : uint16_t {
-    kGainFloat = 1,
-    kGainInteger = 2,
-    kGainQ31 = 3,
+    kGainFloat = OIS_GAIN_FLOAT,      // valueXf and valueYf hold it plainly
+    kGainInteger = OIS_GAIN_INTEGER,  // valueXi and valueYi hold it in 1/10000
+    kGainQ31 = OIS_GAIN_Q31,          // valueXi and valueYi hold it in units of 2^-31
+};
+constexpr float kGainUnitsPerOne = 10000.0F;  // of an operation's value, and of kGainInteger
+constexpr float kQ31PerOne = 2147483648.0F;
+constexpr float kOnePerQ31 = 4.656613e-10F;
+
+enum Axis : uint32_t {
+    kAxisX = OIS_AXIS_X,
+    kAxisY = OIS_AXIS_Y,
 };
 
-// Per-axis value; which pair counts is up to the gain format.
+// Values of the axes; which pair counts is up to the gain format.
 struct OisGain {
-    uint32_t axis;  // 0: X, 1: Y
+    uint32_t axis;  // Axis
     uint32_t unused;
     float valueXf;
     float valueYf;
@@ -24,11 +70,11 @@ struct OisGain {
     int32_t valueYi;
 };
 static_assert(sizeof(OisGain) == 24);
-static_assert(offsetof(OisGain, axis) == 0);
-static_assert(offsetof(OisGain, valueXf) == 8);
-static_assert(offsetof(OisGain, valueYf) == 12);
-static_assert(offsetof(OisGain, valueXi) == 16);
-static_assert(offsetof(OisGain, valueYi) == 20);
+OIS_FIELD_AT(0, OisGain, axis, ois_ioc_gain, axis);
+OIS_FIELD_AT(8, OisGain, valueXf, ois_ioc_gain, value_xf);
+OIS_FIELD_AT(12, OisGain, valueYf, ois_ioc_gain, value_yf);
+OIS_FIELD_AT(16, OisGain, valueXi, ois_ioc_gain, value_xi);
+OIS_FIELD_AT(20, OisGain, valueYi, ois_ioc_gain, value_yi);
 
 // Hall calibration of the lens. The span of an axis is its half of `upperWord` minus its half of `lowerWord`
 // (x in the low half, y in the high half).
@@ -39,8 +85,10 @@ struct OisHallInfo {
     uint32_t lowerWord;
 };
 static_assert(sizeof(OisHallInfo) == 16);
-static_assert(offsetof(OisHallInfo, upperWord) == 8);
-static_assert(offsetof(OisHallInfo, lowerWord) == 12);
+OIS_FIELD_AT(0, OisHallInfo, centerX, ois_ioc_hall_info, center_x);
+OIS_FIELD_AT(4, OisHallInfo, centerY, ois_ioc_hall_info, center_y);
+OIS_FIELD_AT(8, OisHallInfo, upperWord, ois_ioc_hall_info, upper_word);
+OIS_FIELD_AT(12, OisHallInfo, lowerWord, ois_ioc_hall_info, lower_word);
 
 // Holds the lens at a target; the controller fills the hall position on request. Controller units.
 struct OisFixMode {
@@ -52,11 +100,12 @@ struct OisFixMode {
     int32_t hall_y;
 };
 static_assert(sizeof(OisFixMode) == 24);
-static_assert(offsetof(OisFixMode, gethall) == 4);
-static_assert(offsetof(OisFixMode, target_x) == 8);
-static_assert(offsetof(OisFixMode, target_y) == 12);
-static_assert(offsetof(OisFixMode, hall_x) == 16);
-static_assert(offsetof(OisFixMode, hall_y) == 20);
+OIS_FIELD_AT(0, OisFixMode, manualEnable, ois_ioc_fix_mode, manual_enable);
+OIS_FIELD_AT(4, OisFixMode, gethall, ois_ioc_fix_mode, gethall);
+OIS_FIELD_AT(8, OisFixMode, target_x, ois_ioc_fix_mode, target_x);
+OIS_FIELD_AT(12, OisFixMode, target_y, ois_ioc_fix_mode, target_y);
+OIS_FIELD_AT(16, OisFixMode, hall_x, ois_ioc_fix_mode, hall_x);
+OIS_FIELD_AT(20, OisFixMode, hall_y, ois_ioc_fix_mode, hall_y);
 
 // One sample of the controller's state.
 struct OisStatusRecord {
@@ -81,16 +130,25 @@ struct OisStatusRecord {
     uint8_t reserved1[4];
 };
 static_assert(sizeof(OisStatusRecord) == 56);
-static_assert(offsetof(OisStatusRecord, timestampSeconds) == 8);
-static_assert(offsetof(OisStatusRecord, timestampFraction) == 16);
-static_assert(offsetof(OisStatusRecord, gyro_raw_x) == 24);
-static_assert(offsetof(OisStatusRecord, acc_raw_x) == 30);
-static_assert(offsetof(OisStatusRecord, gyro_target_x) == 36);
-static_assert(offsetof(OisStatusRecord, acc_target_x) == 40);
-static_assert(offsetof(OisStatusRecord, hall_x) == 44);
-static_assert(offsetof(OisStatusRecord, synthetic_x) == 48);
+OIS_FIELD_AT(0, OisStatusRecord, chose, ois_ioc_status, chose);
+OIS_FIELD_AT(8, OisStatusRecord, timestampSeconds, ois_ioc_status, timestamp_seconds);
+OIS_FIELD_AT(16, OisStatusRecord, timestampFraction, ois_ioc_status, timestamp_fraction);
+OIS_FIELD_AT(24, OisStatusRecord, gyro_raw_x, ois_ioc_status, gyro_raw_x);
+OIS_FIELD_AT(26, OisStatusRecord, gyro_raw_y, ois_ioc_status, gyro_raw_y);
+OIS_FIELD_AT(28, OisStatusRecord, gyro_raw_z, ois_ioc_status, gyro_raw_z);
+OIS_FIELD_AT(30, OisStatusRecord, acc_raw_x, ois_ioc_status, acc_raw_x);
+OIS_FIELD_AT(32, OisStatusRecord, acc_raw_y, ois_ioc_status, acc_raw_y);
+OIS_FIELD_AT(34, OisStatusRecord, acc_raw_z, ois_ioc_status, acc_raw_z);
+OIS_FIELD_AT(36, OisStatusRecord, gyro_target_x, ois_ioc_status, gyro_target_x);
+OIS_FIELD_AT(38, OisStatusRecord, gyro_target_y, ois_ioc_status, gyro_target_y);
+OIS_FIELD_AT(40, OisStatusRecord, acc_target_x, ois_ioc_status, acc_target_x);
+OIS_FIELD_AT(42, OisStatusRecord, acc_target_y, ois_ioc_status, acc_target_y);
+OIS_FIELD_AT(44, OisStatusRecord, hall_x, ois_ioc_status, hall_x);
+OIS_FIELD_AT(46, OisStatusRecord, hall_y, ois_ioc_status, hall_y);
+OIS_FIELD_AT(48, OisStatusRecord, synthetic_x, ois_ioc_status, synthetic_x);
+OIS_FIELD_AT(50, OisStatusRecord, synthetic_y, ois_ioc_status, synthetic_y);
 
-constexpr size_t kFlashDataSize = 1536;
+constexpr size_t kFlashDataSize = OIS_FLASH_DATA_SIZE;
 
 // The controller's flash data area.
 struct OisFlashRecord {
@@ -99,13 +157,14 @@ struct OisFlashRecord {
     uint8_t data[kFlashDataSize];
 };
 static_assert(sizeof(OisFlashRecord) == 1544);
-static_assert(offsetof(OisFlashRecord, base) == 4);
-static_assert(offsetof(OisFlashRecord, data) == 8);
+OIS_FIELD_AT(0, OisFlashRecord, length, ois_ioc_flash, length);
+OIS_FIELD_AT(4, OisFlashRecord, base, ois_ioc_flash, base);
+OIS_FIELD_AT(8, OisFlashRecord, data, ois_ioc_flash, data);
 
 // The module's camera type, which tells the kernel driver which firmware to load.
 struct OisCameraType {
-    char name[16];
+    char name[OIS_CAMERA_TYPE_SIZE];  // not terminated when full
 };
-static_assert(sizeof(OisCameraType) == 16);
+static_assert(sizeof(OisCameraType) == 16 && sizeof(OisCameraType) == sizeof(ois_ioc_camera_type));
 
 }  // namespace ois

@@ -1,50 +1,36 @@
 #pragma once
-// The private ioctl requests of the OIS sub-device.
-//
-// Every code is the kernel's own encoding: type 'V', number 192 (the V4L2 private base) plus an index, and
-// the size of the record that travels. The kernel moves exactly that many bytes, whatever length a caller
-// names.
-
-#include <linux/ioctl.h>
-#include <linux/videodev2.h>
+// The private ioctl requests of the OIS sub-device, as a type of their own. The kernel moves as many bytes as
+// the code says, whatever length a caller names.
 
 #include <cstdint>
+
+#include "wire/ois_ioctl.h"
 
 namespace ois {
 
 constexpr unsigned kRequestType = 'V';
 
-constexpr uint32_t requestCode(unsigned direction, unsigned index, unsigned size) {
-    return static_cast<uint32_t>(_IOC(direction, kRequestType, BASE_VIDIOC_PRIVATE + index, size));
-}
-constexpr uint32_t writeRequest(unsigned index, unsigned size) {
-    return requestCode(_IOC_WRITE, index, size);
-}
-constexpr uint32_t readWriteRequest(unsigned index, unsigned size) {
-    return requestCode(_IOC_READ | _IOC_WRITE, index, size);
-}
-
 enum class Request : uint32_t {
-    kSetMode = writeRequest(2, 4),                  // mode word, or a capture value
-    kSetGyroOffset = readWriteRequest(4, 4),        // zero word
-    kUpdateFirmware = readWriteRequest(5, 16),      // camera type name
-    kSetCustomisation = readWriteRequest(7, 1704),  // OisCustInfo
-    kEndSession = readWriteRequest(8, 4),           // -1 on the sub-device way, 0 on the hub way
-    kSetAccParams = readWriteRequest(9, 28),        // ois_acc_params
-    kSetAfPosition = readWriteRequest(10, 2),       // coded AF position
-    kOperation18 = readWriteRequest(13, 4),         // zero word
-    kWriteGain = readWriteRequest(14, 24),          // OisGain
-    kReadGain = readWriteRequest(16, 24),           // OisGain
-    kReadHallInfo = readWriteRequest(18, 16),       // OisHallInfo
-    kSetFixMode = readWriteRequest(20, 24),         // OisFixMode
-    kNotifyStream = readWriteRequest(21, 8),        // ois_stream_info
-    kCheckStatus = readWriteRequest(22, 1),         // zero byte
-    kStartEngineering = readWriteRequest(23, 1),    // zero byte; always a bare ioctl
-    kSetActiveOis = readWriteRequest(24, 8),        // ois_act_parameters
-    kGetHall = readWriteRequest(25, 24),            // OisFixMode, hall values filled
-    kReadStatus = readWriteRequest(26, 56),         // OisStatusRecord
-    kReadFlash = readWriteRequest(27, 1544),        // OisFlashRecord
-    kSetZoomActiveOis = readWriteRequest(28, 4),    // on/off word; always a bare ioctl
+    kSetMode = OIS_IOC_SET_MODE,                      // mode word, or a capture value
+    kSetGyroOffset = OIS_IOC_SET_GYRO_OFFSET,         // zero word
+    kUpdateFirmware = OIS_IOC_UPDATE_FIRMWARE,        // camera type name
+    kSetCustomisation = OIS_IOC_SET_CUSTOMISATION,    // OisCustInfo
+    kEndSession = OIS_IOC_END_SESSION,                // -1
+    kSetAccParams = OIS_IOC_SET_ACC_PARAMS,           // ois_acc_params
+    kSetAfPosition = OIS_IOC_SET_AF_POSITION,         // coded AF position
+    kOperation18 = OIS_IOC_OPERATION_18,              // zero word
+    kWriteGain = OIS_IOC_WRITE_GAIN,                  // OisGain
+    kReadGain = OIS_IOC_READ_GAIN,                    // OisGain
+    kReadHallInfo = OIS_IOC_READ_HALL_INFO,           // OisHallInfo
+    kSetFixMode = OIS_IOC_SET_FIX_MODE,               // OisFixMode
+    kNotifyStream = OIS_IOC_NOTIFY_STREAM,            // ois_stream_info
+    kCheckStatus = OIS_IOC_CHECK_STATUS,              // zero byte
+    kStartEngineering = OIS_IOC_START_ENGINEERING,    // zero byte
+    kSetActiveOis = OIS_IOC_SET_ACTIVE_OIS,           // ois_act_parameters
+    kGetHall = OIS_IOC_GET_HALL,                      // OisFixMode, hall values filled
+    kReadStatus = OIS_IOC_READ_STATUS,                // OisStatusRecord
+    kReadFlash = OIS_IOC_READ_FLASH,                  // OisFlashRecord
+    kSetZoomActiveOis = OIS_IOC_SET_ZOOM_ACTIVE_OIS,  // on/off word
 };
 
 constexpr uint32_t code(Request request) {
@@ -54,7 +40,7 @@ constexpr unsigned sizeOf(Request request) {
     return _IOC_SIZE(code(request));
 }
 
-// The numbers that the kernel driver knows.
+// The numbers that kernel drivers know.
 static_assert(code(Request::kSetMode) == 0x400456C2);
 static_assert(code(Request::kSetGyroOffset) == 0xC00456C4);
 static_assert(code(Request::kUpdateFirmware) == 0xC01056C5);
