@@ -433,7 +433,7 @@ class OIS_EXPORT OISDrv {
     int32_t recordStatus(ois::StatusTransfer& shared, ois::DumpFile& file);
     int32_t moveLensAndReadHall(int32_t targetX, int32_t targetY);
     void markDefect(float error);
-    void takeInPlaceRecord(const ois::SessionBuffers::Storage& storage);
+    ois::SessionBuffers::Storage settleFlashPointer(const ois::SessionBuffers::Storage& before);
 
     ois::SessionBuffers mBuffers;  // owns what mStatusBuf and mOisFlashData point to
 };

@@ -1,11 +1,11 @@
 #pragma once
 // Access to the driver's plain fields where two threads share one.
 //
-// A field that one thread may write while another reads it is read with loadShared and written with storeShared. A
-// record of such fields is copied as a whole with snapshot and publish, but word by word: a copy that is taken while
-// another thread publishes may hold some words of the old version and some of the new. Whoever takes it can live with
-// that, as a plain read could be torn no less. A field that only one thread ever writes may be read plainly by that
-// same thread.
+// A field that one thread may write while another reads it is read with loadShared and written with
+// storeShared. A record of such fields is copied as a whole with snapshot and publish, but word by word: a
+// copy that is taken while another thread publishes may hold some words of the old version and some of the
+// new. Whoever takes it can live with that, as a plain read could be torn no less. A field that only one
+// thread ever writes may be read plainly by that same thread.
 
 #include <array>
 #include <atomic>

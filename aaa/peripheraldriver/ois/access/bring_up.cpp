@@ -88,18 +88,15 @@ void OISDrv::bringUpSubDevice() {
         OIS_LOG_AS(kInitDrv, kError, "Dev %d , OIS error opening\n", descriptor);
         return;
     }
-    // The records travel as copies: the kernel writes whole ones back, word by word as far as the caller can
-    // see.
+    // The records travel as copies, since the caller may be using the members meanwhile. What the kernel
+    // wrote back is then what the members hold; a failing request writes nothing back.
     ois::OisCustInfo custInfo = ois::snapshot(mOisCustInfo);
-    send(command::kSetCustomisation, custInfo);
-    ois::publish(mOisCustInfo, custInfo);  // the kernel may have changed it
+    if (send(command::kSetCustomisation, custInfo) >= 0) ois::publish(mOisCustInfo, custInfo);
     mControllerState = -1;
     ois::OisGain gain = ois::snapshot(mOisGain);
-    send(command::kReadGains, gain);
-    ois::publish(mOisGain, gain);
+    if (send(command::kReadGains, gain) >= 0) ois::publish(mOisGain, gain);
     ois::OisHallInfo hall = ois::snapshot(mHallInfo);
-    send(command::kReadHallInfo, hall);
-    ois::publish(mHallInfo, hall);
+    if (send(command::kReadHallInfo, hall) >= 0) ois::publish(mHallInfo, hall);
     deriveCalibration(custInfo, gain, hall);
     if (loadShared(mProperty.dump) != 0) {
         DumpOisFlashData2File();

@@ -53,7 +53,8 @@ int32_t OISDrv::CustomCmdPackage(int32_t commandId, void* in, void* out, int32_t
     command.inputLength = static_cast<uint8_t>(inLength);
     command.outputLength = static_cast<uint8_t>(outLength);
     const bool sent = sendToHub(command);
-    // What the hub did not answer is still the input, and is copied all the same.
+    // What the hub did not answer is still the input, and is copied all the same. No more than the payload is
+    // there to be copied, whatever the caller asks for.
     if (sent && out != nullptr && outLength > 0) {
         std::memcpy(out, command.payload, std::min(static_cast<size_t>(outLength), ois::kHubPayloadSize));
     }

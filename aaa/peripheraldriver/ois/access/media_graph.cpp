@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr int kMediaNodeCount = 32;
-constexpr uint32_t kEntityWalkLength = 32;
+constexpr int kMediaNodeCount = 32;         // /dev/media0 to /dev/media31
+constexpr uint32_t kEntityWalkLength = 32;  // ids that are asked for
 constexpr uint32_t kLensEntityType = MEDIA_ENT_F_OLD_SUBDEV_BASE + 3;
 static_assert(kLensEntityType == 0x20003);
 constexpr size_t kPathSize = 32;

@@ -1,11 +1,13 @@
 // Angle-based active OIS.
 
+#include "control/mode_choice.h"
 #include "log.h"
 #include "ois_drv.h"
 #include "shared_field.h"
 
 namespace {
 
+// The scene codes are the 3A layer's.
 bool sceneAllowsActiveOis(int32_t scene) {
     return scene == 4 || scene == 12 || scene == 14;
 }
@@ -14,7 +16,8 @@ bool sceneAllowsActiveOis(int32_t scene) {
 
 int32_t OISDrv::SetActOis(ois_act_parameters params) {
     if (!isOpen() || ois::loadShared(mOisCustInfo.actOisSupport) != 1 ||
-        !sceneAllowsActiveOis(mOisParams.act_scene) || mOisMode == 0 || params.enable == mPreviousActEn) {
+        !sceneAllowsActiveOis(mOisParams.act_scene) || mOisMode == ois::kModeOff ||
+        params.enable == mPreviousActEn) {
         return 0;
     }
     const int32_t result = send(ois::command::kSetActiveOis, params);

@@ -30,7 +30,7 @@ int32_t OISDrv::readGain(ois::Axis axis) {
     }
 }
 
-// Without a known gain format the record goes out as it stands.
+// Without a known gain format the record goes out with the axis alone set.
 int32_t OISDrv::writeGain(ois::Axis axis, int32_t value) {
     ois::OisGain gain = ois::snapshot(mOisGain);
     gain.axis = axis;

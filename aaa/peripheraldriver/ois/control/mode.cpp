@@ -12,11 +12,13 @@ using NSCam::Utils::Properties;
 
 namespace {
 
+// Those that the controller knows by number. What they do there is its own affair.
 bool isControllerMode(int32_t mode) {
     constexpr std::array<int32_t, 7> kModes = {0, 2, 3, 6, 8, 9, 10};
     return std::find(kModes.begin(), kModes.end(), mode) != kModes.end();
 }
 
+// Test drives of the lens.
 bool isSineTestMode(int32_t mode) {
     return mode == 5 || mode == 7;
 }

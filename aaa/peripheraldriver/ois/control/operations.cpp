@@ -29,11 +29,11 @@ enum Operation : int32_t {
     kAccOff = 12,
     kWriteX = 15,
     kWriteY = 16,
-    kCommand7 = 18,
+    kOperation18 = 18,
     kDetectDefect = 19,
 };
 
-constexpr uint32_t kDefaultDistanceCount = 8;
+constexpr uint32_t kDefaultDistanceCount = 8;  // the record's count when these operations send it
 
 int32_t operationCase(int32_t operation) {
     if (operation < kLowestOperation) return kWriteX;
@@ -79,7 +79,7 @@ int32_t OISDrv::runOperation(int32_t which, int32_t value) {
             return writeGain(ois::kAxisX, value);
         case kWriteY:
             return writeGain(ois::kAxisY, value);
-        case kCommand7: {
+        case kOperation18: {
             uint32_t zero = 0;
             return send(ois::command::kOperation18, zero);
         }

@@ -26,10 +26,10 @@ constexpr int32_t kFailed = -1;  // SetOperation's answer when the device is not
 // mOisDynamic, as the active OIS rules read it.
 constexpr int32_t kActiveOisWithAngle = 2;
 constexpr int32_t kActiveOisByZoom = 3;
-constexpr float kActiveOisZoom = 25.0F;
+constexpr float kActiveOisZoom = 25.0F;  // from this zoom ratio on
 constexpr uint32_t kNoAngle = 1;
 
-constexpr int32_t kLowestForwardedCapture = 125000;
+constexpr int32_t kLowestForwardedCapture = 125000;  // of the capture value, in the 3A layer's unit
 
 }  // namespace
 
@@ -38,9 +38,10 @@ int32_t OISDrv::SetOisParams(ois_params* params) {
         OIS_LOG(kError, "not support OIS\n");
         return 0;
     }
-    if (loadShared(fd_driver) < 0 && loadShared(mSensorHubEnabled) == 0) {
+    const int32_t descriptor = loadShared(fd_driver);
+    if (descriptor < 0 && loadShared(mSensorHubEnabled) == 0) {
         // The descriptor is printed where the device index is meant.
-        OIS_LOG(kError, "Dev %d , OIS error opening\n", loadShared(fd_driver));
+        OIS_LOG(kError, "Dev %d , OIS error opening\n", descriptor);
         return 0;
     }
     if (mFixMode.manualEnable != 0) {

@@ -11,7 +11,7 @@ namespace ois {
 
 // What a dump returns when its file cannot be created.
 constexpr int32_t kOtpDumpNotCreated = -1;
-constexpr int32_t kRecordingNotCreated = -3;  // status and flash
+constexpr int32_t kStatusOrFlashDumpNotCreated = -3;
 
 constexpr const char* kStatusFileSuffix = "_status.txt";
 constexpr const char* kOtpFileSuffix = "_otp.txt";

@@ -7,7 +7,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "diagnostics/dump_file.h"
 #include "log.h"
@@ -45,12 +44,10 @@ void writeFlashLines(const ois::OisFlashRecord& flash, ois::DumpFile& file) {
 }  // namespace
 
 int32_t OISDrv::DumpOisFlashData2File() {
-    // Held until the dump is written, also when the session closes meanwhile.
-    ois::SessionBuffers::Storage storage = mBuffers.hold();
-    if (!storage) storage = std::make_shared<ois::SessionStorage>();
+    const ois::SessionBuffers::Storage before = mBuffers.holdOrMake();
     // The kernel gets the address of mOisFlashData, where this block begins.
     const int32_t result = send(command::kReadFlash, mOisFlashBlock);
-    takeInPlaceRecord(storage);
+    const ois::SessionBuffers::Storage storage = settleFlashPointer(before);
     // A kernel that follows the pointer may still be filling the buffer until then.
     usleep(kTransferSettleUs);
     const uint8_t dump = loadShared(mProperty.dump);
@@ -66,27 +63,39 @@ int32_t OISDrv::DumpOisFlashData2File() {
     ois::DumpFile file(dumpPath(ois::kFlashFileSuffix));
     if (!file.isOpen()) {
         OIS_LOG(kError, "creat ois ic dump file failed!\n");
-        return ois::kRecordingNotCreated;
+        return ois::kStatusOrFlashDumpNotCreated;
     }
     OIS_LOG(kInfo, "creat ois ic dump file success!\n");
     OIS_LOG(kInfo, "mOisFlashData_address 0x%08x, size %d\n",
             static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&storage->flash)), kMessageSize);
-    writeFlashLines(storage->flash, file);
+    ois::OisFlashRecord flash;
+    mBuffers.look([&](const auto&) { flash = storage->flash; });
+    writeFlashLines(flash, file);
     return result;
 }
 
-// When the kernel wrote the record over the pointer, moves it to where the pointer led, and puts the pointer
-// back. A kernel that follows the pointer leaves it alone, so a pointer that no session put there is the
-// beginning of a record. Another user's Init or the last Uninit may have changed the pointer during the
-// transfer; both put there what the present session has.
-void OISDrv::takeInPlaceRecord(const ois::SessionBuffers::Storage& storage) {
+// Where the record of a flash transfer is, or will be; held, also when the session closes meanwhile. `before`
+// is what the session had when the transfer began.
+//
+// Afterwards the member holds the pointer that the kernel followed, since the whole block is copied back; or
+// else the beginning of the record, when that is what the kernel copied there. Such a record is moved to
+// where the pointer led, and to the present session's buffer. Another user's Init or the last Uninit may have
+// changed the pointer meanwhile; in the end it is what the present session has.
+ois::SessionBuffers::Storage OISDrv::settleFlashPointer(const ois::SessionBuffers::Storage& before) {
+    ois::SessionBuffers::Storage holds = before;
     mBuffers.look([&](const ois::SessionBuffers::Storage& current) {
         ois::OisFlashRecord* const member = loadShared(mOisFlashData);
         ois::OisFlashRecord* const present = current ? &current->flash : nullptr;
-        if (member == &storage->flash || member == present) return;
-        const auto block = ois::snapshot(mOisFlashBlock);
-        std::memcpy(&storage->flash, block.data(), sizeof storage->flash);
-        if (present != nullptr) *present = storage->flash;
+        if (member == present) {
+            if (current) holds = current;
+            return;
+        }
+        if (member != &before->flash) {
+            const auto block = ois::snapshot(mOisFlashBlock);
+            std::memcpy(&before->flash, block.data(), sizeof before->flash);
+            if (current) current->flash = before->flash;
+        }
         ois::storeShared(mOisFlashData, present);
     });
+    return holds;
 }

@@ -23,9 +23,10 @@ class SessionBuffers {
   public:
     using Storage = std::shared_ptr<SessionStorage>;
 
-    Storage hold() const {
+    // The session's storage; storage of the caller's own when there is no session.
+    Storage holdOrMake() const {
         const std::lock_guard lock(mMutex);
-        return mStorage;
+        return mStorage ? mStorage : std::make_shared<SessionStorage>();
     }
 
     // Puts `next` in place and runs `change`, so that members that point into the storage change with it.

@@ -122,14 +122,13 @@ int32_t OISDrv::DumpGyroAccRawTargetHallData2File() {
     ois::DumpFile file(path);
     if (!file.isOpen()) {
         OIS_LOG(kError, "creat ois ic dump file failed!\n");
-        return ois::kRecordingNotCreated;
+        return ois::kStatusOrFlashDumpNotCreated;
     }
     OIS_LOG(kInfo, "creat ois ic dump file success!\n");
     file.writeLine(kHeader);
 
     // Held until the recorder returns, also when the session closes meanwhile.
-    ois::SessionBuffers::Storage storage = mBuffers.hold();
-    if (!storage) storage = std::make_shared<ois::SessionStorage>();
+    const ois::SessionBuffers::Storage storage = mBuffers.holdOrMake();
     int32_t result = 0;
     while (loadShared(mProperty.isRun) != 0) {
         result = recordStatus(storage->status, file);

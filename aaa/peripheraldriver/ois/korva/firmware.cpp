@@ -55,24 +55,24 @@ int32_t OISDrv::FirmwareUpdate(int32_t sensorId, int32_t moduleId) {
     if (m_user_count == 0 && fd_driver == -1 && !openForUpdate()) return 0;
     ++m_user_count;
     int32_t result = 0;
-    if (mOisCustInfo.useSensorHub != 0) {
+    if (ois::loadShared(mOisCustInfo.useSensorHub) != 0) {
         check_ois_clock();
         update_fw_func();
     } else {
         ois::OisCameraType cameraType{};
-        ois::textOf(mOisCustInfo.cameraTypeName).copy(cameraType.name, sizeof cameraType.name);
+        ois::textOf(ois::snapshot(mOisCustInfo.cameraTypeName)).copy(cameraType.name, sizeof cameraType.name);
         result = send(ois::command::kUpdateFirmware, cameraType);
     }
     if (m_user_count == 1) closeAfterUpdate(result);
     if (m_user_count >= 1) --m_user_count;
     OIS_ANDROID_LOG(DEBUG, "ois_drv Dev (%d), m_user_count (%d), camera_type (%s)", mSensorDev, m_user_count,
-                    std::string(ois::textOf(mOisCustInfo.cameraTypeName)).c_str());
+                    std::string(ois::textOf(ois::snapshot(mOisCustInfo.cameraTypeName))).c_str());
     return 1;
 }
 
 // Opens the controller when no session holds it; without the rest of a session's bring-up.
 bool OISDrv::openForUpdate() {
-    if (mOisCustInfo.useSensorHub != 0) {
+    if (ois::loadShared(mOisCustInfo.useSensorHub) != 0) {
         ois::exchangeShared(mpSensorProvider, SensorProvider::createInstance(ois::kSensorServiceUser));
         usleep(ois::kChannelSettleUs);
         return true;
@@ -87,7 +87,7 @@ bool OISDrv::openForUpdate() {
 }
 
 void OISDrv::closeAfterUpdate(int32_t result) {
-    if (mOisCustInfo.useSensorHub == 0) {
+    if (ois::loadShared(mOisCustInfo.useSensorHub) == 0) {
         if (fd_driver >= 1) {
             close(fd_driver);
             ois::storeShared(fd_driver, -1);

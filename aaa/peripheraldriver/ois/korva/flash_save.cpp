@@ -1,11 +1,8 @@
-// Saving a Korva S4SW controller's working data to its flash, and the checksum of firmware images.
+// Saving a Korva S4SW controller's working data to its flash.
 
 #include <unistd.h>
 
-#include <array>
-#include <bit>
 #include <cstdint>
-#include <cstring>
 
 #include "korva/register_access.h"
 #include "log.h"
@@ -22,22 +19,12 @@ constexpr useconds_t kBeforeWriteUs = 2000;
 constexpr useconds_t kFlashWriteUs = 500000;
 constexpr useconds_t kApplyUs = 15000;
 
-// The check value of the flash data that a save must leave as it is.
+// The check value of the flash data that a save must leave as it is. These reads carry the value that was
+// written just before them.
 uint16_t readOtherFlashCheckValue(const RegisterAccess& controller) {
     controller.write(Register::kFlashCheckRequest, ois::korva::kStart);
     usleep(kCheckValueUs);
     return controller.read(Register::kFlashCheckValue, ois::korva::kStart);
-}
-
-// As many words as a vector register holds, so that one instruction adds them.
-using Lanes = std::array<uint16_t, 8>;
-static_assert(std::endian::native == std::endian::little, "the image's words are little-endian");
-
-void addWords(Lanes& sum, const uint8_t* bytes) {
-    Lanes words;
-    std::memcpy(words.data(), bytes, sizeof words);
-    for (size_t lane = 0; lane < words.size(); ++lane)
-        sum[lane] = static_cast<uint16_t>(sum[lane] + words[lane]);
 }
 
 }  // namespace
@@ -45,6 +32,7 @@ void addWords(Lanes& sum, const uint8_t* bytes) {
 int32_t OISDrv::korvas4sw_flash_save() {
     const RegisterAccess controller = registers();
     const auto savedMode = controller.read(Register::kStabilisationMode);
+    // Writes 0 to kControl, and reads kState, every 10 ms and 21 times at most, until it is 1.
     if (korvas4sw_set_idle() == 0) {
         OIS_LOG(kDebug, "invalid ic status, skip calibration\n");
         return 0;
@@ -71,31 +59,4 @@ int32_t OISDrv::korvas4sw_flash_save() {
     controller.write(Register::kControl, ois::korva::kControlRestart);
     OIS_LOG(kDebug, "ois flash save success (%d)\n", 0);
     return 0;
-}
-
-uint16_t OISDrv::korvas4sw_fw_checksum(const void* image, uint16_t size) {
-    const auto* bytes = static_cast<const uint8_t*>(image);
-    // Four sums that do not wait for each other; the sum wraps, so the order of its words is free.
-    Lanes sum0{};
-    Lanes sum1{};
-    Lanes sum2{};
-    Lanes sum3{};
-    constexpr size_t kStep = 4 * sizeof(Lanes);
-    size_t next = 0;
-    for (; next + kStep <= size; next += kStep) {
-        addWords(sum0, bytes + next);
-        addWords(sum1, bytes + next + sizeof(Lanes));
-        addWords(sum2, bytes + next + 2 * sizeof(Lanes));
-        addWords(sum3, bytes + next + 3 * sizeof(Lanes));
-    }
-    uint16_t sum = 0;
-    for (size_t lane = 0; lane < sum0.size(); ++lane) {
-        sum = static_cast<uint16_t>(sum + sum0[lane] + sum1[lane] + sum2[lane] + sum3[lane]);
-    }
-    for (; next + sizeof(uint16_t) <= size; next += sizeof(uint16_t)) {
-        uint16_t word;
-        std::memcpy(&word, bytes + next, sizeof word);
-        sum = static_cast<uint16_t>(sum + word);
-    }
-    return sum;
 }

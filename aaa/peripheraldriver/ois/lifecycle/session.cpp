@@ -38,7 +38,7 @@ int32_t OISDrv::Init(int32_t sensorId, int32_t moduleId) {
     }
 
     if (mProperty.dump != 0) storeShared(mProperty.isRun, 1);
-    allocateBuffers();
+    allocateBuffers();  // before the bring-up, which may use them
     if (m_user_count == 0 && loadShared(fd_driver) == -1) startBringUp();
     ++m_user_count;
     return 1;
@@ -48,6 +48,8 @@ int32_t OISDrv::Uninit() {
     OIS_LOG(kDebug, "Dev(%d) , [m_user_count]%d [fd_driver]%d +", mSensorDev, m_user_count,
             loadShared(fd_driver));
     if (m_user_count == 1) {
+        // The order matters. A bring-up that is recording ends only when the run flag falls, so the flag
+        // falls before the join; the channel is closed only when nobody brings it up any more.
         if (mProperty.dump != 0) storeShared(mProperty.isRun, 0);
         // With fewer engineering requests the recorder's thread is left alone on purpose.
         if (mParamsCallCount == kParamsCallLimit) {

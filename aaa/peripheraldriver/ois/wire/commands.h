@@ -15,6 +15,9 @@
 
 namespace ois {
 
+// Whether a command's record is its request's, byte for byte, or longer, since a length that goes with it is.
+enum class Fit { kExact, kLonger };
+
 // A command in both forms. On the sub-device way the record travels by its request, as many bytes as the
 // request's code says, both ways. On the hub way the first `inLength` bytes travel, and `outLength` bytes
 // come back to the record's beginning.
@@ -23,11 +26,13 @@ struct Command {
     using Record = RecordType;
     static_assert(std::is_trivially_copyable_v<Record>);
 
-    consteval Command(Request theRequest, HubCommand theHub, int32_t in, int32_t out)
+    consteval Command(Request theRequest, HubCommand theHub, int32_t in, int32_t out, Fit fit = Fit::kExact)
         : request(theRequest), hub(theHub), inLength(in), outLength(out) {
-        // Neither way may reach behind the record.
-        const auto longest = std::max(sizeOf(theRequest), static_cast<unsigned>(std::max(in, out)));
-        if (longest > sizeof(Record)) throw "the record is too short";
+        const size_t hubReach = static_cast<size_t>(std::max(in, out));
+        if (fit == Fit::kExact && sizeOf(theRequest) != sizeof(Record))
+            throw "not the record of this request";
+        if (std::max<size_t>(sizeOf(theRequest), hubReach) > sizeof(Record))
+            throw "reaches behind the record";
     }
 
     Request request;
@@ -97,10 +102,10 @@ inline constexpr Command<OisFixMode>         kGetHall         {Request::kGetHall
 // The hub gets the first of the record's two words.
 inline constexpr Command<ois_stream_info>    kNotifyStream    {Request::kNotifyStream,     HubCommand::kNotifyStream,   4,  0};
 // One byte travels to the sub-device; the length names a whole word.
-inline constexpr Command<uint32_t>           kCheckStatus     {Request::kCheckStatus,      HubCommand::kNoHubMeaning,   4,  0};
+inline constexpr Command<uint32_t>           kCheckStatus     {Request::kCheckStatus,      HubCommand::kNoHubMeaning,   4,  0, Fit::kLonger};
 // The hub gets half of the state word, and no angle.
 inline constexpr Command<ois_act_parameters> kSetActiveOis    {Request::kSetActiveOis,     HubCommand::kSetActiveOis,   2,  0};
-inline constexpr Command<StatusTransfer>     kReadStatus      {Request::kReadStatus,       HubCommand::kNoHubMeaning,  60,  0};
+inline constexpr Command<StatusTransfer>     kReadStatus      {Request::kReadStatus,       HubCommand::kNoHubMeaning,  60,  0, Fit::kLonger};
 inline constexpr Command<FlashBlock>         kReadFlash       {Request::kReadFlash,        HubCommand::kNoHubMeaning,  60,  0};
 
 inline constexpr BareRequest<uint8_t>        kStartEngineering{Request::kStartEngineering};

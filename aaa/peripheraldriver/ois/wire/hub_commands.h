@@ -42,15 +42,15 @@ enum class HubCommand : int32_t {
     kSetGyroOffset = 12,  // zero word; the family parser runs the offset calibration instead
     kKorvaFwCmd = 14,     // HubFirmwareCommand
     kCapture = 16,        // capture value
-    // One id with two meanings, which the hub tells apart by when it comes and what it carries: the first one
-    // after the channel was enabled is the init command; twelve zero bytes later on tell the hub to stop
-    // bypassing the controller, so that register accesses reach it.
-    kInit = 17,  // HubInit
+    // One id, two meanings. While the channel comes up it carries HubInit. With twelve zero bytes it ends the
+    // hub's bypass; the family parser sends that before it writes the registers of mode and acceleration, and
+    // before no other register. The driver leaves it to the hub to tell them apart.
+    kInit = 17,
     kKorvaBypassDisable = 17,
     kSetAfPosition = 18,    // coded AF position
     kSetFixMode = 20,       // OisFixMode
     kNotifyStream = 22,     // stream word
-    kSetActiveOis = 24,     // ois_act_parameters
+    kSetActiveOis = 24,     // the first half of the state word of an ois_act_parameters
     kSetTemperature = 25,   // degrees Celsius
     kEndSession = 26,       // zero word
     kSetTempStrategy = 27,  // strategy word
@@ -90,7 +90,9 @@ struct HubInit {
     int32_t zero;
 };
 static_assert(sizeof(HubInit) == 12);
+static_assert(offsetof(HubInit, bypass) == 0);
 static_assert(offsetof(HubInit, logLevel) == 4);
+static_assert(offsetof(HubInit, zero) == 8);
 
 struct HubRegisterAccess {
     uint32_t address;
@@ -98,6 +100,7 @@ struct HubRegisterAccess {
     uint32_t value;  // written; a read carries 0, or the value of the write before it
 };
 static_assert(sizeof(HubRegisterAccess) == 12);
+static_assert(offsetof(HubRegisterAccess, address) == 0);
 static_assert(offsetof(HubRegisterAccess, byteCount) == 4);
 static_assert(offsetof(HubRegisterAccess, value) == 8);
 
@@ -116,6 +119,7 @@ struct HubFirmwareCommand {
     uint32_t argument2;
 };
 static_assert(sizeof(HubFirmwareCommand) == 12);
+static_assert(offsetof(HubFirmwareCommand, op) == 0);
 static_assert(offsetof(HubFirmwareCommand, argument1) == 4);
 static_assert(offsetof(HubFirmwareCommand, argument2) == 8);
 

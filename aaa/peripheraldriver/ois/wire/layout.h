@@ -1,8 +1,9 @@
 #pragma once
-// What the records of this folder share: a check of where their fields stand, and the reading of their text.
+// What the records of this folder share: a check of where their fields stand, and how text is read from a
+// field of fixed size.
 
-#include <array>
 #include <cstddef>
+#include <iterator>
 #include <string_view>
 
 // The field stands at that byte, in this record and in the kernel's.
@@ -13,15 +14,10 @@
 
 namespace ois {
 
-// The text in a fixed field: up to its NUL, or all of it when it has none.
-template <size_t kSize>
-std::string_view textOf(const char (&field)[kSize]) {
-    const std::string_view whole(field, kSize);
-    return whole.substr(0, whole.find('\0'));
-}
-template <size_t kSize>
-std::string_view textOf(const std::array<char, kSize>& field) {
-    const std::string_view whole(field.data(), kSize);
+// The text in an array of characters: up to its NUL, or all of it when it has none.
+template <typename Characters>
+std::string_view textOf(const Characters& field) {
+    const std::string_view whole(std::data(field), std::size(field));
     return whole.substr(0, whole.find('\0'));
 }
 

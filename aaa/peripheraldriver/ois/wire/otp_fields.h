@@ -5,7 +5,7 @@
 // something. This table says what the entries are, field by field, in the order in which the OTP dump lists
 // the fields.
 //
-// Entries from kFirstControllerEntry on are addresses as the controller counts them. The controller's address
+// Entries from 17 on are addresses as the controller counts them. The controller's address
 // in kControllerBase is the OTP address behind the one in kControllerFlag, which is how one is turned into
 // the other.
 
@@ -30,7 +30,6 @@ enum Entry : size_t {
     kFuseIdFirst = 13,
     kFuseIdLast = 14,
     kControllerBase = 15,
-    kFirstControllerEntry = 17,
 };
 
 constexpr size_t kNoEntry = SIZE_MAX;

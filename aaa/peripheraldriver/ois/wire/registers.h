@@ -27,7 +27,7 @@ struct Register {
     static constexpr RegisterOf<uint32_t> kImageCheckValue{
         0x0008};                                                  // the image's check value with bit 31 set
     static constexpr RegisterOf<uint8_t> kFlashDownload{0x000c};  // 117 opens the flash for a download
-    // Written 1 and then 6, the pair makes the controller take over new clock or flash settings.
+    // Written 1 and then 6, one directly after the other, at the end of a clock update and of a flash write.
     static constexpr RegisterOf<uint8_t> kApplyUnlock{0x000d};
     static constexpr RegisterOf<uint8_t> kApplyCommand{0x000e};
     static constexpr RegisterOf<uint8_t> kGyroCalibration{
@@ -71,8 +71,8 @@ constexpr uint8_t kControlRestart = 1;
 constexpr uint8_t kStateIdle = 1;
 constexpr uint8_t kModeOn = 16;
 constexpr uint8_t kModeOff = 5;
-constexpr uint8_t kStart = 1;  // of what a register starts
-constexpr uint8_t kCalibrationErrorBits = 0x23;
+constexpr uint8_t kStart = 1;                    // of what a register starts
+constexpr uint8_t kCalibrationErrorBits = 0x23;  // 0x01, 0x02 and 0x20; the others are no errors
 constexpr uint8_t kPidInitValue = 0x21;
 constexpr uint8_t kApplyUnlockValue = 1;
 constexpr uint8_t kApplyCommandValue = 6;

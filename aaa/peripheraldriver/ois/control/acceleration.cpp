@@ -1,4 +1,4 @@
-// Corrections that depend on the focus: accelerometer compensation and AF drift.
+// Accelerometer compensation, from the distance of what is in focus.
 
 #include <cstdint>
 
@@ -26,10 +26,6 @@ constexpr int32_t kDistanceDivisor = 20;
 constexpr int32_t kSwitchOnAtMost = 499;
 constexpr int32_t kSwitchOffAtLeast = 601;
 constexpr int32_t kUpdateAtLeast = 91;
-
-constexpr int32_t kPositionScaledBy64 = 1;  // camera types
-constexpr int32_t kPositionPlain = 2;
-constexpr int32_t kPositionScale = 64;
 
 struct ObjectDistance {
     int32_t mm;
@@ -89,20 +85,5 @@ int32_t OISDrv::SetAccParam(long focus) {
     if (!decideSwitch(mAccParams)) return 0;
     const int32_t result = send(ois::command::kUpdateAccParams, mAccParams);
     mAccParams.lastDistance = static_cast<uint32_t>(object.mm);
-    return result;
-}
-
-int32_t OISDrv::SetOisAFdriftParams(int32_t AF_position) {
-    if (AF_position < 1 || !isOpen() || AF_position == mLastAfPosition) return 0;
-    mLastAfPosition = AF_position;  // also when no module wants it
-    const int32_t cameraType = loadShared(mOisCustInfo.camera_type);
-    if (cameraType != kPositionScaledBy64 && cameraType != kPositionPlain) {
-        OIS_LOG(kDebug, "no_AF_drift_compensation: AF_position(%d)\n", AF_position);
-        return 0;
-    }
-    const int32_t scale = cameraType == kPositionScaledBy64 ? kPositionScale : 1;
-    auto coded = static_cast<uint16_t>(ois::wrappingMultiply(AF_position, scale));
-    const int32_t result = send(ois::command::kSetAfPosition, coded);
-    OIS_LOG(kDebug, "AF_drift: AF_position(%d) camera_type(%d)\n", AF_position, cameraType);
     return result;
 }
