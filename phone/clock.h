@@ -41,7 +41,7 @@ class Clock {
 
     // A small number for the calling thread, in order of creation; the constructing thread is 0.
     uint32_t threadNumber();
-    // The same of another thread; nullopt when the clock does not know it.
+    // The same of another thread, also after its end; nullopt when the clock does not know it.
     std::optional<uint32_t> threadNumber(pthread_t thread) const;
 
     // For the interposed calls and the platform's functions. A thread takes its first turn at its first call

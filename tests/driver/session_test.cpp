@@ -1,47 +1,42 @@
-// Opening and closing, the registry and the properties.
+// Opening and closing, the registry, the properties and the telemetry report.
+
+#include <unistd.h>
 
 #include <atomic>
-#include <set>
 #include <system_error>
+#include <tuple>
 
-#include "driver/driver_fixture.h"
+#include "driver/dump_fixture.h"
+#include "test_support.h"
 
 namespace {
 
-using driver_test::bytes;
-using driver_test::DriverTest;
+using driver_test::courseRecord;
+using driver_test::DumpTest;
 using driver_test::kBringUpUs;
-using Keys = std::vector<std::string>;
+using driver_test::Values;
 
 constexpr const char* kHubModule = "korvas4sw-hub";
 constexpr const char* kSubDeviceModule = "dw9786";
+constexpr int32_t kDescriptorOfBefore = 4711;
 
-class Session : public DriverTest {
-  protected:
-    // What passed between driver and phone, without what it read and said.
-    Keys course() {
-        using phone::EventKind;
-        const std::set skipped{EventKind::kProperty, EventKind::kMessage, EventKind::kThread,
-                               EventKind::kCustomisation};
-        Keys lines;
-        for (const phone::Event& event : phone.trace().events()) {
-            if (!skipped.contains(event.kind)) lines.push_back(phone::toText(event, false));
-        }
-        return lines;
+class Session : public DumpTest {};
+
+TEST_F(Session, TheRegistryKnowsEightIndices) {
+    for (const int32_t index : {8, -1, 1 << 30}) {
+        EXPECT_EQ(OISDrv::GetInstance(index), nullptr);
+        expectCourse("session", "no such sensor", {{"index", std::to_string(index)}});
     }
-};
-
-TEST(Registry, KnowsEightIndices) {
-    const phone::Phone phone;
-    EXPECT_EQ(OISDrv::GetInstance(8), nullptr);
-    EXPECT_EQ(OISDrv::GetInstance(-1), nullptr);
-    ASSERT_NE(OISDrv::GetInstance(7), nullptr);
-    EXPECT_EQ(OISDrv::GetInstance(7), OISDrv::GetInstance(7));
-    EXPECT_NE(OISDrv::GetInstance(7), OISDrv::GetInstance(0));
-    EXPECT_EQ(OISDrv::GetInstance(7)->mSensorDev, 7);
+    for (const int32_t index : {7, 0}) {
+        ASSERT_NE(OISDrv::GetInstance(index), nullptr);
+        EXPECT_EQ(OISDrv::GetInstance(index), OISDrv::GetInstance(index));
+        EXPECT_EQ(OISDrv::GetInstance(index)->mSensorDev, index);
+        EXPECT_EQ(OISDrv::GetInstance(index)->mSensorIdx, index);
+    }
+    EXPECT_EQ(DriverTest::course(), "");
 }
 
-TEST(Registry, ConcurrentFirstCallsBuildOneObject) {
+TEST_F(Session, ConcurrentFirstCallsBuildOneObject) {
     std::array<std::atomic<OISDrv*>, 4> seen{};
     std::vector<std::thread> threads;
     for (auto& slot : seen) threads.emplace_back([&slot] { slot = OISDrv::GetInstance(5); });
@@ -49,205 +44,312 @@ TEST(Registry, ConcurrentFirstCallsBuildOneObject) {
     for (const auto& slot : seen) EXPECT_EQ(slot, OISDrv::GetInstance(5));
 }
 
-TEST_F(Session, WithoutOisOrWithOisDisabledItIsRefused) {
-    // The property is not asked where the module has no OIS, so it cannot switch it on.
-    for (const auto& [module, disable] : {std::pair("no-ois", 1), std::pair(kSubDeviceModule, 0)}) {
-        SCOPED_TRACE(module);
-        fit(phone::moduleByName(module));
-        setProperty("disable", disable);
+// --- Whole stories, each from Init to the last Uninit, as the file has them.
+
+struct Story {
+    std::string name;
+    const char* module = kHubModule;
+    std::vector<std::pair<const char*, int64_t>> properties = {};
+    std::vector<const char*> faults = {};
+    uint16_t gainFormat = 0;  // of the gains below; 0: the module's own
+    bool comesUp = true;
+};
+void PrintTo(const Story& story, std::ostream* out) {
+    *out << story.name;
+}
+
+phone::ModuleDescription withGains(uint16_t format) {
+    auto module = phone::moduleByName(kSubDeviceModule);
+    module.custInfo.gainFormat = format;
+    module.custInfo.angleAmplitude = 0.5F;
+    module.custInfo.hallRange = 100;
+    module.gain = {0, 0, 2.0F, -1.0F, 1000, -1000};
+    module.hallInfo = {10, -20, 0x00300200, 0x00300100};  // spans 256 and 0
+    return module;
+}
+
+class SessionStory : public DumpTest, public testing::WithParamInterface<Story> {};
+
+TEST_P(SessionStory, GoesAsWritten) {
+    const Story& story = GetParam();
+    const auto module =
+        story.gainFormat == 0 ? phone::moduleByName(story.module) : withGains(story.gainFormat);
+    fit(module);
+    for (const auto& [name, value] : story.properties)
+        phone.properties().set(std::string("vendor.debug.ois.") + name, std::to_string(value));
+    for (const char* text : story.faults) fault(text);
+    forget();
+    ASSERT_EQ(driver.Init(3, 4), 1);
+    EXPECT_EQ(driver.m_user_count, 1);
+    EXPECT_EQ(driver.mSensorHubEnabled, 0);  // not before the bring-up thread has run
+    EXPECT_EQ(driver.fd_driver, -1);
+    driver.mStreamState = driver.mControllerState = 7;
+    phone.clock().sleepUs(kBringUpUs);
+    const bool hub = module.behindHub();
+    EXPECT_EQ(driver.mSensorHubEnabled, hub && story.comesUp ? 1 : 0);
+    EXPECT_EQ(driver.mStreamState, hub && story.comesUp ? 1 : 0);
+    EXPECT_EQ(driver.mControllerState, !hub && story.comesUp ? -1 : 0);
+    EXPECT_EQ(driver.fd_driver >= 1, !hub && story.comesUp);
+    const Values values = words({{"t", "t1 "},
+                                 {"driver", module.driverName},
+                                 {"block", courseRecord(module.custInfo)},
+                                 {"us", "60000"}});
+    expectCourse("session", story.name + " up", values);
+    EXPECT_EQ(driver.Uninit(), 0);
+    expectCourse("session", story.name + " down", values);
+    EXPECT_EQ(driver.m_user_count, 0);
+    EXPECT_EQ(driver.fd_driver, -1);
+    EXPECT_EQ(driver.mSensorHubEnabled, 0);
+    EXPECT_EQ(driver.mpSensorProvider, nullptr);
+    EXPECT_EQ(driver.mIsOisSupport, 0);
+    EXPECT_EQ(driver.mStatusBuf, nullptr);
+    EXPECT_EQ(driver.mOisFlashData, nullptr);
+    EXPECT_EQ(driver.mProperty.isRun, 0);
+    EXPECT_EQ(phone.telemetry().references(), 0);
+    EXPECT_EQ(phone.kernel().openNodes() + phone.kernel().openFiles(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Session, SessionStory,
+    testing::Values(
+        Story{"hub"},
+        Story{"hub, properties set",
+              kHubModule,
+              {{"mode", 1},
+               {"dump", 261},
+               {"dump.interval.time", 263},
+               {"dump.level", 65535},
+               {"actuator.dectect", 1},
+               {"status.check", 1},
+               {"actois", 1},
+               {"fixmode", 1},
+               {"disable", -2147483648},
+               {"bypassen", 258},
+               {"loglevel", 259}}},
+        Story{"hub, through the parser", kHubModule, {{"bypassen", 256}, {"loglevel", 255}}},
+        Story{"hub, all fails",
+              kHubModule,
+              {},
+              {"sensor-enable:fail", "hub:errno=EIO", "sensor-disable:fail", "telemetry:fail"}},
+        Story{"hub, odd end", kHubModule, {}, {"sensor-disable:result=-2"}},
+        Story{"hub, no provider", kHubModule, {}, {"sensor-provider:fail"}, 0, false},
+        Story{"sub-device", kSubDeviceModule},
+        Story{"sub-device, all fails",
+              kSubDeviceModule,
+              {},
+              {"request:errno=EIO", "close./dev/v4l-subdev12:errno=EIO"}},
+        Story{"sub-device, not found", kSubDeviceModule, {}, {"open./dev/media1:errno=EACCES"}, 0, false},
+        Story{"sub-device, not opened",
+              kSubDeviceModule,
+              {},
+              {"open./dev/v4l-subdev12:errno=EACCES"},
+              0,
+              false},
+        Story{"sub-device, dumping", kSubDeviceModule, {{"dump", 5}, {"dump.interval.time", 60}}},
+        Story{"gains 1", kSubDeviceModule, {}, {}, 1}, Story{"gains 2", kSubDeviceModule, {}, {}, 2},
+        Story{"gains 3", kSubDeviceModule, {}, {}, 3}, Story{"gains 4", kSubDeviceModule, {}, {}, 4}),
+    [](const auto& story) {
+        std::string name = story.param.name;
+        std::erase_if(name, [](char c) { return !std::isalnum(c); });
+        return name;
+    });
+
+// --- Who opens and closes what
+
+TEST_F(Session, RefusedOrWithoutAThreadItCountsNobody) {
+    const struct {
+        const char* name;
+        const char* module;
+        bool works;
+    } cases[] = {{"no module", "no-ois", true},
+                 {"switched off", kSubDeviceModule, true},
+                 {"no thread", kSubDeviceModule, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        fit(phone::moduleByName(c.module));
+        phone.properties().clear();
+        if (c.name == std::string("switched off")) {
+            setProperty("disable", 0);
+            setProperty("dump", 1);
+        }
+        if (!c.works) fault("thread:errno=EAGAIN");
         forget();
-        EXPECT_EQ(driver.Init(3, 4), 0);
-        EXPECT_EQ(phone.trace().events(phone::EventKind::kProperty).empty(), disable == 1);
-        EXPECT_EQ(messages().back(), "[Init] Dev(2), the current module isn't support OIS");
+        if (c.works) {
+            EXPECT_EQ(driver.Init(3, 4), 0);
+            EXPECT_EQ(driver.mOisFlashData, nullptr);
+        } else {
+            EXPECT_EQ(test_support::thrown([&] { driver.Init(3, 4); }),
+                      "thread constructor failed: Resource temporarily unavailable");
+        }
+        expectCourse("session", std::string(c.name) + " up", words());
+        EXPECT_EQ(driver.mProperty.isRun, 0);
         EXPECT_EQ(driver.Uninit(), 0);
+        expectCourse("session", "nobody down", words());
         EXPECT_EQ(driver.m_user_count, 0);
     }
 }
 
-TEST_F(Session, InitReadsElevenPropertiesInOrder) {
-    fit(phone::moduleByName(kSubDeviceModule));
-    setProperty("dump", 256);  // the low byte is 0
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    Keys keys;
-    for (const phone::Event& event : phone.trace().events(phone::EventKind::kProperty))
-        keys.push_back(event.name.substr(std::strlen("vendor.debug.ois.")));
-    EXPECT_EQ(keys, (Keys{"mode", "dump", "dump.interval.time", "dump.level", "actuator.dectect",
-                          "status.check", "actois", "fixmode", "disable", "bypassen", "loglevel"}));
-    EXPECT_EQ(driver.mProperty.dump, 0);
-    EXPECT_EQ(driver.mProperty.dumpIntervalTime, 4);
-    EXPECT_EQ(driver.mProperty.dumpLevel, 15);
-    EXPECT_EQ(driver.mUseCustomCmd, 1);
-}
-
-TEST_F(Session, TheHubChannelComesUpAndGoesDownInOrder) {
-    fit(phone::moduleByName(kHubModule));
-    setProperty("loglevel", 3);
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    EXPECT_EQ(driver.mSensorHubEnabled, 0);  // not before the bring-up thread has run
-    phone.clock().sleepUs(kBringUpUs);
-    EXPECT_EQ(driver.mSensorHubEnabled, 1);
-    EXPECT_EQ(driver.mStreamState, 1);
-    EXPECT_EQ(course(), (Keys{"sensor  createInstance user=OisDrv -> 1",
-                              "sensor  enableSensor type=8 interval_ms=5 -> 1", "sleep  10 ms",
-                              "sensor  isEnabled type=8 -> 1", "hub  INIT(17) bypass=1 log_level=3",
-                              "hub  NOTIFY_STREAM(22) notify_stream=1", "sleep  10 ms"}));
-    EXPECT_EQ(sent()[0].head(20), bytes("11 0c 00 00  01 00 00 00  03 00 00 00  00 00 00 00  00 00 00 00"));
-    EXPECT_EQ(sent()[1].head(12), bytes("16 04 00 00  01 00 00 00  00 00 00 00"));
-
-    forget();
-    driver.Uninit();
-    EXPECT_EQ(course(), (Keys{"telemetry  getService service=default get_stub=0 -> 1",
-                              "telemetry  report module_id=N87 event_id=N87|10014 content=c_ois_error:0",
-                              "hub  END_SESSION(26) value=0", "sleep  2 ms",
-                              "sensor  disableSensor type=8 -> 0", "sensor  release"}));
-    EXPECT_EQ(sent()[0].head(8), bytes("1a 04 00 00  00 00 00 00"));
-    EXPECT_EQ(driver.mSensorHubEnabled, 0);
-    EXPECT_EQ(driver.mpSensorProvider, nullptr);
-}
-
-TEST_F(Session, HubCourse) {
-    fit(phone::moduleByName(kHubModule));
-    forget();
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    phone.clock().sleepUs(kBringUpUs);
-    expectCourse("session", "hub up", {{"driver", phone.module(driver_test::kSensor)->driverName}});
-}
-
-TEST_F(Session, TheSubDeviceComesUpAndGoesDownInOrder) {
-    const phone::ModuleDescription module = phone::moduleByName(kSubDeviceModule);
-    fit(module);
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    EXPECT_EQ(driver.fd_driver, -1);
-    phone.clock().sleepUs(kBringUpUs);
-    EXPECT_GE(driver.fd_driver, 1);
-    EXPECT_EQ(driver.mControllerState, -1);
-    ASSERT_EQ(sentKeys(), (Keys{"SET_CUSTOMISATION", "READ_GAIN", "READ_HALL_INFO"}));
-    ASSERT_EQ(sent()[0].bytes.size(), 1704U);
-    EXPECT_EQ(std::memcmp(sent()[0].bytes.data(), &module.custInfo, 1704), 0);
-    EXPECT_EQ(driver.mOisCalibInfo.hall_center_x, module.hallInfo.centerX);
-
-    forget();
-    driver.Uninit();
-    ASSERT_EQ(sentKeys(), Keys{"END_SESSION"});
-    EXPECT_EQ(sent()[0].bytes, bytes("ff ff ff ff"));
-    EXPECT_EQ(driver.fd_driver, -1);
-    EXPECT_EQ(driver.mIsOisSupport, 0);
-}
-
 TEST_F(Session, UsersAreCountedAndTheLastOneCloses) {
     open(kSubDeviceModule);
-    const int32_t descriptor = driver.fd_driver;
+    const auto* status = driver.mStatusBuf;
+    const auto* flash = driver.mOisFlashData;
     EXPECT_EQ(driver.Init(3, 4), 1);
     phone.clock().sleepUs(kBringUpUs);
-    EXPECT_TRUE(sentKeys().empty());
+    expectCourse("session", "counted up", words());
     EXPECT_EQ(driver.m_user_count, 2);
+    EXPECT_NE(driver.mStatusBuf, status);
+    EXPECT_NE(driver.mOisFlashData, flash);
+    EXPECT_EQ(flash->length, 0U);  // whoever holds it may still look
     driver.Uninit();
-    EXPECT_EQ(driver.fd_driver, descriptor);
+    expectCourse("session", "counted down", words());
+    EXPECT_NE(driver.mOisFlashData, nullptr);
+    const Values values = words();
     driver.Uninit();
-    EXPECT_EQ(driver.fd_driver, -1);
+    expectCourse("session", "sub-device down", values);
     driver.Uninit();
     EXPECT_EQ(driver.m_user_count, 0);
     open(kSubDeviceModule);
     EXPECT_GE(driver.fd_driver, 1);
 }
 
-TEST_F(Session, EveryInitResetsTheOpenRecordsAndNothingElse) {
-    open(kSubDeviceModule);
-    driver.mOisErrorFlag = driver.mLastAfPosition = driver.mStreamState = 7;
-    driver.mOisMode = driver.mPreviousActEn = driver.mLastTemp = 7;
-    driver.mAccParams.enable = 1;
-    driver.Init(3, 9);
-    EXPECT_EQ(driver.mModuleId, 9);
-    EXPECT_EQ(driver.mOisMode, 0);
-    EXPECT_EQ(driver.mPreviousActEn, 0);
-    EXPECT_EQ(driver.mOisDynamic, -1);
-    EXPECT_EQ(driver.mStatusWord, -1);
-    EXPECT_EQ(driver.mLastTemp, 0);
-    EXPECT_EQ(driver.mAccParams.enable, 0U);
-    EXPECT_EQ(driver.mOisErrorFlag, 7);
-    EXPECT_EQ(driver.mLastAfPosition, 7);
-    EXPECT_EQ(driver.mStreamState, 7);
+TEST_F(Session, ADescriptorOfBeforeStartsNoThread) {
+    fit(phone::moduleByName(kSubDeviceModule));
+    for (const int32_t descriptor : {0, kDescriptorOfBefore}) {
+        driver.fd_driver = descriptor;
+        forget();
+        EXPECT_EQ(driver.Init(3, 4), 1);
+        expectCourse("session", "counted up", words());
+        const Values values = words();
+        driver.Uninit();
+        // 0 is not taken for an open device; anything else is, and closed.
+        expectCourse("session", descriptor == 0 ? "no device down" : "strange device down", values);
+        EXPECT_EQ(driver.fd_driver, descriptor == 0 ? 0 : -1);
+    }
 }
 
-TEST_F(Session, AFailedBringUpLeavesTheChannelDown) {
-    struct Case {
-        const char* module;
-        const char* fault;
-        const char* said;
+TEST_F(Session, TheLastUninitStopsTheRecorderWhateverTheSwitchIs) {
+    open(kSubDeviceModule);
+    driver.mProperty.isRun = 1;
+    driver.mParamsCallCount = 2;
+    driver.Uninit();
+    EXPECT_EQ(driver.mProperty.isRun, 0);
+}
+
+TEST_F(Session, EveryInitResetsTheOpenRecordsAndNothingElse) {
+    const auto fill = [](auto&... records) { (std::memset(&records, 0x55, sizeof records), ...); };
+    auto reset = std::tie(driver.mSensorHubEnabled, driver.mPreviousActEn, driver.mParamsCallCount,
+                          driver.mOisCustInfo, driver.mOisCustExt, driver.mProperty, driver.mUseCustomCmd,
+                          driver.logLevel, driver.mFixMode, driver.mOisGain, driver.mHallInfo,
+                          driver.mOisCalibInfo, driver.mOisMode, driver.mSineParam, driver.mAccParams,
+                          driver.mOisParams, driver.mOisExtraParam, driver.mActOisIoctlState,
+                          driver.mLastEngOperation, driver.mLastTemp, driver.mOisTempStrategy);
+    std::apply(fill, reset);
+    fill(driver.mTargetStatus, driver.mStatusWord, driver.mOisDynamic, driver.mIsOisSupport);
+    driver.mOisErrorFlag = driver.mLastAfPosition = driver.mStreamState = driver.mDefectDetectDone = 7;
+    driver.mOtpData.image[5] = 7;
+    EXPECT_EQ(driver.Init(3, 9), 0);  // no module is there
+    const auto expectZero = [](const auto& record) {
+        EXPECT_EQ(driver_test::courseRecord(record), "..") << "record of " << sizeof record << " bytes";
     };
-    for (const Case& c :
-         {Case{kHubModule, "sensor-provider:fail", "[InitDrv] mpSensorProvider is NULL"},
-          {kSubDeviceModule, "open./dev/media1:errno=EACCES", "[InitDrv] Dev -1 , OIS error opening\n"}}) {
-        fit(phone::moduleByName(c.module));
-        fault(c.fault);
-        ASSERT_EQ(driver.Init(3, 4), 1);
-        phone.clock().sleepUs(kBringUpUs);
-        EXPECT_EQ(messages().back(), c.said);
-        EXPECT_EQ(driver.SetMode(2), 0);
-        EXPECT_TRUE(sent().empty());
+    std::apply([&](const auto&... records) { (expectZero(records), ...); }, reset);
+    EXPECT_EQ(std::to_array(driver.mTargetStatus), (std::array{-1, -1, 0, 0, 0}));
+    EXPECT_EQ(driver.mModuleId, 9);
+    EXPECT_EQ(driver.mStatusWord, -1);
+    EXPECT_EQ(driver.mOisDynamic, -1);
+    EXPECT_EQ(driver.mIsOisSupport, 0);
+    for (const int32_t kept : {driver.mOisErrorFlag, driver.mLastAfPosition, driver.mStreamState,
+                               driver.mDefectDetectDone, int32_t{driver.mOtpData.image[5]}}) {
+        EXPECT_EQ(kept, 7);
+    }
+}
+
+// --- What the bring-up takes over
+
+TEST_F(Session, CustomisationAndCalibrationAreTakenOver) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    const struct {
+        uint16_t format;
+        float x;
+        float y;
+    } cases[] = {{1, 1000.0F, -500.0F}, {2, 162.0F, -162.0F}, {3, 23.4375F, kInfinity}, {4, 0.0F, 0.0F}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.format);
+        auto module = withGains(c.format);
+        module.otpAddresses.front() = 0x1234;
+        module.otpAddresses.back() = 0x4321;
+        open(module);
+        const OisCalibInfo& calibration = driver.mOisCalibInfo;
+        EXPECT_EQ(calibration.hall_amplitude_x, c.x);
+        EXPECT_EQ(calibration.hall_amplitude_y, c.y);
+        EXPECT_EQ(calibration.angle_amplitude, 0.5F);
+        EXPECT_EQ(calibration.hall_center_x, 10);
+        EXPECT_EQ(calibration.hall_center_y, -20);
+        EXPECT_EQ(courseRecord(driver.mOisGain), courseRecord(module.gain));
+        EXPECT_EQ(courseRecord(driver.mHallInfo), courseRecord(module.hallInfo));
+        EXPECT_EQ(courseRecord(driver.mOisCustInfo), courseRecord(module.custInfo));
+        EXPECT_EQ(driver.mOisCustExt.otpAddress[0], 0x1234);
+        EXPECT_EQ(driver.mOisCustExt.otpAddress[79], 0x4321);
+        EXPECT_STREQ(driver.mOisDriverName, "dw9786");
         driver.Uninit();
     }
 }
 
-TEST_F(Session, AThreadThatCannotBeCreatedIsASystemError) {
-    fit(phone::moduleByName(kSubDeviceModule));
-    fault("thread:errno=EAGAIN");
-    EXPECT_THROW(driver.Init(3, 4), std::system_error);
-    EXPECT_EQ(driver.m_user_count, 0);
+TEST_F(Session, AnotherFormatLeavesTheAmplitudesAsTheyStand) {
+    const auto module = withGains(2);
+    open(module);
+    const int32_t first = driver.fd_driver;
+    driver.mOisCustInfo.gainFormat = 4;
+    EXPECT_EQ(driver.InitDrv(), 0);
+    expectCourse("session", "brought up once more", words({{"block", courseRecord(withGains(4).custInfo)}}));
+    EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_x, 162.0F);
+    EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_y, -162.0F);
+    close(first);
+}
+
+// The kernel may correct the block: what it wrote back is what everybody reads from then on.
+TEST_F(Session, TheBlockThatTheKernelWritesBackIsKept) {
+    auto corrected = phone::moduleByName(kSubDeviceModule).custInfo;
+    std::strcpy(corrected.cameraTypeName, "front");
+    std::strcpy(corrected.mOisIcName, "dw9799");
+    corrected.angleAmplitude = 0.25F;
+    corrected.coordinateNum = 3;
+    onCommand("SET_CUSTOMISATION", [&](auto) { return answerWith(corrected); });
+    setProperty("dump", 4);
+    open(kSubDeviceModule);
+    EXPECT_EQ(courseRecord(driver.mOisCustInfo), courseRecord(corrected));
+    EXPECT_EQ(driver.mOisCalibInfo.angle_amplitude, 0.25F);
+    EXPECT_TRUE(std::filesystem::exists(phone.files().dumpFolder() / "ois_dump_front_dw9799_flash.txt"));
+}
+
+// A driver name may fill its field without a NUL.
+TEST_F(Session, ADriverNameIsReadWithinItsField) {
+    auto module = phone::moduleByName(kSubDeviceModule);
+    module.driverName = std::string(32, 'd');
+    fit(module);
+    forget();
+    ASSERT_EQ(driver.Init(3, 4), 1);
+    expectCourse("session", "named in full", words({{"driver", module.driverName}}));
+    phone.clock().sleepUs(kBringUpUs);
+    EXPECT_NE(DriverTest::course().find("driver name:" + module.driverName + " entity name:dw9786 4-0069\""),
+              std::string::npos);
 }
 
 TEST_F(Session, TelemetryReportsTheErrorFlagUnlessTheRegionForbids) {
-    const std::string service = "telemetry  getService service=default get_stub=0 -> ";
-    const std::string report = "telemetry  report module_id=N87 event_id=N87|10014 content=c_ois_error:";
-    struct Case {
+    const struct {
         const char* region;
         bool present;
         int32_t flag;
-        Keys course;
-        Keys said;
-    };
-    for (const Case& c :
-         {Case{"N", true, 1, {service + "1", report + "1"}, {}},
-          Case{"INDIA", true, 0, {service + "1", report + "0"}, {}},
-          Case{"IN", true, 1, {service + "1"}, {"[GetDataRuvex] IN not get  to ruvex"}},
-          Case{"", false, 1, {service + "0"}, {"[GetDataRuvex] Failed to get RuVex service"}}}) {
-        SCOPED_TRACE(c.region);
+    } cases[] = {
+        {"INDIA", true, 1}, {"I", true, -2147483647}, {"IN", true, 1}, {"IN", false, 1}, {"US", false, 1}};
+    for (const auto& c : cases) {
         phone.properties().set("ro.product.country.region", c.region);
         phone.telemetry().setPresent(c.present);
         driver.mOisErrorFlag = c.flag;
         forget();
         EXPECT_EQ(driver.GetDataRuvex(), 0);
-        EXPECT_EQ(course(), c.course);
-        EXPECT_EQ(messages(), c.said);
+        expectCourse("telemetry", std::string(c.region) + (c.present ? "" : ", no service"));
     }
     EXPECT_EQ(phone.telemetry().references(), 0);
-}
-
-TEST_F(Session, HallAmplitudesFollowTheGainFormat) {
-    auto module = phone::moduleByName(kSubDeviceModule);
-    module.custInfo.angleAmplitude = 0.5F;
-    module.custInfo.hallRange = 100;
-    module.gain.valueXf = 2.0F;
-    module.gain.valueYf = -1.0F;
-    module.gain.valueXi = 1000;
-    module.gain.valueYi = -1000;
-    module.hallInfo = {10, -20, 0x00300200, 0x00300100};  // spans 256 and 0
-    struct Case {
-        uint16_t format;
-        float x;
-        float y;
-    };
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    for (const Case& c :
-         {Case{1, 1000.0F, -500.0F}, {2, 162.0F, -162.0F}, {3, 23.4375F, kInfinity}, {4, 0.0F, 0.0F}}) {
-        module.custInfo.gainFormat = c.format;
-        open(module);
-        EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_x, c.x) << c.format;
-        EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_y, c.y) << c.format;
-        EXPECT_EQ(driver.mOisCalibInfo.angle_amplitude, 0.5F);
-        EXPECT_EQ(driver.mOisCalibInfo.hall_center_y, -20);
-        driver.Uninit();
-    }
 }
 
 }  // namespace
