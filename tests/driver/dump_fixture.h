@@ -30,6 +30,18 @@ inline std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
+// What a session leaves open.
+inline std::string stateOf(const OISDrv& driver) {
+    std::ostringstream text;
+    text << "users " << driver.m_user_count << " device " << driver.fd_driver << " hub "
+         << int{driver.mSensorHubEnabled} << " provider " << (driver.mpSensorProvider != nullptr)
+         << " buffers " << (driver.mStatusBuf != nullptr) << (driver.mOisFlashData != nullptr) << " support "
+         << driver.mIsOisSupport << " run " << int{driver.mProperty.isRun} << " bring-up "
+         << driver.mInitDrvThread.joinable();
+    return text.str();
+}
+constexpr const char* kClosed = "users 0 device -1 hub 0 provider 0 buffers 00 support 0 run 0 bring-up 0";
+
 class DumpTest : public DriverTest {
   protected:
     using Effect = std::optional<phone::FaultEffect>;

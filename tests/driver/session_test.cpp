@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <system_error>
 #include <tuple>
 
 #include "driver/dump_fixture.h"
@@ -14,9 +13,9 @@ namespace {
 using driver_test::courseRecord;
 using driver_test::DumpTest;
 using driver_test::kBringUpUs;
+using driver_test::stateOf;
 using driver_test::Values;
 
-constexpr const char* kHubModule = "korvas4sw-hub";
 constexpr const char* kSubDeviceModule = "dw9786";
 constexpr int32_t kDescriptorOfBefore = 4711;
 
@@ -44,19 +43,8 @@ TEST_F(Session, ConcurrentFirstCallsBuildOneObject) {
     for (const auto& slot : seen) EXPECT_EQ(slot, OISDrv::GetInstance(5));
 }
 
-// --- Whole stories, each from Init to the last Uninit, as the file has them.
-
-struct Story {
-    std::string name;
-    const char* module = kHubModule;
-    std::vector<std::pair<const char*, int64_t>> properties = {};
-    std::vector<const char*> faults = {};
-    uint16_t gainFormat = 0;  // of the gains below; 0: the module's own
-    bool comesUp = true;
-};
-void PrintTo(const Story& story, std::ostream* out) {
-    *out << story.name;
-}
+// --- Whole stories, each from Init to the last Uninit. The file has, for the story NAME, its setting [NAME],
+// what the session came to, and the courses [NAME up] and [NAME down].
 
 phone::ModuleDescription withGains(uint16_t format) {
     auto module = phone::moduleByName(kSubDeviceModule);
@@ -68,126 +56,64 @@ phone::ModuleDescription withGains(uint16_t format) {
     return module;
 }
 
-class SessionStory : public DumpTest, public testing::WithParamInterface<Story> {};
+class SessionStory : public DumpTest, public testing::WithParamInterface<const char*> {
+  protected:
+    SessionStory() {
+        std::istringstream setting(driver_test::writtenCourse("session", GetParam()));
+        for (std::string word, rest; setting >> word >> std::ws && std::getline(setting, rest);) {
+            if (word == "module") module = phone::moduleByName(rest);
+            if (word == "gains") module = withGains(static_cast<uint16_t>(std::stoi(rest)));
+            if (word == "set") phone.properties().assign("vendor.debug.ois." + rest);
+            if (word == "fault") fault(rest);
+            if (word == "init") init = rest;
+            if (word == "comes-to") outcome = rest;
+        }
+    }
+    phone::ModuleDescription module;
+    std::string init = "1";  // what Init returns or throws
+    std::string outcome;
+};
 
 TEST_P(SessionStory, GoesAsWritten) {
-    const Story& story = GetParam();
-    const auto module =
-        story.gainFormat == 0 ? phone::moduleByName(story.module) : withGains(story.gainFormat);
     fit(module);
-    for (const auto& [name, value] : story.properties)
-        phone.properties().set(std::string("vendor.debug.ois.") + name, std::to_string(value));
-    for (const char* text : story.faults) fault(text);
+    driver.mStreamState = driver.mControllerState = 7;
     forget();
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    EXPECT_EQ(driver.m_user_count, 1);
+    std::string returned;
+    const std::string thrown = test_support::thrown([&] { returned = std::to_string(driver.Init(3, 4)); });
+    EXPECT_EQ(returned + thrown, init);
     EXPECT_EQ(driver.mSensorHubEnabled, 0);  // not before the bring-up thread has run
     EXPECT_EQ(driver.fd_driver, -1);
-    driver.mStreamState = driver.mControllerState = 7;
     phone.clock().sleepUs(kBringUpUs);
-    const bool hub = module.behindHub();
-    EXPECT_EQ(driver.mSensorHubEnabled, hub && story.comesUp ? 1 : 0);
-    EXPECT_EQ(driver.mStreamState, hub && story.comesUp ? 1 : 0);
-    EXPECT_EQ(driver.mControllerState, !hub && story.comesUp ? -1 : 0);
-    EXPECT_EQ(driver.fd_driver >= 1, !hub && story.comesUp);
+    std::ostringstream state;
+    state << "hub " << int{driver.mSensorHubEnabled} << " device " << (driver.fd_driver >= 1) << " stream "
+          << driver.mStreamState << " controller " << driver.mControllerState;
+    EXPECT_EQ(state.str(), outcome);
     const Values values = words({{"t", "t1 "},
                                  {"driver", module.driverName},
                                  {"block", courseRecord(module.custInfo)},
                                  {"us", "60000"}});
-    expectCourse("session", story.name + " up", values);
+    expectCourse("session", GetParam() + std::string(" up"), values);
     EXPECT_EQ(driver.Uninit(), 0);
-    expectCourse("session", story.name + " down", values);
-    EXPECT_EQ(driver.m_user_count, 0);
-    EXPECT_EQ(driver.fd_driver, -1);
-    EXPECT_EQ(driver.mSensorHubEnabled, 0);
-    EXPECT_EQ(driver.mpSensorProvider, nullptr);
-    EXPECT_EQ(driver.mIsOisSupport, 0);
-    EXPECT_EQ(driver.mStatusBuf, nullptr);
-    EXPECT_EQ(driver.mOisFlashData, nullptr);
-    EXPECT_EQ(driver.mProperty.isRun, 0);
+    expectCourse("session", GetParam() + std::string(" down"), values);
+    EXPECT_EQ(stateOf(driver), driver_test::kClosed);
     EXPECT_EQ(phone.telemetry().references(), 0);
     EXPECT_EQ(phone.kernel().openNodes() + phone.kernel().openFiles(), 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Session, SessionStory,
-    testing::Values(
-        Story{"hub"},
-        Story{"hub, properties set",
-              kHubModule,
-              {{"mode", 1},
-               {"dump", 261},
-               {"dump.interval.time", 263},
-               {"dump.level", 65535},
-               {"actuator.dectect", 1},
-               {"status.check", 1},
-               {"actois", 1},
-               {"fixmode", 1},
-               {"disable", -2147483648},
-               {"bypassen", 258},
-               {"loglevel", 259}}},
-        Story{"hub, through the parser", kHubModule, {{"bypassen", 256}, {"loglevel", 255}}},
-        Story{"hub, all fails",
-              kHubModule,
-              {},
-              {"sensor-enable:fail", "hub:errno=EIO", "sensor-disable:fail", "telemetry:fail"}},
-        Story{"hub, odd end", kHubModule, {}, {"sensor-disable:result=-2"}},
-        Story{"hub, no provider", kHubModule, {}, {"sensor-provider:fail"}, 0, false},
-        Story{"sub-device", kSubDeviceModule},
-        Story{"sub-device, all fails",
-              kSubDeviceModule,
-              {},
-              {"request:errno=EIO", "close./dev/v4l-subdev12:errno=EIO"}},
-        Story{"sub-device, not found", kSubDeviceModule, {}, {"open./dev/media1:errno=EACCES"}, 0, false},
-        Story{"sub-device, not opened",
-              kSubDeviceModule,
-              {},
-              {"open./dev/v4l-subdev12:errno=EACCES"},
-              0,
-              false},
-        Story{"sub-device, dumping", kSubDeviceModule, {{"dump", 5}, {"dump.interval.time", 60}}},
-        Story{"gains 1", kSubDeviceModule, {}, {}, 1}, Story{"gains 2", kSubDeviceModule, {}, {}, 2},
-        Story{"gains 3", kSubDeviceModule, {}, {}, 3}, Story{"gains 4", kSubDeviceModule, {}, {}, 4}),
-    [](const auto& story) {
-        std::string name = story.param.name;
-        std::erase_if(name, [](char c) { return !std::isalnum(c); });
-        return name;
-    });
+INSTANTIATE_TEST_SUITE_P(Session, SessionStory,
+                         testing::Values("hub", "hub, properties set", "hub, through the parser",
+                                         "hub, all fails", "hub, odd end", "hub, no provider", "sub-device",
+                                         "sub-device, all fails", "sub-device, not found",
+                                         "sub-device, not opened", "sub-device, dumping", "gains 1",
+                                         "gains 2", "gains 3", "gains 4", "no module", "switched off",
+                                         "no thread"),
+                         [](const auto& story) {
+                             std::string name = story.param;
+                             std::erase_if(name, [](char c) { return !std::isalnum(c); });
+                             return name;
+                         });
 
 // --- Who opens and closes what
-
-TEST_F(Session, RefusedOrWithoutAThreadItCountsNobody) {
-    const struct {
-        const char* name;
-        const char* module;
-        bool works;
-    } cases[] = {{"no module", "no-ois", true},
-                 {"switched off", kSubDeviceModule, true},
-                 {"no thread", kSubDeviceModule, false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        fit(phone::moduleByName(c.module));
-        phone.properties().clear();
-        if (c.name == std::string("switched off")) {
-            setProperty("disable", 0);
-            setProperty("dump", 1);
-        }
-        if (!c.works) fault("thread:errno=EAGAIN");
-        forget();
-        if (c.works) {
-            EXPECT_EQ(driver.Init(3, 4), 0);
-            EXPECT_EQ(driver.mOisFlashData, nullptr);
-        } else {
-            EXPECT_EQ(test_support::thrown([&] { driver.Init(3, 4); }),
-                      "thread constructor failed: Resource temporarily unavailable");
-        }
-        expectCourse("session", std::string(c.name) + " up", words());
-        EXPECT_EQ(driver.mProperty.isRun, 0);
-        EXPECT_EQ(driver.Uninit(), 0);
-        expectCourse("session", "nobody down", words());
-        EXPECT_EQ(driver.m_user_count, 0);
-    }
-}
 
 TEST_F(Session, UsersAreCountedAndTheLastOneCloses) {
     open(kSubDeviceModule);
