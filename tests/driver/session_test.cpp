@@ -67,11 +67,13 @@ class SessionStory : public DumpTest, public testing::WithParamInterface<const c
             if (word == "fault") fault(rest);
             if (word == "init") init = rest;
             if (word == "comes-to") outcome = rest;
+            if (word == "leaves") left = rest;
         }
     }
     phone::ModuleDescription module;
     std::string init = "1";  // what Init returns or throws
     std::string outcome;
+    std::string left = driver_test::kClosed;
 };
 
 TEST_P(SessionStory, GoesAsWritten) {
@@ -95,7 +97,7 @@ TEST_P(SessionStory, GoesAsWritten) {
     expectCourse("session", GetParam() + std::string(" up"), values);
     EXPECT_EQ(driver.Uninit(), 0);
     expectCourse("session", GetParam() + std::string(" down"), values);
-    EXPECT_EQ(stateOf(driver), driver_test::kClosed);
+    EXPECT_EQ(stateOf(driver), left);
     EXPECT_EQ(phone.telemetry().references(), 0);
     EXPECT_EQ(phone.kernel().openNodes() + phone.kernel().openFiles(), 0U);
 }
