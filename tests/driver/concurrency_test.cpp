@@ -31,21 +31,20 @@ ois_params request(int32_t engineerMode, bool video) {
     return params;
 }
 
-// A sub-device module whose detector trips only when told.
-phone::ModuleDescription subDeviceModule() {
-    auto module = phone::moduleByName("dw9786");
-    module.custInfo.max_error_threshold = 1e9F;
-    module.custInfo.max_sum_error_threshold = 1e9F;
-    return module;
-}
-
-phone::ModuleDescription hubModule() {
-    auto module = phone::moduleByName("korvas4sw-hub");
+// A module whose detector trips only when told.
+phone::ModuleDescription patientModule(const char* name) {
+    auto module = phone::moduleByName(name);
     module.custInfo.actuatorDetectSupport = 1;
-    module.custInfo.coordinateNum = kEndlessCoordinates;
+    if (module.behindHub()) module.custInfo.coordinateNum = kEndlessCoordinates;
     module.custInfo.max_error_threshold = 1e9F;
     module.custInfo.max_sum_error_threshold = 1e30F;
     return module;
+}
+phone::ModuleDescription subDeviceModule() {
+    return patientModule("dw9786");
+}
+phone::ModuleDescription hubModule() {
+    return patientModule("korvas4sw-hub");
 }
 
 // Looks until it holds; false after ten seconds.
@@ -59,13 +58,10 @@ bool eventually(Condition&& holds) {
     return true;
 }
 
-template <typename T>
-T look(T& field) {
-    return std::atomic_ref<T>(field).load();
-}
-
 bool channelComesUp(OISDrv& driver) {
-    return eventually([&] { return look(driver.fd_driver) >= 1 || look(driver.mSensorHubEnabled) != 0; });
+    return eventually([&] {
+        return std::atomic_ref(driver.fd_driver) >= 1 || std::atomic_ref(driver.mSensorHubEnabled) != 0;
+    });
 }
 
 void expectClosed(const OISDrv& driver) {

@@ -26,6 +26,23 @@ struct Hall {
 
 class DefectDetector : public DumpTest {
   protected:
+    bool logged(const std::string& beginning) {
+        return std::ranges::any_of(
+            messages(), [&](const std::string& message) { return message.starts_with(beginning); });
+    }
+    // Commands and sleeps, in order: "SET_MODE", "sleep 2000".
+    std::vector<std::string> course() {
+        std::vector<std::string> lines;
+        for (const phone::Event& event : phone.trace().events()) {
+            if (event.kind == phone::EventKind::kSubDevice || event.kind == phone::EventKind::kHub) {
+                lines.push_back(event.name);
+            } else if (event.kind == phone::EventKind::kSleep) {
+                lines.push_back("sleep " + phone::toText(event.fields.at(0)));
+            }
+        }
+        return lines;
+    }
+
     // A module that detects, with the hall centre at 100, -100.
     static phone::ModuleDescription module(const std::vector<Point>& coordinates, float maximum, float sum) {
         phone::ModuleDescription module = dumpModule();

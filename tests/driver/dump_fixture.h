@@ -77,23 +77,6 @@ class DumpTest : public DriverTest {
         return answer({raw, raw + sizeof record});
     }
 
-    bool logged(const std::string& beginning) {
-        return std::ranges::any_of(
-            messages(), [&](const std::string& message) { return message.starts_with(beginning); });
-    }
-    // Commands and sleeps, in order: "SET_MODE", "sleep 2000".
-    std::vector<std::string> course() {
-        std::vector<std::string> lines;
-        for (const phone::Event& event : phone.trace().events()) {
-            if (event.kind == phone::EventKind::kSubDevice || event.kind == phone::EventKind::kHub) {
-                lines.push_back(event.name);
-            } else if (event.kind == phone::EventKind::kSleep) {
-                lines.push_back("sleep " + phone::toText(event.fields.at(0)));
-            }
-        }
-        return lines;
-    }
-
     // Words of the courses: descriptor and flash buffer as they are now, the rest unless given otherwise. {t}
     // begins the lines of a thread that a course leaves open, {up} is the bring-up's.
     Values words(Values given = {}) {
