@@ -15,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <variant>
 
@@ -95,6 +96,8 @@ class Answers {
             mAnswers[key == "READ_REGISTER" ? courseBytes({input[5], input[4]}) : std::string(key)];
         if (answers.empty()) return std::nullopt;
         phone::FaultEffect effect{.kind = phone::FaultEffect::Kind::kGarbage, .bytes = answers.front()};
+        // Of the hall record only the position comes from the controller.
+        if (key == "GET_HALL") effect.bytes.insert(effect.bytes.begin(), input.begin(), input.begin() + 16);
         answers.pop_front();
         return effect;
     }
@@ -122,7 +125,9 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
             happened += course();
             happened += carryOut(line) + '\n';
         }
-        EXPECT_EQ(lines, happened + course());
+        happened += course();
+        // What stands in this slot is indeterminate: the message's arguments do not fit its format.
+        EXPECT_EQ(lines, std::regex_replace(happened, std::regex("(error_y \\()-?[0-9]+"), "$1?"));
     }
 
   private:
@@ -233,7 +238,7 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         M(driver, mOisDynamic), M(driver, mOisErrorFlag), M(driver, mOisExtraParam), M(driver, mOisGain.axis),
         M(driver, mOisGain.unused), M(driver, mOisGain.valueXf), M(driver, mOisGain.valueXi),
         M(driver, mOisGain.valueYf), M(driver, mOisGain.valueYi), M(driver, mOisMode),
-        M(driver, mOisParams.act_scene), M(driver, mOisParams.scenario), M(driver, mOisTempStrategy),
+        M(driver, mOisParams.act_scene), M(driver, mOisParams.scenario), M(driver, mOisParams.video_mode), M(driver, mOisTempStrategy),
         M(driver, mParamsCallCount), M(driver, mPreviousActEn), M(driver, mProperty.actOis),
         M(driver, mProperty.dump), M(driver, mProperty.fixTarget), M(driver, mProperty.isRun),
         M(driver, mProperty.manual), M(driver, mProperty.manualMode), M(driver, mProperty.statusCheck),
@@ -307,6 +312,7 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         {"CheckIcStatus", call(&OISDrv::CheckIcStatus)},
         {"SetOisParams", [this](const Words& words) { return setOisParams(words); }},
         {"SetOisCfgData", callWith(&OISDrv::SetOisCfgData, cfg)},
+        {"GetOisInfo", [this](const Words&) { return std::to_string(driver.GetOisInfo(nullptr)); }},
         {"SetFixMode", call(&OISDrv::SetFixMode)},
         {"GetHall", call(&OISDrv::GetHall)},
         {"SetActOis",
@@ -338,8 +344,21 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         {"DetectActutorDefect", call(&OISDrv::DetectActutorDefect)}};
 };
 
+// Every block of a firmware image, in turn.
+std::string download() {
+    std::ostringstream lines;
+    for (int block = 0; block < 112; ++block) {
+        lines << "firmware 1 " << std::hex << block * 256 << std::dec << " 100\n"
+              << "android D/OisDrv \"flash[" << block << "] write: address " << block * 256
+              << ", success (0)\"\nsleep 15000\n";
+    }
+    std::string text = lines.str();
+    text.pop_back();
+    return text;
+}
+
 TEST_P(Story, HappensAsWritten) {
-    play(driver_test::writtenCourse(GetParam().file, GetParam().name));
+    play(driver_test::writtenCourse(GetParam().file, GetParam().name, {{"download", download()}}));
 }
 INSTANTIATE_TEST_SUITE_P(Courses, Story, ::testing::ValuesIn(stories()));
 
