@@ -28,13 +28,7 @@ using driver_test::courseBytes;
 using Words = std::vector<std::string>;
 using Step = std::function<std::string(const Words&)>;
 
-struct Section {
-    std::string file;
-    std::string name;
-};
-std::ostream& operator<<(std::ostream& stream, const Section& section) {
-    return stream << section.file << ' ' << section.name;
-}
+using Section = std::pair<std::string, std::string>;  // file and name
 
 // The sections with a step in them.
 std::vector<Section> stories() {
@@ -45,7 +39,7 @@ std::vector<Section> stories() {
         bool taken = false;
         for (std::string line; std::getline(stream, line);) {
             if (line.starts_with('[')) {
-                section.name = line.substr(1, line.find(']') - 1);
+                section.second = line.substr(1, line.find(']') - 1);
                 taken = false;
             } else if (line.starts_with("> ") && !taken) {
                 found.push_back(section);
@@ -363,8 +357,13 @@ std::string download() {
 }
 
 TEST_P(Story, HappensAsWritten) {
-    play(driver_test::writtenCourse(GetParam().file, GetParam().name, {{"download", download()}}));
+    play(driver_test::writtenCourse(GetParam().first, GetParam().second, {{"download", download()}}));
 }
-INSTANTIATE_TEST_SUITE_P(Courses, Story, ::testing::ValuesIn(stories()));
+INSTANTIATE_TEST_SUITE_P(Courses, Story, ::testing::ValuesIn(stories()), [](const auto& story) {
+    std::string name = story.param.first + ' ' + story.param.second;
+    std::ranges::replace_if(
+        name, [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+    return name;
+});
 
 }  // namespace
