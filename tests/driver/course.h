@@ -19,6 +19,7 @@
 //   firmware 1 0 0 -> 4                with 4 bytes of answer asked for
 //   bypass off
 //   sleep 10000                        in us
+//   > SetMode 2 -> 0                   a step that the test carries out: story_test.cpp
 //   open /dev/media0 O_RDWR|O_NONBLOCK -> ENOENT       nothing behind it where it succeeds
 //   fopen /mnt/x.txt w
 //   property bool vendor.debug.ois.mode 0 -> 1         type, key, default, what was read
