@@ -2,10 +2,11 @@
 // that passes between two steps is held against the lines between them, and each result against the one that
 // stands behind its step.
 //
-//   > open dw9786 accSupport=1              fits that module, with what is said of it, and brings the driver
-//   up > NotifyStream 1 -> 0                   a public operation, its arguments, its result > SetMode 2
-//   mOisMode=3 -> 0 mOisMode=2  with a member set before it, and read behind it ioctl 400456c2 02000000 -> 0
-//   what happened, as course.h has it
+//   > open dw9786 accSupport=1     fits that module, but for what is said of it, and brings the driver up
+//   > NotifyStream null -> 0       a public operation, its arguments, its result
+//   > SetMode 2 mOisMode=3 -> 0 mOisMode=2
+//                                  with a member set before it, and read behind it
+//   ioctl 400456c2 02000000 -> 0   what happened, as course.h has it
 //
 // The steps, and the names that can be set and read, are the tables below. What a step does not name stays as
 // the steps before left it.
@@ -47,6 +48,7 @@ std::vector<Section> stories() {
             }
         }
     }
+    std::ranges::sort(found);
     return found;
 }
 
@@ -139,7 +141,13 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         if (!mSteps.contains(name)) throw std::invalid_argument("no such step: " + line);
         Words words;
         Words settings;
-        for (std::string word; stream >> word;) (isField(word) ? settings : words).push_back(word);
+        for (std::string word; stream >> word;) {
+            const bool isText = name == "fault" || name == "chip";
+            if (word.find('=') != std::string::npos && !isField(word) && !isText) {
+                throw std::invalid_argument("no such name: " + word + " of " + line);
+            }
+            (isField(word) ? settings : words).push_back(word);
+        }
         const bool describesModule = name == "module" || name == "fit" || name == "open";
         if (describesModule && !words.empty()) module = phone::moduleByName(words[0]);
         for (const std::string& setting : settings) {
