@@ -278,10 +278,15 @@ uint32_t Clock::threadNumber() {
 std::optional<uint32_t> Clock::threadNumber(pthread_t thread) const {
     const Lock lock(mState->mutex);
     const auto found = mState->participants.find(thread);
-    if (found != mState->participants.end()) return found->second->number;
-    const auto before = mState->ended.find(thread);
-    if (before == mState->ended.end()) return std::nullopt;
-    return before->second;
+    if (found == mState->participants.end()) return std::nullopt;
+    return found->second->number;
+}
+
+std::optional<uint32_t> Clock::endedThreadNumber(pthread_t thread) const {
+    const Lock lock(mState->mutex);
+    const auto found = mState->ended.find(thread);
+    if (found == mState->ended.end()) return std::nullopt;
+    return found->second;
 }
 
 void Clock::takeTurn() {

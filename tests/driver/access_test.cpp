@@ -11,7 +11,6 @@
 
 namespace {
 
-using driver_test::bytes;
 using driver_test::DumpTest;
 using phone::FaultPoint;
 using phone::MediaDevice;
@@ -67,7 +66,7 @@ TEST_F(Walk, MediaDevicesAreMatchedByTheBeginningOfTheirModel) {
     const struct {
         const std::string model;
         bool full;
-        int number;  // of the node opened last, where it is found
+        int number;  // of the node that is closed last, by the test when it was found
     } cases[] = {{"nxa_camera_af", false, 2},
                  {"nxa_camera_af2", false, 5},
                  {"", false, 0},
@@ -83,12 +82,9 @@ TEST_F(Walk, MediaDevicesAreMatchedByTheBeginningOfTheirModel) {
         forget();
         const int32_t descriptor = driver.GetV4l2MediaDevice(c.model.c_str());
         EXPECT_EQ(descriptor >= 0, c.number >= 0);
-        std::string last;
-        for (const phone::Event& event : phone.trace().events(phone::EventKind::kFile)) {
-            if (event.name == "open") last = std::get<std::string>(phone::findField(event, "path")->value);
-        }
-        EXPECT_EQ(last, "/dev/media" + std::to_string(c.number < 0 ? 31 : c.number));
         if (descriptor >= 0) close(descriptor);
+        const std::string number = std::to_string(c.number < 0 ? 31 : c.number);
+        EXPECT_TRUE(DriverTest::course().ends_with("close /dev/media" + number + '\n'));
         EXPECT_EQ(phone.kernel().openNodes(), 0U);
     }
     forget();
@@ -172,124 +168,30 @@ TEST_F(Walk, PathsAreCutToTheirBuffers) {
 
 // --- Transport
 
-constexpr uint32_t kSetModeRequest = 0x400456C2;
-
-class Transport : public DumpTest {
-  protected:
-    int32_t setMode(int32_t mode) {
-        return driver.ConfigOisTransfer(kSetModeRequest, 4, &mode, nullptr, sizeof mode, 0);
-    }
-};
-
-TEST_F(Transport, TheWayFollowsFromWhatIsUp) {
-    const struct {
-        bool useSensorHub;
-        bool hubEnabled;
-        bool useCustomCmd;
-        int32_t descriptor;  // 1: the sub-device's
-        const char* course;
-    } cases[] = {
-        {false, true, true, 1, "sub-device"},  // a hub left over
-        {false, true, true, -1, "nothing"},    // nothing open
-        {false, false, false, 0, "nothing"},   // a descriptor, but not one of a sub-device
-        {true, false, true, 1, "sub-device"},  // hub not up, sub-device open
-        {true, false, true, -1, "nothing"},    // hub not up, nothing open
-        {true, true, true, 1, "hub"},          // relayed
-        {true, true, false, 1, "family"},      // as register accesses
-    };
-    open("dw9786");
-    const int32_t descriptor = driver.fd_driver;
-    driver.mpSensorProvider = NSCam::Utils::SensorProvider::createInstance("test");
-    forget();
-    for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
-        driver.mOisCustInfo.useSensorHub = c.useSensorHub;
-        driver.mSensorHubEnabled = c.hubEnabled;
-        driver.mUseCustomCmd = c.useCustomCmd;
-        driver.fd_driver = c.descriptor == 1 ? descriptor : c.descriptor;
-        EXPECT_EQ(setMode(2), 0);
-        expectCourse("transport", c.course);
-    }
-    driver.mOisCustInfo.useSensorHub = driver.mSensorHubEnabled = 0;
-    driver.fd_driver = descriptor;
-    driver.mpSensorProvider = nullptr;
-}
-
-TEST_F(Transport, RequestResultsArePassedOn) {
-    open("dw9786");
-    const struct {
-        const char* fault;
-        int32_t result;
-        int error;
-        const char* seen;
-    } cases[] = {{"SET_MODE:result=7", 7, 0, "7"},
-                 {"SET_MODE:errno=EIO", -1, EIO, "-1 EIO"},
-                 {"SET_MODE:lost", 0, 0, "0"}};
-    for (const auto& c : cases) {
-        phone.faults().clear();
-        fault(c.fault);
-        errno = 0;
-        EXPECT_EQ(setMode(2), c.result);
-        EXPECT_EQ(errno, c.error);
-        expectCourse("transport", "answered", {{"result", c.seen}});
-    }
-}
-
 class Package : public DumpTest {
   protected:
     void SetUp() override { open("korvas4sw-hub"); }
 };
 
-TEST_F(Package, RecordsAreZeroPaddedAndKeepTheLowBytes) {
-    uint8_t input[60];
-    for (size_t i = 0; i < std::size(input); ++i) input[i] = static_cast<uint8_t>(0x80 + i);
-    const std::pair<std::array<int32_t, 3>, const char*> cases[] = {{{28, 60, 60}, "full"},
-                                                                    {{0x105, 1, 0}, "low byte of the id"},
-                                                                    {{28, 4, 0x104}, "low byte of a length"}};
-    for (const auto& [arguments, section] : cases) {
-        const auto& [id, inLength, outLength] = arguments;
-        EXPECT_EQ(driver.CustomCmdPackage(id, input, nullptr, inLength, outLength), 0);
-        expectCourse("transport", section);
-    }
-}
-
-TEST_F(Package, TheAnswerReplacesTheFirstBytesOfTheOutput) {
-    std::vector<uint8_t> request(24);
-    std::vector<uint8_t> out(32, 0xaa);
-    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data(), 24, 24), 0);
-    const ois::OisGain gain = phone.hub().gain();
-    EXPECT_EQ(std::memcmp(out.data(), &gain, 24), 0);
-    // No output asked for.
-    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data() + 24, 24, 0), 0);
-    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), out.data() + 24, 24, -1), 0);
-    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), nullptr, 24, 24), 0);
-    EXPECT_EQ(std::count(out.begin() + 24, out.end(), 0xaa), 8);
-    // The same buffer on both sides.
-    EXPECT_EQ(driver.CustomCmdPackage(9, request.data(), request.data(), 24, 24), 0);
-    EXPECT_EQ(std::memcmp(request.data(), &gain, 24), 0);
-    // No more than a payload comes back.
+TEST_F(Package, NoMoreThanWasAskedForAndThanAPayloadComesBack) {
     fault("hub.COMMAND_28:garbage=5a");
-    for (const int32_t outLength : {1, 59, 60, 61, 300}) {
-        std::vector<uint8_t> large(300, 0xaa);
-        EXPECT_EQ(driver.CustomCmdPackage(28, request.data(), large.data(), 1, outLength), 0);
-        EXPECT_EQ(std::count(large.begin(), large.end(), 0xaa), 300 - std::min(outLength, 60)) << outLength;
-    }
-}
-
-TEST_F(Package, WhatCannotBeSentIsNotAndFailuresAreNotSeen) {
     uint8_t input = 1;
-    for (const auto& [in, length] : {std::pair<void*, int32_t>{nullptr, 4}, {&input, 0}, {nullptr, 61}}) {
-        EXPECT_EQ(driver.CustomCmdPackage(5, in, &input, length, 1), 0);
-        expectCourse("transport", "empty");
-        EXPECT_EQ(input, 1);
+    for (const int32_t outLength : {-1, 0, 1, 59, 60, 61, 300}) {
+        std::vector<uint8_t> large(300, 0xaa);
+        EXPECT_EQ(driver.CustomCmdPackage(28, &input, large.data(), 1, outLength), 0);
+        EXPECT_EQ(std::count(large.begin(), large.end(), 0xaa), 300 - std::clamp(outLength, 0, 60))
+            << outLength;
     }
-    fault("hub.COMMAND_28:errno=EIO");
-    EXPECT_EQ(driver.ConfigOisTransfer(kSetModeRequest, 28, &input, nullptr, 1, 0), 0);
-    expectCourse("transport", "failed");
-    const auto provider = std::exchange(driver.mpSensorProvider, nullptr);
-    EXPECT_EQ(driver.CustomCmdPackage(28, &input, nullptr, 1, 0), 0);
-    EXPECT_EQ(DriverTest::course(), "");
-    driver.mpSensorProvider = provider;
+    EXPECT_EQ(driver.CustomCmdPackage(28, &input, nullptr, 1, 60), 0);
+    // The same buffer on both sides.
+    std::vector<uint8_t> record(60);
+    EXPECT_EQ(driver.CustomCmdPackage(28, record.data(), record.data(), 24, 24), 0);
+    EXPECT_EQ(std::count(record.begin(), record.end(), 0x5a), 24);
+    forget();
+    EXPECT_EQ(driver.CustomCmdPackage(28, &input, nullptr, 0, 60), 0);
+    EXPECT_EQ(driver.CustomCmdPackage(28, nullptr, &input, 61, 60), 0);
+    expectCourse("transport", "empty");
+    EXPECT_EQ(input, 1);
 }
 
 using PackageDeathTest = DumpTest;

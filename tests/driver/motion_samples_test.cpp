@@ -8,7 +8,6 @@
 namespace {
 
 using driver_test::DriverTest;
-using driver_test::kBringUpUs;
 using NSCam::Utils::SensorData;
 
 constexpr const char* kHubModule = "korvas4sw-hub";
@@ -27,12 +26,6 @@ SensorData sample(int64_t timestamp, float first) {
 
 class MotionSamples : public DriverTest {
   protected:
-    // A drain that goes as the section says.
-    void expectDrain(const std::string& section) {
-        forget();
-        driver.GetSensorData();
-        expectCourse("samples", section);
-    }
     std::vector<size_t> sizes() const {
         return {driver.mSensorTimestamps.size(), driver.mSensorValue1.size(), driver.mSensorValue2.size(),
                 driver.mSensorValue3.size(),     driver.mSensorValue4.size(), driver.mSensorValue5.size(),
@@ -68,6 +61,11 @@ TEST_F(MotionSamples, AreVisitedOldestFirst) {
 
 TEST_F(MotionSamples, ComeFromTheirBytePositions) {
     open(kHubModule);
+    phone.hub().setReportedEnabled(false);
+    forget();
+    driver.GetSensorData();
+    expectCourse("samples", "not enabled");
+    phone.hub().setReportedEnabled({});
     phone.hub().setNextSamples({sample(11, 100.5F)});
     driver.GetSensorData();
     EXPECT_EQ(driver.mSensorTimestamps, std::vector<unsigned long>{11});
@@ -96,40 +94,6 @@ TEST_F(MotionSamples, AccumulateUntilTheLastUninit) {
     driver.Uninit();
     EXPECT_EQ(sizes(), std::vector<size_t>(7, 0));
     EXPECT_EQ(driver.mSensorValue6.capacity(), capacity);
-}
-
-TEST_F(MotionSamples, AreNotFetchedFromAChannelThatIsNotReady) {
-    expectDrain("closed");  // never opened
-    fit(phone::moduleByName(kHubModule));
-    ASSERT_EQ(driver.Init(1, 2), 1);
-    expectDrain("closed");  // not up yet
-    phone.clock().sleepUs(kBringUpUs);
-    phone.hub().setReportedEnabled(false);
-    expectDrain("not enabled");
-    phone.hub().setReportedEnabled({});
-    driver.mSensorHubEnabled = 0;
-    expectDrain("closed");
-    driver.mSensorHubEnabled = 1;
-    phone.hub().setNextSamples({});
-    expectDrain("nothing queued");
-    const auto provider = std::exchange(driver.mpSensorProvider, nullptr);
-    expectDrain("closed");
-    driver.mpSensorProvider = provider;
-    EXPECT_TRUE(driver.mSensorTimestamps.empty());
-}
-
-TEST_F(MotionSamples, FollowTheMotionInEitherOrderOfDelivery) {
-    open(kHubModule);
-    driver.GetSensorData();
-    for (const auto order : {phone::SampleOrder::kOldestFirst, phone::SampleOrder::kNewestFirst}) {
-        phone.hub().setSampleOrder(order);
-        const size_t before = driver.mSensorTimestamps.size();
-        phone.clock().sleepUs(1000000);
-        driver.GetSensorData();
-        EXPECT_EQ(driver.mSensorTimestamps.size() - before, 200U);  // one per 5 ms
-    }
-    EXPECT_TRUE(std::ranges::is_sorted(driver.mSensorTimestamps));
-    EXPECT_EQ(sizes(), std::vector<size_t>(7, driver.mSensorTimestamps.size()));
 }
 
 }  // namespace

@@ -140,17 +140,4 @@ TEST_F(OtpDump, TheRecordIsKeptAndTheSwitchDecidesOnTheFile) {
     expectCourse("otp_dump", "no folder");
 }
 
-TEST_F(OtpDump, ShippedModulesDumpWhatTheirDescriptionSays) {
-    const auto module = dumpModule();
-    open(module);
-    driver.mProperty.dump = 2;
-    std::memcpy(otp.image, module.otpImage.data(), module.otpImage.size());
-    driver.GetOisOtpData(&otp);
-    const std::string text = dumped(kOtp).value_or("");
-    EXPECT_TRUE(
-        text.starts_with("sensor_id  adress:  0x02  value:  0563\nlens_id  adress:  0x03  value:  24\n"));
-    EXPECT_NE(text.find("YMECHACENTER  adress:  0xb022  value:  ffd8\n"), std::string::npos);
-    EXPECT_EQ(text.find("CROSSTALK"), std::string::npos);
-}
-
 }  // namespace

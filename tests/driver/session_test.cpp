@@ -17,7 +17,6 @@ using driver_test::stateOf;
 using driver_test::Values;
 
 constexpr const char* kSubDeviceModule = "dw9786";
-constexpr int32_t kDescriptorOfBefore = 4711;
 
 class Session : public DumpTest {};
 
@@ -87,9 +86,17 @@ TEST_P(SessionStory, GoesAsWritten) {
     EXPECT_EQ(driver.fd_driver, -1);
     phone.clock().sleepUs(kBringUpUs);
     std::ostringstream state;
+    const OisCalibInfo& calibration = driver.mOisCalibInfo;
     state << "hub " << int{driver.mSensorHubEnabled} << " device " << (driver.fd_driver >= 1) << " stream "
-          << driver.mStreamState << " controller " << driver.mControllerState;
+          << driver.mStreamState << " controller " << driver.mControllerState << " amplitudes "
+          << calibration.hall_amplitude_x << ' ' << calibration.hall_amplitude_y << " angle "
+          << calibration.angle_amplitude << " centre " << calibration.hall_center_x << ' '
+          << calibration.hall_center_y << " axis values " << driver.mOisGain.valueXi << ' '
+          << driver.mHallInfo.upperWord;
     EXPECT_EQ(state.str(), outcome);
+    EXPECT_EQ(courseRecord(driver.mOisCustInfo), courseRecord(module.custInfo));
+    EXPECT_EQ(std::memcmp(&driver.mOisCustExt, &module.otpAddresses, sizeof module.otpAddresses), 0);
+    EXPECT_EQ(driver.mOisDriverName, module.driverName);
     const Values values = words({{"t", "t1 "},
                                  {"driver", module.driverName},
                                  {"block", courseRecord(module.custInfo)},
@@ -135,32 +142,8 @@ TEST_F(Session, UsersAreCountedAndTheLastOneCloses) {
     driver.Uninit();
     expectCourse("session", "sub-device down", values);
     driver.Uninit();
-    EXPECT_EQ(driver.m_user_count, 0);
     open(kSubDeviceModule);
     EXPECT_GE(driver.fd_driver, 1);
-}
-
-TEST_F(Session, ADescriptorOfBeforeStartsNoThread) {
-    fit(phone::moduleByName(kSubDeviceModule));
-    for (const int32_t descriptor : {0, kDescriptorOfBefore}) {
-        driver.fd_driver = descriptor;
-        forget();
-        EXPECT_EQ(driver.Init(3, 4), 1);
-        expectCourse("session", "counted up", words());
-        const Values values = words();
-        driver.Uninit();
-        // 0 is not taken for an open device; anything else is, and closed.
-        expectCourse("session", descriptor == 0 ? "no device down" : "strange device down", values);
-        EXPECT_EQ(driver.fd_driver, descriptor == 0 ? 0 : -1);
-    }
-}
-
-TEST_F(Session, TheLastUninitStopsTheRecorderWhateverTheSwitchIs) {
-    open(kSubDeviceModule);
-    driver.mProperty.isRun = 1;
-    driver.mParamsCallCount = 2;
-    driver.Uninit();
-    EXPECT_EQ(driver.mProperty.isRun, 0);
 }
 
 TEST_F(Session, EveryInitResetsTheOpenRecordsAndNothingElse) {
@@ -192,35 +175,6 @@ TEST_F(Session, EveryInitResetsTheOpenRecordsAndNothingElse) {
 }
 
 // --- What the bring-up takes over
-
-TEST_F(Session, CustomisationAndCalibrationAreTakenOver) {
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    const struct {
-        uint16_t format;
-        float x;
-        float y;
-    } cases[] = {{1, 1000.0F, -500.0F}, {2, 162.0F, -162.0F}, {3, 23.4375F, kInfinity}, {4, 0.0F, 0.0F}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.format);
-        auto module = withGains(c.format);
-        module.otpAddresses.front() = 0x1234;
-        module.otpAddresses.back() = 0x4321;
-        open(module);
-        const OisCalibInfo& calibration = driver.mOisCalibInfo;
-        EXPECT_EQ(calibration.hall_amplitude_x, c.x);
-        EXPECT_EQ(calibration.hall_amplitude_y, c.y);
-        EXPECT_EQ(calibration.angle_amplitude, 0.5F);
-        EXPECT_EQ(calibration.hall_center_x, 10);
-        EXPECT_EQ(calibration.hall_center_y, -20);
-        EXPECT_EQ(courseRecord(driver.mOisGain), courseRecord(module.gain));
-        EXPECT_EQ(courseRecord(driver.mHallInfo), courseRecord(module.hallInfo));
-        EXPECT_EQ(courseRecord(driver.mOisCustInfo), courseRecord(module.custInfo));
-        EXPECT_EQ(driver.mOisCustExt.otpAddress[0], 0x1234);
-        EXPECT_EQ(driver.mOisCustExt.otpAddress[79], 0x4321);
-        EXPECT_STREQ(driver.mOisDriverName, "dw9786");
-        driver.Uninit();
-    }
-}
 
 TEST_F(Session, AnotherFormatLeavesTheAmplitudesAsTheyStand) {
     const auto module = withGains(2);
@@ -260,24 +214,6 @@ TEST_F(Session, ADriverNameIsReadWithinItsField) {
     phone.clock().sleepUs(kBringUpUs);
     EXPECT_NE(DriverTest::course().find("driver name:" + module.driverName + " entity name:dw9786 4-0069\""),
               std::string::npos);
-}
-
-TEST_F(Session, TelemetryReportsTheErrorFlagUnlessTheRegionForbids) {
-    const struct {
-        const char* region;
-        bool present;
-        int32_t flag;
-    } cases[] = {
-        {"INDIA", true, 1}, {"I", true, -2147483647}, {"IN", true, 1}, {"IN", false, 1}, {"US", false, 1}};
-    for (const auto& c : cases) {
-        phone.properties().set("ro.product.country.region", c.region);
-        phone.telemetry().setPresent(c.present);
-        driver.mOisErrorFlag = c.flag;
-        forget();
-        EXPECT_EQ(driver.GetDataRuvex(), 0);
-        expectCourse("telemetry", std::string(c.region) + (c.present ? "" : ", no service"));
-    }
-    EXPECT_EQ(phone.telemetry().references(), 0);
 }
 
 }  // namespace

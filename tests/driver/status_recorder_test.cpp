@@ -84,34 +84,6 @@ TEST_F(StatusRecorder, NumbersReadAsAStreamWouldWriteThem) {
     }
 }
 
-TEST_F(StatusRecorder, ConditionsDecideBeforeTheFirstPoll) {
-    open(dumpModule());
-    const int32_t opened = driver.fd_driver;
-    const struct {
-        int32_t descriptor;
-        uint8_t dump;
-        int32_t requests;
-        const char* course;
-        int32_t result;
-    } cases[] = {{-1, 7, 1, "closed", 0},          {0, 1, 0, "header only", 0},
-                 {opened, 6, 0, "announced", 0},   {opened, 6, 1, "header only", 0},
-                 {opened, 1, 0, "header only", 0}, {opened, 7, 2, "no folder", -3}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.course);
-        std::filesystem::remove(dumpFile(kStatus));
-        driver.fd_driver = c.descriptor;
-        driver.mProperty.dump = c.dump;
-        driver.mParamsCallCount = c.requests;
-        if (c.result != 0) {
-            removeDumpFolder();
-            driver.mProperty.isRun = 1;
-        }
-        EXPECT_EQ(driver.DumpGyroAccRawTargetHallData2File(), c.result);
-        expectCourse("status_dump", c.course, words({{"us", "4000"}}));
-        EXPECT_EQ(dumped(kStatus).value_or(""), c.course == std::string("header only") ? kHeader : "");
-    }
-}
-
 TEST_F(StatusRecorder, AFailedPollWritesWhatTheRecordHolds) {
     const std::string zeros = "  0.000000  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  -0.5  0";
     openQuiet();
@@ -168,17 +140,6 @@ TEST_F(StatusRecorder, EngineeringRequestsStartItAndTheirCountDecidesWhoWaits) {
     ASSERT_TRUE(driver.mDumpThread.joinable());
     driver.mDumpThread.join();
     EXPECT_EQ(rows().size(), 10U);
-}
-
-TEST_F(StatusRecorder, NothingIsRecordedBehindTheHub) {
-    setProperty("dump", 7);
-    open("korvas4sw-hub");
-    engineeringRequest();
-    phone.clock().sleepUs(kBringUpUs);
-    EXPECT_NE(DriverTest::course().find(
-                  "E/OisDrv \"[DumpGyroAccRawTargetHallData2File] Dev -1 , OIS error opening\\n\""),
-              std::string::npos);
-    EXPECT_FALSE(anythingDumped());
 }
 
 TEST_F(StatusRecorder, NamesAreBoundedByTheirFields) {

@@ -128,7 +128,8 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         // The first slot is indeterminate, as its message's arguments do not fit; the second is the
         // machine's.
         EXPECT_EQ(lines,
-                  std::regex_replace(happened, std::regex("(error_y \\(|Open subdev : )-?[0-9]+"), "$1?"));
+                  std::regex_replace(
+                      happened, std::regex("(error_y \\(|Open subdev : |fd_driver\\](?!-))-?[0-9]+"), "$1?"));
     }
 
   private:
@@ -242,7 +243,7 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         M(driver, mFixMode.hall_x), M(driver, mFixMode.hall_y), M(driver, mFixMode.manualEnable),
         M(driver, mFixMode.target_x), M(driver, mFixMode.target_y), M(driver, mIsOisSupport),
         M(driver, mLastAfPosition), M(driver, mLastEngOperation), M(driver, mLastTemp),
-        M(driver, mOisDynamic), M(driver, mOisErrorFlag), M(driver, mOisExtraParam), M(driver, mOisGain.axis),
+        M(driver, mOisCustInfo.useSensorHub), M(driver, mOisDynamic), M(driver, mOisErrorFlag), M(driver, mOisExtraParam), M(driver, mOisGain.axis),
         M(driver, mOisGain.unused), M(driver, mOisGain.valueXf), M(driver, mOisGain.valueXi),
         M(driver, mOisGain.valueYf), M(driver, mOisGain.valueYi), M(driver, mOisMode),
         M(driver, mOisParams.act_scene), M(driver, mOisParams.scenario), M(driver, mOisParams.video_mode), M(driver, mOisTempStrategy),
@@ -308,6 +309,10 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
              for (size_t i = 1; i < w.size(); ++i) mAnswers->add(w[0], bytes(w[i]));
          })},
         {"thermal", does([this](const Words& w) { phone.files().setThermal(w.empty() ? "" : w[0]); })},
+        {"region",
+         does([this](const Words& w) { phone.properties().set("ro.product.country.region", w.at(0)); })},
+        {"no-folder",
+         does([this](const Words&) { std::filesystem::remove_all(phone.files().dumpFolder()); })},
         {"no-provider", does([this](const Words&) { driver.mpSensorProvider = nullptr, forget(); })},
         {"wait", does([this](const Words& w) { phone.clock().sleepUs(number(w, 0)); })},
         // the driver
@@ -336,6 +341,12 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         {"SetOisAFdriftParams", call(&OISDrv::SetOisAFdriftParams)},
         {"update_temp_cmp", call(&OISDrv::update_temp_cmp)},
         {"UpdateTempStrategy", call(&OISDrv::UpdateTempStrategy)},
+        // mode 2, by the request's code and the hub's id
+        {"ConfigOisTransfer",
+         [this](const Words&) {
+             int32_t mode = 2;
+             return std::to_string(driver.ConfigOisTransfer(0x400456c2, 4, &mode, nullptr, sizeof mode, 0));
+         }},
         {"CustomCmdPackage", give(&OISDrv::CustomCmdPackage)},
         {"KorvaCmdParse", give(&OISDrv::KorvaCmdParse)},
         {"korvas4sw_set_mode", call(&OISDrv::korvas4sw_set_mode)},
@@ -347,6 +358,10 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         {"FirmwareUpdate", call(&OISDrv::FirmwareUpdate)},
         {"check_ois_clock",
          does([this](const Words&) { driver.check_ois_clock(); })},  // its result means nothing
+        {"InitDrv", call(&OISDrv::InitDrv)},
+        {"GetDataRuvex", call(&OISDrv::GetDataRuvex)},
+        {"GetSensorData", call(&OISDrv::GetSensorData)},
+        {"DumpGyroAccRawTargetHallData2File", call(&OISDrv::DumpGyroAccRawTargetHallData2File)},
         {"update_fw_func", call(&OISDrv::update_fw_func)},
         {"DetectActutorDefect", call(&OISDrv::DetectActutorDefect)}};
 };
