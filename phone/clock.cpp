@@ -62,6 +62,7 @@ struct Clock::State {
     uint32_t nextNumber = 0;
     uint64_t nextOrder = 0;
     std::map<pthread_t, std::shared_ptr<Participant>> participants;
+    std::map<pthread_t, uint32_t> ended;  // numbers of threads that nobody may have joined yet
 
     struct Slot;
     // The calling thread.
@@ -103,6 +104,7 @@ Participant& Clock::State::self(const std::shared_ptr<State>& state) {
 std::shared_ptr<Participant> Clock::State::add(pthread_t thread) {
     auto participant = std::make_shared<Participant>(nextNumber++);
     participants[thread] = participant;
+    ended.erase(thread);
     return participant;
 }
 
@@ -114,6 +116,7 @@ void Clock::State::erase(pthread_t thread, const Participant& participant) {
 void Clock::State::leave(pthread_t thread, const Participant& participant) {
     const Lock lock(mutex);
     erase(thread, participant);
+    ended[thread] = participant.number;
     for (const auto& [id, other] : participants) {
         if (other->status != Status::kJoining || other->joined != &participant) continue;
         queue(*other, nowUs);
@@ -277,6 +280,13 @@ std::optional<uint32_t> Clock::threadNumber(pthread_t thread) const {
     const auto found = mState->participants.find(thread);
     if (found == mState->participants.end()) return std::nullopt;
     return found->second->number;
+}
+
+std::optional<uint32_t> Clock::endedThreadNumber(pthread_t thread) const {
+    const Lock lock(mState->mutex);
+    const auto found = mState->ended.find(thread);
+    if (found == mState->ended.end()) return std::nullopt;
+    return found->second;
 }
 
 void Clock::takeTurn() {

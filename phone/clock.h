@@ -43,6 +43,8 @@ class Clock {
     uint32_t threadNumber();
     // The same of another thread; nullopt when the clock does not know it.
     std::optional<uint32_t> threadNumber(pthread_t thread) const;
+    // The same of one that has ended and was not joined yet.
+    std::optional<uint32_t> endedThreadNumber(pthread_t thread) const;
 
     // For the interposed calls and the platform's functions. A thread takes its first turn at its first call
     // into the phone: every entry point calls enter(). A thread that calls very often without ever sleeping

@@ -68,7 +68,8 @@ int Kernel::createThread(pthread_t* thread, const pthread_attr_t* attributes, vo
 int Kernel::joinThread(pthread_t thread, void** result) {
     Clock& clock = mPhone.clock();
     clock.enter();
-    const std::optional<uint32_t> number = clock.threadNumber(thread);
+    std::optional<uint32_t> number = clock.threadNumber(thread);
+    if (!number) number = clock.endedThreadNumber(thread);
     const int error = clock.joinThread(thread, result);
     if (mPhone.trace().enabled()) {
         traceCall(EventKind::kThread, "pthread_join", threadFields(number), error, error, {});

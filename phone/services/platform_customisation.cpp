@@ -24,7 +24,8 @@ Answer answerFor(const phone::ModuleDescription& module) {
     Answer answer;
     answer.supported = module.hasOis ? 1 : 0;
     answer.status = module.status;
-    const size_t length = std::min(module.driverName.size(), sizeof answer.driverName - 1);
+    // A name that fills the field has no NUL.
+    const size_t length = std::min(module.driverName.size(), sizeof answer.driverName);
     std::memcpy(answer.driverName, module.driverName.data(), length);
     answer.custInfo = module.custInfo;
     answer.otpAddresses = module.otpAddresses;
@@ -53,7 +54,7 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
                         {"sensor_id", int64_t{sensorId}},
                         {"module_id", int64_t{moduleId}},
                         {"module", module == nullptr ? std::string("none") : module->name},
-                        {"driver_name", std::string(answer.driverName)}};
+                        {"driver_name", std::string(ois::textOf(answer.driverName))}};
         event.hasResult = true;
         event.result = answer.supported;
         phone->trace().record(std::move(event));

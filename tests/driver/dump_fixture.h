@@ -1,14 +1,14 @@
 #pragma once
-// What the tests of the driver's dump files share.
+// What the tests of sessions and of the driver's dump files share.
 
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iomanip>
 #include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "driver/driver_fixture.h"
@@ -30,12 +30,28 @@ inline std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
+// What a session leaves open.
+inline std::string stateOf(const OISDrv& driver) {
+    std::ostringstream text;
+    text << "users " << driver.m_user_count << " device " << driver.fd_driver << " hub "
+         << int{driver.mSensorHubEnabled} << " provider " << (driver.mpSensorProvider != nullptr)
+         << " buffers " << (driver.mStatusBuf != nullptr) << (driver.mOisFlashData != nullptr) << " support "
+         << driver.mIsOisSupport << " run " << int{driver.mProperty.isRun} << " bring-up "
+         << driver.mInitDrvThread.joinable();
+    return text.str();
+}
+constexpr const char* kClosed = "users 0 device -1 hub 0 provider 0 buffers 00 support 0 run 0 bring-up 0";
+
 class DumpTest : public DriverTest {
   protected:
     using Effect = std::optional<phone::FaultEffect>;
 
     // A sub-device module whose dump files are called ois_dump_tele_dw9786_*.txt.
     static phone::ModuleDescription dumpModule() { return phone::moduleByName("dw9786"); }
+    void openQuiet(int dump) {
+        open(dumpModule());
+        driver.mProperty.dump = static_cast<uint8_t>(dump);
+    }
 
     std::filesystem::path dumpFile(const std::string& suffix) {
         return phone.files().dumpFolder() / ("ois_dump_tele_dw9786" + suffix);
@@ -55,22 +71,31 @@ class DumpTest : public DriverTest {
     static Effect answer(const std::vector<uint8_t>& record) {
         return phone::FaultEffect{.kind = phone::FaultEffect::Kind::kGarbage, .bytes = record};
     }
-
-    bool logged(const std::string& beginning) {
-        return std::ranges::any_of(
-            messages(), [&](const std::string& message) { return message.starts_with(beginning); });
+    template <typename Record>
+    static Effect answerWith(const Record& record) {
+        const auto* raw = reinterpret_cast<const uint8_t*>(&record);
+        return answer({raw, raw + sizeof record});
     }
-    // Commands and sleeps of the calling thread, in order: "SET_MODE", "sleep 2000".
-    std::vector<std::string> course() {
-        std::vector<std::string> lines;
-        for (const phone::Event& event : phone.trace().events()) {
-            if (event.kind == phone::EventKind::kSubDevice || event.kind == phone::EventKind::kHub) {
-                lines.push_back(event.name);
-            } else if (event.kind == phone::EventKind::kSleep) {
-                lines.push_back("sleep " + phone::toText(event.fields.at(0)));
-            }
-        }
-        return lines;
+
+    // Words of the courses: descriptor and flash buffer as they are now, the rest unless given otherwise. {t}
+    // begins the lines of a thread that a course leaves open, {up} is the bring-up's.
+    Values words(Values given = {}) {
+        std::vector<uint8_t> flash(sizeof(ois::OisFlashRecord));
+        std::memcpy(flash.data(), &driver.mOisFlashData, sizeof driver.mOisFlashData);
+        std::ostringstream address;
+        address << std::hex << std::setfill('0') << std::setw(8)
+                << static_cast<uint32_t>(reinterpret_cast<uintptr_t>(driver.mOisFlashData));
+        given.insert({{"t", ""},
+                      {"up", "t1"},
+                      {"fd", std::to_string(driver.fd_driver)},
+                      {"driver", "dw9786"},
+                      {"file", "tele_dw9786"},
+                      {"flash", courseBytes(flash)},
+                      {"pointer", courseBytes({flash.begin(), flash.begin() + sizeof(void*)})},
+                      {"address", address.str()},
+                      {"result", "0"},
+                      {"level", "0f000000"}});
+        return given;
     }
 };
 

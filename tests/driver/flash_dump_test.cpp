@@ -7,10 +7,12 @@
 namespace {
 
 using driver_test::DumpTest;
+using driver_test::kBringUpUs;
+using driver_test::Values;
 using phone::FlashAnswer;
-using Keys = std::vector<std::string>;
 
 constexpr const char* kFlash = "_flash.txt";
+constexpr FlashAnswer kBothAnswers[] = {FlashAnswer::kInPlace, FlashAnswer::kThroughPointer};
 
 ois::OisFlashRecord flashRecord(uint32_t length, uint32_t base) {
     ois::OisFlashRecord record{};
@@ -34,14 +36,14 @@ std::string expectedFile(const ois::OisFlashRecord& record) {
 
 class FlashDump : public DumpTest {
   protected:
-    void openQuiet() {
-        open(dumpModule());
-        driver.mProperty.dump = 4;
+    void expectInBuffer(const ois::OisFlashRecord& record) {
+        ASSERT_NE(driver.mOisFlashData, nullptr);
+        EXPECT_EQ(std::memcmp(driver.mOisFlashData, &record, sizeof record), 0);
     }
 };
 
 TEST_F(FlashDump, TwoLinesAsTyped) {
-    openQuiet();
+    openQuiet(4);
     ois::OisFlashRecord record{};
     record.length = 9;
     record.base = 0x2000;
@@ -51,110 +53,132 @@ TEST_F(FlashDump, TwoLinesAsTyped) {
     record.data[15] = 0xff;
     controller().setFlash(record);
     EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
-    EXPECT_EQ(dumped(kFlash),
-              "address: 0x2000  value: 0xab,  address: 0x2001  value: 0x5,  address: 0x2002  value: 0x0,  "
-              "address: 0x2003  value: 0x0,  address: 0x2004  value: 0x0,  address: 0x2005  value: 0x0,  "
-              "address: 0x2006  value: 0x0,  address: 0x2007  value: 0x0,  \n"
-              "address: 0x2008  value: 0x10,  address: 0x2009  value: 0x0,  address: 0x200a  value: 0x0,  "
-              "address: 0x200b  value: 0x0,  address: 0x200c  value: 0x0,  address: 0x200d  value: 0x0,  "
-              "address: 0x200e  value: 0x0,  address: 0x200f  value: 0xff,  \n");
+    EXPECT_EQ(dumped(kFlash), driver_test::writtenCourse("flash_dump", "two lines", {{"blanks", "  "}}));
 }
 
+// Either kernel's answer is in the file, and in the buffer for the next reader.
 TEST_F(FlashDump, EitherKernelsAnswerIsTaken) {
-    const auto check = [this](FlashAnswer how, uint32_t length, uint32_t base) {
-        SCOPED_TRACE(std::to_string(length) + ' ' + std::to_string(base));
-        openQuiet();
-        controller().setFlashAnswer(how);
-        const auto* buffer = driver.mOisFlashData;
-        ASSERT_NE(buffer, nullptr);
-        auto record = flashRecord(length, base);
-        for (const uint8_t change : {uint8_t{0}, uint8_t{1}}) {  // a second dump does not see the first
-            record.data[0] = change;
-            controller().setFlash(record);
-            EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
-            EXPECT_EQ(dumped(kFlash), expectedFile(record));
-            EXPECT_EQ(driver.mOisFlashData, buffer);
-        }
-        driver.Uninit();
-        EXPECT_EQ(driver.mOisFlashData, nullptr);
-    };
-    for (const uint32_t length : {0U, 1U, 8U, 9U, 1528U, 1529U, 1536U, 1537U, 4096U, 0xffffffffU}) {
-        for (const uint32_t base : {0x5000U, 0xfffffffcU}) {
-            check(FlashAnswer::kInPlace, length, base);
-            check(FlashAnswer::kThroughPointer, length, base);
+    for (const FlashAnswer how : kBothAnswers) {
+        for (const uint32_t length : {0U, 1U, 8U, 9U, 1529U, 1536U, 1537U, 0xffffffffU}) {
+            SCOPED_TRACE(length);
+            openQuiet(4);
+            controller().setFlashAnswer(how);
+            const auto* buffer = driver.mOisFlashData;
+            auto record = flashRecord(length, 0xfffffffcU);
+            for (const uint8_t change : {uint8_t{0}, uint8_t{1}}) {  // a second dump does not see the first
+                record.data[0] = change;
+                controller().setFlash(record);
+                EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
+                EXPECT_EQ(dumped(kFlash), expectedFile(record));
+                EXPECT_EQ(driver.mOisFlashData, buffer);
+                expectInBuffer(record);
+            }
+            driver.Uninit();
         }
     }
 }
 
-TEST_F(FlashDump, TheTransferComesFirst) {
-    openQuiet();
+// A kernel that follows the pointer may be at it until the transfer has settled.
+TEST_F(FlashDump, TheBufferIsReadAfterTheSleep) {
+    openQuiet(4);
+    controller().setFlashAnswer(FlashAnswer::kThroughPointer);
+    const auto late = flashRecord(16, 0x100);
+    controller().setFlash({});
+    phone.trace().setListener([&](const phone::Event& event) {
+        if (event.kind == phone::EventKind::kSleep) *driver.mOisFlashData = late;
+    });
     EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
-    EXPECT_EQ(course(), (Keys{"READ_FLASH", "sleep 2000"}));
-    // What travels begins with the pointer and is all of the request.
-    ASSERT_EQ(sent().at(0).bytes.size(), 1544U);
-    EXPECT_EQ(std::memcmp(sent()[0].bytes.data(), &driver.mOisFlashData, sizeof(void*)), 0);
-    char address[64];
-    std::snprintf(address, sizeof address, "mOisFlashData_address 0x%08x, size 8\n",
-                  static_cast<unsigned>(reinterpret_cast<uintptr_t>(driver.mOisFlashData)));
-    EXPECT_TRUE(logged("[DumpOisFlashData2File] creat ois ic dump file success!\n"));
-    EXPECT_EQ(messages().back(), std::string("[DumpOisFlashData2File] ") + address);
+    EXPECT_EQ(dumped(kFlash), expectedFile(late));
+}
+
+// Another user's Init replaces the buffer while the transfer is under way.
+TEST_F(FlashDump, AnotherUserDoesNotDisturbTheTransfer) {
+    setProperty("dump", 4);
+    for (const FlashAnswer how : kBothAnswers) {
+        SCOPED_TRACE(how == FlashAnswer::kInPlace ? "in place" : "through the pointer");
+        open(dumpModule());
+        const auto* before = driver.mOisFlashData;
+        const auto record = flashRecord(16, 0x100);
+        controller().setFlash(record);
+        controller().setFlashAnswer(how);
+        onCommand("READ_FLASH", [&](auto) {
+            EXPECT_EQ(driver.Init(1, 2), 1);
+            return std::nullopt;
+        });
+        EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
+        decide = nullptr;
+        EXPECT_EQ(dumped(kFlash), expectedFile(record));
+        ASSERT_NE(driver.mOisFlashData, nullptr);
+        EXPECT_NE(driver.mOisFlashData, before);
+        EXPECT_EQ(driver.mOisFlashData->length, how == FlashAnswer::kInPlace ? 16U : 0U);
+        driver.Uninit();
+        driver.Uninit();
+    }
+}
+
+// The last Uninit takes the buffer away while the bring-up's transfer is under way; the storage stays.
+TEST_F(FlashDump, TheLastUninitDoesNotDisturbTheTransfer) {
+    setProperty("dump", 4);
+    fault("READ_FLASH:slow=50ms");
+    for (const FlashAnswer how : kBothAnswers) {
+        fit(dumpModule());
+        controller().setFlash(flashRecord(16, 0x100));
+        controller().setFlashAnswer(how);
+        ASSERT_EQ(driver.Init(1, 2), 1);
+        phone.clock().sleepUs(10000);
+        driver.Uninit();
+        EXPECT_EQ(dumped(kFlash), expectedFile(flashRecord(16, 0x100)));
+        EXPECT_EQ(driver.mOisFlashData, nullptr);
+        std::filesystem::remove(dumpFile(kFlash));
+    }
 }
 
 TEST_F(FlashDump, TheSwitchDecidesOnTheFileAndTheTransferOnTheResult) {
-    struct Case {
-        const char* fault;
-        uint8_t dump;
-        int32_t result;
-        std::optional<std::string> file;
-    };
     const auto record = flashRecord(8, 0);
-    for (const Case& c : {Case{"READ_FLASH:result=7", 0, 7, {}},
-                          {"READ_FLASH:result=7", 3, 7, {}},
-                          {"READ_FLASH:result=7", 0xfb, 7, {}},
-                          {"READ_FLASH:result=5", 4, 5, expectedFile(record)},
-                          {"READ_FLASH:errno=EIO", 4, -1, ""}}) {
+    const struct {
+        const char* fault;
+        int dump;
+        const char* result;  // as the course has it
+        int32_t returned;
+        const char* course;
+        std::optional<std::string> file;
+    } cases[] = {{"READ_FLASH:result=7", 0, "7", 7, "not wanted", {}},
+                 {"READ_FLASH:result=7", 0xfb, "7", 7, "not wanted", {}},
+                 {"READ_FLASH:result=5", 4, "5", 5, "written", expectedFile(record)},
+                 {"READ_FLASH:errno=EIO", 0xff, "-1 EIO", -1, "written", ""},
+                 {"READ_FLASH:result=3", 4, "3", -3, "no folder", {}}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.fault);
-        open(dumpModule());
-        controller().setFlash(record);
         phone.faults().clear();
+        openQuiet(c.dump);
+        controller().setFlash(record);
+        controller().setFlashAnswer(FlashAnswer::kThroughPointer);
         fault(c.fault);
-        driver.mProperty.dump = c.dump;
-        EXPECT_EQ(driver.DumpOisFlashData2File(), c.result);
-        EXPECT_EQ(sentKeys(), Keys{"READ_FLASH"});
-        EXPECT_TRUE(logged("[DumpOisFlashData2File] DumpOisFlashData2File " + std::to_string(c.dump & 4)));
+        if (c.course == std::string("no folder")) removeDumpFolder();
+        EXPECT_EQ(driver.DumpOisFlashData2File(), c.returned);
         EXPECT_EQ(dumped(kFlash), c.file);
+        expectCourse("flash_dump", c.course, words({{"result", c.result}}));
         driver.Uninit();
     }
 }
 
-TEST_F(FlashDump, ADescriptorOfZeroCountsAsOpenThoughNothingIsSentToIt) {
-    openQuiet();
-    const int32_t descriptor = std::exchange(driver.fd_driver, 0);
-    EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
-    EXPECT_TRUE(sent().empty());
-    EXPECT_EQ(dumped(kFlash), "");
+TEST_F(FlashDump, WithoutADeviceTheTransferIsSentAllTheSame) {
+    openQuiet(4);
+    const int32_t descriptor = driver.fd_driver;
+    for (const auto& [value, course] : {std::pair(0, "descriptor 0"), std::pair(-1, "no device")}) {
+        driver.fd_driver = value;
+        EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
+        expectCourse("flash_dump", course, words());
+        EXPECT_EQ(dumped(kFlash).has_value(), value == 0);
+        std::filesystem::remove(dumpFile(kFlash));
+    }
     driver.fd_driver = descriptor;
-}
-
-TEST_F(FlashDump, BehindTheHubTheTransferIsRelayedAndTheDescriptorMissing) {
+    driver.Uninit();
     open("korvas4sw-hub");
     driver.mProperty.dump = 4;
-    auto* const buffer = driver.mOisFlashData;
     EXPECT_EQ(driver.DumpOisFlashData2File(), 0);
-    ASSERT_EQ(sentKeys(), Keys{"COMMAND_28"});
-    EXPECT_EQ(sent()[0].head(4), (std::vector<uint8_t>{28, 60, 0, 0}));
-    EXPECT_EQ(std::memcmp(&sent()[0].bytes[4], &buffer, sizeof buffer), 0);
-    EXPECT_EQ(driver.mOisFlashData, buffer);
-    EXPECT_TRUE(logged("[DumpOisFlashData2File] Dev -1 , OIS error opening\n"));
+    expectCourse("flash_dump", "behind the hub", words());
     EXPECT_FALSE(anythingDumped());
-}
-
-TEST_F(FlashDump, AMissingFolderIsReported) {
-    openQuiet();
-    removeDumpFolder();
-    EXPECT_EQ(driver.DumpOisFlashData2File(), -3);
-    EXPECT_EQ(messages().back(), "[DumpOisFlashData2File] creat ois ic dump file failed!\n");
-    EXPECT_EQ(sentKeys(), Keys{"READ_FLASH"});
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The logging macro and its two sinks.
+// The logging macros and their two sinks.
 
 #include "log.h"
 
@@ -8,6 +8,32 @@ namespace {
 
 using NSCam::Utils::ULog::ULogger;
 using Texts = std::vector<std::string>;
+
+// --- Every use of the macros
+
+int gLine = 0;
+void speakAll() {
+    gLine = __LINE__ + 1;
+    OIS_LOG(kError, "broken %d %s\n", -5, "%n%s");
+    OIS_LOG(kInfo, "known %s", "thing");
+    OIS_LOG(kDebug, "detail %x", 255U);
+}
+void speakCounting(int& evaluated) {
+    OIS_LOG(kError, "%d", ++evaluated);
+    OIS_LOG(kInfo, "%d", ++evaluated);
+    OIS_LOG(kDebug, "%d", ++evaluated);
+}
+void speak(const char* text) {
+    OIS_LOG(kError, "%s", text);
+}
+#define TEN(X) X X X X X X X X X X
+void speakLongFormat() {
+    OIS_LOG(kError, TEN(TEN("0123456789")) TEN("abcdefghij"));
+}
+#undef TEN
+void speakUnformattable() {
+    OIS_LOG(kInfo, "%ls", L"\u20ac");  // no such character in the C locale
+}
 
 // What the platform's global words may be.
 struct Gates {
@@ -21,39 +47,29 @@ struct Gates {
     bool hasUnifiedLogger = true;
 };
 
-class Log : public ::testing::Test {
+class Log : public ::testing::Test, public ULogger {
   protected:
-    struct Line {
-        uint32_t moduleId;
-        std::string tag;
-        int32_t level;
-        std::string text;
-    };
-    class Recorder final : public ULogger {
-      public:
-        void onAttach() override { ADD_FAILURE(); }
-        void onDetach() override { ADD_FAILURE(); }
-        void onFlush() override { ADD_FAILURE(); }
-        void onLog(uint32_t moduleId, const char* tag, int32_t level, const char* text,
-                   size_t length) override {
-            EXPECT_EQ(text[length], '\0');
-            lines.push_back({moduleId, tag, level, {text, length}});
-        }
-        std::vector<Line> lines;
-    };
-
     Log() {
         g_logInfoLv[0].prefix = "<zero>";
         g_logInfoLv[1].prefix = "<one>";
         g_logInfoLv[3].prefix = "<three>";
         set({});
     }
+    void onAttach() override { ADD_FAILURE(); }
+    void onDetach() override { ADD_FAILURE(); }
+    void onFlush() override { ADD_FAILURE(); }
+    void onLog(uint32_t moduleId, const char* tag, int32_t level, const char* text, size_t length) override {
+        EXPECT_EQ(moduleId, 8523781U);
+        EXPECT_STREQ(tag, "OisDrv");
+        EXPECT_EQ(text[length], '\0');
+        unified.push_back(std::to_string(level) + ' ' + std::string(text, length));
+    }
 
     void set(const Gates& gates) {
         ULogger::sMode = gates.mode;
         ULogger::sDetailsLevel = gates.detailsLevel;
         ULogger::sNormalDetailsMask = gates.mask;
-        ULogger::sULogger = gates.hasUnifiedLogger ? &unified : nullptr;
+        ULogger::sULogger = gates.hasUnifiedLogger ? this : nullptr;
         g_logInfoLv[0].flags = gates.debug;
         g_logInfoLv[1].flags = gates.error;
         g_logInfoLv[3].flags = gates.info;
@@ -68,22 +84,17 @@ class Log : public ::testing::Test {
         }
         return texts;
     }
-    void forget() {
-        unified.lines.clear();
-        phone.trace().clear();
+    // Which of error, info and debug arrived.
+    static std::string letters(const Texts& texts, const std::array<char, 3>& ofLevel, size_t at) {
+        std::string arrived;
+        for (const std::string& text : texts)
+            arrived += text[at] == ofLevel[0] ? 'E' : text[at] == ofLevel[1] ? 'I' : 'D';
+        return arrived;
     }
 
     phone::Phone phone;
-    Recorder unified;
+    Texts unified;  // level and text
 };
-
-int gLine = 0;
-void speakAll() {
-    gLine = __LINE__ + 1;
-    OIS_LOG(kError, "broken %d %s\n", -5, "%n%s");
-    OIS_LOG(kInfo, "known %s", "thing");
-    OIS_LOG(kDebug, "detail %x", 255U);
-}
 
 TEST_F(Log, BothSinksGetTheirForms) {
     speakAll();
@@ -94,15 +105,8 @@ TEST_F(Log, BothSinksGetTheirForms) {
                          line(0) + ":" + __FILE__ + "}",
                      "<three>" + at + line(1) + " speakAll() [speakAll] known thing",
                      "<zero>" + at + line(2) + " speakAll() [speakAll] detail ff"}));
-    ASSERT_EQ(unified.lines.size(), 3U);
-    const std::pair<int32_t, const char*> expected[] = {
-        {1, "[speakAll] broken -5 %n%s\n"}, {3, "[speakAll] known thing"}, {5, "[speakAll] detail ff"}};
-    for (size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(unified.lines[i].moduleId, 8523781U);
-        EXPECT_EQ(unified.lines[i].tag, "OisDrv");
-        EXPECT_EQ(unified.lines[i].level, expected[i].first);
-        EXPECT_EQ(unified.lines[i].text, expected[i].second);
-    }
+    EXPECT_EQ(unified,
+              (Texts{"1 [speakAll] broken -5 %n%s\n", "3 [speakAll] known thing", "5 [speakAll] detail ff"}));
 }
 
 TEST_F(Log, GatesDecidePerSinkAndLevel) {
@@ -115,13 +119,15 @@ TEST_F(Log, GatesDecidePerSinkAndLevel) {
         {{.mode = 0}, "", ""},
         {{.mode = 1}, "EID", ""},
         {{.mode = 2}, "", "EID"},
-        {{.mode = 10}, "", "EID"},
+        {{.mode = 8}, "", "EID"},
         {{.mode = 0xfffffff4}, "", ""},
         {{.detailsLevel = 4}, "EI", "EI"},
+        {{.detailsLevel = 3}, "EI", "EI"},
         {{.detailsLevel = 2}, "E", "E"},
         {{.detailsLevel = -1}, "E", "E"},
         {{.mask = 0}, "EI", "EI"},
         {{.mask = 0x21000}, "EI", "EI"},
+        {{.mask = 0x800000}, "EI", "EI"},
         {{.mask = 0x820000}, "EID", "EID"},
         {{.error = 0, .info = 0, .debug = 0}, "", "EID"},
         {{.error = 0x7f, .info = 0xff, .debug = 0}, "I", "EID"},
@@ -130,61 +136,42 @@ TEST_F(Log, GatesDecidePerSinkAndLevel) {
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
         set(c.gates);
-        forget();
+        phone.trace().clear();
+        unified.clear();
         speakAll();
-        std::string arrived;
-        for (const std::string& text : debugLog())
-            arrived += text[1] == 'o' ? 'E' : text[1] == 't' ? 'I' : 'D';
-        EXPECT_EQ(arrived, c.debugLog);
-        arrived.clear();
-        for (const Line& line : unified.lines) arrived += line.level == 1 ? 'E' : line.level == 3 ? 'I' : 'D';
-        EXPECT_EQ(arrived, c.unified);
+        EXPECT_EQ(letters(debugLog(), {'o', 't', 'z'}, 1), c.debugLog);
+        EXPECT_EQ(letters(unified, {'1', '3', '5'}, 0), c.unified);
     }
 }
 
 TEST_F(Log, ArgumentsOfAnUnwantedMessageAreNotEvaluated) {
     int evaluated = 0;
-    const auto speak = [&] {
-        OIS_LOG(kError, "%d", ++evaluated);
-        OIS_LOG(kInfo, "%d", ++evaluated);
-        OIS_LOG(kDebug, "%d", ++evaluated);
-    };
     set({.detailsLevel = 0, .error = 0, .hasUnifiedLogger = false});
-    speak();
+    speakCounting(evaluated);
     set({.mode = 1, .error = 0, .info = 0, .debug = 0});
-    speak();
+    speakCounting(evaluated);
     EXPECT_EQ(evaluated, 0);
     set({});  // once each, although two sinks take the message
-    speak();
+    speakCounting(evaluated);
     EXPECT_EQ(evaluated, 3);
 }
 
-TEST_F(Log, TheUnifiedLoggersTextIsCutTheDebugLogsIsNot) {
+TEST_F(Log, LongTextsAreCutToTheirBuffers) {
     const std::string longText(3000, 'x');
-    OIS_LOG(kError, "%s", longText.c_str());
-    ASSERT_EQ(unified.lines.size(), 1U);
-    EXPECT_EQ(unified.lines[0].text, ("[TestBody] " + longText).substr(0, 1023));
-    // Only the line's format has a buffer there.
-    EXPECT_NE(debugLog().at(0).find(longText + " (TestBody){#"), std::string::npos);
+    speak(longText.c_str());
+    EXPECT_EQ(unified.at(0), ("1 [speak] " + longText).substr(0, 2 + 1023));
+    // Only the line's format has a buffer in the debug log: 1023 bytes, in which "%s" becomes the function's
+    // name.
+    EXPECT_NE(debugLog().at(0).find(longText + " (speak){#"), std::string::npos);
+    speakLongFormat();
+    EXPECT_EQ(debugLog().at(1).size(), 1023 - std::strlen("%s") + std::strlen("speakLongFormat"));
+    EXPECT_EQ(unified.at(1).size(), 2U + 1023);
 }
-
-#define TEN(X) X X X X X X X X X X
-TEST_F(Log, ALongFormatIsCutForTheDebugLog) {
-    OIS_LOG(kError, TEN(TEN("0123456789")) TEN("abcdefghij"));
-    // 1023 bytes of format, in which "%s" became the function's name.
-    const std::string line = debugLog().at(0);
-    EXPECT_EQ(line.size(), 1023 - std::strlen("%s") + std::strlen("TestBody"));
-    EXPECT_EQ(line.find("TestBody){#"), std::string::npos);
-    EXPECT_EQ(unified.lines.at(0).text.size(), 1023U);
-}
-#undef TEN
 
 TEST_F(Log, AMessageThatCannotBeFormattedIsDropped) {
-    OIS_LOG(kInfo, "%ls", L"\u20ac");  // no such character in the C locale
-    EXPECT_TRUE(unified.lines.empty());
+    speakUnformattable();
+    EXPECT_TRUE(unified.empty());
     EXPECT_TRUE(debugLog().empty());
-    speakAll();
-    EXPECT_EQ(unified.lines.size(), 3U);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 namespace {
 
 using driver_test::DriverTest;
-using driver_test::kBringUpUs;
 using NSCam::Utils::SensorData;
 
 constexpr const char* kHubModule = "korvas4sw-hub";
@@ -27,10 +26,6 @@ SensorData sample(int64_t timestamp, float first) {
 
 class MotionSamples : public DriverTest {
   protected:
-    int64_t drains() {
-        const auto events = phone.trace().events(phone::EventKind::kSensor);
-        return std::ranges::count(events, "getAllSensorData", &phone::Event::name);
-    }
     std::vector<size_t> sizes() const {
         return {driver.mSensorTimestamps.size(), driver.mSensorValue1.size(), driver.mSensorValue2.size(),
                 driver.mSensorValue3.size(),     driver.mSensorValue4.size(), driver.mSensorValue5.size(),
@@ -39,11 +34,8 @@ class MotionSamples : public DriverTest {
 };
 
 TEST_F(MotionSamples, AreVisitedOldestFirst) {
-    struct Case {
-        std::vector<int64_t> delivered;
-        std::vector<int64_t> kept;
-    };
-    const Case cases[] = {
+    using Times = std::vector<int64_t>;
+    const std::pair<Times, Times> cases[] = {
         {{30, 20, 10}, {10, 20, 30}},
         {{10, 20, 30}, {10, 20, 30}},
         {{10, 50, 20}, {10, 50, 20}},  // only the ends are compared
@@ -54,38 +46,40 @@ TEST_F(MotionSamples, AreVisitedOldestFirst) {
         {{5, -5}, {-5, 5}},
     };
     open(kHubModule);
-    for (const Case& c : cases) {
+    for (const auto& [delivered, kept] : cases) {
         driver.mSensorTimestamps.clear();
         driver.mSensorValue1.clear();
         std::vector<SensorData> samples;
-        for (const int64_t timestamp : c.delivered)
+        for (const int64_t timestamp : delivered)
             samples.push_back(sample(timestamp, static_cast<float>(timestamp) - 4.0F));
         phone.hub().setNextSamples(samples);
         driver.GetSensorData();
-        EXPECT_EQ(driver.mSensorTimestamps, std::vector<unsigned long>(c.kept.begin(), c.kept.end()));
-        EXPECT_EQ(driver.mSensorValue1, std::vector<float>(c.kept.begin(), c.kept.end()));
+        EXPECT_EQ(driver.mSensorTimestamps, std::vector<unsigned long>(kept.begin(), kept.end()));
+        EXPECT_EQ(driver.mSensorValue1, std::vector<float>(kept.begin(), kept.end()));
     }
 }
 
 TEST_F(MotionSamples, ComeFromTheirBytePositions) {
     open(kHubModule);
+    phone.hub().setReportedEnabled(false);
+    forget();
+    driver.GetSensorData();
+    expectCourse("samples", "not enabled");
+    phone.hub().setReportedEnabled({});
     phone.hub().setNextSamples({sample(11, 100.5F)});
     driver.GetSensorData();
     EXPECT_EQ(driver.mSensorTimestamps, std::vector<unsigned long>{11});
-    EXPECT_EQ(driver.mSensorValue5, std::vector<float>{100.5F});
-    EXPECT_EQ(driver.mSensorValue6, std::vector<float>{101.5F});
-    EXPECT_EQ(driver.mSensorValue3, std::vector<float>{102.5F});
-    EXPECT_EQ(driver.mSensorValue4, std::vector<float>{103.5F});
-    EXPECT_EQ(driver.mSensorValue1, std::vector<float>{104.5F});
-    EXPECT_EQ(driver.mSensorValue2, std::vector<float>{105.5F});
-    ASSERT_EQ(messages().size(), 2U);
-    EXPECT_EQ(messages()[0], "[GetSensorData] OISDRV::getAllSensorData\n");
+    const std::vector<float>* const values[] = {&driver.mSensorValue5, &driver.mSensorValue6,
+                                                &driver.mSensorValue3, &driver.mSensorValue4,
+                                                &driver.mSensorValue1, &driver.mSensorValue2};
+    float expected = 100.5F;
+    for (const auto* value : values) EXPECT_EQ(*value, std::vector<float>{expected++});
     // The timestamp meets no conversion; what the seventh prints is open.
-    const std::string line =
-        "[GetSensorData] <GetSensorData,104.500000,105.500000,102.500000,103.500000,100.500000,101.500000,";
-    EXPECT_EQ(messages()[1].substr(0, line.size()), line);
-    EXPECT_TRUE(messages()[1].ends_with(",>\n"));
-    EXPECT_TRUE(sent().empty());
+    const std::string all = course();
+    const std::string written = driver_test::writtenCourse("samples", "one");
+    EXPECT_EQ(all.substr(0, written.size() - 1), written.substr(0, written.size() - 1));
+    EXPECT_TRUE(all.ends_with(",>\\n\"\n")) << all;
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), std::count(written.begin(), written.end(), '\n'));
 }
 
 TEST_F(MotionSamples, AccumulateUntilTheLastUninit) {
@@ -100,43 +94,6 @@ TEST_F(MotionSamples, AccumulateUntilTheLastUninit) {
     driver.Uninit();
     EXPECT_EQ(sizes(), std::vector<size_t>(7, 0));
     EXPECT_EQ(driver.mSensorValue6.capacity(), capacity);
-}
-
-TEST_F(MotionSamples, AreNotFetchedFromAChannelThatIsNotReady) {
-    driver.GetSensorData();  // never opened
-    fit(phone::moduleByName(kHubModule));
-    ASSERT_EQ(driver.Init(1, 2), 1);
-    driver.GetSensorData();  // not up yet
-    phone.clock().sleepUs(kBringUpUs);
-    phone.hub().setReportedEnabled(false);
-    driver.GetSensorData();
-    EXPECT_EQ(drains(), 0);
-    EXPECT_TRUE(driver.mSensorTimestamps.empty());
-
-    phone.hub().setReportedEnabled({});
-    driver.mSensorHubEnabled = 0;
-    driver.GetSensorData();
-    EXPECT_EQ(drains(), 0);
-    driver.mSensorHubEnabled = 1;
-    driver.GetSensorData();
-    EXPECT_EQ(drains(), 1);
-    driver.Uninit();
-    driver.GetSensorData();
-    EXPECT_EQ(drains(), 1);
-}
-
-TEST_F(MotionSamples, FollowTheMotionInEitherOrderOfDelivery) {
-    open(kHubModule);
-    driver.GetSensorData();
-    for (const auto order : {phone::SampleOrder::kOldestFirst, phone::SampleOrder::kNewestFirst}) {
-        phone.hub().setSampleOrder(order);
-        const size_t before = driver.mSensorTimestamps.size();
-        phone.clock().sleepUs(1000000);
-        driver.GetSensorData();
-        EXPECT_EQ(driver.mSensorTimestamps.size() - before, 200U);  // one per 5 ms
-    }
-    EXPECT_TRUE(std::ranges::is_sorted(driver.mSensorTimestamps));
-    EXPECT_EQ(sizes(), std::vector<size_t>(7, driver.mSensorTimestamps.size()));
 }
 
 }  // namespace

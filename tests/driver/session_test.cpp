@@ -1,47 +1,40 @@
-// Opening and closing, the registry and the properties.
+// Opening and closing, the registry, the properties and the telemetry report.
+
+#include <unistd.h>
 
 #include <atomic>
-#include <set>
-#include <system_error>
+#include <tuple>
 
-#include "driver/driver_fixture.h"
+#include "driver/dump_fixture.h"
+#include "test_support.h"
 
 namespace {
 
-using driver_test::bytes;
-using driver_test::DriverTest;
+using driver_test::courseRecord;
+using driver_test::DumpTest;
 using driver_test::kBringUpUs;
-using Keys = std::vector<std::string>;
+using driver_test::stateOf;
+using driver_test::Values;
 
-constexpr const char* kHubModule = "korvas4sw-hub";
 constexpr const char* kSubDeviceModule = "dw9786";
 
-class Session : public DriverTest {
-  protected:
-    // What passed between driver and phone, without what it read and said.
-    Keys course() {
-        using phone::EventKind;
-        const std::set skipped{EventKind::kProperty, EventKind::kMessage, EventKind::kThread,
-                               EventKind::kCustomisation};
-        Keys lines;
-        for (const phone::Event& event : phone.trace().events()) {
-            if (!skipped.contains(event.kind)) lines.push_back(phone::toText(event, false));
-        }
-        return lines;
-    }
-};
+class Session : public DumpTest {};
 
-TEST(Registry, KnowsEightIndices) {
-    const phone::Phone phone;
-    EXPECT_EQ(OISDrv::GetInstance(8), nullptr);
-    EXPECT_EQ(OISDrv::GetInstance(-1), nullptr);
-    ASSERT_NE(OISDrv::GetInstance(7), nullptr);
-    EXPECT_EQ(OISDrv::GetInstance(7), OISDrv::GetInstance(7));
-    EXPECT_NE(OISDrv::GetInstance(7), OISDrv::GetInstance(0));
-    EXPECT_EQ(OISDrv::GetInstance(7)->mSensorDev, 7);
+TEST_F(Session, TheRegistryKnowsEightIndices) {
+    for (const int32_t index : {8, -1, 1 << 30}) {
+        EXPECT_EQ(OISDrv::GetInstance(index), nullptr);
+        expectCourse("session", "no such sensor", {{"index", std::to_string(index)}});
+    }
+    for (const int32_t index : {7, 0}) {
+        ASSERT_NE(OISDrv::GetInstance(index), nullptr);
+        EXPECT_EQ(OISDrv::GetInstance(index), OISDrv::GetInstance(index));
+        EXPECT_EQ(OISDrv::GetInstance(index)->mSensorDev, index);
+        EXPECT_EQ(OISDrv::GetInstance(index)->mSensorIdx, index);
+    }
+    EXPECT_EQ(DriverTest::course(), "");
 }
 
-TEST(Registry, ConcurrentFirstCallsBuildOneObject) {
+TEST_F(Session, ConcurrentFirstCallsBuildOneObject) {
     std::array<std::atomic<OISDrv*>, 4> seen{};
     std::vector<std::thread> threads;
     for (auto& slot : seen) threads.emplace_back([&slot] { slot = OISDrv::GetInstance(5); });
@@ -49,205 +42,178 @@ TEST(Registry, ConcurrentFirstCallsBuildOneObject) {
     for (const auto& slot : seen) EXPECT_EQ(slot, OISDrv::GetInstance(5));
 }
 
-TEST_F(Session, WithoutOisOrWithOisDisabledItIsRefused) {
-    // The property is not asked where the module has no OIS, so it cannot switch it on.
-    for (const auto& [module, disable] : {std::pair("no-ois", 1), std::pair(kSubDeviceModule, 0)}) {
-        SCOPED_TRACE(module);
-        fit(phone::moduleByName(module));
-        setProperty("disable", disable);
-        forget();
-        EXPECT_EQ(driver.Init(3, 4), 0);
-        EXPECT_EQ(phone.trace().events(phone::EventKind::kProperty).empty(), disable == 1);
-        EXPECT_EQ(messages().back(), "[Init] Dev(2), the current module isn't support OIS");
-        EXPECT_EQ(driver.Uninit(), 0);
-        EXPECT_EQ(driver.m_user_count, 0);
+// --- Whole stories, each from Init to the last Uninit. The file has, for the story NAME, its setting [NAME],
+// what the session came to, and the courses [NAME up] and [NAME down].
+
+phone::ModuleDescription withGains(uint16_t format) {
+    auto module = phone::moduleByName(kSubDeviceModule);
+    module.custInfo.gainFormat = format;
+    module.custInfo.angleAmplitude = 0.5F;
+    module.custInfo.hallRange = 100;
+    module.gain = {0, 0, 2.0F, -1.0F, 1000, -1000};
+    module.hallInfo = {10, -20, 0x00300200, 0x00300100};  // spans 256 and 0
+    return module;
+}
+
+class SessionStory : public DumpTest, public testing::WithParamInterface<const char*> {
+  protected:
+    SessionStory() {
+        std::istringstream setting(driver_test::writtenCourse("session", GetParam()));
+        for (std::string word, rest; setting >> word >> std::ws && std::getline(setting, rest);) {
+            if (word == "module") module = phone::moduleByName(rest);
+            if (word == "gains") module = withGains(static_cast<uint16_t>(std::stoi(rest)));
+            if (word == "set") phone.properties().assign("vendor.debug.ois." + rest);
+            if (word == "fault") fault(rest);
+            if (word == "init") init = rest;
+            if (word == "comes-to") outcome = rest;
+            if (word == "leaves") left = rest;
+        }
     }
-}
+    phone::ModuleDescription module;
+    std::string init = "1";  // what Init returns or throws
+    std::string outcome;
+    std::string left = driver_test::kClosed;
+};
 
-TEST_F(Session, InitReadsElevenPropertiesInOrder) {
-    fit(phone::moduleByName(kSubDeviceModule));
-    setProperty("dump", 256);  // the low byte is 0
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    Keys keys;
-    for (const phone::Event& event : phone.trace().events(phone::EventKind::kProperty))
-        keys.push_back(event.name.substr(std::strlen("vendor.debug.ois.")));
-    EXPECT_EQ(keys, (Keys{"mode", "dump", "dump.interval.time", "dump.level", "actuator.dectect",
-                          "status.check", "actois", "fixmode", "disable", "bypassen", "loglevel"}));
-    EXPECT_EQ(driver.mProperty.dump, 0);
-    EXPECT_EQ(driver.mProperty.dumpIntervalTime, 4);
-    EXPECT_EQ(driver.mProperty.dumpLevel, 15);
-    EXPECT_EQ(driver.mUseCustomCmd, 1);
-}
-
-TEST_F(Session, TheHubChannelComesUpAndGoesDownInOrder) {
-    fit(phone::moduleByName(kHubModule));
-    setProperty("loglevel", 3);
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    EXPECT_EQ(driver.mSensorHubEnabled, 0);  // not before the bring-up thread has run
-    phone.clock().sleepUs(kBringUpUs);
-    EXPECT_EQ(driver.mSensorHubEnabled, 1);
-    EXPECT_EQ(driver.mStreamState, 1);
-    EXPECT_EQ(course(), (Keys{"sensor  createInstance user=OisDrv -> 1",
-                              "sensor  enableSensor type=8 interval_ms=5 -> 1", "sleep  10 ms",
-                              "sensor  isEnabled type=8 -> 1", "hub  INIT(17) bypass=1 log_level=3",
-                              "hub  NOTIFY_STREAM(22) notify_stream=1", "sleep  10 ms"}));
-    EXPECT_EQ(sent()[0].head(20), bytes("11 0c 00 00  01 00 00 00  03 00 00 00  00 00 00 00  00 00 00 00"));
-    EXPECT_EQ(sent()[1].head(12), bytes("16 04 00 00  01 00 00 00  00 00 00 00"));
-
-    forget();
-    driver.Uninit();
-    EXPECT_EQ(course(), (Keys{"telemetry  getService service=default get_stub=0 -> 1",
-                              "telemetry  report module_id=N87 event_id=N87|10014 content=c_ois_error:0",
-                              "hub  END_SESSION(26) value=0", "sleep  2 ms",
-                              "sensor  disableSensor type=8 -> 0", "sensor  release"}));
-    EXPECT_EQ(sent()[0].head(8), bytes("1a 04 00 00  00 00 00 00"));
-    EXPECT_EQ(driver.mSensorHubEnabled, 0);
-    EXPECT_EQ(driver.mpSensorProvider, nullptr);
-}
-
-TEST_F(Session, HubCourse) {
-    fit(phone::moduleByName(kHubModule));
-    forget();
-    ASSERT_EQ(driver.Init(3, 4), 1);
-    phone.clock().sleepUs(kBringUpUs);
-    expectCourse("session", "hub up", {{"driver", phone.module(driver_test::kSensor)->driverName}});
-}
-
-TEST_F(Session, TheSubDeviceComesUpAndGoesDownInOrder) {
-    const phone::ModuleDescription module = phone::moduleByName(kSubDeviceModule);
+TEST_P(SessionStory, GoesAsWritten) {
     fit(module);
-    ASSERT_EQ(driver.Init(3, 4), 1);
+    driver.mStreamState = driver.mControllerState = 7;
+    forget();
+    std::string returned;
+    const std::string thrown = test_support::thrown([&] { returned = std::to_string(driver.Init(3, 4)); });
+    EXPECT_EQ(returned + thrown, init);
+    EXPECT_EQ(driver.mSensorHubEnabled, 0);  // not before the bring-up thread has run
     EXPECT_EQ(driver.fd_driver, -1);
     phone.clock().sleepUs(kBringUpUs);
-    EXPECT_GE(driver.fd_driver, 1);
-    EXPECT_EQ(driver.mControllerState, -1);
-    ASSERT_EQ(sentKeys(), (Keys{"SET_CUSTOMISATION", "READ_GAIN", "READ_HALL_INFO"}));
-    ASSERT_EQ(sent()[0].bytes.size(), 1704U);
-    EXPECT_EQ(std::memcmp(sent()[0].bytes.data(), &module.custInfo, 1704), 0);
-    EXPECT_EQ(driver.mOisCalibInfo.hall_center_x, module.hallInfo.centerX);
-
-    forget();
-    driver.Uninit();
-    ASSERT_EQ(sentKeys(), Keys{"END_SESSION"});
-    EXPECT_EQ(sent()[0].bytes, bytes("ff ff ff ff"));
-    EXPECT_EQ(driver.fd_driver, -1);
-    EXPECT_EQ(driver.mIsOisSupport, 0);
+    std::ostringstream state;
+    const OisCalibInfo& calibration = driver.mOisCalibInfo;
+    state << "hub " << int{driver.mSensorHubEnabled} << " device " << (driver.fd_driver >= 1) << " stream "
+          << driver.mStreamState << " controller " << driver.mControllerState << " amplitudes "
+          << calibration.hall_amplitude_x << ' ' << calibration.hall_amplitude_y << " angle "
+          << calibration.angle_amplitude << " centre " << calibration.hall_center_x << ' '
+          << calibration.hall_center_y << " axis values " << driver.mOisGain.valueXi << ' '
+          << driver.mHallInfo.upperWord;
+    EXPECT_EQ(state.str(), outcome);
+    EXPECT_EQ(courseRecord(driver.mOisCustInfo), courseRecord(module.custInfo));
+    EXPECT_EQ(std::memcmp(&driver.mOisCustExt, &module.otpAddresses, sizeof module.otpAddresses), 0);
+    EXPECT_EQ(driver.mOisDriverName, module.driverName);
+    const Values values = words({{"t", "t1 "},
+                                 {"driver", module.driverName},
+                                 {"block", courseRecord(module.custInfo)},
+                                 {"us", "60000"}});
+    expectCourse("session", GetParam() + std::string(" up"), values);
+    EXPECT_EQ(driver.Uninit(), 0);
+    expectCourse("session", GetParam() + std::string(" down"), values);
+    EXPECT_EQ(stateOf(driver), left);
+    EXPECT_EQ(phone.telemetry().references(), 0);
+    EXPECT_EQ(phone.kernel().openNodes() + phone.kernel().openFiles(), 0U);
 }
+
+INSTANTIATE_TEST_SUITE_P(Session, SessionStory,
+                         testing::Values("hub", "hub, properties set", "hub, through the parser",
+                                         "hub, all fails", "hub, odd end", "hub, no provider", "sub-device",
+                                         "sub-device, all fails", "sub-device, not found",
+                                         "sub-device, not opened", "sub-device, dumping", "gains 1",
+                                         "gains 2", "gains 3", "gains 4", "no module", "switched off",
+                                         "no thread"),
+                         [](const auto& story) {
+                             std::string name = story.param;
+                             std::erase_if(name, [](char c) { return !std::isalnum(c); });
+                             return name;
+                         });
+
+// --- Who opens and closes what
 
 TEST_F(Session, UsersAreCountedAndTheLastOneCloses) {
     open(kSubDeviceModule);
-    const int32_t descriptor = driver.fd_driver;
+    const auto* status = driver.mStatusBuf;
+    const auto* flash = driver.mOisFlashData;
     EXPECT_EQ(driver.Init(3, 4), 1);
     phone.clock().sleepUs(kBringUpUs);
-    EXPECT_TRUE(sentKeys().empty());
+    expectCourse("session", "counted up", words());
     EXPECT_EQ(driver.m_user_count, 2);
+    EXPECT_NE(driver.mStatusBuf, status);
+    EXPECT_NE(driver.mOisFlashData, flash);
+    EXPECT_EQ(flash->length, 0U);  // whoever holds it may still look
     driver.Uninit();
-    EXPECT_EQ(driver.fd_driver, descriptor);
+    expectCourse("session", "counted down", words());
+    EXPECT_NE(driver.mOisFlashData, nullptr);
+    const Values values = words();
     driver.Uninit();
-    EXPECT_EQ(driver.fd_driver, -1);
+    expectCourse("session", "sub-device down", values);
     driver.Uninit();
-    EXPECT_EQ(driver.m_user_count, 0);
     open(kSubDeviceModule);
     EXPECT_GE(driver.fd_driver, 1);
 }
 
 TEST_F(Session, EveryInitResetsTheOpenRecordsAndNothingElse) {
-    open(kSubDeviceModule);
-    driver.mOisErrorFlag = driver.mLastAfPosition = driver.mStreamState = 7;
-    driver.mOisMode = driver.mPreviousActEn = driver.mLastTemp = 7;
-    driver.mAccParams.enable = 1;
-    driver.Init(3, 9);
+    const auto fill = [](auto&... records) { (std::memset(&records, 0x55, sizeof records), ...); };
+    auto reset = std::tie(driver.mSensorHubEnabled, driver.mPreviousActEn, driver.mParamsCallCount,
+                          driver.mOisCustInfo, driver.mOisCustExt, driver.mProperty, driver.mUseCustomCmd,
+                          driver.logLevel, driver.mFixMode, driver.mOisGain, driver.mHallInfo,
+                          driver.mOisCalibInfo, driver.mOisMode, driver.mSineParam, driver.mAccParams,
+                          driver.mOisParams, driver.mOisExtraParam, driver.mActOisIoctlState,
+                          driver.mLastEngOperation, driver.mLastTemp, driver.mOisTempStrategy);
+    std::apply(fill, reset);
+    fill(driver.mTargetStatus, driver.mStatusWord, driver.mOisDynamic, driver.mIsOisSupport);
+    driver.mOisErrorFlag = driver.mLastAfPosition = driver.mStreamState = driver.mDefectDetectDone = 7;
+    driver.mOtpData.image[5] = 7;
+    EXPECT_EQ(driver.Init(3, 9), 0);  // no module is there
+    const auto expectZero = [](const auto& record) {
+        EXPECT_EQ(driver_test::courseRecord(record), "..") << "record of " << sizeof record << " bytes";
+    };
+    std::apply([&](const auto&... records) { (expectZero(records), ...); }, reset);
+    EXPECT_EQ(std::to_array(driver.mTargetStatus), (std::array{-1, -1, 0, 0, 0}));
     EXPECT_EQ(driver.mModuleId, 9);
-    EXPECT_EQ(driver.mOisMode, 0);
-    EXPECT_EQ(driver.mPreviousActEn, 0);
-    EXPECT_EQ(driver.mOisDynamic, -1);
     EXPECT_EQ(driver.mStatusWord, -1);
-    EXPECT_EQ(driver.mLastTemp, 0);
-    EXPECT_EQ(driver.mAccParams.enable, 0U);
-    EXPECT_EQ(driver.mOisErrorFlag, 7);
-    EXPECT_EQ(driver.mLastAfPosition, 7);
-    EXPECT_EQ(driver.mStreamState, 7);
-}
-
-TEST_F(Session, AFailedBringUpLeavesTheChannelDown) {
-    struct Case {
-        const char* module;
-        const char* fault;
-        const char* said;
-    };
-    for (const Case& c :
-         {Case{kHubModule, "sensor-provider:fail", "[InitDrv] mpSensorProvider is NULL"},
-          {kSubDeviceModule, "open./dev/media1:errno=EACCES", "[InitDrv] Dev -1 , OIS error opening\n"}}) {
-        fit(phone::moduleByName(c.module));
-        fault(c.fault);
-        ASSERT_EQ(driver.Init(3, 4), 1);
-        phone.clock().sleepUs(kBringUpUs);
-        EXPECT_EQ(messages().back(), c.said);
-        EXPECT_EQ(driver.SetMode(2), 0);
-        EXPECT_TRUE(sent().empty());
-        driver.Uninit();
+    EXPECT_EQ(driver.mOisDynamic, -1);
+    EXPECT_EQ(driver.mIsOisSupport, 0);
+    for (const int32_t kept : {driver.mOisErrorFlag, driver.mLastAfPosition, driver.mStreamState,
+                               driver.mDefectDetectDone, int32_t{driver.mOtpData.image[5]}}) {
+        EXPECT_EQ(kept, 7);
     }
 }
 
-TEST_F(Session, AThreadThatCannotBeCreatedIsASystemError) {
-    fit(phone::moduleByName(kSubDeviceModule));
-    fault("thread:errno=EAGAIN");
-    EXPECT_THROW(driver.Init(3, 4), std::system_error);
-    EXPECT_EQ(driver.m_user_count, 0);
+// --- What the bring-up takes over
+
+TEST_F(Session, AnotherFormatLeavesTheAmplitudesAsTheyStand) {
+    const auto module = withGains(2);
+    open(module);
+    const int32_t first = driver.fd_driver;
+    driver.mOisCustInfo.gainFormat = 4;
+    EXPECT_EQ(driver.InitDrv(), 0);
+    expectCourse("session", "brought up once more", words({{"block", courseRecord(withGains(4).custInfo)}}));
+    EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_x, 162.0F);
+    EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_y, -162.0F);
+    close(first);
 }
 
-TEST_F(Session, TelemetryReportsTheErrorFlagUnlessTheRegionForbids) {
-    const std::string service = "telemetry  getService service=default get_stub=0 -> ";
-    const std::string report = "telemetry  report module_id=N87 event_id=N87|10014 content=c_ois_error:";
-    struct Case {
-        const char* region;
-        bool present;
-        int32_t flag;
-        Keys course;
-        Keys said;
-    };
-    for (const Case& c :
-         {Case{"N", true, 1, {service + "1", report + "1"}, {}},
-          Case{"INDIA", true, 0, {service + "1", report + "0"}, {}},
-          Case{"IN", true, 1, {service + "1"}, {"[GetDataRuvex] IN not get  to ruvex"}},
-          Case{"", false, 1, {service + "0"}, {"[GetDataRuvex] Failed to get RuVex service"}}}) {
-        SCOPED_TRACE(c.region);
-        phone.properties().set("ro.product.country.region", c.region);
-        phone.telemetry().setPresent(c.present);
-        driver.mOisErrorFlag = c.flag;
-        forget();
-        EXPECT_EQ(driver.GetDataRuvex(), 0);
-        EXPECT_EQ(course(), c.course);
-        EXPECT_EQ(messages(), c.said);
-    }
-    EXPECT_EQ(phone.telemetry().references(), 0);
+// The kernel may correct the block: what it wrote back is what everybody reads from then on.
+TEST_F(Session, TheBlockThatTheKernelWritesBackIsKept) {
+    auto corrected = phone::moduleByName(kSubDeviceModule).custInfo;
+    std::strcpy(corrected.cameraTypeName, "front");
+    std::strcpy(corrected.mOisIcName, "dw9799");
+    corrected.angleAmplitude = 0.25F;
+    corrected.coordinateNum = 3;
+    onCommand("SET_CUSTOMISATION", [&](auto) { return answerWith(corrected); });
+    setProperty("dump", 4);
+    open(kSubDeviceModule);
+    EXPECT_EQ(courseRecord(driver.mOisCustInfo), courseRecord(corrected));
+    EXPECT_EQ(driver.mOisCalibInfo.angle_amplitude, 0.25F);
+    EXPECT_TRUE(std::filesystem::exists(phone.files().dumpFolder() / "ois_dump_front_dw9799_flash.txt"));
 }
 
-TEST_F(Session, HallAmplitudesFollowTheGainFormat) {
+// A driver name may fill its field without a NUL.
+TEST_F(Session, ADriverNameIsReadWithinItsField) {
     auto module = phone::moduleByName(kSubDeviceModule);
-    module.custInfo.angleAmplitude = 0.5F;
-    module.custInfo.hallRange = 100;
-    module.gain.valueXf = 2.0F;
-    module.gain.valueYf = -1.0F;
-    module.gain.valueXi = 1000;
-    module.gain.valueYi = -1000;
-    module.hallInfo = {10, -20, 0x00300200, 0x00300100};  // spans 256 and 0
-    struct Case {
-        uint16_t format;
-        float x;
-        float y;
-    };
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    for (const Case& c :
-         {Case{1, 1000.0F, -500.0F}, {2, 162.0F, -162.0F}, {3, 23.4375F, kInfinity}, {4, 0.0F, 0.0F}}) {
-        module.custInfo.gainFormat = c.format;
-        open(module);
-        EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_x, c.x) << c.format;
-        EXPECT_EQ(driver.mOisCalibInfo.hall_amplitude_y, c.y) << c.format;
-        EXPECT_EQ(driver.mOisCalibInfo.angle_amplitude, 0.5F);
-        EXPECT_EQ(driver.mOisCalibInfo.hall_center_y, -20);
-        driver.Uninit();
-    }
+    module.driverName = std::string(32, 'd');
+    fit(module);
+    forget();
+    ASSERT_EQ(driver.Init(3, 4), 1);
+    expectCourse("session", "named in full", words({{"driver", module.driverName}}));
+    phone.clock().sleepUs(kBringUpUs);
+    EXPECT_NE(DriverTest::course().find("driver name:" + module.driverName + " entity name:dw9786 4-0069\""),
+              std::string::npos);
 }
 
 }  // namespace
