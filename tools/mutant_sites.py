@@ -93,12 +93,12 @@ def tokens_of(text):
 
 
 def scoped_constants(texts):
-    """{scope: names of the form scope::kName that are used anywhere}, for wrong-name faults."""
+    """{Type: names of the form Type::kName that are used anywhere}, for wrong-name faults."""
     found = {}
     for text in texts:
         tokens = tokens_of(text)
         for scope, colons, name in zip(tokens, tokens[1:], tokens[2:]):
-            if colons.text == "::" and scope.kind == "id" and re.match(r"k[A-Z]", name.text):
+            if colons.text == "::" and scope.text[0].isupper() and re.match(r"k[A-Z]", name.text):
                 found.setdefault(scope.text, set()).add(name.text)
     return {scope: sorted(names) for scope, names in found.items()}
 
@@ -169,6 +169,13 @@ class Structure:
     def scope(self, i):
         """The kind of the brace that a token stands in directly; none inside parentheses."""
         return self.braces.get(self.inside[i], "namespace" if self.inside[i] is None else None)
+
+    def brace_around(self, i):
+        """The kind of the nearest brace around a token."""
+        around = self.inside[i]
+        while around is not None and around not in self.braces:
+            around = self.inside[around]
+        return self.braces.get(around, "namespace")
 
     def ends_control(self, i):
         """Whether token i is the last of `if (...)`, `else` and the like."""
@@ -280,7 +287,7 @@ def statement_sites(text, structure, skipped):
             elif token.text not in ("delete", "throw") and is_declaration(text, tokens[i:end + 1]):
                 continue
             if structure.text(end) == ";":
-                yield "drop", token.start, tokens[end].end, ";", "statement dropped"
+                yield "drop", token.start, tokens[end].end, ";", "dropped: " + " ".join(text[token.start:tokens[end].end].split())
 
 
 def token_sites(text, tokens, structure, skipped, constants):
@@ -313,7 +320,7 @@ def token_sites(text, tokens, structure, skipped, constants):
             if not change and word in siblings and len(siblings) > 1:
                 change = "name", siblings[(siblings.index(word) + 1) % len(siblings)]
             swapped = AXIS.sub(lambda axis: axis[0].translate(SWAPPED_AXES), word)
-            if not change and swapped != word and swapped in names and structure.scope(i) != "type":
+            if not change and swapped != word and swapped in names and structure.brace_around(i) != "type":
                 change = "axis", swapped
         if change:
             yield change[0], token.start, token.end, change[1], f"{word} -> {change[1] or 'nothing'}"

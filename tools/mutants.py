@@ -4,7 +4,7 @@
 Each fault is compiled into driver_tests, which must then fail. A fault that it does not notice is a survivor: something
 the driver does and no driver test looks at. The tests of phone and tool are not asked, by design.
 """
-import argparse, difflib, fnmatch, glob, hashlib, json, os, queue, random, re, resource, shutil, signal, subprocess
+import argparse, difflib, fnmatch, glob, hashlib, json, os, queue, random, re, shutil, signal, subprocess
 import sys, threading, time
 from collections import Counter
 from pathlib import Path
@@ -16,6 +16,8 @@ DRIVER = "aaa/peripheraldriver/ois/"
 WORK = REPO / "build/mutants"
 PROGRAM = "driver_tests"
 BUILD_SECONDS = 1200
+# A faulty program shall fill neither disk nor memory: no core files, files up to 256 MiB, 8 GiB of addresses.
+LIMITED = 'ulimit -c 0; ulimit -f 524288; ulimit -v 8388608; exec "$@"'
 TEST_FOLDERS = ("tests/", "phone/")  # a result holds for these contents
 CAUGHT, SURVIVED, TIMED_OUT, NO_COMPILE, SAME = "caught", "survived", "timed out", "does not compile", "same code"
 
@@ -69,22 +71,23 @@ class Sources:
 class Worker:
     """A folder with a copy of the tree, its build, and room for what the tests write."""
 
-    def __init__(self, number, sources, jobs, test_filter):
+    def __init__(self, number, sources, test_filter):
         self.folder = WORK / str(number)
         self.tree, self.build, self.temp = (self.folder / part for part in ("tree", "build", "temp"))
         self.log = self.folder / "log"
-        self.sources, self.jobs, self.filter = sources, jobs, test_filter
+        self.sources, self.filter = sources, test_filter
+        self.jobs = 1
         self.process, self.stopped = None, False
         self.limit, self.original, self.passed = 600, None, None
 
-    def run(self, command, seconds, limits=None):
+    def run(self, command, seconds):
         """Exit status; None after the time limit. The output is in the log."""
         environment = os.environ | {"TMPDIR": str(self.temp), "CCACHE_DIR": str(WORK / "ccache"),
                                     "CCACHE_BASEDIR": str(self.folder), "CCACHE_NOHASHDIR": "1",
                                     "CCACHE_MAXSIZE": "2G"}
         with open(self.log, "wb") as log:
             self.process = subprocess.Popen(command, cwd=self.folder, env=environment, stdin=subprocess.DEVNULL,
-                                            stdout=log, stderr=log, start_new_session=True, preexec_fn=limits)
+                                            stdout=log, stderr=log, start_new_session=True)
             if self.stopped:
                 self.kill()
             try:
@@ -119,15 +122,10 @@ class Worker:
 
     def test(self):
         """Runs the tests: what came of it, and the first failure."""
-        def limits():
-            for what, most in ((resource.RLIMIT_CORE, 0), (resource.RLIMIT_FSIZE, 1 << 28),
-                               (resource.RLIMIT_AS, 1 << 34)):
-                resource.setrlimit(what, (most, most))
-
         shutil.rmtree(self.temp, ignore_errors=True)
         self.temp.mkdir()
-        status = self.run([str(self.program()), "--gtest_brief=1", "--gtest_fail_fast", f"--gtest_filter={self.filter}"],
-                          self.limit, limits)
+        status = self.run(["sh", "-c", LIMITED, "sh", str(self.program()), "--gtest_brief=1", "--gtest_fail_fast",
+                           f"--gtest_filter={self.filter}"], self.limit)
         output = self.log.read_text(errors="replace")
         passed = re.findall(r"^\[  PASSED  \] (\d+) test", output, re.M)
         if status is None:
@@ -141,6 +139,8 @@ class Worker:
 
     def prepare(self):
         """Builds the tree as it is and makes sure that its tests pass."""
+        if self.stopped:
+            return
         self.tree.mkdir(parents=True, exist_ok=True)
         self.temp.mkdir(exist_ok=True)
         self.sources.lay(self.tree)
@@ -215,38 +215,47 @@ class Results:
 def run_all(sites, sources, results, arguments):
     """Judges the sites; True unless interrupted."""
     count = min(arguments.jobs, len(sites))
-    workers = [Worker(number, sources, max(1, arguments.jobs // count), arguments.filter) for number in range(count)]
+    workers = [Worker(number, sources, arguments.filter) for number in range(count)]
     todo, done = queue.Queue(), queue.Queue()
     for site in sites:
         todo.put(site)
 
+    # The first copy is built with all processors; the others then find most of their objects in ccache.
+    first_is_built = threading.Event()
+    workers[0].jobs = arguments.jobs
+
     def work(worker):
         try:
+            if worker is not workers[0]:
+                first_is_built.wait()
             worker.prepare()
+            worker.jobs = max(1, arguments.jobs // count)
+            first_is_built.set()
             while not worker.stopped:
                 site = todo.get_nowait()
+                start = time.monotonic()
                 outcome, by = worker.judge(site, arguments.keep)
                 if not worker.stopped:
-                    done.put((site, outcome, by))
+                    done.put((site, outcome, by, time.monotonic() - start))
         except queue.Empty:
             pass
         except Exception as error:
-            done.put((None, error, ""))
-        done.put((None, None, ""))
+            done.put((None, error, "", 0))
+        first_is_built.set()
+        done.put((None, None, "", 0))
 
     threads = [threading.Thread(target=work, args=(worker,)) for worker in workers]
-    start, finished, running, error = time.monotonic(), 0, count, None
+    finished, running, error = 0, count, None
     print(f"Building {count} cop{'y' if count == 1 else 'ies'} in {WORK} ...", file=sys.stderr)
     for thread in threads:
         thread.start()
     try:
         while running:
-            site, outcome, by = done.get()
+            site, outcome, by, seconds = done.get()
             if site is not None:
                 finished += 1
                 results.add(site, outcome, by)
-                pace = (time.monotonic() - start) / finished
-                print(f"[{finished}/{len(sites)}, {pace:.1f} s each] {outcome:16} {site.id}  {by}", flush=True)
+                print(f"[{finished}/{len(sites)}] {outcome:16} {seconds:5.1f} s  {site.id}  {by}", flush=True)
             elif outcome is None:
                 running -= 1
             else:
@@ -356,7 +365,7 @@ def main():
     results = Results(sources, arguments.filter)
     if arguments.resume:
         results.load()
-    complete = run_all([site for site in sites if not results.of(site)] , sources, results, arguments)
+    complete = run_all([site for site in sites if not results.of(site)], sources, results, arguments)
     status = report(sites, sources, results, arguments.aim)
     if arguments.keep:
         print(f"the faulty tree is {WORK / '0/tree'}")
