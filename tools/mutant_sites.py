@@ -22,12 +22,12 @@ BINARY = {
     "logic": {"&&": "||", "||": "&&"},
     "arithmetic": {"+": "-", "-": "+", "*": "/", "/": "*", "%": "*", "+=": "-=", "-=": "+=", "*=": "/=", "/=": "*="},
     "bits": {"&": "|", "|": "&", "^": "|", "<<": ">>", ">>": "<<", "&=": "|=", "|=": "&=", "^=": "|="},
+    "choice": {"?": "|| true ?"},
 }
 WORDS = {
     "level": {"OIS_ERROR": "OIS_INFO", "OIS_INFO": "OIS_DEBUG", "OIS_DEBUG": "OIS_INFO", "kError": "kInfo",
-              "kInfo": "kDebug", "kDebug": "kInfo", "ANDROID_LOG_ERROR": "ANDROID_LOG_INFO",
-              "ANDROID_LOG_WARN": "ANDROID_LOG_INFO", "ANDROID_LOG_INFO": "ANDROID_LOG_DEBUG",
-              "ANDROID_LOG_DEBUG": "ANDROID_LOG_INFO"},
+              "kInfo": "kDebug", "kDebug": "kInfo", "ANDROID_LOG_ERROR": "ANDROID_LOG_DEBUG",
+              "ANDROID_LOG_DEBUG": "ANDROID_LOG_ERROR"},
     "bool": {"true": "false", "false": "true"},
 }
 CONTROLS = {"if", "for", "while", "switch"}
@@ -36,6 +36,8 @@ NOT_DROPPED = CONTROLS | {"else", "do", "case", "default", "using", "typedef", "
                           "private", "protected", "template", "namespace", "friend", "extern", "thread_local"}
 # Words whose parentheses hold nothing that runs.
 NOT_RUN = {"static_assert", "alignas", "__attribute__", "decltype"}
+# A string's characters: an escape or conversion as a whole, or a plain one.
+CHARACTER = re.compile(r"\\x[\da-fA-F]+|\\\d+|\\.|%[-+ #0]*[\d*]*(?:\.[\d*]+)?[hlzjt]*[a-zA-Z%]|(?P<plain>.)", re.S)
 AXIS = re.compile(r"(?<=[a-z])[XY](?=[a-z]?$)|(?<=_)[xy]$|^[xy]$")
 SWAPPED_AXES = str.maketrans("XYxy", "YXyx")
 
@@ -129,10 +131,11 @@ def other_character(character):
 def other_string(text):
     """One plain character in the middle altered; escapes and conversions stay as they are."""
     body = text.index('"') + 1
-    plain = [m.start() for m in re.finditer(r"\\x[\da-fA-F]+|\\\d+|\\.|%[-+ #0]*[\d*]*(?:\.[\d*]+)?[hlzjt]*[a-zA-Z%]|(.)",
-                                            text[body:-1], re.S) if m[1]]
-    if not plain or "R" in text[:body]:
-        return text[:body] + "~" + text[body:] if "R" not in text[:body] else text.replace("(", "(~", 1)
+    if "R" in text[:body]:
+        return text.replace("(", "(~", 1)
+    plain = [match.start() for match in CHARACTER.finditer(text[body:-1]) if match["plain"]]
+    if not plain:
+        return text[:body] + "~" + text[body:]
     at = body + plain[len(plain) // 2]
     return text[:at] + other_character(text[at]) + text[at + 1:]
 
@@ -223,6 +226,10 @@ class Structure:
             i = self.partner.get(i, i) + 1
         return i
 
+    def pure_virtual(self, i):
+        texts = self.text(i - 1), self.text(i), self.text(i + 1)
+        return texts in ((")", "=", "0"), ("const", "=", "0")) and self.scope(i) == "type"
+
     def skipped(self):
         """Indices of tokens that hold nothing to get wrong at run time."""
         skipped, i = set(), 0
@@ -239,10 +246,12 @@ class Structure:
                     if depth <= 0:
                         break
                     end += 1
+            elif text == "while" and self.text(i + 2) == "false":
+                end = i + 3  # the end of a macro's do block
             elif text in ("operator", "extern"):
                 end = i + 1
-            elif text == "=" and self.text(i + 1) == "0" and self.scope(i) == "type" and self.text(i - 1) in (")", "const"):
-                end = i + 1  # a pure virtual function
+            elif self.pure_virtual(i):
+                end = i + 1
             elif text.startswith("reserved") and self.scope(i) == "type":
                 end = self.statement_end(i)
             else:
@@ -282,12 +291,14 @@ def statement_sites(text, structure, skipped):
             end = structure.statement_end(i)
             if token.text == "return":
                 # The last return of a function stays; an early one goes.
-                if structure.scope(i) != "control" and not (structure.ends_control(i - 1) or structure.text(i - 1) == ":"):
+                early = structure.scope(i) == "control" or structure.ends_control(i - 1) or structure.text(i - 1) == ":"
+                if not early:
                     continue
             elif token.text not in ("delete", "throw") and is_declaration(text, tokens[i:end + 1]):
                 continue
             if structure.text(end) == ";":
-                yield "drop", token.start, tokens[end].end, ";", "dropped: " + " ".join(text[token.start:tokens[end].end].split())
+                dropped = " ".join(text[token.start:tokens[end].end].split())
+                yield "drop", token.start, tokens[end].end, ";", f"dropped: {dropped}"
 
 
 def token_sites(text, tokens, structure, skipped, constants):
@@ -314,13 +325,15 @@ def token_sites(text, tokens, structure, skipped, constants):
         elif token.kind == "chr":
             change = "text", other_char(word)
         else:
-            change = next(((kind, turned[word]) for kind, turned in WORDS.items() if word in turned), None)
+            declares = structure.brace_around(i) in ("type", "enum")
+            change = next(((kind, turned[word]) for kind, turned in WORDS.items()
+                           if word in turned and not (kind == "level" and declares)), None)
             scope = tokens[i - 2].text if i > 1 and before.text == "::" else None
             siblings = constants.get(scope, [])
             if not change and word in siblings and len(siblings) > 1:
                 change = "name", siblings[(siblings.index(word) + 1) % len(siblings)]
             swapped = AXIS.sub(lambda axis: axis[0].translate(SWAPPED_AXES), word)
-            if not change and swapped != word and swapped in names and structure.brace_around(i) != "type":
+            if not change and swapped != word and swapped in names and not declares:
                 change = "axis", swapped
         if change:
             yield change[0], token.start, token.end, change[1], f"{word} -> {change[1] or 'nothing'}"

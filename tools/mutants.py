@@ -93,21 +93,18 @@ class Worker:
             try:
                 return self.process.wait(seconds)
             except subprocess.TimeoutExpired:
-                return None
-            finally:
                 self.kill()
+                return None
 
     def kill(self):
-        try:
+        """Ends the command that runs, and what it started."""
+        if self.process is not None and self.process.poll() is None:
             os.killpg(self.process.pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
-        self.process.wait()
+            self.process.wait()
 
     def stop(self):
         self.stopped = True
-        if self.process is not None:
-            self.kill()
+        self.kill()
 
     def compile(self):
         return self.run(["ninja", "-C", str(self.build), "-j", str(self.jobs), PROGRAM], BUILD_SECONDS) == 0
@@ -312,8 +309,9 @@ def choose(sites, arguments):
     if arguments.draw:
         seed = arguments.seed if arguments.seed is not None else random.randrange(10**6)
         print(f"drawn with --seed {seed} from {len(sites)} sites", flush=True)
-        drawn = set(random.Random(seed).sample(range(len(sites)), min(arguments.draw, len(sites))))
-        sites = [site for number, site in enumerate(sites) if number in drawn]
+        # By a hash of each, so that a seed keeps most of its faults when the driver changes.
+        drawn = set(sorted((site.id for site in sites), key=lambda name: digest(str(seed), name))[:arguments.draw])
+        sites = [site for site in sites if site.id in drawn]
     return sites
 
 
@@ -326,8 +324,8 @@ def parse(arguments):
                "  ./mutants --all --resume                 all of them; goes on where the last run stopped\n"
                "  ./mutants --list --diff 'korva/*'        show faults, run nothing\n"
                "  ./mutants --site ID --keep               one again, its tree kept\n\n"
-               "A hang or a crash counts as caught. Faults that do not compile, and those for which the compiler makes\n"
-               "the very same code, are not counted. Exit status: 0 when the aim is met, 1 when not, 2 wrong usage.")
+               "A hang or a crash counts as caught. Faults that do not compile, and those for which the compiler\n"
+               "makes the very same code, are not counted. Exit status: 0 when the aim is met, 1 when not, 2 wrong usage.")
     parser.add_argument("files", nargs="*", metavar="FILE", help=f"file or glob below {DRIVER}")
     parser.add_argument("--draw", type=int, metavar="N", help="judge N faults drawn at random")
     parser.add_argument("--seed", type=int, help="of the draw; chosen and printed when not given")
