@@ -211,6 +211,8 @@ class Results:
 
 def run_all(sites, sources, results, arguments):
     """Judges the sites; True unless interrupted."""
+    if not sites:
+        return True
     count = min(arguments.jobs, len(sites))
     workers = [Worker(number, sources, arguments.filter) for number in range(count)]
     todo, done = queue.Queue(), queue.Queue()
