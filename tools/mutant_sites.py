@@ -34,10 +34,11 @@ CONTROLS = {"if", "for", "while", "switch"}
 NOT_DROPPED = CONTROLS | {"else", "do", "case", "default", "using", "typedef", "static_assert", "goto", "try", "catch",
                           "const", "constexpr", "static", "auto", "struct", "class", "enum", "union", "public",
                           "private", "protected", "template", "namespace", "friend", "extern", "thread_local"}
-# Words whose parentheses hold nothing that runs.
+# Words whose parentheses hold nothing that runs; so do those of macros that expand to a static_assert.
 NOT_RUN = {"static_assert", "alignas", "__attribute__", "decltype"}
 # A string's characters: an escape or conversion as a whole, or a plain one.
 CHARACTER = re.compile(r"\\x[\da-fA-F]+|\\\d+|\\.|%[-+ #0]*[\d*]*(?:\.[\d*]+)?[hlzjt]*[a-zA-Z%]|(?P<plain>.)", re.S)
+ASSERTING_MACRO = re.compile(r"#\s*define\s+(\w+)\([^)]*\)(?:\\\n|\s)*static_assert")
 AXIS = re.compile(r"(?<=[a-z])[XY](?=[a-z]?$)|(?<=_)[xy]$|^[xy]$")
 SWAPPED_AXES = str.maketrans("XYxy", "YXyx")
 
@@ -94,15 +95,22 @@ def tokens_of(text):
     return tokens
 
 
-def scoped_constants(texts):
-    """{Type: names of the form Type::kName that are used anywhere}, for wrong-name faults."""
-    found = {}
+@dataclass
+class Vocabulary:
+    """What one file's faults take from all of the driver's files."""
+    constants: dict  # Type -> names of the form Type::kName that are used anywhere, for wrong-name faults
+    not_run: set
+
+
+def vocabulary_of(texts):
+    constants, not_run = {}, set(NOT_RUN)
     for text in texts:
+        not_run.update(ASSERTING_MACRO.findall(text))
         tokens = tokens_of(text)
         for scope, colons, name in zip(tokens, tokens[1:], tokens[2:]):
             if colons.text == "::" and scope.text[0].isupper() and re.match(r"k[A-Z]", name.text):
-                found.setdefault(scope.text, set()).add(name.text)
-    return {scope: sorted(names) for scope, names in found.items()}
+                constants.setdefault(scope.text, set()).add(name.text)
+    return Vocabulary({scope: sorted(names) for scope, names in constants.items()}, not_run)
 
 
 def other_integer(text):
@@ -119,7 +127,8 @@ def other_integer(text):
 def other_number(text):
     if re.fullmatch(r"0[xX].*|[\d']+[uUlLzZ]*|0[bB].*", text):
         return other_integer(text)
-    return re.sub(r"^\d*", lambda whole: str(int(whole[0] or 0) + 1), text)
+    # A float has about seven digits, so the last one of a long number would make no difference.
+    return re.sub(r"^\d*", lambda whole: str(int(whole[0] or 0) + 10 ** max(0, len(whole[0]) - 6)), text)
 
 
 def other_character(character):
@@ -230,12 +239,12 @@ class Structure:
         texts = self.text(i - 1), self.text(i), self.text(i + 1)
         return texts in ((")", "=", "0"), ("const", "=", "0")) and self.scope(i) == "type"
 
-    def skipped(self):
+    def skipped(self, not_run):
         """Indices of tokens that hold nothing to get wrong at run time."""
         skipped, i = set(), 0
         while i < len(self.tokens):
             text, end = self.text(i), i
-            if text in NOT_RUN or (text == "noexcept" and self.text(i + 1) == "("):
+            if text in not_run or (text == "noexcept" and self.text(i + 1) == "("):
                 end = self.partner.get(i + 1, i)
             elif text == "[" and self.text(i + 1) == "[":
                 end = self.partner.get(i, i)
@@ -248,6 +257,8 @@ class Structure:
                     end += 1
             elif text == "while" and self.text(i + 2) == "false":
                 end = i + 3  # the end of a macro's do block
+            elif text == "throw" and i + 1 < len(self.tokens) and self.tokens[i + 1].kind == "str":
+                end = self.statement_end(i)  # a message to whoever compiles
             elif text in ("operator", "extern"):
                 end = i + 1
             elif self.pure_virtual(i):
@@ -339,7 +350,7 @@ def token_sites(text, tokens, structure, skipped, constants):
             yield change[0], token.start, token.end, change[1], f"{word} -> {change[1] or 'nothing'}"
 
 
-def find_sites(file, text, constants):
+def find_sites(file, text, vocabulary):
     """All sites of a file, in its order."""
     tokens = tokens_of(text)
     found = []
@@ -347,8 +358,8 @@ def find_sites(file, text, constants):
     for macro in (False, True):
         part = [token for token in tokens if token.macro == macro]
         structure = Structure(part)
-        skipped = structure.skipped()
-        found += token_sites(text, part, structure, skipped, constants)
+        skipped = structure.skipped(vocabulary.not_run)
+        found += token_sites(text, part, structure, skipped, vocabulary.constants)
         if not macro:
             found += statement_sites(text, structure, skipped)
     sites = []

@@ -9,7 +9,7 @@ import sys, threading, time
 from collections import Counter
 from pathlib import Path
 
-from mutant_sites import find_sites, scoped_constants
+from mutant_sites import find_sites, vocabulary_of
 
 REPO = Path(__file__).resolve().parent.parent
 DRIVER = "aaa/peripheraldriver/ois/"
@@ -47,9 +47,9 @@ class Sources:
 
     def sites(self):
         """All sites, those in headers last, since more has to be compiled for them."""
-        constants = scoped_constants(self.driver.values())
+        vocabulary = vocabulary_of(self.driver.values())
         return [site for name in sorted(self.driver, key=lambda name: (name.endswith(".h"), name))
-                for site in find_sites(name, self.driver[name], constants)]
+                for site in find_sites(name, self.driver[name], vocabulary)]
 
     def tests_digest(self):
         return digest(*(part for name, data in self.files.items() if name.startswith(TEST_FOLDERS)
@@ -327,7 +327,8 @@ def parse(arguments):
                "  ./mutants --list --diff 'korva/*'        show faults, run nothing\n"
                "  ./mutants --site ID --keep               one again, its tree kept\n\n"
                "A hang or a crash counts as caught. Faults that do not compile, and those for which the compiler\n"
-               "makes the very same code, are not counted. Exit status: 0 when the aim is met, 1 when not, 2 wrong usage.")
+               "makes the very same code, are not counted. Exit status: 0 when the aim is met, 1 when not, 2 after wrong\n"
+               "usage, 130 when interrupted.")
     parser.add_argument("files", nargs="*", metavar="FILE", help=f"file or glob below {DRIVER}")
     parser.add_argument("--draw", type=int, metavar="N", help="judge N faults drawn at random")
     parser.add_argument("--seed", type=int, help="of the draw; chosen and printed when not given")
@@ -374,4 +375,6 @@ def main():
 
 if __name__ == "__main__":
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    for number in (signal.SIGINT, signal.SIGTERM):  # also where a shell has put this into the background
+        signal.signal(number, signal.default_int_handler)
     sys.exit(main())
