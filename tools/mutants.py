@@ -281,6 +281,9 @@ def report(sites, sources, results, aim):
         if entry["outcome"] == SURVIVED:
             before, after = site.lines(sources.driver[site.file])
             print(f"\nsurvivor {site.id}: {site.fault}\n  - {before}\n  + {after}")
+    kinds = Counter(site.kind for site, entry in judged if entry["outcome"] == SURVIVED)
+    if kinds:
+        print("\nsurvivors by kind: " + ", ".join(f"{kind} {count}" for kind, count in kinds.most_common()))
     counts = Counter(entry["outcome"] for _, entry in judged)
     caught = counts[CAUGHT] + counts[TIMED_OUT]
     compiled = caught + counts[SURVIVED]
