@@ -16,6 +16,7 @@ declare -A NEEDS=(
              googletest:/usr/src/googletest/CMakeLists.txt"
     [coverage]="gcovr:gcovr"
     [speed]="ccache:ccache"
+    [mutants]="python3:python3 ccache:ccache mold:mold"
 )
 
 fail() {
