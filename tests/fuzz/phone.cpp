@@ -306,8 +306,8 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     va_start(arguments, request);
     void* record = va_arg(arguments, void*);
     va_end(arguments);
-    fuzz::pause();
     require(request <= UINT32_MAX && (descriptor <= 0 || gOpen.count(descriptor) != 0));
+    fuzz::pause();
     if (descriptor < 0 || record == nullptr) {
         errno = descriptor < 0 ? EBADF : EFAULT;
         return -1;
