@@ -35,6 +35,7 @@ bool gHubWay = false;
 char gDriverName[ois::kDriverNameSize];
 std::set<int> gOpen;
 int gLastDescriptor = 0;
+int gDumps = 0;  // dump files that are open
 int gLines = 0;  // written since the driver opened its last file
 
 class Hub : public SensorProvider {
@@ -108,6 +109,11 @@ ssize_t writeLine(void* succeeds, const char* text, size_t size) {
     return succeeds != nullptr ? static_cast<ssize_t>(size) : 0;
 }
 
+int closeDump(void* /*succeeds*/) {
+    --gDumps;
+    return 0;
+}
+
 // The driver's threads, each on a stack of its own within the one thread of the fuzzer: one runs at a time,
 // and the script decides which, so that an input is played in the same way every time.
 struct Worker {
@@ -176,7 +182,7 @@ void switchOn(Script answers, OISDrv& driver, bool hubWay, bool loud) {
 
 void switchOff() {
     gOpen.erase(0);  // counts as closed, so nobody closes it
-    require(gOpen.empty() && std::all_of(std::begin(gWorkers), std::end(gWorkers), isFree));
+    require(gOpen.empty() && gDumps == 0 && std::all_of(std::begin(gWorkers), std::end(gWorkers), isFree));
     gDriver = nullptr;
 }
 
@@ -263,7 +269,7 @@ int32_t GetOisDriverName(int32_t /*sensorDev*/, int32_t /*sensorId*/, int32_t /*
     auto* map = static_cast<uint16_t*>(custExt);
     gScript.fill(map, kAddresses * sizeof *map);
     const int32_t base = gScript.number();
-    const uint16_t mask = gScript.byte() >= 0xfc ? 0x1fff : 0x3f;
+    const uint16_t mask = gScript.byte() >= 0xfc ? 0x7ff : 0x3f;
     const size_t written = kAddresses + gScript.byte() % 2;  // with the driver's own address or without
     for (size_t i = 0; i < written; ++i)
         map[i] = static_cast<uint16_t>((base & 0xffff) + (map[i % kAddresses] & mask));
@@ -339,9 +345,10 @@ FILE* fopen(const char* path, const char* mode) {
     if (!ofDriver) return __interceptor_fopen(path, mode);
     if (result() < 0) return nullptr;
     if (*mode == 'w') {
+        ++gDumps;
         gLines = 0;
         return fopencookie(gScript.rarely() ? nullptr : &gLines, mode,
-                           {nullptr, writeLine, nullptr, nullptr});
+                           {nullptr, writeLine, nullptr, closeDump});
     }
     std::snprintf(thermal, sizeof thermal, "%d", gScript.number(25));
     if (gScript.rarely()) gScript.fill(thermal, sizeof thermal);

@@ -74,7 +74,7 @@ class Script {
 // Makes this the phone of the process, with a module behind the hub or not. Messages cost more than all else,
 // so they are wanted only when `loud`.
 void switchOn(Script answers, OISDrv& driver, bool hubWay, bool loud);
-// Every descriptor must be closed and every thread joined.
+// Every descriptor and dump file must be closed and every thread joined.
 void switchOff();
 // A moment in which the driver's threads may run.
 void pause();
