@@ -15,6 +15,7 @@ declare -A NEEDS=(
     [cross]="g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user:qemu-aarch64
              googletest:/usr/src/googletest/CMakeLists.txt"
     [coverage]="gcovr:gcovr"
+    [fuzz]="clang:clang++ libclang-rt-dev:/usr/lib/llvm-14/lib/clang/14.0.6/include/fuzzer llvm:llvm-symbolizer"
     [speed]="ccache:ccache"
     [mutants]="python3:python3 ccache:ccache mold:mold"
 )
