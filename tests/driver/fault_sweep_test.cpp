@@ -68,6 +68,7 @@ std::regex pattern(const std::string& format) {
                                              {"%u", "\\d+"},
                                              {"%x", "[0-9a-f]+"},
                                              {"%s", ".*"},
+                                             {"%n", "\n(t\\d+ )?"},
                                              {"%f", "-?(\\d+\\.\\d{6}|inf|nan)"}}) {
         text = replaced(text, conversion, values);
     }
@@ -108,7 +109,8 @@ void expectTheDriversMessages(const std::vector<Event>& events) {
         std::string said = replaced(*expected, "%path", path == nullptr ? "" : phone::toText(*path));
         said = replaced(said, "%errno", std::to_string(event->error));
         said = replaced(said, "%error", std::strerror(event->error));
-        EXPECT_TRUE(std::regex_search(courseOf(next), pattern(said))) << line << courseOf(next);
+        EXPECT_TRUE(std::regex_search(courseOf(next), pattern(said), std::regex_constants::match_continuous))
+            << line << courseOf(next);
     }
 }
 
@@ -207,6 +209,7 @@ class Trial {
         // The one failure that leaves the driver as an exception.
         const bool noThread = mFault != nullptr && mFault->call.point == FaultPoint::kThreadCreate;
         EXPECT_TRUE(noThread && error.code().value() == mFault->effect.error) << error.what();
+        EXPECT_EQ(mDriver.m_user_count, line == "open" ? 0 : 1);
     }
     void close() {
         while (mDriver.m_user_count > 0) mDriver.Uninit();
