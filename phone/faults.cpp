@@ -11,6 +11,7 @@
 
 #include "closest_name.h"
 #include "decode.h"
+#include "services/property_store.h"
 
 namespace phone {
 
@@ -34,16 +35,23 @@ struct PointSyntax {
 constexpr std::array kPoints{
     PointSyntax{"request", FaultPoint::kRequest, true, kEverything},
     PointSyntax{"hub", FaultPoint::kHubCommand, true, kEverything},
-    PointSyntax{"open", FaultPoint::kOpen, true, kAlways},
+    PointSyntax{"open", FaultPoint::kOpen, true, kAlways | bit(Kind::kLost)},
     PointSyntax{"media", FaultPoint::kMediaRequest, true, kEverything},
     PointSyntax{"readlink", FaultPoint::kReadlink, true, kAlways | bit(Kind::kGarbage)},
     PointSyntax{"close", FaultPoint::kClose, true, kAlways},
     PointSyntax{"thread", FaultPoint::kThreadCreate, false, kAlways},
     PointSyntax{"sensor-provider", FaultPoint::kSensorProvider, false, kAlways},
+    PointSyntax{"thread-priority", FaultPoint::kThreadPriority, false, kAlways},
+    PointSyntax{"thread-schedule", FaultPoint::kThreadSchedule, false, kAlways | bit(Kind::kLost)},
     PointSyntax{"sensor-enable", FaultPoint::kSensorEnable, false, kAlways | bit(Kind::kLost)},
+    PointSyntax{"sensor-enabled", FaultPoint::kSensorEnabled, false, kAlways},
+    PointSyntax{"sensor-samples", FaultPoint::kSensorSamples, false, kAlways | bit(Kind::kLost)},
     PointSyntax{"sensor-disable", FaultPoint::kSensorDisable, false,
                 kAlways | bit(Kind::kLost) | bit(Kind::kResult)},
+    PointSyntax{"property", FaultPoint::kProperty, true, kAlways | bit(Kind::kResult)},
+    PointSyntax{"customisation", FaultPoint::kCustomisation, false, kAlways},
     PointSyntax{"telemetry", FaultPoint::kTelemetry, false, kAlways | bit(Kind::kLost)},
+    PointSyntax{"telemetry-report", FaultPoint::kTelemetryReport, false, kAlways | bit(Kind::kLost)},
 };
 
 struct EffectSyntax {
@@ -60,7 +68,7 @@ constexpr std::array kEffects{
 
 constexpr int64_t kLongestDelayUs = 3600LL * 1000 * 1000;
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     return '\'' + std::string(text) + '\'';
 }
 
@@ -69,7 +77,7 @@ class FaultText {
   public:
     explicit FaultText(std::string_view text) : mText(text) {}
     [[noreturn]] void refuse(const std::string& why) const {
-        throw std::invalid_argument("fault " + quoted(mText) + ": " + why);
+        throw std::invalid_argument("fault " + inQuotes(mText) + ": " + why);
     }
 
   private:
@@ -101,13 +109,13 @@ const PointSyntax* findPoint(std::string_view name) {
 // A key is checked where the names are known; paths are taken as they are.
 void checkKey(const FaultText& fault, const PointSyntax& point, std::string_view key) {
     if (!point.keyed) {
-        fault.refuse(quoted(point.name) + " takes no name behind it; write '" + std::string(point.name) +
+        fault.refuse(inQuotes(point.name) + " takes no name behind it; write '" + std::string(point.name) +
                      ":fail'");
     }
-    if (key.empty()) fault.refuse("a name is missing behind " + quoted(std::string(point.name) + "."));
+    if (key.empty()) fault.refuse("a name is missing behind " + inQuotes(std::string(point.name) + "."));
     const auto require = [&](bool known, std::string_view what, const std::vector<std::string_view>& names) {
         if (!known)
-            fault.refuse("no " + std::string(what) + ' ' + quoted(key) + "; " + nameAdvice(key, names));
+            fault.refuse("no " + std::string(what) + ' ' + inQuotes(key) + "; " + nameAdvice(key, names));
     };
     switch (point.point) {
         case FaultPoint::kRequest:
@@ -119,10 +127,16 @@ void checkKey(const FaultText& fault, const PointSyntax& point, std::string_view
         case FaultPoint::kMediaRequest:
             require(findMediaRequest(key), "media request", namesOf(mediaRequests()));
             break;
+        case FaultPoint::kProperty: {
+            std::vector<std::string_view> names;
+            for (const KnownProperty& property : knownProperties()) names.push_back(property.key);
+            require(std::ranges::count(names, key) != 0, "property", names);
+            break;
+        }
         case FaultPoint::kOpen:
         case FaultPoint::kReadlink:
         case FaultPoint::kClose:
-            if (key.front() != '/') fault.refuse(quoted(key) + " is no path: paths begin with '/'");
+            if (key.front() != '/') fault.refuse(inQuotes(key) + " is no path: paths begin with '/'");
             break;
         default:
             break;
@@ -138,7 +152,7 @@ const PointSyntax& pointOfBareName(const FaultText& fault, std::string_view name
         if (std::find(names.begin(), names.end(), more) == names.end()) names.push_back(more);
     }
     for (const PointSyntax& point : kPoints) names.push_back(point.name);
-    fault.refuse("nothing is called " + quoted(name) + "; " + nameAdvice(name, names));
+    fault.refuse("nothing is called " + inQuotes(name) + "; " + nameAdvice(name, names));
 }
 
 const PointSyntax& parseTarget(const FaultText& fault, std::string_view target, std::string& key) {
@@ -153,7 +167,7 @@ const PointSyntax& parseTarget(const FaultText& fault, std::string_view target, 
     const std::string_view prefix = target.substr(0, dot);
     const PointSyntax* point = findPoint(prefix);
     if (point == nullptr)
-        fault.refuse("no place " + quoted(prefix) + "; " + nameAdvice(prefix, namesOf(kPoints)));
+        fault.refuse("no place " + inQuotes(prefix) + "; " + nameAdvice(prefix, namesOf(kPoints)));
     checkKey(fault, *point, target.substr(dot + 1));
     key = target.substr(dot + 1);
     return *point;
@@ -179,9 +193,9 @@ int parseErrno(const FaultText& fault, std::string_view text) {
         names.emplace_back(name);
     }
     const std::string_view closest = closestName(text, names);
-    fault.refuse("no error " + quoted(text) + "; " +
+    fault.refuse("no error " + inQuotes(text) + "; " +
                  (closest.empty() ? "it is a name such as EIO, EBUSY, ENODEV, or its number"
-                                  : "did you mean " + quoted(closest) + "?"));
+                                  : "did you mean " + inQuotes(closest) + "?"));
 }
 
 int64_t parseDelayUs(const FaultText& fault, std::string_view text) {
@@ -193,7 +207,7 @@ int64_t parseDelayUs(const FaultText& fault, std::string_view text) {
         const double delay = number * us;
         if (delay >= 0 && delay <= static_cast<double>(kLongestDelayUs)) return std::llround(delay);
     }
-    fault.refuse(quoted(text) +
+    fault.refuse(inQuotes(text) +
                  " is no delay: write a number up to an hour with us, ms or s, as in 'slow=20ms'");
 }
 
@@ -207,7 +221,7 @@ std::vector<uint8_t> parseBytes(const FaultText& fault, std::string_view text) {
         bytes.push_back(byte);
     }
     if (bytes.empty() || bytes.size() * 2 != text.size()) {
-        fault.refuse(quoted(text) + " are no bytes: write pairs of hex digits, as in 'garbage=ff00'");
+        fault.refuse(inQuotes(text) + " are no bytes: write pairs of hex digits, as in 'garbage=ff00'");
     }
     return bytes;
 }
@@ -215,7 +229,7 @@ std::vector<uint8_t> parseBytes(const FaultText& fault, std::string_view text) {
 int64_t parseResult(const FaultText& fault, std::string_view text) {
     int32_t result = 0;  // what any of these calls can return
     if (!parseNumber(text, result))
-        fault.refuse(quoted(text) + " is no result: write a number, as in 'result=-1'");
+        fault.refuse(inQuotes(text) + " is no result: write a number, as in 'result=-1'");
     return result;
 }
 
@@ -236,11 +250,12 @@ const EffectSyntax& findEffect(const FaultText& fault, const PointSyntax& point,
     const std::string allowed = effectList(point.effects);
     if (found == kEffects.end()) {
         const std::string_view closest = closestName(name, namesOf(kEffects));
-        const std::string advice = closest.empty() ? "" : "did you mean " + quoted(closest) + "? ";
-        fault.refuse("no effect " + quoted(name) + "; " + advice + "it may be: " + allowed);
+        const std::string advice = closest.empty() ? "" : "did you mean " + inQuotes(closest) + "? ";
+        fault.refuse("no effect " + inQuotes(name) + "; " + advice + "it may be: " + allowed);
     }
     if ((point.effects & bit(found->kind)) == 0) {
-        fault.refuse(quoted(name) + " means nothing at " + quoted(point.name) + "; it may be: " + allowed);
+        fault.refuse(inQuotes(name) + " means nothing at " + inQuotes(point.name) +
+                     "; it may be: " + allowed);
     }
     return *found;
 }
@@ -250,7 +265,7 @@ FaultEffect parseEffect(const FaultText& fault, const PointSyntax& point, std::s
     const bool hasValue = equals != std::string_view::npos;
     const EffectSyntax& syntax = findEffect(fault, point, text.substr(0, equals));
     const std::string name(syntax.name);
-    if (hasValue && syntax.value.empty()) fault.refuse(quoted(name) + " takes no value");
+    if (hasValue && syntax.value.empty()) fault.refuse(inQuotes(name) + " takes no value");
     if (!hasValue && !syntax.value.empty()) {
         fault.refuse("a value is missing, as in '" + name + '=' + std::string(syntax.value) + '\'');
     }
@@ -287,7 +302,8 @@ FaultRule parseFault(std::string_view text) {
     // Paths may hold a colon, effects never do.
     const size_t colon = text.rfind(':');
     if (colon == std::string_view::npos || colon + 1 == text.size()) {
-        fault.refuse("an effect is missing; write " + quoted(std::string(text.substr(0, colon)) + ":EFFECT") +
+        fault.refuse("an effect is missing; write " +
+                     inQuotes(std::string(text.substr(0, colon)) + ":EFFECT") +
                      " with one of: " + effectList(kEverything));
     }
     std::string_view target = text.substr(0, colon);

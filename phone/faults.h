@@ -16,17 +16,24 @@ namespace phone {
 
 // Where a fault may strike.
 enum class FaultPoint {
-    kRequest,         // private ioctl; key: request name ("SET_MODE")
-    kHubCommand,      // hub record; key: command name ("WRITE_REGISTER")
-    kOpen,            // open or fopen; key: path as the driver gave it
-    kMediaRequest,    // media ioctl; key: "DEVICE_INFO" or "ENUM_ENTITIES"
-    kReadlink,        // readlink; key: path
-    kClose,           // close or fclose; key: path
-    kThreadCreate,    // key empty
-    kSensorProvider,  // createInstance; key empty
-    kSensorEnable,    // enableSensor; key empty
-    kSensorDisable,   // disableSensor; key empty
-    kTelemetry,       // getService; key empty
+    kRequest,          // private ioctl; key: request name ("SET_MODE")
+    kHubCommand,       // hub record; key: command name ("WRITE_REGISTER")
+    kOpen,             // open or fopen; key: path as the driver gave it. Lost: what is written to the file
+    kMediaRequest,     // media ioctl; key: "DEVICE_INFO" or "ENUM_ENTITIES"
+    kReadlink,         // readlink; key: path
+    kClose,            // close or fclose; key: path
+    kThreadCreate,     // key empty
+    kThreadPriority,   // pthread_getschedparam; key empty
+    kThreadSchedule,   // pthread_setschedparam; key empty
+    kSensorProvider,   // createInstance; key empty
+    kSensorEnable,     // enableSensor; key empty
+    kSensorEnabled,    // isEnabled; key empty
+    kSensorSamples,    // getAllSensorData; key empty
+    kSensorDisable,    // disableSensor; key empty
+    kProperty,         // property read; key: its name. A read that fails finds the property unset
+    kCustomisation,    // GetOisDriverName; key empty. Failing, it knows of no OIS
+    kTelemetry,        // getService; key empty
+    kTelemetryReport,  // report; key empty
 };
 
 struct FaultEffect {
@@ -55,8 +62,9 @@ struct FaultRule {
 // PLACE[.NAME][@N]:EFFECT
 //   "SET_MODE:errno=EIO", "SET_MODE@3:lost", "hub.WRITE_REGISTER:slow=20ms", "READ_STATUS:garbage=ff00",
 //   "open./dev/media1:errno=EACCES", "thread:errno=EAGAIN", "telemetry:fail".
-// Places: request, hub, media, open, readlink, close (each with a name, or alone for any), thread,
-// sensor-provider, sensor-enable, sensor-disable, telemetry. A bare name is a request when it is one, else a
+// Places: request, hub, media, open, readlink, close, property (each with a name, or alone for any), thread,
+// thread-priority, thread-schedule, sensor-provider, sensor-enable, sensor-enabled, sensor-samples,
+// sensor-disable, customisation, telemetry, telemetry-report. A bare name is a request when it is one, else a
 // hub command. Throws std::invalid_argument whose one line says what is wrong and what would be right.
 FaultRule parseFault(std::string_view text);
 

@@ -1,6 +1,8 @@
 #include "firmware_image.h"
 
 #include <algorithm>
+#include <map>
+#include <mutex>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -23,11 +25,18 @@ void storeWord(std::span<uint8_t> bytes, uint32_t word) {
 }  // namespace
 
 FirmwareImage FirmwareImage::generate(uint32_t version) {
-    std::vector<uint8_t> bytes(ois::kFirmwareImageSize);
-    std::mt19937 random(version);
-    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-    storeWord(std::span(bytes).subspan(kVersionOffset), version);
-    return FirmwareImage(std::move(bytes));
+    // Each phone asks for the same few anew.
+    static std::mutex mutex;
+    static std::map<uint32_t, std::vector<uint8_t>> generated;
+    const std::lock_guard lock(mutex);
+    std::vector<uint8_t>& bytes = generated[version];
+    if (bytes.empty()) {
+        bytes.resize(ois::kFirmwareImageSize);
+        std::mt19937 random(version);
+        for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+        storeWord(std::span(bytes).subspan(kVersionOffset), version);
+    }
+    return FirmwareImage(bytes);
 }
 
 FirmwareImage FirmwareImage::fromBytes(std::span<const uint8_t> bytes, std::optional<uint32_t> version) {

@@ -92,6 +92,9 @@ class SensorHub::State {
     State(Clock& clock, Trace& trace, Faults& faults, const Motion& motion)
         : mClock(clock), mTrace(trace), mFaults(faults), mMotion(motion), mChip(clock, trace, motion) {}
 
+    // A fault of a call without a name; one that only delays has done so.
+    std::optional<Faults::Strike> consult(FaultPoint point);
+
     // The channel.
     bool enable(eSensorType type, uint32_t intervalMs);
     bool isEnabled(eSensorType type);
@@ -149,9 +152,14 @@ class SensorHub::State {
     std::vector<FirmwareReport> mReports;
 };
 
-bool SensorHub::State::enable(eSensorType type, uint32_t intervalMs) {
-    const auto strike = mFaults.strike(FaultPoint::kSensorEnable, {});
+std::optional<Faults::Strike> SensorHub::State::consult(FaultPoint point) {
+    auto strike = mFaults.strike(point, {});
     if (strike && strike->effect.kind == FaultEffect::Kind::kSlow) mClock.sleepUs(strike->effect.delayUs);
+    return strike;
+}
+
+bool SensorHub::State::enable(eSensorType type, uint32_t intervalMs) {
+    const auto strike = consult(FaultPoint::kSensorEnable);
     const bool refused =
         type != ois::kOisSensorType || intervalMs == 0 || (strike && failsCall(strike->effect));
     if (!refused && !(strike && losesCall(strike->effect))) {
@@ -168,16 +176,16 @@ bool SensorHub::State::enable(eSensorType type, uint32_t intervalMs) {
 }
 
 bool SensorHub::State::isEnabled(eSensorType type) {
+    const auto strike = consult(FaultPoint::kSensorEnabled);
     const int reported = mReportedEnabled.load(std::memory_order_relaxed);
-    const bool enabled = type == ois::kOisSensorType &&
+    const bool enabled = type == ois::kOisSensorType && !(strike && failsCall(strike->effect)) &&
                          (reported < 0 ? mEnabled.load(std::memory_order_relaxed) : reported != 0);
-    recordCall("isEnabled", {{"type", int64_t{type}}}, enabled ? 1 : 0, std::nullopt);
+    recordCall("isEnabled", {{"type", int64_t{type}}}, enabled ? 1 : 0, strike);
     return enabled;
 }
 
 int32_t SensorHub::State::disable(eSensorType type) {
-    const auto strike = mFaults.strike(FaultPoint::kSensorDisable, {});
-    if (strike && strike->effect.kind == FaultEffect::Kind::kSlow) mClock.sleepUs(strike->effect.delayUs);
+    const auto strike = consult(FaultPoint::kSensorDisable);
     int32_t result =
         type != ois::kOisSensorType || (strike && failsCall(strike->effect)) ? kDisableFailed : 0;
     if (result == 0 && !(strike && losesCall(strike->effect))) {
@@ -192,11 +200,13 @@ int32_t SensorHub::State::disable(eSensorType type) {
 }
 
 bool SensorHub::State::drain(eSensorType type, std::vector<SensorData>& samples) {
-    const bool works = type == ois::kOisSensorType && mEnabled;
+    const auto strike = consult(FaultPoint::kSensorSamples);
+    const bool works = type == ois::kOisSensorType && mEnabled && !(strike && failsCall(strike->effect));
     samples = works ? takeSamples() : std::vector<SensorData>();
+    if (strike && losesCall(strike->effect)) samples.clear();
     recordCall("getAllSensorData",
                {{"type", int64_t{type}}, {"samples", static_cast<int64_t>(samples.size())}}, works ? 1 : 0,
-               std::nullopt);
+               strike);
     return works;
 }
 
@@ -494,9 +504,7 @@ KorvaChip& SensorHub::chip() {
 
 std::shared_ptr<SensorProvider> SensorHub::createProvider(const char* userName) {
     mState->mClock.enter();
-    const auto strike = mState->mFaults.strike(FaultPoint::kSensorProvider, {});
-    if (strike && strike->effect.kind == FaultEffect::Kind::kSlow)
-        mState->mClock.sleepUs(strike->effect.delayUs);
+    const auto strike = mState->consult(FaultPoint::kSensorProvider);
     const bool failed = strike && (failsCall(strike->effect) || losesCall(strike->effect));
     mState->recordCall("createInstance", {{"user", std::string(userName == nullptr ? "" : userName)}},
                        failed ? 0 : 1, strike);

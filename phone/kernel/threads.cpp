@@ -82,8 +82,12 @@ int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param
     clock.enter();
     clock.threadNumber();  // so that a thread that asks for itself is known
     const std::optional<uint32_t> number = clock.threadNumber(thread);
-    int error = 0;
-    if (mReal) {
+    const Fate fate = consult(FaultPoint::kThreadSchedule, {});
+    const bool lost = fate.is(FaultEffect::Kind::kLost);
+    int error = fate.error();
+    if (error != 0 || lost) {
+        // Nothing is set.
+    } else if (mReal) {
         error = libc().pthreadSetSchedParam(thread, policy, param);
     } else if (!number) {
         error = ESRCH;
@@ -91,14 +95,14 @@ int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param
                param->sched_priority > sched_get_priority_max(policy)) {
         error = EINVAL;
     }
-    if (error == 0 && number) {
+    if (error == 0 && !lost && number) {
         const std::lock_guard lock(mMutex);
         mScheduling[*number] = {policy, param->sched_priority};
     }
     if (mPhone.trace().enabled()) {
         std::vector<Field> fields = threadFields(number);
         addScheduling(fields, policy, param->sched_priority);
-        traceCall(EventKind::kThread, "pthread_setschedparam", std::move(fields), error, error, {});
+        traceCall(EventKind::kThread, "pthread_setschedparam", std::move(fields), error, error, fate);
     }
     return error;
 }
@@ -108,8 +112,11 @@ int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
     clock.enter();
     clock.threadNumber();
     const std::optional<uint32_t> number = clock.threadNumber(thread);
-    int error = 0;
-    if (mReal) {
+    const Fate fate = consult(FaultPoint::kThreadPriority, {});
+    int error = fate.error();
+    if (error != 0) {
+        // Nothing is answered.
+    } else if (mReal) {
         error = libc().pthreadGetSchedParam(thread, policy, param);
     } else if (!number) {
         error = ESRCH;
@@ -121,7 +128,7 @@ int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
     if (mPhone.trace().enabled()) {
         std::vector<Field> answer;
         if (error == 0) addScheduling(answer, *policy, param->sched_priority);
-        traceCall(EventKind::kThread, "pthread_getschedparam", threadFields(number), error, error, {},
+        traceCall(EventKind::kThread, "pthread_getschedparam", threadFields(number), error, error, fate,
                   std::move(answer));
     }
     return error;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -39,12 +40,19 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
     phone::Phone* phone = phone::Phone::current();
     if (phone != nullptr) phone->clock().enter();
     const phone::ModuleDescription* module = phone == nullptr ? nullptr : phone->module(sensorDev);
-    const Answer answer = module == nullptr ? Answer{} : answerFor(*module);
+    std::optional<phone::Faults::Strike> strike;
+    if (phone != nullptr) strike = phone->faults().strike(phone::FaultPoint::kCustomisation, {});
+    using Kind = phone::FaultEffect::Kind;
+    if (strike && strike->effect.kind == Kind::kSlow) phone->clock().sleepUs(strike->effect.delayUs);
+    const bool failed = strike && strike->effect.kind == Kind::kFail;
+    const Answer answer = failed || module == nullptr ? Answer{} : answerFor(*module);
 
-    if (status != nullptr) *status = answer.status;
-    if (driverName != nullptr) std::memcpy(driverName, answer.driverName, sizeof answer.driverName);
-    if (custInfo != nullptr) std::memcpy(custInfo, &answer.custInfo, sizeof answer.custInfo);
-    if (custExt != nullptr) std::memcpy(custExt, answer.otpAddresses.data(), sizeof answer.otpAddresses);
+    if (!failed) {
+        if (status != nullptr) *status = answer.status;
+        if (driverName != nullptr) std::memcpy(driverName, answer.driverName, sizeof answer.driverName);
+        if (custInfo != nullptr) std::memcpy(custInfo, &answer.custInfo, sizeof answer.custInfo);
+        if (custExt != nullptr) std::memcpy(custExt, answer.otpAddresses.data(), sizeof answer.otpAddresses);
+    }
 
     if (phone != nullptr && phone->trace().enabled()) {
         phone::Event event;
@@ -57,6 +65,7 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
                         {"driver_name", std::string(ois::textOf(answer.driverName))}};
         event.hasResult = true;
         event.result = answer.supported;
+        if (strike) event.fault = strike->text;
         phone->trace().record(std::move(event));
     }
     return answer.supported;

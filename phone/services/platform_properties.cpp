@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -14,11 +15,29 @@
 
 namespace {
 
+using phone::Faults;
 using phone::Phone;
+using Kind = phone::FaultEffect::Kind;
 
 constexpr size_t kTextSize = phone::kPropertyValueMax + 1;
 
-void record(Phone& phone, const char* key, const char* type, int64_t defaultValue, int64_t value) {
+std::optional<Faults::Strike> consult(Phone& phone, const char* key) {
+    phone.clock().enter();
+    auto strike = phone.faults().strike(phone::FaultPoint::kProperty, key);
+    if (strike && strike->effect.kind == Kind::kSlow) phone.clock().sleepUs(strike->effect.delayUs);
+    return strike;
+}
+
+// A read that fails finds the property unset; a result stands for the value.
+template <typename Value>
+Value valueOf(const std::optional<Faults::Strike>& strike, Value stored, Value defaultValue) {
+    if (strike && strike->effect.kind == Kind::kFail) return defaultValue;
+    if (strike && strike->effect.kind == Kind::kResult) return static_cast<Value>(strike->effect.result);
+    return stored;
+}
+
+void record(Phone& phone, const char* key, const char* type, int64_t defaultValue, int64_t value,
+            const std::optional<Faults::Strike>& strike) {
     if (!phone.trace().enabled()) return;
     phone::Event event;
     event.kind = phone::EventKind::kProperty;
@@ -27,10 +46,12 @@ void record(Phone& phone, const char* key, const char* type, int64_t defaultValu
     event.fields.push_back({"default", defaultValue});
     event.hasResult = true;
     event.result = value;
+    if (strike) event.fault = strike->text;
     phone.trace().record(std::move(event));
 }
 
-void recordText(Phone& phone, const char* key, const char* defaultValue, const char* value) {
+void recordText(Phone& phone, const char* key, const char* defaultValue, const char* value,
+                const std::optional<Faults::Strike>& strike) {
     if (!phone.trace().enabled()) return;
     phone::Event event;
     event.kind = phone::EventKind::kProperty;
@@ -38,6 +59,7 @@ void recordText(Phone& phone, const char* key, const char* defaultValue, const c
     event.fields.push_back({"type", std::string("string")});
     event.fields.push_back({"default", std::string(defaultValue)});
     event.fields.push_back({"value", std::string(value)});
+    if (strike) event.fault = strike->text;
     phone.trace().record(std::move(event));
 }
 
@@ -48,18 +70,18 @@ namespace NSCam::Utils {
 int32_t Properties::property_get_int32(const char* key, int32_t defaultValue) {
     Phone* phone = Phone::current();
     if (phone == nullptr) return defaultValue;
-    phone->clock().enter();
-    const int32_t value = phone->properties().getInt32(key, defaultValue);
-    record(*phone, key, "int32", defaultValue, value);
+    const auto strike = consult(*phone, key);
+    const int32_t value = valueOf(strike, phone->properties().getInt32(key, defaultValue), defaultValue);
+    record(*phone, key, "int32", defaultValue, value, strike);
     return value;
 }
 
 bool Properties::property_get_bool(const char* key, bool defaultValue) {
     Phone* phone = Phone::current();
     if (phone == nullptr) return defaultValue;
-    phone->clock().enter();
-    const bool value = phone->properties().getBool(key, defaultValue);
-    record(*phone, key, "bool", defaultValue ? 1 : 0, value ? 1 : 0);
+    const auto strike = consult(*phone, key);
+    const bool value = valueOf(strike, phone->properties().getBool(key, defaultValue), defaultValue);
+    record(*phone, key, "bool", defaultValue ? 1 : 0, value ? 1 : 0, strike);
     return value;
 }
 
@@ -72,9 +94,17 @@ int32_t Properties::property_get(const char* key, char* value, const char* defau
         value[length] = '\0';
         return static_cast<int32_t>(length);
     }
-    phone->clock().enter();
-    const size_t length = phone->properties().getText(key, std::span(value, kTextSize), fallback);
-    recordText(*phone, key, fallback, value);
+    const auto strike = consult(*phone, key);
+    const std::span<char> space(value, kTextSize);
+    size_t length = 0;
+    if (strike && strike->effect.kind == Kind::kFail) {
+        length = phone->properties().getText("", space, fallback);  // a name that nothing has
+    } else if (strike && strike->effect.kind == Kind::kResult) {
+        length = phone->properties().getText("", space, std::to_string(strike->effect.result));
+    } else {
+        length = phone->properties().getText(key, space, fallback);
+    }
+    recordText(*phone, key, fallback, value, strike);
     return static_cast<int32_t>(length);
 }
 

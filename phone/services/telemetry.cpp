@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "clock.h"
@@ -12,11 +13,13 @@ namespace phone {
 
 using vendor::quor::hardware::ruvex::V1_0::hidl_string;
 using vendor::quor::hardware::ruvex::V1_0::IRuvex;
+using Kind = FaultEffect::Kind;
 
 struct Telemetry::State {
     std::mutex mutex;
     // Null once the phone is gone.
     Clock* clock = nullptr;
+    Faults* faults = nullptr;
     Trace* trace = nullptr;
     std::vector<TelemetryReport> reports;
     uint64_t lookups = 0;
@@ -30,11 +33,20 @@ class Telemetry::Service final : public IRuvex {
 
     android::hardware::Return<void> report(const hidl_string& moduleId, const hidl_string& eventId,
                                            const hidl_string& content) override {
-        if (Clock* clock = currentClock()) clock->enter();
+        std::optional<Faults::Strike> strike;
+        if (Clock* clock = currentClock()) {
+            clock->enter();
+            strike = mState->faults->strike(FaultPoint::kTelemetryReport, {});
+            if (strike && strike->effect.kind == Kind::kSlow) clock->sleepUs(strike->effect.delayUs);
+        }
+        const bool failed = strike && strike->effect.kind == Kind::kFail;
+        const bool lost = strike && strike->effect.kind == Kind::kLost;
         const std::lock_guard lock(mState->mutex);
         if (mState->clock == nullptr) return android::hardware::Return<void>(false);
-        mState->reports.push_back(
-            {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock->nowUs()});
+        if (!failed && !lost) {
+            mState->reports.push_back(
+                {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock->nowUs()});
+        }
         if (mState->trace->enabled()) {
             Event event;
             event.kind = EventKind::kTelemetry;
@@ -42,9 +54,10 @@ class Telemetry::Service final : public IRuvex {
             event.fields = {{"module_id", std::string(moduleId.c_str())},
                             {"event_id", std::string(eventId.c_str())},
                             {"content", std::string(content.c_str())}};
+            if (strike) event.fault = strike->text;
             mState->trace->record(std::move(event));
         }
-        return android::hardware::Return<void>(true);
+        return android::hardware::Return<void>(!failed);
     }
 
   protected:
@@ -62,12 +75,14 @@ class Telemetry::Service final : public IRuvex {
 Telemetry::Telemetry(Clock& clock, Trace& trace, Faults& faults)
     : mFaults(faults), mState(std::make_shared<State>()) {
     mState->clock = &clock;
+    mState->faults = &faults;
     mState->trace = &trace;
 }
 
 Telemetry::~Telemetry() {
     const std::lock_guard lock(mState->mutex);
     mState->clock = nullptr;
+    mState->faults = nullptr;
     mState->trace = nullptr;
 }
 
@@ -98,7 +113,6 @@ int32_t Telemetry::references() const {
 android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getStub) {
     mState->clock->enter();
     const auto strike = mFaults.strike(FaultPoint::kTelemetry, {});
-    using Kind = FaultEffect::Kind;
     const bool hidden = strike && (strike->effect.kind == Kind::kFail || strike->effect.kind == Kind::kLost);
     if (strike && strike->effect.kind == Kind::kSlow) mState->clock->sleepUs(strike->effect.delayUs);
 

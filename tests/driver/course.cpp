@@ -167,7 +167,7 @@ std::string courseBytes(const std::vector<uint8_t>& bytes) {
     std::string text;
     for (size_t i = 0; i < used; ++i) {
         if (i != 0 && i % 4 == 0) text += ' ';
-        text += formatted("%02x", bytes[i]);
+        text += {"0123456789abcdef"[bytes[i] / 16], "0123456789abcdef"[bytes[i] % 16]};
     }
     return used < bytes.size() ? text + ".." : text;
 }

@@ -255,6 +255,8 @@ TEST(FaultText, SaysWhereWhenAndWhat) {
         {"request@7:lost", FaultPoint::kRequest, "", 7},
         {"open./dev/x:fail", FaultPoint::kOpen, "/dev/x", 0},
         {"readlink./81:3@1:fail", FaultPoint::kReadlink, "/81:3", 1},
+        {"property.vendor.debug.ois.mode:result=1", FaultPoint::kProperty, "vendor.debug.ois.mode", 0},
+        {"thread-schedule:fail", FaultPoint::kThreadSchedule, "", 0},
     };
     for (const auto& [text, point, key, occurrence] : places) {
         const FaultRule rule = parseFault(text);
