@@ -28,6 +28,8 @@ using NSCam::Utils::ULog::ULogger;
 
 namespace {
 
+constexpr unsigned long kSetCustomisation = 0xC6A856C7;
+
 // The one phone; off while there is no driver.
 OISDrv* gDriver = nullptr;
 Script gScript{nullptr, 0, Script::From::kFront};
@@ -268,11 +270,11 @@ int32_t GetOisDriverName(int32_t /*sensorDev*/, int32_t /*sensorId*/, int32_t /*
     // Most maps stay within a neighbourhood, since a dump of wide ranges takes long.
     auto* map = static_cast<uint16_t*>(custExt);
     gScript.fill(map, kAddresses * sizeof *map);
-    const int32_t base = gScript.number();
-    const uint16_t mask = gScript.byte() >= 0xfc ? 0x7ff : 0x3f;
+    const int32_t base = gScript.number() & UINT16_MAX;
+    const int32_t mask = gScript.byte() >= 0xfc ? 0x7ff : 0x3f;
     const size_t written = kAddresses + gScript.byte() % 2;  // with the driver's own address or without
     for (size_t i = 0; i < written; ++i)
-        map[i] = static_cast<uint16_t>((base & 0xffff) + (map[i % kAddresses] & mask));
+        map[i] = static_cast<uint16_t>(std::min(base + (map[i % kAddresses] & mask), int32_t{UINT16_MAX}));
     return gScript.rarely() ? 0 : 1;
 }
 
@@ -322,6 +324,11 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     std::memcpy(moved, record, _IOC_SIZE(request));
     const int given = result();
     if (given >= 0 && (_IOC_DIR(request) & _IOC_READ) != 0) answer(request, record, _IOC_SIZE(request));
+    // A kernel may change the customisation, but one that changes the way leaves a descriptor that nobody
+    // closes.
+    constexpr size_t kUseSensorHubByte = 30;
+    if (request == kSetCustomisation)
+        static_cast<char*>(record)[kUseSensorHubByte] = moved[kUseSensorHubByte];
     return given;
 }
 
