@@ -1,5 +1,6 @@
 #pragma once
-// The two ways in which a command of the tool ends badly.
+// How a command of the tool ends: with one of these codes, or with 128 and the signal that ended it early
+// (main.cpp).
 
 #include <stdexcept>
 #include <string>
@@ -8,9 +9,8 @@ namespace oisctl {
 
 enum ExitCode : int {
     kSuccess = 0,
-    kJobFailed = 1,      // it ran, and something in it failed
-    kWrongInput = 2,     // it did not run: an argument, a value or a file cannot be used
-    kInterrupted = 130,  // Ctrl-C ended it early, as shells tell it
+    kJobFailed = 1,   // it ran, and something in it failed
+    kWrongInput = 2,  // it did not run: an argument, a value or a file cannot be used
 };
 
 // An argument, a value or a file cannot be used. The text is one line: what, where, and what would be right.

@@ -7,25 +7,20 @@ namespace oisctl {
 
 namespace {
 
-constexpr std::array kEndingSignals = {SIGINT, SIGTERM};
+constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP};
 
-volatile std::sig_atomic_t gInterrupted = 0;
-volatile std::sig_atomic_t gOutputClosed = 0;
+volatile std::sig_atomic_t gEndingSignal = 0;
 
-extern "C" void noteInterrupt(int) {
-    gInterrupted = 1;
-}
-
-extern "C" void noteClosedOutput(int) {
-    gOutputClosed = 1;
-    gInterrupted = 1;
+extern "C" void noteSignal(int signal) {
+    // A closed output outranks the rest: nobody is there to read what would follow.
+    if (gEndingSignal == 0 || signal == SIGPIPE) gEndingSignal = signal;
 }
 
 }  // namespace
 
 InterruptGuard::InterruptGuard() {
     struct sigaction action {};
-    action.sa_handler = noteInterrupt;
+    action.sa_handler = noteSignal;
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (const int signal : kEndingSignals) sigaction(signal, &action, nullptr);
 }
@@ -36,16 +31,20 @@ InterruptGuard::~InterruptGuard() {
 
 void endWhenOutputCloses() {
     struct sigaction action {};
-    action.sa_handler = noteClosedOutput;
+    action.sa_handler = noteSignal;
     sigaction(SIGPIPE, &action, nullptr);
 }
 
 bool outputClosed() {
-    return gOutputClosed != 0;
+    return gEndingSignal == SIGPIPE;
 }
 
 bool interrupted() {
-    return gInterrupted != 0;
+    return gEndingSignal != 0;
+}
+
+int endingSignal() {
+    return gEndingSignal;
 }
 
 }  // namespace oisctl

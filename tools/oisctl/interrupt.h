@@ -1,9 +1,10 @@
 #pragma once
-// Ctrl-C ends the job early, but in order: the driver is closed and the result shown.
+// A signal ends the job early, but in order: the driver is closed, the result shown, temporary folders
+// removed.
 
 namespace oisctl {
 
-// While one lives, the first Ctrl-C only sets the flag; a second one ends the process as usual.
+// While one lives, the first SIGINT, SIGTERM or SIGHUP is only noted; a second one ends the process as usual.
 class InterruptGuard {
   public:
     InterruptGuard();
@@ -13,8 +14,10 @@ class InterruptGuard {
 };
 
 bool interrupted();
+// The signal that was noted first, or 0.
+int endingSignal();
 
-// A reader that has seen enough ('| head') ends the job like Ctrl-C, so that it cleans up behind itself.
+// A reader that has seen enough ('| head') ends the job likewise, by SIGPIPE.
 void endWhenOutputCloses();
 bool outputClosed();
 

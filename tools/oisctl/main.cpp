@@ -10,13 +10,17 @@
 
 namespace {
 
-// What a full disk swallowed must not pass for the whole result.
+// The status of a job that ran: what a signal cut short, or a full disk swallowed, must not pass for the
+// whole result.
 int afterOutput(int status) {
-    constexpr int kClosedPipe = 128 + SIGPIPE;  // as shells tell it
-    if (oisctl::outputClosed()) return kClosedPipe;
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-    std::fprintf(stderr, "oisctl: standard output: the result could not be written completely\n");
-    return status == oisctl::kSuccess ? oisctl::kJobFailed : status;
+    constexpr int kSignalBase = 128;  // as shells tell it
+    if (oisctl::outputClosed()) return kSignalBase + SIGPIPE;
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fprintf(stderr, "oisctl: standard output: the result could not be written completely\n");
+        if (status == oisctl::kSuccess) status = oisctl::kJobFailed;
+    }
+    const int signal = oisctl::endingSignal();
+    return status == oisctl::kSuccess && signal != 0 ? kSignalBase + signal : status;
 }
 
 }  // namespace

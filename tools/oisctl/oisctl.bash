@@ -1,4 +1,4 @@
-# bash completion for oisctl. Names come from the tool itself, so they are always those that it knows.
+# bash completion for oisctl. Modules, scenarios and properties are asked of the tool itself; the rest is listed here.
 
 _oisctl_first_words() { # of the lines of a listing below its head
     "$tool" "$@" 2>/dev/null | awk 'NR > 1 { print $1 }'

@@ -381,7 +381,7 @@ const std::vector<SpanField>& spanFields() {
         {"requests", 0, 1, true, 1, "0: no request with these frames", nullptr},
         {"focus_distance_mm", 1, kInt32Max, true, 0, "object distance, as the distance sensor has it",
          nullptr},
-        {"focus_diopter", 0, kMaxDiopter, false, 0, "focus of the lens, 1/m; goes before the distance",
+        {"focus_diopter", 0, kMaxDiopter, false, 0, "focus of the lens, 1/m; used rather than the distance",
          nullptr},
         {"af_position", 1, kInt32Max, true, 0, "position of the autofocus actuator", nullptr},
         {"temperature_c", kInt32Min, kInt32Max, false, 0, "what the camera's thermal sensor shows", nullptr},

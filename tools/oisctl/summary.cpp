@@ -101,6 +101,10 @@ std::string describeTime(const Summary& summary) {
     return duration(summary.simulatedS) + " simulated, " + wall + " wall";
 }
 
+void remarkOnSignal() {
+    if (interrupted() && !outputClosed()) printRemark("oisctl: a signal came before the end");
+}
+
 }  // namespace
 
 Summary summarise(DriverSession& session) {
@@ -184,9 +188,8 @@ int conclude(DriverSession& session, const Summary& summary) {
     } else {
         printSummary(summary, session.settings().quiet);
     }
-    if (interrupted() && !outputClosed()) printRemark("oisctl: ended early by a signal");
-    if (summary.counts.failures != 0) return kJobFailed;
-    return interrupted() ? kInterrupted : kSuccess;
+    remarkOnSignal();
+    return summary.counts.failures != 0 ? kJobFailed : kSuccess;
 }
 
 int conclude(DriverSession& session, bool good) {
@@ -196,6 +199,7 @@ int conclude(DriverSession& session, bool good) {
     if (hasMoreFailures(counts)) printRemark("oisctl: " + moreFailures(counts));
     for (const std::string& fault : session.phone().faults().unused())
         printRemark("oisctl: --fault " + fault + " never struck");
+    remarkOnSignal();
     return good && counts.failures == 0 ? kSuccess : kJobFailed;
 }
 

@@ -133,6 +133,19 @@ Verdict judge(const Observation& seen) {
     return verdict;
 }
 
+// No register was seen: the whole calibration is one command.
+Verdict judgeUnseen(DriverSession& session, int32_t result) {
+    if (session.behindHub()) {
+        return {false,
+                "sent to the hub, which does not tell what came of it; with --set bypassen=0 the driver "
+                "calibrates "
+                "itself, register by register",
+                "not seen"};
+    }
+    const bool good = result == 0 && session.tally().counts().failures == 0;
+    return {good, good ? "accepted by the kernel driver" : "refused by the kernel driver", ""};
+}
+
 // What the controller itself holds, where the driver does not read it.
 std::optional<Offsets> offsetsOf(DriverSession& session) {
     if (session.behindHub()) {
@@ -196,8 +209,7 @@ int run(Settings settings) {
         before = seen.before;
         if (seen.after) after = seen.after;
     } else {
-        verdict.good = result == 0 && session.tally().counts().failures == 0;
-        verdict.calibration = verdict.good ? "accepted by the controller" : "refused by the controller";
+        verdict = judgeUnseen(session, result);
     }
     session.close();
     print(verdict, before, after, session);

@@ -1,6 +1,7 @@
 // oisctl op, oisctl mode: one operation or one mode on an open driver.
 
 #include <memory>
+#include <thread>
 
 #include <CLI/CLI.hpp>
 
@@ -45,6 +46,9 @@ int runOperation(const Options& options) {
     const int32_t operation = operationNumber(options.name, options.value);
     return runOnce(options.settings, [&](DriverSession& session, std::vector<OperationResult>& results) {
         results.push_back({operation, session.setOperation(operation)});
+        // The detector works on a thread of its own, which no close waits for.
+        std::thread& detector = session.driver().mDefectDetectThread;
+        if (detector.joinable()) detector.join();
     });
 }
 

@@ -62,8 +62,9 @@ Write parseWrite(const std::string& text) {
     const std::string name = text.substr(0, equals);
     const phone::RegisterInfo* reg = phone::findRegister(name);
     uint32_t address = 0;
-    const bool isHex = name.starts_with("0x");
-    if (isHex) std::from_chars(name.data() + 2, name.data() + name.size(), address, 16);
+    const char* const nameEnd = name.data() + name.size();
+    const bool isHex =
+        name.starts_with("0x") && std::from_chars(name.data() + 2, nameEnd, address, 16).ptr == nameEnd;
     if (reg == nullptr && isHex) reg = phone::findRegister(address);
     std::vector<std::string> names;
     for (const phone::RegisterInfo& info : phone::registers()) names.emplace_back(info.name);

@@ -109,7 +109,7 @@ void Tour::runOperations() {
 
 Settings withScenario(Settings settings, const Scenario& scenario) {
     if (scenario.motion && settings.motion.empty()) settings.motion = *scenario.motion;
-    // What the command line says goes before what the scenario says.
+    // What the command line says overrides what the scenario says.
     std::vector<std::string> assignments;
     for (const auto& [key, value] : scenario.properties)
         assignments.push_back(std::string(key).append("=").append(value));
