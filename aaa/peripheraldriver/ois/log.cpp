@@ -18,7 +18,7 @@ void passToUnifiedLogger(Severity severity, const char* text) {
     // It may have gone since the message was begun.
     auto* const logger = NSCam::Utils::ULog::ULogger::sULogger;
     if (logger == nullptr) return;
-    logger->onLog(kModuleId, kTag, unifiedLevel(severity), text, std::strlen(text));
+    logger->onLog(kModuleId, kTag, severity.unified, text, std::strlen(text));
 }
 
 }  // namespace ois::log

@@ -12,34 +12,18 @@
 
 namespace ois::log {
 
-enum class Severity { kError, kInfo, kDebug };
-
 constexpr const char* kTag = "OisDrv";
 constexpr size_t kBufferSize = 1024;
 
-// Levels as the two sinks number them.
-constexpr int debugLogLevel(Severity severity) {
-    switch (severity) {
-        case Severity::kError:
-            return 1;
-        case Severity::kInfo:
-            return 3;
-        case Severity::kDebug:
-            return 0;
-    }
-    return 0;
-}
-constexpr int32_t unifiedLevel(Severity severity) {
-    switch (severity) {
-        case Severity::kError:
-            return 1;
-        case Severity::kInfo:
-            return 3;
-        case Severity::kDebug:
-            return 5;
-    }
-    return 5;
-}
+// A level, as each of the two sinks numbers it.
+struct Severity {
+    int debugLog;
+    int32_t unified;
+    constexpr bool operator==(const Severity& other) const = default;
+};
+constexpr Severity kError{1, 1};
+constexpr Severity kInfo{3, 3};
+constexpr Severity kDebug{0, 5};
 
 constexpr uint32_t kModuleMaskBit = 1U << 23;  // the driver's module in the unified logger's details mask
 constexpr uint32_t kDebugMaskBits = 0x21000;   // any of them lets debug messages through
@@ -49,14 +33,14 @@ constexpr uint8_t kLevelEnabled = 0x80;  // of LogLevelInfo::flags
 
 inline bool severityWanted(Severity severity) {
     using NSCam::Utils::ULog::ULogger;
-    if (severity == Severity::kError) return true;
-    if (ULogger::sDetailsLevel < unifiedLevel(severity)) return false;
-    return severity == Severity::kInfo || ((ULogger::sNormalDetailsMask & kModuleMaskBit) != 0 &&
-                                           (ULogger::sNormalDetailsMask & kDebugMaskBits) != 0);
+    if (severity == kError) return true;
+    if (ULogger::sDetailsLevel < severity.unified) return false;
+    return severity == kInfo || ((ULogger::sNormalDetailsMask & kModuleMaskBit) != 0 &&
+                                 (ULogger::sNormalDetailsMask & kDebugMaskBits) != 0);
 }
 inline bool debugLogWants(Severity severity) {
     return (NSCam::Utils::ULog::ULogger::sMode & kDebugLogMode) != 0 &&
-           (g_logInfoLv[debugLogLevel(severity)].flags & kLevelEnabled) != 0;
+           (g_logInfoLv[severity.debugLog].flags & kLevelEnabled) != 0;
 }
 inline bool unifiedLoggerWants() {
     using NSCam::Utils::ULog::ULogger;
@@ -81,9 +65,9 @@ void passToUnifiedLogger(Severity severity, const char* text);
 template <typename... Arguments>
 void toDebugLog(Severity severity, const Site& site, const char* format, const char* errorFormat,
                 Arguments... arguments) {
-    const int level = debugLogLevel(severity);
+    const int level = severity.debugLog;
     char line[kBufferSize] = {};
-    if (severity == Severity::kError) {
+    if (severity == kError) {
         if (!buildLineFormat(line, level, site, errorFormat)) return;
         log_dbg_print(kTag, level, line, arguments..., site.function, site.line, site.path);
     } else {
@@ -132,9 +116,9 @@ template <typename... Arguments>
     __android_log_print(ANDROID_LOG_##PRIORITY, ois::log::kTag, __VA_ARGS__)
 
 // What the others are made from.
-#define OIS_LOG_UNCHECKED_AS(FUNCTION, LEVEL, FORMAT, ...)                                             \
-    do {                                                                                               \
-        if (ois::log::wanted(ois::log::Severity::LEVEL))                                               \
-            ois::log::write(ois::log::Severity::LEVEL, {__FILE__, __LINE__, FUNCTION}, "[%s] " FORMAT, \
-                            "[%s] " FORMAT " (%s){#%d:%s}", FUNCTION __VA_OPT__(, ) __VA_ARGS__);      \
+#define OIS_LOG_UNCHECKED_AS(FUNCTION, LEVEL, FORMAT, ...)                                        \
+    do {                                                                                          \
+        if (ois::log::wanted(ois::log::LEVEL))                                                    \
+            ois::log::write(ois::log::LEVEL, {__FILE__, __LINE__, FUNCTION}, "[%s] " FORMAT,      \
+                            "[%s] " FORMAT " (%s){#%d:%s}", FUNCTION __VA_OPT__(, ) __VA_ARGS__); \
     } while (false)
