@@ -5,7 +5,10 @@
  * Little-endian. A record travels whole, in both directions for _IOWR: the size
  * in the code is the size that moves. Floats are 32-bit words with the bits of
  * an IEEE 754 single. "X" is the first axis of a pair, "Y" the second.
+ *
+ * Laid out as the kernel's own headers are.
  */
+/* clang-format off */
 #ifndef OIS_IOCTL_H
 #define OIS_IOCTL_H
 
@@ -32,104 +35,104 @@
 
 /* The module's customisation; the fields are explained in customisation.h. */
 struct ois_ioc_customisation {
-    __u16 gain_format;
-    __u16 hall_range;
-    __u16 acc_support;
-    __u16 acc_distance;
-    __u16 act_ois_support;
-    __u16 zoom_act_ois_support;
-    __u16 actuator_detect_support;
-    __u16 extra_param_support;
-    __u16 camera_type;
-    __u16 stream_on_delay;
-    __u8 reserved0[8];
-    __u16 coordinate_num;
-    __u8 use_sensor_hub;
-    __u8 reserved1;
-    __u32 angle_amplitude;         /* float */
-    __u32 max_error_threshold;     /* float */
-    __u32 max_sum_error_threshold; /* float */
-    __u32 zoom_scale;              /* float */
-    __u32 act_ois_angle;           /* float */
-    __u8 reserved2[4];
-    __u32 coordinate_x[OIS_COORDINATES]; /* floats */
-    __u32 coordinate_y[OIS_COORDINATES]; /* floats */
-    char ic_name[OIS_CHIP_NAME_SIZE];
-    char camera_type_name[OIS_CAMERA_TYPE_SIZE];
+	__u16 gain_format;
+	__u16 hall_range;
+	__u16 acc_support;
+	__u16 acc_distance;
+	__u16 act_ois_support;
+	__u16 zoom_act_ois_support;
+	__u16 actuator_detect_support;
+	__u16 extra_param_support;
+	__u16 camera_type;
+	__u16 stream_on_delay;
+	__u8 reserved0[8];
+	__u16 coordinate_num;
+	__u8 use_sensor_hub;
+	__u8 reserved1;
+	__u32 angle_amplitude;         /* float */
+	__u32 max_error_threshold;     /* float */
+	__u32 max_sum_error_threshold; /* float */
+	__u32 zoom_scale;              /* float */
+	__u32 act_ois_angle;           /* float */
+	__u8 reserved2[4];
+	__u32 coordinate_x[OIS_COORDINATES]; /* floats */
+	__u32 coordinate_y[OIS_COORDINATES]; /* floats */
+	char ic_name[OIS_CHIP_NAME_SIZE];
+	char camera_type_name[OIS_CAMERA_TYPE_SIZE];
 };
 
 /* Value of one axis, or of both where a request reads. */
 struct ois_ioc_gain {
-    __u32 axis; /* OIS_AXIS_X or OIS_AXIS_Y */
-    __u32 unused;
-    __u32 value_xf; /* float */
-    __u32 value_yf; /* float */
-    __s32 value_xi;
-    __s32 value_yi;
+	__u32 axis; /* OIS_AXIS_X or OIS_AXIS_Y */
+	__u32 unused;
+	__u32 value_xf; /* float */
+	__u32 value_yf; /* float */
+	__s32 value_xi;
+	__s32 value_yi;
 };
 
 /* Hall calibration. A word has X in its low half and Y in its high half; the
  * span of an axis is its half of upper_word minus its half of lower_word. */
 struct ois_ioc_hall_info {
-    __s32 center_x; /* hall reading at the lens centre */
-    __s32 center_y;
-    __u32 upper_word;
-    __u32 lower_word;
+	__s32 center_x; /* hall reading at the lens centre */
+	__s32 center_y;
+	__u32 upper_word;
+	__u32 lower_word;
 };
 
 /* Holds the lens at a target; the hall position is the controller's answer.
  * All in the controller's own units. */
 struct ois_ioc_fix_mode {
-    __s32 manual_enable;
-    __s32 gethall;
-    __s32 target_x;
-    __s32 target_y;
-    __s32 hall_x;
-    __s32 hall_y;
+	__s32 manual_enable;
+	__s32 gethall;
+	__s32 target_x;
+	__s32 target_y;
+	__s32 hall_x;
+	__s32 hall_y;
 };
 
 struct ois_ioc_stream {
-    __s32 notify_stream; /* 1: on, 0: off */
-    __s32 reserved;
+	__s32 notify_stream; /* 1: on, 0: off */
+	__s32 reserved;
 };
 
 struct ois_ioc_active_ois {
-    __s32 enable;
-    __u32 angle; /* float, or the integer 1 when no angle applies */
+	__s32 enable;
+	__u32 angle; /* float, or the integer 1 when no angle applies */
 };
 
 /* Accelerometer compensation; distances in mm. */
 struct ois_ioc_acc_params {
-    __u32 reserved;
-    __u32 enable;
-    __u32 last_distance;
-    __s32 distance;
-    __u32 distance_f; /* float */
-    __s32 distance_q31;
-    __u32 count;
+	__u32 reserved;
+	__u32 enable;
+	__u32 last_distance;
+	__s32 distance;
+	__u32 distance_f; /* float */
+	__s32 distance_q31;
+	__u32 count;
 };
 
 /* One sample of the controller's state. */
 struct ois_ioc_status {
-    __u8 chose; /* in: the level asked for */
-    __u8 reserved0[7];
-    __u64 timestamp_seconds;
-    __u64 timestamp_fraction; /* us */
-    __s16 gyro_raw_x;
-    __s16 gyro_raw_y;
-    __s16 gyro_raw_z;
-    __s16 acc_raw_x;
-    __s16 acc_raw_y;
-    __s16 acc_raw_z;
-    __s16 gyro_target_x; /* targets: thousandths of the angle unit */
-    __s16 gyro_target_y;
-    __s16 acc_target_x;
-    __s16 acc_target_y;
-    __s16 hall_x;
-    __s16 hall_y;
-    __s16 synthetic_x;
-    __s16 synthetic_y;
-    __u8 reserved1[4];
+	__u8 chose; /* in: the level asked for */
+	__u8 reserved0[7];
+	__u64 timestamp_seconds;
+	__u64 timestamp_fraction; /* us */
+	__s16 gyro_raw_x;
+	__s16 gyro_raw_y;
+	__s16 gyro_raw_z;
+	__s16 acc_raw_x;
+	__s16 acc_raw_y;
+	__s16 acc_raw_z;
+	__s16 gyro_target_x; /* targets: thousandths of the angle unit */
+	__s16 gyro_target_y;
+	__s16 acc_target_x;
+	__s16 acc_target_y;
+	__s16 hall_x;
+	__s16 hall_y;
+	__s16 synthetic_x;
+	__s16 synthetic_y;
+	__u8 reserved1[4];
 };
 
 #define OIS_FLASH_DATA_SIZE 1536
@@ -139,13 +142,13 @@ struct ois_ioc_status {
  * driver either fills that buffer, then or a little later, or answers with
  * this record in place. */
 struct ois_ioc_flash {
-    __u32 length; /* bytes of data that count */
-    __u32 base;   /* flash address of data[0] */
-    __u8 data[OIS_FLASH_DATA_SIZE];
+	__u32 length; /* bytes of data that count */
+	__u32 base;   /* flash address of data[0] */
+	__u8 data[OIS_FLASH_DATA_SIZE];
 };
 
 struct ois_ioc_camera_type {
-    char name[OIS_CAMERA_TYPE_SIZE]; /* not terminated when full */
+	char name[OIS_CAMERA_TYPE_SIZE]; /* not terminated when full */
 };
 
 #define OIS_IOC(number) (BASE_VIDIOC_PRIVATE + (number))
