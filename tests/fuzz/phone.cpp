@@ -98,7 +98,6 @@ void answer(unsigned long request, void* record, size_t size) {
         std::memcpy(static_cast<media_device_info*>(record)->model, "nxa_camera_af", 13);
     } else if (request == MEDIA_IOC_ENUM_ENTITIES) {
         auto& entity = *static_cast<media_entity_desc*>(record);
-        entity.raw[sizeof entity.raw - 1] = 0;
         if (choice % 2 == 0) entity.type = kLensEntity;
         if (choice / 2 % 2 == 0) std::memcpy(entity.name, gDriverName, sizeof gDriverName);
     }
