@@ -136,7 +136,8 @@ int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node
         // A machine that emulates another looks at the request before it looks at the descriptor.
         const bool open = node != nullptr || fcntl(fd, F_GETFD) >= 0;
         result = open ? libc().ioctl(fd, request, argument) : -EBADF;
-        if (open && result < 0) result = -errno;
+        // An emulating machine says ENOSYS of a request that it does not know.
+        if (open && result < 0) result = errno == ENOSYS ? -ENOTTY : -errno;
         const bool reads = (_IOC_DIR(request) & _IOC_READ) != 0;
         if (fate.is(FaultEffect::Kind::kGarbage) && result >= 0 && reads) {
             fate.spoil(record);
