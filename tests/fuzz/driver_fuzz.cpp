@@ -112,7 +112,7 @@ constexpr Step kSteps[] = {
         auto params = record<ois_acc_params>(s);
         d.korvas4sw_set_acc(&params);
     },
-    [](OISDrv& d, Script&) { d.korvas4sw_init_pid(); },
+    [](OISDrv& d, Script&) { d.check_ois_clock(); },
     [](OISDrv& d, Script&) { d.korvas4sw_set_offset_calibration(); },
     [](OISDrv& d, Script&) { d.korvas4sw_flash_save(); },
     [](OISDrv& d, Script& s) { d.FirmwareUpdate(s.byte(), s.byte()); },
