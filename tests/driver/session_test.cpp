@@ -216,4 +216,21 @@ TEST_F(Session, ADriverNameIsReadWithinItsField) {
               std::string::npos);
 }
 
+// No message, and the same session.
+TEST_F(Session, NothingIsSaidWhileTheLogsAreOff) {
+    phone.log().setLevel(phone::LogLevel::kOff);
+    for (const char* module : {"dw9786", "korvas4sw-hub"}) {
+        fit(phone::moduleByName(module));
+        forget();
+        ASSERT_EQ(driver.Init(3, 4), 1);
+        phone.clock().sleepUs(driver_test::kBringUpUs);
+        EXPECT_TRUE(driver.fd_driver >= 1 || driver.mSensorHubEnabled != 0) << module;
+        driver.SetMode(2);
+        driver.SetOperation(0);
+        driver.update_temp_cmp();
+        driver.Uninit();
+        EXPECT_TRUE(phone.trace().events(phone::EventKind::kMessage).empty()) << module;
+    }
+}
+
 }  // namespace
