@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "controllers/controller.h"
 #include "hub/sensor_hub.h"
-#include "kernel/controller.h"
 #include "kernel/file_tree.h"
 #include "kernel/kernel.h"
 #include "kernel/media_graph.h"

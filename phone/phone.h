@@ -12,9 +12,9 @@
 #include <memory>
 #include <string>
 
-#include "clock.h"
-#include "faults.h"
-#include "trace.h"
+#include "faults/faults.h"
+#include "time/clock.h"
+#include "trace/trace.h"
 
 namespace phone {
 
@@ -23,9 +23,9 @@ class LogService;          // services/log_service.h
 class Telemetry;           // services/telemetry.h
 class FileTree;            // kernel/file_tree.h
 class MediaGraph;          // kernel/media_graph.h
-class Controller;          // kernel/controller.h: the OIS controller behind a sub-device
+class Controller;          // controllers/controller.h: the OIS controller behind a sub-device
 class Kernel;              // kernel/kernel.h: the driver's system calls
-class SensorHub;           // hub/sensor_hub.h: holds the KorvaChip (hub/korva_chip.h)
+class SensorHub;           // hub/sensor_hub.h: holds the KorvaChip (controllers/korva_chip.h)
 class Motion;              // motion/motion.h
 struct ModuleDescription;  // modules/module_description.h
 

@@ -1,4 +1,4 @@
-#include "firmware_image.h"
+#include "hub/firmware_image.h"
 
 #include <algorithm>
 #include <map>
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "file_content.h"
+#include "base/file_content.h"
 #include "wire/hub_commands.h"
 
 namespace phone {

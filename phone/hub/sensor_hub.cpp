@@ -1,4 +1,4 @@
-#include "sensor_hub.h"
+#include "hub/sensor_hub.h"
 
 #include <algorithm>
 #include <array>
@@ -11,14 +11,14 @@
 #include <string>
 #include <utility>
 
-#include "clock.h"
-#include "decode.h"
-#include "faults.h"
+#include "faults/faults.h"
 #include "kernel/user_memory.h"
 #include "modules/module_description.h"
 #include "motion/motion.h"
 #include "ois_drv.h"
-#include "trace.h"
+#include "time/clock.h"
+#include "trace/decode.h"
+#include "trace/trace.h"
 
 namespace phone {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "camera_platform/sensor_provider.h"
-#include "firmware_image.h"
-#include "korva_chip.h"
+#include "controllers/korva_chip.h"
+#include "hub/firmware_image.h"
 #include "wire/hub_commands.h"
 #include "wire/records.h"
 

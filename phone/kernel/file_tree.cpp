@@ -1,4 +1,4 @@
-#include "file_tree.h"
+#include "kernel/file_tree.h"
 
 #include <cerrno>
 #include <cmath>
@@ -9,8 +9,8 @@
 #include <system_error>
 #include <utility>
 
-#include "clock.h"
 #include "phone.h"
+#include "time/clock.h"
 
 namespace phone {
 

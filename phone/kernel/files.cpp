@@ -6,13 +6,13 @@
 #include <cstdio>
 #include <utility>
 
-#include "clock.h"
-#include "file_tree.h"
-#include "kernel_call.h"
-#include "libc.h"
-#include "media_graph.h"
+#include "entry/libc.h"
+#include "kernel/file_tree.h"
+#include "kernel/kernel_call.h"
+#include "kernel/media_graph.h"
+#include "kernel/user_memory.h"
 #include "phone.h"
-#include "user_memory.h"
+#include "time/clock.h"
 
 namespace phone {
 

@@ -1,4 +1,4 @@
-#include "kernel.h"
+#include "kernel/kernel.h"
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -9,12 +9,12 @@
 #include <cstdio>
 #include <utility>
 
-#include "clock.h"
-#include "controller.h"
-#include "kernel_call.h"
-#include "libc.h"
-#include "media_graph.h"
+#include "controllers/controller.h"
+#include "entry/libc.h"
+#include "kernel/kernel_call.h"
+#include "kernel/media_graph.h"
 #include "phone.h"
+#include "time/clock.h"
 
 namespace phone {
 

@@ -1,6 +1,6 @@
 #pragma once
 // The system calls that the driver makes, as the phone answers them. The interposed C functions
-// (syscalls.cpp) come here.
+// (entry/syscalls.cpp) come here.
 
 #include <pthread.h>
 #include <sys/types.h>
@@ -20,8 +20,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "faults.h"
-#include "trace.h"
+#include "faults/faults.h"
+#include "trace/trace.h"
 
 namespace phone {
 

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "faults.h"
-#include "kernel.h"
+#include "faults/faults.h"
+#include "kernel/kernel.h"
 
 namespace phone {
 

@@ -1,4 +1,4 @@
-#include "media_graph.h"
+#include "kernel/media_graph.h"
 
 #include <linux/media.h>
 

@@ -8,14 +8,14 @@
 #include <cerrno>
 #include <utility>
 
-#include "clock.h"
-#include "controller.h"
-#include "decode.h"
-#include "kernel_call.h"
-#include "libc.h"
-#include "media_graph.h"
+#include "controllers/controller.h"
+#include "entry/libc.h"
+#include "kernel/kernel_call.h"
+#include "kernel/media_graph.h"
+#include "kernel/user_memory.h"
 #include "phone.h"
-#include "user_memory.h"
+#include "time/clock.h"
+#include "trace/decode.h"
 
 namespace phone {
 

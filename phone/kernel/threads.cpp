@@ -5,10 +5,10 @@
 #include <cerrno>
 #include <utility>
 
-#include "clock.h"
-#include "kernel_call.h"
-#include "libc.h"
+#include "entry/libc.h"
+#include "kernel/kernel_call.h"
 #include "phone.h"
+#include "time/clock.h"
 
 namespace phone {
 

@@ -1,4 +1,4 @@
-#include "user_memory.h"
+#include "kernel/user_memory.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "module_description.h"
+#include "modules/module_description.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,9 +9,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "otp_map.h"
-#include "shipped_modules.h"
-#include "toml_reader.h"
+#include "base/toml_reader.h"
+#include "modules/otp_map.h"
+#include "modules/shipped_modules.h"
 
 namespace phone {
 

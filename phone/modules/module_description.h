@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "../motion/stabiliser.h"
+#include "controllers/stabiliser.h"
 #include "wire/customisation.h"
 #include "wire/records.h"
 

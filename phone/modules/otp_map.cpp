@@ -1,4 +1,4 @@
-#include "otp_map.h"
+#include "modules/otp_map.h"
 
 #include <algorithm>
 #include <optional>
@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/toml_reader.h"
 #include "ois_drv.h"
-#include "toml_reader.h"
 
 namespace phone {
 

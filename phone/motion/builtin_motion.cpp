@@ -9,7 +9,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "motion.h"
+#include "motion/motion.h"
 
 namespace phone {
 namespace {

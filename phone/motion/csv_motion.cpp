@@ -8,8 +8,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "file_content.h"
-#include "motion.h"
+#include "base/file_content.h"
+#include "motion/motion.h"
 
 namespace phone {
 namespace {

@@ -1,4 +1,4 @@
-#include "motion.h"
+#include "motion/motion.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -1,13 +1,13 @@
-#include "log_service.h"
+#include "services/log_service.h"
 
 #include <array>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "clock.h"
-#include "platform_log.h"
-#include "trace.h"
+#include "entry/platform_log.h"
+#include "time/clock.h"
+#include "trace/trace.h"
 
 namespace phone {
 

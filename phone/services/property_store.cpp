@@ -1,4 +1,4 @@
-#include "property_store.h"
+#include "services/property_store.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "closest_name.h"
-#include "file_content.h"
+#include "base/closest_name.h"
+#include "base/file_content.h"
 
 namespace phone {
 

@@ -1,13 +1,13 @@
-#include "telemetry.h"
+#include "services/telemetry.h"
 
 #include <atomic>
 #include <mutex>
 #include <optional>
 #include <utility>
 
-#include "clock.h"
-#include "faults.h"
-#include "trace.h"
+#include "faults/faults.h"
+#include "time/clock.h"
+#include "trace/trace.h"
 
 namespace phone {
 

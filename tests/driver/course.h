@@ -39,7 +39,7 @@
 #include <string_view>
 #include <vector>
 
-#include "trace.h"
+#include "trace/trace.h"
 
 namespace driver_test {
 

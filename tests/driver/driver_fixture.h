@@ -13,9 +13,9 @@
 #include <string_view>
 #include <vector>
 
+#include "controllers/controller.h"
 #include "driver/course.h"
 #include "hub/sensor_hub.h"
-#include "kernel/controller.h"
 #include "kernel/file_tree.h"
 #include "kernel/media_graph.h"
 #include "modules/module_description.h"

@@ -1,6 +1,6 @@
 // The tool's decoder of captures.
 
-#include "decode_command.h"
+#include "capture/decode_command.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>

@@ -1,6 +1,6 @@
 // Status recordings: reading, figures and plots.
 
-#include "recording.h"
+#include "recording/recording.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +12,7 @@
 #include <random>
 #include <sstream>
 
-#include "plot.h"
+#include "recording/plot.h"
 #include "test_support.h"
 
 namespace {

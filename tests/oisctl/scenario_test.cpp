@@ -1,6 +1,6 @@
 // Scenarios: what a timeline says at a moment, and what is refused, with its line.
 
-#include "scenario.h"
+#include "scenario/scenario.h"
 
 #include <tuple>
 

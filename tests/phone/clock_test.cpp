@@ -1,6 +1,6 @@
 // The phone's clock: who runs when, and what time it is then.
 
-#include "clock.h"
+#include "time/clock.h"
 
 #include <gtest/gtest.h>
 

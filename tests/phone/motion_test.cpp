@@ -6,8 +6,8 @@
 #include <numbers>
 #include <sstream>
 
+#include "controllers/stabiliser.h"
 #include "motion/motion.h"
-#include "motion/stabiliser.h"
 #include "test_support.h"
 
 namespace {

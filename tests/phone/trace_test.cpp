@@ -1,6 +1,6 @@
 // What the phone says about the traffic: decoding, trace and faults.
 
-#include "trace.h"
+#include "trace/trace.h"
 
 #include <cerrno>
 #include <fstream>
@@ -10,9 +10,9 @@
 #include <sstream>
 #include <thread>
 
-#include "decode.h"
 #include "driver/driver_fixture.h"
 #include "test_support.h"
+#include "trace/decode.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/suggest.h"
 #include "commands/commands.h"
-#include "errors.h"
-#include "suggest.h"
 
 namespace oisctl {
 

@@ -1,5 +1,5 @@
 # Writes the scenario files into one C++ source. OUTPUT: the source; SCENARIOS: the files.
-set(source "// Generated from scenarios/*.toml.\n#include \"scenario.h\"\n\nnamespace oisctl {\n\n")
+set(source "// Generated from scenarios/*.toml.\n#include \"scenario/scenario.h\"\n\nnamespace oisctl {\n\n")
 string(APPEND source "const std::vector<ShippedScenario>& shippedScenarios() {\n")
 string(APPEND source "    static const std::vector<ShippedScenario> scenarios{\n")
 foreach(file IN LISTS SCENARIOS)

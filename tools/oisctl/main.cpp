@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <exception>
 
+#include "base/errors.h"
+#include "base/interrupt.h"
 #include "command_line.h"
-#include "errors.h"
-#include "interrupt.h"
 
 namespace {
 

@@ -6,15 +6,15 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "errors.h"
-#include "hub/korva_chip.h"
+#include "controllers/controller.h"
+#include "controllers/korva_chip.h"
 #include "hub/sensor_hub.h"
-#include "kernel/controller.h"
-#include "register_access.h"
-#include "summary.h"
-#include "terminal.h"
+#include "session/driver_session.h"
+#include "session/register_access.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

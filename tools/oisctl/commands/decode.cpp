@@ -5,9 +5,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "capture/decode_command.h"
 #include "commands/commands.h"
-#include "decode_command.h"
-#include "settings.h"
+#include "session/settings.h"
 
 namespace oisctl {
 

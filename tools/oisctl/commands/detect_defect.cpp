@@ -8,13 +8,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/suggest.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "errors.h"
-#include "register_access.h"
-#include "suggest.h"
-#include "summary.h"
-#include "terminal.h"
+#include "session/driver_session.h"
+#include "session/register_access.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

@@ -6,13 +6,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/file_content.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "dump_files.h"
-#include "errors.h"
-#include "file_content.h"
-#include "summary.h"
-#include "terminal.h"
+#include "session/driver_session.h"
+#include "session/dump_files.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

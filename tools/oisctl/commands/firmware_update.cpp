@@ -7,16 +7,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_options.h"
+#include "base/cli_options.h"
+#include "base/errors.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "errors.h"
+#include "controllers/korva_chip.h"
 #include "hub/firmware_image.h"
-#include "hub/korva_chip.h"
 #include "hub/sensor_hub.h"
-#include "register_access.h"
-#include "summary.h"
-#include "terminal.h"
+#include "session/driver_session.h"
+#include "session/register_access.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

@@ -6,11 +6,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "errors.h"
 #include "modules/module_description.h"
-#include "settings.h"
-#include "terminal.h"
+#include "session/settings.h"
 
 namespace oisctl {
 

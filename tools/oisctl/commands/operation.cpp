@@ -5,12 +5,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "errors.h"
-#include "operations.h"
-#include "summary.h"
-#include "terminal.h"
+#include "session/driver_session.h"
+#include "session/operations.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

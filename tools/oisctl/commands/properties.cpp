@@ -5,11 +5,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "errors.h"
 #include "services/property_store.h"
-#include "settings.h"
-#include "terminal.h"
+#include "session/settings.h"
 
 namespace oisctl {
 

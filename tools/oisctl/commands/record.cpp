@@ -6,16 +6,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_options.h"
+#include "base/cli_options.h"
+#include "base/errors.h"
+#include "base/interrupt.h"
+#include "base/suggest.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "dump_files.h"
-#include "errors.h"
-#include "interrupt.h"
-#include "recording.h"
-#include "suggest.h"
-#include "summary.h"
-#include "terminal.h"
+#include "recording/recording.h"
+#include "session/driver_session.h"
+#include "session/dump_files.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

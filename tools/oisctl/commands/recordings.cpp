@@ -6,13 +6,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_options.h"
+#include "base/cli_options.h"
+#include "base/errors.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "errors.h"
-#include "plot.h"
-#include "recording.h"
-#include "settings.h"
-#include "terminal.h"
+#include "recording/plot.h"
+#include "recording/recording.h"
+#include "session/settings.h"
 
 namespace oisctl {
 

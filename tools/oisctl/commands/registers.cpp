@@ -7,16 +7,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_options.h"
+#include "base/cli_options.h"
+#include "base/errors.h"
+#include "base/interrupt.h"
+#include "base/suggest.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "decode.h"
-#include "driver_session.h"
-#include "errors.h"
-#include "interrupt.h"
-#include "register_access.h"
-#include "suggest.h"
-#include "summary.h"
-#include "terminal.h"
+#include "session/driver_session.h"
+#include "session/register_access.h"
+#include "session/summary.h"
+#include "trace/decode.h"
 
 namespace oisctl {
 

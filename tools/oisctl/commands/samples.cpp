@@ -8,13 +8,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_options.h"
+#include "base/cli_options.h"
+#include "base/errors.h"
+#include "base/interrupt.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "errors.h"
-#include "interrupt.h"
-#include "summary.h"
-#include "terminal.h"
+#include "session/driver_session.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

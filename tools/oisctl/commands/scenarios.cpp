@@ -5,11 +5,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/errors.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "errors.h"
-#include "scenario.h"
-#include "settings.h"
-#include "terminal.h"
+#include "scenario/scenario.h"
+#include "session/settings.h"
 
 namespace oisctl {
 

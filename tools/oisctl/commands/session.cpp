@@ -7,17 +7,17 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_options.h"
+#include "base/cli_options.h"
+#include "base/errors.h"
+#include "base/interrupt.h"
+#include "base/terminal.h"
 #include "commands/commands.h"
-#include "driver_session.h"
-#include "errors.h"
-#include "interrupt.h"
-#include "operations.h"
-#include "scenario.h"
-#include "scenario_runner.h"
-#include "shake_meter.h"
-#include "summary.h"
-#include "terminal.h"
+#include "scenario/scenario.h"
+#include "scenario/scenario_runner.h"
+#include "session/driver_session.h"
+#include "session/operations.h"
+#include "session/shake_meter.h"
+#include "session/summary.h"
 
 namespace oisctl {
 

@@ -1,0 +1,431 @@
+#include "capture/decode_command.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <istream>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <tuple>
+
+#include "base/closest_name.h"
+#include "base/errors.h"
+#include "base/file_content.h"
+#include "trace/decode.h"
+
+namespace oisctl {
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr size_t kDigitsPerByte = 2;
+constexpr size_t kCodeDigits = 8;
+
+// Why an item cannot be decoded. One line.
+class BadItem : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+struct Item {
+    std::string place;  // "argument 2", "capture.txt:7"
+    std::string text;
+};
+
+bool isHexDigit(char c) {
+    return std::isxdigit(static_cast<unsigned char>(c)) != 0;
+}
+bool isHex(std::string_view text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), isHexDigit);
+}
+bool hasHexPrefix(std::string_view token) {
+    return token.starts_with("0x") || token.starts_with("0X");
+}
+std::string_view withoutPrefix(std::string_view token) {
+    return hasHexPrefix(token) ? token.substr(2) : token;
+}
+
+std::string count(size_t number, const std::string& what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+// As far as it helps to find the place, and without what a terminal would take for more than text.
+std::string shown(std::string_view token) {
+    constexpr size_t kShown = 24;
+    std::string text = "'";
+    for (const char c : token.substr(0, kShown)) text += c >= ' ' && c <= '~' ? c : '?';
+    return text + (token.size() > kShown ? "...'" : "'");
+}
+
+uint32_t hexValue(std::string_view digits) {
+    return static_cast<uint32_t>(std::stoul(std::string(digits), nullptr, 16));
+}
+
+std::string hexText(uint32_t code) {
+    std::array<char, kCodeDigits + 1> text{};
+    std::snprintf(text.data(), text.size(), "%08X", code);
+    return text.data();
+}
+
+// Blanks, and what C arrays put between bytes.
+std::vector<std::string_view> tokens(std::string_view text) {
+    constexpr std::string_view kSeparators = " \t\r\n,;{}()\\";
+    std::vector<std::string_view> found;
+    for (size_t at = text.find_first_not_of(kSeparators); at != std::string_view::npos;) {
+        const size_t end = std::min(text.find_first_of(kSeparators, at), text.size());
+        found.push_back(text.substr(at, end - at));
+        at = text.find_first_not_of(kSeparators, end);
+    }
+    return found;
+}
+
+// The hex digits of a record, as they follow each other in memory.
+std::string recordDigits(const std::vector<std::string_view>& parts) {
+    const bool oneByOne = std::all_of(parts.begin(), parts.end(), [](std::string_view part) {
+        return withoutPrefix(part).size() <= kDigitsPerByte;
+    });
+    std::string digits;
+    for (const std::string_view part : parts) {
+        const std::string_view bare = withoutPrefix(part);
+        if (!isHex(bare)) throw BadItem(shown(part) + " is not hexadecimal");
+        if (hasHexPrefix(part) && bare.size() > kDigitsPerByte) {
+            throw BadItem(shown(part) +
+                          " is a number of several bytes: write the bytes in memory order, without 0x");
+        }
+        if (bare.size() == 1 && (oneByOne || hasHexPrefix(part))) digits += '0';
+        digits += bare;
+    }
+    return digits;
+}
+
+Bytes parseRecord(const std::vector<std::string_view>& parts, size_t size, const std::string& what) {
+    const std::string digits = recordDigits(parts);
+    const size_t wanted = size * kDigitsPerByte;
+    if (digits.size() != wanted) {
+        const bool fewer = digits.size() < wanted;
+        const size_t difference = fewer ? wanted - digits.size() : digits.size() - wanted;
+        throw BadItem(what + " has " + count(size, "byte") + ", that is " + count(wanted, "hex digit") +
+                      "; here " + (difference == 1 ? "is " : "are ") + std::to_string(digits.size()) + ", " +
+                      std::to_string(difference) + (fewer ? " missing" : " too many"));
+    }
+    Bytes bytes;
+    for (size_t at = 0; at < digits.size(); at += kDigitsPerByte) {
+        bytes.push_back(static_cast<uint8_t>(hexValue(std::string_view(digits).substr(at, kDigitsPerByte))));
+    }
+    return bytes;
+}
+
+// --- Requests.
+
+// A request's digits; some tools print it as a negative 64-bit number.
+std::optional<uint32_t> parseCode(std::string_view token) {
+    constexpr std::string_view kSign = "ffffffff";
+    std::string digits(withoutPrefix(token));
+    std::transform(digits.begin(), digits.end(), digits.begin(),
+                   [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
+    if (digits.size() == 2 * kCodeDigits && digits.starts_with(kSign)) digits.erase(0, kSign.size());
+    if (!isHex(digits) || digits.size() > kCodeDigits) return std::nullopt;
+    return hexValue(digits);
+}
+
+const phone::RequestInfo* requestByName(std::string_view name) {
+    const phone::RequestInfo* info = phone::findRequest(name);
+    return info != nullptr ? info : phone::findMediaRequest(name);
+}
+const phone::RequestInfo* requestByCode(uint32_t code) {
+    const phone::RequestInfo* info = phone::findRequest(code);
+    return info != nullptr ? info : phone::findMediaRequest(code);
+}
+
+// Whether eight bare digits in front of further ones are a request. In a hub record the byte that tells the
+// request's type is the output length, which never is as large.
+bool looksLikeCode(std::string_view token) {
+    if (token.size() != kCodeDigits || !isHex(token)) return false;
+    const unsigned type = _IOC_TYPE(hexValue(token));
+    return type == ois::kRequestType || type == '|';
+}
+
+nlohmann::ordered_json eventJson(const phone::Event& event) {
+    auto object = nlohmann::ordered_json::parse(phone::toJson(event));
+    // A capture says nothing of when and where.
+    for (const char* key : {"sequence", "time_us", "thread"}) object.erase(key);
+    return object;
+}
+
+std::string shownEvent(const phone::Event& event, bool json) {
+    return json ? eventJson(event).dump() : toText(event, false);
+}
+
+std::string describeRequest(uint32_t code, bool json) {
+    const phone::RequestInfo* info = requestByCode(code);
+    const phone::Event event = phone::decodeRequest(code, {}, {});
+    if (json) {
+        auto object = eventJson(event);
+        object["direction"] = phone::direction(code);
+        object["size"] = _IOC_SIZE(code);
+        if (info != nullptr) object["meaning"] = info->meaning;
+        return object.dump();
+    }
+    std::string text = toText(event, false);
+    if (info == nullptr) return text;
+    return text + "  " + std::string(phone::direction(code)) + ", " + count(_IOC_SIZE(code), "byte") + " (" +
+           std::string(info->record->name) + "): " + std::string(info->meaning);
+}
+
+// The request in a line of strace, "ioctl(5, _IOC(_IOC_READ|_IOC_WRITE, 0x56, 0xd4, 0x18), ...", in hex or by
+// name.
+std::optional<std::string> stracedRequest(std::string_view text) {
+    constexpr std::string_view kCall = "ioctl(";
+    constexpr std::string_view kMediaPrefix = "MEDIA_IOC_";
+    const size_t call = text.find(kCall);
+    if (call == std::string_view::npos) return std::nullopt;
+    const auto parts = tokens(text.substr(call + kCall.size()));
+    constexpr size_t kRequest = 1;  // behind the descriptor
+    if (parts.size() <= kRequest) throw BadItem("the ioctl has no request");
+    std::string_view request = parts[kRequest];
+    if (request.starts_with(kMediaPrefix)) request.remove_prefix(kMediaPrefix.size());
+    if (request != "_IOC") return std::string(request);
+    if (parts.size() < kRequest + 5) throw BadItem("_IOC has four arguments: direction, type, number, size");
+    const std::string_view direction = parts[kRequest + 1];
+    uint32_t code = direction.find("_IOC_READ") == std::string_view::npos ? 0 : _IOC(_IOC_READ, 0, 0, 0);
+    if (direction.find("_IOC_WRITE") != std::string_view::npos) code |= _IOC(_IOC_WRITE, 0, 0, 0);
+    for (const auto& [part, shift, mask] :
+         {std::tuple{2, _IOC_TYPESHIFT, _IOC_TYPEMASK}, std::tuple{3, _IOC_NRSHIFT, _IOC_NRMASK},
+          std::tuple{4, _IOC_SIZESHIFT, _IOC_SIZEMASK}}) {
+        const std::string_view number = parts[kRequest + static_cast<size_t>(part)];
+        const auto value = parseCode(number);
+        if (!value || *value > static_cast<uint32_t>(mask)) {
+            throw BadItem(shown(number) + " does not fit into a request");
+        }
+        code |= *value << static_cast<uint32_t>(shift);
+    }
+    return hexText(code);
+}
+
+// --- Items.
+
+struct Split {
+    std::string head;  // of a request
+    std::vector<std::string_view> sent;
+    std::optional<std::vector<std::string_view>> answered;
+};
+
+// "static const uint8_t record[64] = { ..." without what stands in front of the bytes.
+std::string_view withoutDeclaration(std::string_view text) {
+    const size_t equals = text.substr(0, text.find('{')).rfind('=');
+    return equals == std::string_view::npos ? text : text.substr(equals + 1);
+}
+
+// "->" stands between what was sent and what came back.
+Split split(std::string_view text) {
+    Split parts;
+    if (auto request = stracedRequest(text)) {
+        parts.head = std::move(*request);
+        return parts;
+    }
+    text = withoutDeclaration(text);
+    const size_t arrow = text.find("->");
+    if (arrow != std::string_view::npos) {
+        parts.answered = tokens(text.substr(arrow + 2));
+        text = text.substr(0, arrow);
+    }
+    const size_t colon = text.find(':');
+    if (colon != std::string_view::npos) {
+        const auto head = tokens(text.substr(0, colon));
+        if (head.size() != 1) throw BadItem("':' stands behind a request's code, as in '400456C2: 02000000'");
+        parts.head = head.front();
+        parts.sent = tokens(text.substr(colon + 1));
+        return parts;
+    }
+    parts.sent = tokens(text);
+    if (parts.sent.empty())
+        throw BadItem(arrow == std::string_view::npos ? "is empty" : "nothing stands in front of '->'");
+    const std::string_view first = parts.sent.front();
+    const bool prefixedCode = hasHexPrefix(first) && first.size() > 2 + kDigitsPerByte;
+    const bool alone = parts.sent.size() == 1 && withoutPrefix(first).size() == kCodeDigits;
+    const bool isCode = prefixedCode || alone || looksLikeCode(first) || !isHex(withoutPrefix(first)) ||
+                        (first.size() == 2 * kCodeDigits && parseCode(first));
+    if (isCode) {
+        parts.head = first;
+        parts.sent.erase(parts.sent.begin());
+    }
+    return parts;
+}
+
+uint32_t requestCode(const std::string& head) {
+    if (const phone::RequestInfo* info = requestByName(head)) return info->code;
+    if (const auto code = parseCode(head)) return *code;
+    if (isHex(withoutPrefix(head))) {
+        throw BadItem(shown(head) + " has " + std::to_string(withoutPrefix(head).size()) +
+                      " digits; a request has 8");
+    }
+    std::vector<std::string_view> names;
+    for (const phone::RequestInfo& info : phone::privateRequests()) names.push_back(info.name);
+    for (const phone::RequestInfo& info : phone::mediaRequests()) names.push_back(info.name);
+    const std::string_view closest = phone::closestName(head, names);
+    throw BadItem(shown(head) + " is neither a request in hex, such as 400456C2, nor the name of one" +
+                  (closest.empty() ? std::string() : "; did you mean '" + std::string(closest) + "'?"));
+}
+
+std::string decodeRequestItem(const Split& parts, bool json) {
+    const uint32_t code = requestCode(parts.head);
+    if (parts.sent.empty() && !parts.answered) return describeRequest(code, json);
+    const std::string name = requestByCode(code) == nullptr ? parts.head : phone::requestName(code);
+    const Bytes sent = parseRecord(parts.sent, _IOC_SIZE(code), "the record of " + name);
+    // A record alone may have been captured on either side of the call: all of it is shown.
+    const Bytes answered =
+        parts.answered ? parseRecord(*parts.answered, _IOC_SIZE(code), "the answer of " + name) : sent;
+    return shownEvent(phone::decodeRequest(code, sent, answered), json);
+}
+
+ois::OisCustomCmd parseHubRecord(const std::vector<std::string_view>& parts, const std::string& what) {
+    ois::OisCustomCmd record;
+    const Bytes bytes = parseRecord(parts, sizeof record, what);
+    std::memcpy(&record, bytes.data(), sizeof record);
+    return record;
+}
+
+std::string decodeHubItem(const Split& parts, bool json) {
+    const ois::OisCustomCmd sent = parseHubRecord(parts.sent, "a hub record");
+    if (!parts.answered) return shownEvent(phone::decodeHub(sent), json);
+    return shownEvent(phone::decodeHub(sent, parseHubRecord(*parts.answered, "a hub record's answer")), json);
+}
+
+std::ptrdiff_t openBraces(std::string_view text) {
+    return std::count(text.begin(), text.end(), '{') - std::count(text.begin(), text.end(), '}');
+}
+
+std::string decodeItem(const std::string& text, bool json) {
+    if (openBraces(text) > 0) throw BadItem("'{' is not closed");
+    const Split parts = split(text);
+    return parts.head.empty() ? decodeHubItem(parts, json) : decodeRequestItem(parts, json);
+}
+
+std::string withoutComment(const std::string& line) {
+    return line.substr(0, line.find('#'));
+}
+
+bool isBlank(std::string_view text) {
+    return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
+}
+
+// Whether the next line belongs to the same item. A comma behind '}' stands between items.
+bool endsOpen(std::string_view line) {
+    const size_t last = line.find_last_not_of(" \t\r\n");
+    if (last == std::string_view::npos) return false;
+    return line[last] == '\\' || (line[last] == ',' && (last == 0 || line[last - 1] != '}'));
+}
+
+// What strace says between calls.
+bool isRemark(std::string_view text) {
+    return text.starts_with("+++") || text.starts_with("---");
+}
+
+// Behind the last of the lines that the one at `first` goes on with.
+size_t endOfItem(const std::vector<std::string>& lines, size_t first) {
+    // The largest record, one byte to a line, with some room.
+    constexpr size_t kMostLines = 2048;
+    const size_t limit = std::min(lines.size(), first + kMostLines);
+    std::ptrdiff_t open = 0;
+    bool goesOn = true;
+    size_t end = first;
+    for (; end < limit && (open > 0 || goesOn); ++end) {
+        open += openBraces(lines[end]);
+        // Blank lines, and those with a comment alone, change nothing once it has begun.
+        if (end == first || !isBlank(lines[end])) goesOn = endsOpen(lines[end]);
+    }
+    // An open brace must not take the lines behind it along.
+    return open > 0 ? first + 1 : end;
+}
+
+std::vector<Item> readItems(std::istream& input, const std::string& name) {
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(input, line);) lines.push_back(withoutComment(line));
+    std::vector<Item> items;
+    for (size_t first = 0; first < lines.size();) {
+        const size_t end = endOfItem(lines, first);
+        std::string text = lines[first];
+        for (size_t next = first + 1; next < end; ++next) text += ' ' + lines[next];
+        if (!isBlank(text) && !isRemark(text))
+            items.push_back({name + ":" + std::to_string(first + 1), std::move(text)});
+        first = end;
+    }
+    return items;
+}
+
+// Whether an argument cannot be the rest of a record that the arguments before it began.
+bool beginsItem(std::string_view argument) {
+    const auto parts = tokens(argument);
+    if (parts.empty()) return true;
+    const std::string_view first = parts.front();
+    const bool isNumber = hasHexPrefix(first) && first.size() > 2 + kDigitsPerByte;
+    return isNumber || looksLikeCode(first) || !isHex(withoutPrefix(first));
+}
+
+bool isWholeHubRecord(std::string_view text) {
+    return text.size() >= sizeof(ois::OisCustomCmd) * kDigitsPerByte && isHex(text);
+}
+
+// A shell splits "400456C2 02000000" in two.
+std::vector<Item> argumentItems(const std::vector<std::string>& inputs) {
+    constexpr std::string_view kArrow = "->";
+    std::vector<Item> items;
+    bool joins = false;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        const std::string text = withoutComment(inputs[i]);
+        const bool arrow = text.starts_with(kArrow);
+        if (arrow || joins ||
+            (!items.empty() && !beginsItem(text) && !isWholeHubRecord(text) &&
+             !isWholeHubRecord(items.back().text))) {
+            if (items.empty()) items.push_back({"argument 1", {}});
+            items.back().text += ' ' + text;
+        } else {
+            items.push_back({"argument " + std::to_string(i + 1), text});
+        }
+        joins = text.ends_with(kArrow);
+    }
+    return items;
+}
+
+}  // namespace
+
+int runDecode(const std::vector<std::string>& inputs, const std::optional<std::string>& file, bool json,
+              std::istream& standardInput, std::ostream& out, std::ostream& err) {
+    std::vector<Item> items;
+    if (!inputs.empty()) {
+        items = argumentItems(inputs);
+    } else if (file && *file != "-") {
+        try {
+            std::istringstream text(phone::readTextFile(*file));
+            items = readItems(text, *file);
+        } catch (const std::runtime_error& error) {
+            err << "oisctl: " << error.what() << '\n';
+            return kWrongInput;
+        }
+    } else {
+        items = readItems(standardInput, "standard input");
+    }
+    if (items.empty()) {
+        err << "oisctl: nothing to decode: give a request in hex, such as 400456C2, or a hub record of 128 "
+               "hex "
+               "digits\n";
+        return kWrongInput;
+    }
+    int status = kSuccess;
+    for (const Item& item : items) {
+        try {
+            out << decodeItem(item.text, json) << '\n';
+        } catch (const BadItem& bad) {
+            err << "oisctl: " << item.place << ": " << bad.what() << '\n';
+            status = kWrongInput;
+        }
+    }
+    return status;
+}
+
+}  // namespace oisctl

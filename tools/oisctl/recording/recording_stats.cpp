@@ -1,0 +1,318 @@
+// What a status recording says about the stabilisation.
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <eigen3/unsupported/Eigen/FFT>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <numbers>
+#include <ostream>
+
+#include "base/terminal.h"
+#include "recording/recording.h"
+
+namespace oisctl {
+namespace {
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+constexpr double kGapPeriods = 1.5;
+
+// Below this many degrees of shake (twice the resolution of a target) a ratio says nothing.
+constexpr double kTooLittleShake = 0.002;
+
+// A lens at its stop piles up readings at the outermost angle; one that turns round by itself does not.
+constexpr double kAtLimitPart = 0.99;
+constexpr double kNearLimitPart = 0.96;
+constexpr size_t kMinAtLimit = 10;
+constexpr double kMinTravelPart = 0.1;  // of the target's; a lens that moves less does not follow at all
+
+constexpr double kSegmentS = 5;  // of the spectrum: its resolution is about the inverse
+constexpr size_t kMinSegment = 64;
+
+const std::array<Column, 2> kGyroTarget = {Column::kAngleGyroTargetX, Column::kAngleGyroTargetY};
+const std::array<Column, 2> kAccTarget = {Column::kAngleAccTargetX, Column::kAngleAccTargetY};
+const std::array<Column, 2> kHall = {Column::kAngleHallX, Column::kAngleHallY};
+
+struct Spread {
+    double mean = kNan;
+    double rms = kNan;   // about the mean
+    double peak = kNan;  // largest excursion from the mean
+};
+
+// Of the finite values.
+Spread spread(const std::vector<double>& values) {
+    double sum = 0;
+    size_t count = 0;
+    for (const double value : values) {
+        if (!std::isfinite(value)) continue;
+        sum += value;
+        ++count;
+    }
+    if (count == 0) return {};
+    Spread result{sum / static_cast<double>(count), 0, 0};
+    double squares = 0;
+    for (const double value : values) {
+        if (!std::isfinite(value)) continue;
+        const double excursion = value - result.mean;
+        squares += excursion * excursion;
+        result.peak = std::max(result.peak, std::abs(excursion));
+    }
+    result.rms = std::sqrt(squares / static_cast<double>(count));
+    return result;
+}
+
+double largest(const std::vector<double>& values) {
+    double result = 0;
+    for (const double value : values) {
+        if (std::isfinite(value)) result = std::max(result, std::abs(value));
+    }
+    return result;
+}
+
+size_t countBetween(const std::vector<double>& values, double low, double high) {
+    return static_cast<size_t>(std::count_if(values.begin(), values.end(), [&](double value) {
+        return std::abs(value) >= low && std::abs(value) < high;
+    }));
+}
+
+// The angle at which the lens stops although its target goes on; NaN when nothing points to one.
+double estimateLimit(const std::vector<double>& target, const std::vector<double>& hall) {
+    const double reached = largest(hall);
+    const double wanted = largest(target);
+    if (reached >= wanted || reached < kMinTravelPart * wanted) return kNan;
+    const size_t at = countBetween(hall, kAtLimitPart * reached, std::numeric_limits<double>::max());
+    const size_t near = countBetween(hall, kNearLimitPart * reached, kAtLimitPart * reached);
+    return at >= kMinAtLimit && at > 2 * near ? reached : kNan;
+}
+
+// `values` at a constant rate, interpolated.
+std::vector<double> resampled(const std::vector<double>& timeS, const std::vector<double>& values,
+                              double periodS) {
+    const auto count = static_cast<size_t>((timeS.back() - timeS.front()) / periodS) + 1;
+    std::vector<double> result(count);
+    size_t next = 1;
+    for (size_t i = 0; i < count; ++i) {
+        const double time = timeS.front() + static_cast<double>(i) * periodS;
+        while (next + 1 < timeS.size() && timeS[next] < time) ++next;
+        const double part = (time - timeS[next - 1]) / (timeS[next] - timeS[next - 1]);
+        result[i] = values[next - 1] + (values[next] - values[next - 1]) * std::clamp(part, 0.0, 1.0);
+    }
+    return result;
+}
+
+// Spectral density by Welch's method: Hann windows that overlap by half. Square root of the one-sided power
+// density.
+class Welch {
+  public:
+    explicit Welch(double periodS, size_t rows) : mPeriodS(periodS) {
+        const auto wanted = static_cast<size_t>(kSegmentS / periodS);
+        while (2 * mSegment <= std::min(wanted, rows)) mSegment *= 2;
+        mWindow.resize(mSegment);
+        for (size_t i = 0; i < mSegment; ++i) {
+            const double phase =
+                2 * std::numbers::pi * static_cast<double>(i) / static_cast<double>(mSegment);
+            mWindow[i] = 0.5 - 0.5 * std::cos(phase);
+            mWindowPower += mWindow[i] * mWindow[i];
+        }
+    }
+
+    bool possible() const { return mSegment >= kMinSegment; }
+
+    // Without the constant part.
+    std::vector<double> frequencies() const {
+        std::vector<double> result(mSegment / 2);
+        for (size_t i = 0; i < result.size(); ++i) {
+            result[i] = static_cast<double>(i + 1) / (mPeriodS * static_cast<double>(mSegment));
+        }
+        return result;
+    }
+
+    std::vector<double> density(const std::vector<double>& values) {
+        std::vector<double> power(mSegment / 2);
+        std::vector<double> segment(mSegment);
+        std::vector<std::complex<double>> spectrum;
+        double segments = 0;
+        for (size_t begin = 0; begin + mSegment <= values.size(); begin += mSegment / 2) {
+            const auto first = values.begin() + static_cast<std::ptrdiff_t>(begin);
+            segment.assign(first, first + static_cast<std::ptrdiff_t>(mSegment));
+            const double mean = spread(segment).mean;
+            for (size_t i = 0; i < mSegment; ++i) segment[i] = (segment[i] - mean) * mWindow[i];
+            mTransform.fwd(spectrum, segment);
+            for (size_t i = 0; i < power.size(); ++i) power[i] += std::norm(spectrum[i + 1]);
+            ++segments;
+        }
+        for (double& value : power) value = std::sqrt(2 * value * mPeriodS / (mWindowPower * segments));
+        return power;
+    }
+
+  private:
+    const double mPeriodS;
+    size_t mSegment = 1;
+    std::vector<double> mWindow;
+    double mWindowPower = 0;
+    Eigen::FFT<double> mTransform;
+};
+
+bool allFinite(const std::vector<double>& values) {
+    return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
+}
+
+void addTiming(const std::vector<double>& timeS, RecordingStats& stats) {
+    std::vector<double> periods(timeS.size() - 1);
+    for (size_t i = 0; i < periods.size(); ++i) periods[i] = timeS[i + 1] - timeS[i];
+    std::vector<double> sorted = periods;
+    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
+    std::nth_element(sorted.begin(), middle, sorted.end());
+    stats.medianPeriodS = *middle;
+    stats.rateHz = 1 / stats.medianPeriodS;
+    stats.durationS = timeS.back() - timeS.front();
+    for (const double period : periods) {
+        if (period <= kGapPeriods * stats.medianPeriodS) continue;
+        ++stats.gaps;
+        stats.longestGapS = std::max(stats.longestGapS, period);
+    }
+}
+
+AxisStats axisStats(const Recording& recording, size_t axis, std::optional<double> limitAngle) {
+    const std::vector<double> target = targetAngle(recording, axis);
+    const std::vector<double>& hall = recording[kHall[axis]];
+    const Spread shake = spread(target);
+    const Spread residual = spread(residualAngle(recording, axis));
+    AxisStats stats;
+    stats.shakeRms = shake.rms;
+    stats.shakePeak = shake.peak;
+    stats.residualRms = residual.rms;
+    stats.residualPeak = residual.peak;
+    stats.residualMean = residual.mean;
+    const bool enough = shake.rms >= kTooLittleShake && residual.rms > 0;
+    stats.suppressionDb = enough ? 20 * std::log10(shake.rms / residual.rms) : kNan;
+    stats.limit = limitAngle ? *limitAngle : estimateLimit(target, hall);
+    if (std::isfinite(stats.limit)) {
+        stats.samplesAtLimit =
+            countBetween(hall, kAtLimitPart * stats.limit, std::numeric_limits<double>::max());
+    }
+    return stats;
+}
+
+void addSpectra(const Recording& recording, RecordingStats& stats) {
+    const std::vector<double>& timeS = recording[Column::kTimestamp];
+    const size_t rows = resampled(timeS, timeS, stats.medianPeriodS).size();
+    Welch welch(stats.medianPeriodS, rows);
+    if (!welch.possible()) return;
+    stats.frequencyHz = welch.frequencies();
+    for (size_t axis = 0; axis < stats.axes.size(); ++axis) {
+        const auto density = [&](const std::vector<double>& values) {
+            if (!allFinite(values)) return std::vector<double>(stats.frequencyHz.size(), kNan);
+            return welch.density(resampled(timeS, values, stats.medianPeriodS));
+        };
+        stats.axes[axis].shakeDensity = density(targetAngle(recording, axis));
+        stats.axes[axis].residualDensity = density(residualAngle(recording, axis));
+    }
+}
+
+std::string angleText(double angle) {
+    return measured(angle, 4, " deg");
+}
+
+nlohmann::json axisJson(const AxisStats& axis) {
+    // JSON knows no NaN; the library writes null for it.
+    return {{"shake_rms_deg", axis.shakeRms},
+            {"shake_peak_deg", axis.shakePeak},
+            {"residual_rms_deg", axis.residualRms},
+            {"residual_peak_deg", axis.residualPeak},
+            {"residual_mean_deg", axis.residualMean},
+            {"suppression_db", axis.suppressionDb},
+            {"limit_deg", axis.limit},
+            {"samples_at_limit",
+             std::isfinite(axis.limit) ? nlohmann::json(axis.samplesAtLimit) : nlohmann::json()}};
+}
+
+}  // namespace
+
+std::string measured(double value, int decimals, std::string_view unit) {
+    if (!std::isfinite(value)) return "-";
+    const double half = std::pow(10, -decimals) / 2;
+    return number(std::abs(value) < half ? 0 : value, decimals) + std::string(unit);
+}
+
+std::vector<double> targetAngle(const Recording& recording, size_t axis) {
+    std::vector<double> result = recording[kGyroTarget[axis]];
+    const std::vector<double>& acc = recording[kAccTarget[axis]];
+    for (size_t i = 0; i < result.size(); ++i) result[i] += acc[i];
+    return result;
+}
+
+std::vector<double> residualAngle(const Recording& recording, size_t axis) {
+    std::vector<double> result = targetAngle(recording, axis);
+    const std::vector<double>& hall = recording[kHall[axis]];
+    for (size_t i = 0; i < result.size(); ++i) result[i] -= hall[i];
+    return result;
+}
+
+RecordingStats computeStats(const Recording& recording, std::optional<double> limitAngle) {
+    if (recording.rows() < 2) {
+        throw InputError(recording.source + ": " + std::to_string(recording.rows()) +
+                         (recording.rows() == 1 ? " row" : " rows") + " of data; statistics need at least 2" +
+                         (recording.notes.empty() ? "" : " (" + recording.notes.front() + ")"));
+    }
+    RecordingStats stats;
+    stats.rows = recording.rows();
+    addTiming(recording[Column::kTimestamp], stats);
+    stats.gyroRawRms = {spread(recording[Column::kGyroRawX]).rms, spread(recording[Column::kGyroRawY]).rms,
+                        spread(recording[Column::kGyroRawZ]).rms};
+    for (size_t axis = 0; axis < stats.axes.size(); ++axis) {
+        stats.axes[axis] = axisStats(recording, axis, limitAngle);
+    }
+    addSpectra(recording, stats);
+    return stats;
+}
+
+void printStats(std::ostream& out, const Recording& recording, const RecordingStats& stats) {
+    out << recording.source << "\n"
+        << "  " << grouped(stats.rows) << " rows, " << number(stats.durationS, 3) << " s at "
+        << number(stats.rateHz, 1) << " Hz\n";
+    out << "  " << stats.gaps << (stats.gaps == 1 ? " gap" : " gaps") << " above " << kGapPeriods
+        << " periods";
+    if (stats.gaps > 0) out << ", the longest " << duration(stats.longestGapS);
+    out << "\n";
+    for (const std::string& note : recording.notes) out << "  note: " << note << "\n";
+
+    const auto line = [&](const char* label, auto&& text) {
+        out << "  " << label;
+        for (const AxisStats& axis : stats.axes) {
+            const std::string cell = text(axis);
+            out << std::string(cell.size() < 14 ? 14 - cell.size() : 1, ' ') << cell;
+        }
+        out << "\n";
+    };
+    out << "                                   x             y\n";
+    line("shake, RMS            ", [](const AxisStats& axis) { return angleText(axis.shakeRms); });
+    line("shake, peak           ", [](const AxisStats& axis) { return angleText(axis.shakePeak); });
+    line("residual, RMS         ", [](const AxisStats& axis) { return angleText(axis.residualRms); });
+    line("residual, peak        ", [](const AxisStats& axis) { return angleText(axis.residualPeak); });
+    line("residual, mean        ", [](const AxisStats& axis) { return angleText(axis.residualMean); });
+    line("suppression           ",
+         [](const AxisStats& axis) { return measured(axis.suppressionDb, 1, " dB"); });
+    line("lens stops at         ", [](const AxisStats& axis) { return angleText(axis.limit); });
+    line("samples at the limit  ", [](const AxisStats& axis) {
+        return std::isfinite(axis.limit) ? grouped(axis.samplesAtLimit) : "-";
+    });
+}
+
+nlohmann::json toJson(const Recording& recording, const RecordingStats& stats) {
+    return {{"file", recording.source},
+            {"notes", recording.notes},
+            {"rows", stats.rows},
+            {"duration_s", stats.durationS},
+            {"rate_hz", stats.rateHz},
+            {"median_period_s", stats.medianPeriodS},
+            {"gaps", stats.gaps},
+            {"longest_gap_s", stats.longestGapS},
+            {"gyro_raw_rms_counts", stats.gyroRawRms},
+            {"x", axisJson(stats.axes[0])},
+            {"y", axisJson(stats.axes[1])}};
+}
+
+}  // namespace oisctl

@@ -1,0 +1,172 @@
+#include "scenario/scenario_runner.h"
+
+#include <cmath>
+
+#include "base/interrupt.h"
+#include "base/terminal.h"
+#include "kernel/file_tree.h"
+#include "motion/motion.h"
+#include "session/shake_meter.h"
+
+namespace oisctl {
+
+namespace {
+
+constexpr double kMicrosPerSecond = 1e6;
+
+class Player {
+  public:
+    Player(DriverSession& session, const Scenario& scenario) : mSession(session), mScenario(scenario) {}
+
+    Summary play();
+
+  private:
+    void playFrames();
+    void applyMoments(double timeS);
+    void apply(const Moment& moment);
+    void applyTemperature(double timeS);
+    void setThermal(const std::string& state);
+    void sendFocus(double timeS);
+    void sendRequest(double timeS);
+    void noteMode();
+    void measureShake();
+    void setStream(bool on);
+
+    DriverSession& mSession;
+    const Scenario& mScenario;
+    size_t mNextMoment = 0;
+    uint64_t mFrame = 0;
+    uint64_t mRequests = 0;
+    bool mStreaming = false;
+    std::optional<long> mTemperature;
+    std::vector<ModeSpan> mModes;
+    std::vector<OperationResult> mOperations;
+    ShakeMeter mShake;
+};
+
+void Player::setStream(bool on) {
+    mSession.notifyStream(on);
+    mStreaming = on;
+}
+
+Summary Player::play() {
+    const bool supported = mSession.open();
+    if (supported) mSession.waitForBringUp();
+    if (supported && !mScenario.drivesStream()) setStream(true);
+    playFrames();
+    if (mStreaming) setStream(false);
+    mSession.close();
+
+    Summary summary = summarise(mSession);
+    summary.supported = supported;
+    summary.scenario = mScenario.name;
+    summary.requests = mRequests;
+    summary.modes = mModes;
+    summary.operations = mOperations;
+    summary.shake = mShake.result();
+    return summary;
+}
+
+void Player::playFrames() {
+    const int64_t startUs = mSession.nowUs();
+    const uint64_t frames = mScenario.frames();
+    Progress progress(mScenario.name, static_cast<double>(frames));
+    for (mFrame = 0; mFrame < frames && !interrupted(); ++mFrame) {
+        const double timeS = mScenario.frameTimeS(mFrame);
+        mSession.phone().clock().sleepUntilUs(startUs + std::llround(timeS * kMicrosPerSecond));
+        applyMoments(timeS);
+        applyTemperature(timeS);
+        sendFocus(timeS);
+        sendRequest(timeS);
+        noteMode();
+        measureShake();
+        progress.update(static_cast<double>(mFrame), "frame " + std::to_string(mFrame));
+    }
+}
+
+void Player::applyMoments(double timeS) {
+    constexpr double kSlack = 1e-9;
+    while (mNextMoment < mScenario.moments.size() && mScenario.moments[mNextMoment].atS <= timeS + kSlack) {
+        apply(mScenario.moments[mNextMoment++]);
+    }
+}
+
+void Player::apply(const Moment& moment) {
+    if (moment.clearFaults) mSession.clearFaults();
+    for (const std::string& fault : moment.faults) mSession.addFault(fault);
+    for (const auto& [key, value] : moment.properties) mSession.setProperty(key, value);
+    if (moment.motion) mSession.setMotion(*moment.motion);
+    if (moment.thermal) setThermal(*moment.thermal);
+    if (moment.stream) setStream(*moment.stream);
+    if (moment.sensorMode) mSession.setSensorMode(*moment.sensorMode);
+    if (moment.dynamic) mSession.enableOis(*moment.dynamic);
+    if (moment.mode) mSession.setMode(*moment.mode);
+    if (moment.operation)
+        mOperations.push_back({*moment.operation, mSession.setOperation(*moment.operation)});
+    if (moment.checkStatus) mSession.checkStatus();
+}
+
+void Player::setThermal(const std::string& state) {
+    phone::FileTree& files = mSession.phone().files();
+    mTemperature.reset();
+    if (state == "absent") {
+        files.setThermalAbsent();
+    } else if (state == "unreadable") {
+        files.setThermalUnreadable();
+    } else {
+        files.setThermal(state);
+    }
+}
+
+void Player::applyTemperature(double timeS) {
+    const std::optional<double> value = mScenario.value("temperature_c", timeS);
+    if (!value) return;
+    const long degrees = std::lround(*value);
+    if (mTemperature == degrees) return;
+    mTemperature = degrees;
+    mSession.phone().files().setThermal(std::to_string(degrees) + "\n");
+}
+
+void Player::sendFocus(double timeS) {
+    const std::optional<double> distance = mScenario.value("focus_distance_mm", timeS);
+    const std::optional<double> diopter = mScenario.value("focus_diopter", timeS);
+    if (distance || diopter) {
+        ois_focus_params focus{};
+        focus.distanceValid = distance ? 1 : 0;
+        focus.distance = static_cast<int32_t>(distance.value_or(0));
+        focus.useFocus = diopter ? 1 : 0;
+        focus.focusDiopter = static_cast<float>(diopter.value_or(0));
+        mSession.setFocus(focus);
+    }
+    if (const auto position = mScenario.value("af_position", timeS)) {
+        mSession.setAfPosition(static_cast<int32_t>(*position));
+    }
+}
+
+void Player::sendRequest(double timeS) {
+    if (mScenario.value("requests", timeS) == 0) return;
+    ++mRequests;
+    ois_params params = mScenario.requestAt(timeS, mSession.settings().sensorDev);
+    mSession.setParams(params);
+    if (params.op_result_ptr != nullptr) mOperations.push_back({params.engineer_operation, params.op_result});
+}
+
+void Player::noteMode() {
+    if (mSession.driver().mIsOisSupport == 0) return;
+    const int32_t mode = mSession.driver().mOisMode;
+    if (mModes.empty() || mModes.back().mode != mode) mModes.push_back({mode, mFrame, mFrame});
+    mModes.back().lastFrame = mFrame;
+}
+
+void Player::measureShake() {
+    phone::Stabiliser* stabiliser = mSession.stabiliser();
+    if (stabiliser != nullptr) mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
+}
+
+}  // namespace
+
+Summary runScenario(DriverSession& session, const Scenario& scenario) {
+    return Player(session, scenario).play();
+}
+
+}  // namespace oisctl

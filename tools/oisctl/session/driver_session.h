@@ -1,0 +1,107 @@
+#pragma once
+// One driver on one simulated phone, from construction to the last joined thread.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/interrupt.h"
+#include "controllers/stabiliser.h"
+#include "modules/module_description.h"
+#include "ois_drv.h"
+#include "phone.h"
+#include "session/settings.h"
+#include "session/tally.h"
+#include "session/trace_output.h"
+
+namespace oisctl {
+
+class DriverSession {
+  public:
+    // Sets the phone up as `settings` say. Throws InputError.
+    DriverSession(const Settings& settings, Narration narration);
+    // Closes what is open.
+    ~DriverSession();
+    DriverSession(const DriverSession&) = delete;
+    DriverSession& operator=(const DriverSession&) = delete;
+
+    phone::Phone& phone() { return *mPhone; }
+    OISDrv& driver() { return *mDriver; }
+    const phone::ModuleDescription& module() const { return mModule; }
+    const Settings& settings() const { return mSettings; }
+    Tally& tally() { return mTally; }
+    bool behindHub() const { return mModule.behindHub(); }
+    // The lens and loop of the module; null for a module without a simulated controller.
+    phone::Stabiliser* stabiliser();
+
+    // Called for every event of the trace, in order and one at a time; must not call back into the phone.
+    void observe(std::function<void(const phone::Event&)> observer) { mObserver = std::move(observer); }
+    void setProperty(const std::string& key, const std::string& value);
+    // Of the phone or of the chip. Throws InputError.
+    void addFault(const std::string& text);
+    void clearFaults();
+    // Throws InputError when the properties make a stream's start wait without end.
+    void requireStreaming();
+    // A built-in motion's name or a file. Throws InputError.
+    void setMotion(const std::string& nameOrFile);
+
+    // The driver's operations, each recorded in the trace and counted. What a worker thread that cannot be
+    // created throws becomes a failure and the result -1.
+
+    // Init; false when the driver has no use for the module.
+    bool open();
+    // Opens and waits for the bring-up. Throws JobError, naming the command, when the driver has no use for
+    // the module.
+    void openFor(std::string_view command);
+    // Waits until the bring-up has ended, or, where it goes on as a recorder, until the channel is up. A
+    // channel that is not up then is a failure.
+    void waitForBringUp();
+    bool channelIsUp() const;
+    // Uninit, and the end of every worker.
+    void close();
+
+    int32_t notifyStream(bool on);
+    int32_t setMode(int32_t mode);
+    int32_t setOperation(int32_t operation);
+    int32_t enableOis(int32_t dynamic);
+    int32_t checkStatus();
+    int32_t setParams(ois_params& params);
+    int32_t setSensorMode(int32_t mode);
+    int32_t setFocus(ois_focus_params& focus);
+    int32_t setAfPosition(int32_t position);
+    int32_t firmwareUpdate();
+    // Any other operation; `text` is how it reads: "DumpOtp2File()".
+    int32_t call(const std::string& text, const std::function<int32_t()>& operation);
+
+    int64_t nowUs() { return mPhone->clock().nowUs(); }
+    double nowS();
+    void sleepUs(int64_t us) { mPhone->clock().sleepUs(us); }
+    double wallSeconds() const;
+    void fail(std::string text);
+
+    // Ends the trace's output. Throws JobError.
+    void finishTrace() { mTraceOutput.finish(); }
+
+  private:
+    // Runs the operation; one on an open device that sends nothing, where `mayRepeat` says so, is a repeat.
+    int32_t run(const std::string& text, bool mayRepeat, const std::function<int32_t()>& operation);
+    void setProperties();
+    void joinWorkers();
+
+    const InterruptGuard mInterruptGuard;  // a procedure of the driver is always carried through
+    const Settings mSettings;
+    const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
+    const phone::ModuleDescription mModule;
+    Tally mTally;
+    TraceOutput mTraceOutput;
+    std::function<void(const phone::Event&)> mObserver;
+    std::unique_ptr<phone::Phone> mPhone;
+    OISDrv* mDriver = nullptr;
+    bool mOpen = false;
+};
+
+}  // namespace oisctl

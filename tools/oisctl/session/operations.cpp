@@ -1,0 +1,108 @@
+#include "session/operations.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "base/errors.h"
+#include "base/suggest.h"
+#include "base/terminal.h"
+
+namespace oisctl {
+
+namespace {
+
+constexpr int32_t kWriteGainX = 15;
+constexpr int32_t kWriteGainY = 16;
+// The driver takes numbers beyond these as gains to write, in 1/10000: the x gain below, the y gain above.
+constexpr int32_t kLeastPlain = -2;
+constexpr int32_t kGreatestPlain = 26;
+constexpr double kGainUnit = 1e4;
+constexpr double kMaxGain = 200000;
+
+int32_t gainOperation(const OperationInfo& operation, double gain) {
+    const bool isX = operation.number == kWriteGainX;
+    const double least = (isX ? -kLeastPlain : kGreatestPlain) + 1;
+    const double units = std::round(gain * kGainUnit);
+    if (!(units >= least && gain <= kMaxGain)) {
+        throw InputError(std::string(operation.name) + " " + number(gain, 4) + ": the gain may be " +
+                         number(least / kGainUnit, 4) + " to " + number(kMaxGain, 0));
+    }
+    return static_cast<int32_t>(isX ? -units : units);
+}
+
+}  // namespace
+
+const std::vector<OperationInfo>& operations() {
+    static const std::vector<OperationInfo> all{
+        {0, "off", "stabilisation off"},
+        {1, "on", "stabilisation on"},
+        {2, "gyro-offset", "measure and keep the gyro offset"},
+        {5, "read-gain-x", "read the x gain, in 1/10000"},
+        {6, "read-gain-y", "read the y gain, in 1/10000"},
+        {11, "acc-on", "accelerometer compensation on, at the module's default distance"},
+        {12, "acc-off", "accelerometer compensation off"},
+        {15, "write-gain-x", "write the x gain: a value, or without one 15/10000"},
+        {16, "write-gain-y", "write the y gain: a value, or without one 16/10000"},
+        {18, "operation-18", "the controller's own operation 18"},
+        {19, "detect-defect", "start the actuator defect detector, or join one that found a defect"},
+    };
+    return all;
+}
+
+const OperationInfo* findOperation(int32_t number) {
+    if (number < kLeastPlain) number = kWriteGainX;
+    if (number > kGreatestPlain) number = kWriteGainY;
+    const auto& all = operations();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [number](const auto& info) { return info.number == number; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+int32_t operationNumber(const std::string& nameOrNumber, std::optional<double> value) {
+    const OperationInfo* operation = nullptr;
+    std::vector<std::string> names;
+    for (const OperationInfo& info : operations()) {
+        names.emplace_back(info.name);
+        if (info.name == nameOrNumber) operation = &info;
+    }
+    int32_t parsed = 0;
+    const char* end = nameOrNumber.data() + nameOrNumber.size();
+    const auto [stop, error] = std::from_chars(nameOrNumber.data(), end, parsed);
+    const bool isNumber = error == std::errc() && stop == end;
+    if (operation == nullptr && !isNumber) {
+        throw InputError("op " + nameOrNumber + ": no such operation" + suggestion(nameOrNumber, names) +
+                         (nearest(nameOrNumber, names).empty() ? ", or a number" : ""));
+    }
+    if (!value) return operation == nullptr ? parsed : operation->number;
+    if (operation == nullptr) operation = findOperation(parsed);
+    if (operation == nullptr || (operation->number != kWriteGainX && operation->number != kWriteGainY)) {
+        throw InputError("op " + nameOrNumber + ": takes no value; write-gain-x and write-gain-y do");
+    }
+    return gainOperation(*operation, *value);
+}
+
+const std::vector<ModeInfo>& modes() {
+    static const std::vector<ModeInfo> all{
+        {0, "off"},
+        {2, "on"},
+        {3, "video"},
+        {5, "sine test (properties only)"},
+        {6, "still at high zoom"},
+        {7, "sine test (properties only)"},
+        {8, "the controller's own"},
+        {9, "the controller's own"},
+        {10, "still in scenario 31"},
+    };
+    return all;
+}
+
+std::string_view modeMeaning(int32_t mode) {
+    if (mode == -1) return "not set since the stream changed";
+    const auto& all = modes();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [mode](const auto& info) { return info.number == mode; });
+    return found == all.end() ? "unsupported" : found->meaning;
+}
+
+}  // namespace oisctl

@@ -1,0 +1,125 @@
+#include "session/trace_output.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/errors.h"
+#include "base/terminal.h"
+#include "session/tally.h"
+
+namespace oisctl {
+
+using phone::Event;
+using phone::EventKind;
+
+namespace {
+
+constexpr double kMicro = 1e-6;
+constexpr size_t kTimeColumns = 10;
+constexpr size_t kLongestLine = 180;
+
+std::string timeColumn(int64_t timeUs) {
+    const std::string text = number(static_cast<double>(timeUs) * kMicro, 4);
+    const std::string padding(text.size() < kTimeColumns ? kTimeColumns - text.size() : 0, ' ');
+    return styled(Style::kDim, padding + text + " s");
+}
+
+bool failed(const Event& event) {
+    return !event.fault.empty() || (event.hasResult && event.result < 0);
+}
+
+}  // namespace
+
+TraceOutput::TraceOutput(const Settings& settings, Narration narration)
+    : mFileName(settings.traceFile), mVerbose(settings.verbose) {
+    if (settings.traceWanted && !mFileName.empty()) {
+        mFile.open(mFileName);
+        if (!mFile) throw InputError("--trace=" + mFileName + ": cannot be written: " + std::strerror(errno));
+        mFileJson = settings.json;
+    }
+    if (settings.traceWanted && mFileName.empty()) {
+        mTerminal = settings.json ? Terminal::kJson : Terminal::kText;
+    } else if (!settings.json && !settings.quiet) {
+        if (narration == Narration::kCalls) mTerminal = Terminal::kCalls;
+        if (narration == Narration::kCommands) mTerminal = Terminal::kCommands;
+    }
+}
+
+TraceOutput::~TraceOutput() {
+    endRepeats();
+}
+
+void TraceOutput::show(const Event& event) {
+    if (mFile.is_open()) mFile << (mFileJson ? toJson(event) : toText(event)) << '\n';
+    switch (mTerminal) {
+        case Terminal::kNothing:
+            break;
+        case Terminal::kText:
+            printLine(toText(event));
+            break;
+        case Terminal::kJson:
+            printLine(toJson(event));
+            break;
+        case Terminal::kCommands:
+        case Terminal::kCalls:
+            narrate(event);
+            break;
+    }
+}
+
+void TraceOutput::narrate(const Event& event) {
+    const bool isNote = event.kind == EventKind::kNote || !event.fault.empty();
+    if (isCommand(event)) {
+        printCommand(event);
+    } else if (event.kind == EventKind::kCall && mTerminal == Terminal::kCalls) {
+        narrateCall(event);
+    } else if (isNote || (mVerbose && event.kind == EventKind::kMessage)) {
+        const std::string text = toText(event, false);
+        printOther(event, "    " + styled(isNote ? Style::kWarning : Style::kDim, text));
+    }
+}
+
+void TraceOutput::narrateCall(const Event& event) {
+    if (!event.hasResult) {
+        printOther(event, styled(Style::kBold, event.text));
+    } else if (event.text.ends_with(kRepeatRemark)) {
+        printOther(event, "    " + styled(Style::kDim, kRepeatRemark.substr(2)));
+    }
+}
+
+void TraceOutput::printOther(const Event& event, const std::string& text) {
+    endRepeats();
+    mLastLine.clear();
+    printLine(timeColumn(event.timeUs) + "  " + text);
+}
+
+void TraceOutput::printCommand(const Event& event) {
+    std::string text = toText(event, false);
+    if (text == mLastLine) {
+        ++mRepeats;
+        return;
+    }
+    endRepeats();
+    mLastLine = text;
+    if (text.size() > kLongestLine) {
+        text.resize(kLongestLine);
+        text += " ... (whole with --trace)";
+    }
+    printLine(timeColumn(event.timeUs) + "    " + styled(failed(event) ? Style::kBad : Style::kPlain, text));
+}
+
+void TraceOutput::endRepeats() {
+    if (mRepeats == 0) return;
+    const std::string times = mRepeats == 1 ? "once more" : grouped(mRepeats) + " times more";
+    printLine(std::string(kTimeColumns + 6, ' ') + styled(Style::kDim, "... the same " + times));
+    mRepeats = 0;
+}
+
+void TraceOutput::finish() {
+    endRepeats();
+    if (!mFile.is_open()) return;
+    mFile.close();
+    if (!mFile) throw JobError("--trace=" + mFileName + ": the trace could not be written completely");
+}
+
+}  // namespace oisctl

@@ -1,0 +1,56 @@
+#pragma once
+// Shows the trace: the commands on the terminal, or everything, there or in a file.
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+#include "session/settings.h"
+#include "trace/trace.h"
+
+namespace oisctl {
+
+// What stands on the terminal when no trace is asked for.
+enum class Narration {
+    kNothing,
+    kCommands,  // the commands that reach the controller
+    kCalls,     // the same, each under the call that sent it
+};
+
+// Ends the text of a returned call that the driver answered without sending anything, the value being the
+// last one.
+constexpr std::string_view kRepeatRemark = ": a repeat, nothing sent";
+
+class TraceOutput {
+  public:
+    // Throws InputError when the trace's file cannot be written.
+    TraceOutput(const Settings& settings, Narration narration);
+    ~TraceOutput();
+    TraceOutput(const TraceOutput&) = delete;
+    TraceOutput& operator=(const TraceOutput&) = delete;
+
+    // Events in order, one at a time.
+    void show(const phone::Event& event);
+    // Throws JobError when the file could not be written completely.
+    void finish();
+
+  private:
+    enum class Terminal { kNothing, kCommands, kCalls, kText, kJson };
+
+    void narrate(const phone::Event& event);
+    void narrateCall(const phone::Event& event);
+    void printOther(const phone::Event& event, const std::string& text);
+    void printCommand(const phone::Event& event);
+    void endRepeats();
+
+    std::ofstream mFile;
+    std::string mFileName;
+    bool mFileJson = false;
+    const bool mVerbose;
+    Terminal mTerminal = Terminal::kNothing;
+    std::string mLastLine;  // repeats of a line are counted, not shown
+    uint64_t mRepeats = 0;
+};
+
+}  // namespace oisctl
