@@ -7,7 +7,8 @@ REPO=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 declare -A NEEDS=(
     [build]="g++:g++ cmake:cmake ninja-build:ninja libcli11-dev:/usr/include/CLI/CLI.hpp
              libtomlplusplus-dev:/usr/include/toml++/toml.h nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
-             libeigen3-dev:/usr/include/eigen3/unsupported/Eigen/FFT"
+             libeigen3-dev:/usr/include/eigen3/unsupported/Eigen/FFT libfmt-dev:/usr/include/fmt/format-inl.h
+             libutfcpp-dev:/usr/include/utf8.h"
     [plot]="gnuplot-nox:gnuplot fonts-dejavu-core:/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
     [test]="libgtest-dev:/usr/include/gtest/gtest.h"
     [bench]="libbenchmark-dev:/usr/include/benchmark/benchmark.h valgrind:valgrind"

@@ -1,0 +1,11 @@
+# From its headers alone, compiled once here: the phone and the tool need no further library at run time, and a cross
+# build has it too. (Header-only use would cost three seconds in every source.)
+include(${CMAKE_CURRENT_LIST_DIR}/HeaderLibrary.cmake)
+if(NOT TARGET fmt::fmt)
+  ois_header_library(fmt_headers fmt format-inl.h)
+  add_library(ois_fmt STATIC ${CMAKE_CURRENT_LIST_DIR}/fmt.cpp)
+  set_target_properties(ois_fmt PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_link_libraries(ois_fmt PUBLIC fmt_headers)
+  add_library(fmt::fmt ALIAS ois_fmt)
+endif()
+set(fmt_FOUND TRUE)

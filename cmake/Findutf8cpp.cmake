@@ -1,0 +1,5 @@
+include(${CMAKE_CURRENT_LIST_DIR}/HeaderLibrary.cmake)
+if(NOT TARGET utf8cpp::utf8cpp)
+  ois_header_library(utf8cpp::utf8cpp utf8 checked.h)
+endif()
+set(utf8cpp_FOUND TRUE)
