@@ -8,8 +8,8 @@
 namespace phone {
 namespace {
 
-constexpr int64_t kStepUs = 500;
-constexpr double kStepS = kStepUs * 1e-6;
+constexpr int64_t kStepUs = kMotionStepUs;
+constexpr double kStepS = kMotionStepS;
 constexpr double kDegPerRad = 180 / std::numbers::pi;
 constexpr size_t kX = 0;
 constexpr size_t kY = 1;
@@ -57,15 +57,12 @@ double noise(uint64_t seed, int64_t step, uint64_t channel) {
 int16_t counts(double value) {
     constexpr double kLow = std::numeric_limits<int16_t>::min();
     constexpr double kHigh = std::numeric_limits<int16_t>::max();
-    return static_cast<int16_t>(std::lround(std::clamp(value, kLow, kHigh)));
+    // Not std::lround, which is a call, six times a step.
+    return static_cast<int16_t>(std::clamp(value, kLow, kHigh) + std::copysign(0.5, value));
 }
 
 int64_t stepAt(int64_t timeUs) {
     return std::max<int64_t>(timeUs, 0) / kStepUs;
-}
-
-double seconds(int64_t step) {
-    return static_cast<double>(step) * kStepS;
 }
 
 }  // namespace
@@ -121,15 +118,15 @@ void Stabiliser::setTrackingError(double hallX, double hallY) {
 void Stabiliser::advance(int64_t timeUs) {
     const std::shared_ptr<const MotionSource> source = mMotion.source();
     const std::lock_guard lock(mMutex);
-    advanceLocked(timeUs, *source);
+    advanceLocked(timeUs, source);
 }
 
 StabiliserState Stabiliser::stateAt(int64_t timeUs) {
     const std::shared_ptr<const MotionSource> source = mMotion.source();
     const std::lock_guard lock(mMutex);
-    advanceLocked(timeUs, *source);
+    advanceLocked(timeUs, source);
 
-    const MotionSample sample = source->at(seconds(mStep));
+    const MotionSample& sample = mCursor.at(source, mStep);
     StabiliserState state;
     for (size_t i = 0; i < 3; ++i) {
         state.gyroRaw[i] = gyroRaw(sample, mStep, i);
@@ -154,8 +151,9 @@ Stabiliser::GyroMeasurement Stabiliser::measureGyro(int64_t timeUs, int64_t wind
     const int64_t first = std::min(stepAt(timeUs - windowUs) + 1, last);
     const auto count = static_cast<double>(last - first + 1);
     std::array<double, 2> sum{}, squares{};
+    MotionCursor cursor;
     for (int64_t step = first; step <= last; ++step) {
-        const MotionSample sample = source->at(seconds(step));
+        const MotionSample& sample = cursor.at(source, step);
         for (size_t axis = 0; axis < 2; ++axis) {
             const double raw = gyroRaw(sample, step, axis);
             sum[axis] += raw;
@@ -171,7 +169,7 @@ Stabiliser::GyroMeasurement Stabiliser::measureGyro(int64_t timeUs, int64_t wind
     return result;
 }
 
-void Stabiliser::advanceLocked(int64_t timeUs, const MotionSource& source) {
+void Stabiliser::advanceLocked(int64_t timeUs, const std::shared_ptr<const MotionSource>& source) {
     const int64_t target = stepAt(timeUs);
     const double highPassHz = std::max(mSettings.highPassHz, kMinHighPassHz);
     const double settleS =
@@ -184,8 +182,8 @@ void Stabiliser::advanceLocked(int64_t timeUs, const MotionSource& source) {
     }
 }
 
-void Stabiliser::step(const MotionSource& source) {
-    const MotionSample sample = source.at(seconds(mStep));
+void Stabiliser::step(const std::shared_ptr<const MotionSource>& source) {
+    const MotionSample& sample = mCursor.at(source, mStep);
     std::array<double, 3> rateRadS{};
     for (size_t i = 0; i < 3; ++i) {
         const int offset = i < mChannels.size() ? mChannels[i].gyroOffset : 0;

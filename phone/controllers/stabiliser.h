@@ -114,8 +114,8 @@ class Stabiliser {
         double lensSpeed = 0;  // degrees per second
     };
 
-    void advanceLocked(int64_t timeUs, const MotionSource& source);
-    void step(const MotionSource& source);
+    void advanceLocked(int64_t timeUs, const std::shared_ptr<const MotionSource>& source);
+    void step(const std::shared_ptr<const MotionSource>& source);
     double integrated(double angle, double rateRadS) const;
     void trackShift(const MotionSample& sample, const std::array<double, 3>& rateRadS);
     void moveLens(size_t axis);
@@ -132,7 +132,8 @@ class Stabiliser {
     double mActiveAngle = 0;
     bool mAccCompensation = false;
     double mDistanceM = 1;
-    int64_t mStep = 0;                 // the last one taken
+    int64_t mStep = 0;  // the last one taken
+    MotionCursor mCursor;
     std::array<double, 3> mGravity{};  // as the controller believes, m/s^2
     bool mGravityKnown = false;
     std::array<Channel, 2> mChannels{};

@@ -3,6 +3,8 @@
 // What is summed are the orientation angles and the position; angular rate and acceleration are their exact
 // derivatives in the body's axes, so that gyro and accelerometer agree with each other at every moment.
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -19,15 +21,13 @@ double draw(std::mt19937_64& random) {
     return static_cast<double>(random() >> 11U) * 0x1p-53;
 }
 
+// A quantity at N moments, one step of the grid apart.
+template <size_t N>
+using Row = std::array<double, N>;
+
 // Some quantity over time, as a sum of sinusoids.
 class Wave {
   public:
-    struct Value {
-        double position = 0;
-        double rate = 0;
-        double acceleration = 0;
-    };
-
     // `count` sinusoids spread over [lowHz, highHz] whose derivative of order `derivative` has the RMS `rms`.
     Wave& band(std::mt19937_64& random, double lowHz, double highHz, int count, int derivative, double rms) {
         const double height = rms * std::sqrt(2.0 / count);
@@ -35,29 +35,60 @@ class Wave {
             const double hz = lowHz + (highHz - lowHz) * (i + draw(random)) / count;
             const double omega = 2 * std::numbers::pi * hz;
             const double phase = 2 * std::numbers::pi * draw(random);
-            mParts.push_back({height / std::pow(omega, derivative), omega, phase});
+            mParts.emplace_back(height / std::pow(omega, derivative), omega, phase);
         }
         return *this;
     }
 
-    Value at(double timeS) const {
-        Value value;
+    template <size_t N>
+    void addAngleAndRate(double startS, Row<N>& angle, Row<N>& rate) const {
         for (const Part& part : mParts) {
-            const double angle = part.omega * timeS + part.phase;
-            const double sine = part.height * std::sin(angle);
-            value.position += sine;
-            value.rate += part.height * part.omega * std::cos(angle);
-            value.acceleration -= part.omega * part.omega * sine;
+            const Phasor phasor = part.at(startS);
+            part.addTurning(phasor, angle);
+            part.addTurning(phasor.derivative(part.omega), rate);
         }
-        return value;
+    }
+
+    template <size_t N>
+    void addAcceleration(double startS, Row<N>& acceleration) const {
+        for (const Part& part : mParts) {
+            part.addTurning(part.at(startS).derivative(part.omega).derivative(part.omega), acceleration);
+        }
     }
 
   private:
+    struct Phasor {
+        double sine;
+        double cosine;
+        Phasor derivative(double omega) const { return {omega * cosine, -omega * sine}; }
+    };
+
+    // Sine and cosine cost too much to be taken at every step: they are where a row begins, and a table of
+    // turns leads from there to each of its steps.
     struct Part {
+        Part(double partHeight, double partOmega, double partPhase)
+            : height(partHeight), omega(partOmega), phase(partPhase) {
+            for (size_t i = 0; i < kMotionBlockSteps; ++i) {
+                turnSine[i] = std::sin(omega * kMotionStepS * static_cast<double>(i));
+                turnCosine[i] = std::cos(omega * kMotionStepS * static_cast<double>(i));
+            }
+        }
+
+        Phasor at(double timeS) const {
+            const double angle = omega * timeS + phase;
+            return {height * std::sin(angle), height * std::cos(angle)};
+        }
+        template <size_t N>
+        void addTurning(const Phasor& start, Row<N>& sum) const {
+            for (size_t i = 0; i < N; ++i) sum[i] += start.sine * turnCosine[i] + start.cosine * turnSine[i];
+        }
+
         double height;
         double omega;
         double phase;
+        Row<kMotionBlockSteps> turnSine, turnCosine;
     };
+
     std::vector<Part> mParts;
 };
 
@@ -67,7 +98,12 @@ struct Pan {
     double turnS = 4;
     double restS = 2;
 
-    Wave::Value at(double timeS) const {
+    struct Value {
+        double angle;
+        double rate;
+    };
+
+    Value at(double timeS) const {
         const double legS = turnS + restS;
         const double leg = std::floor(timeS / legS);
         const double part = std::min((timeS - leg * legS) / turnS, 1.0);
@@ -75,7 +111,7 @@ struct Pan {
         const double step = part * part * part * (part * (part * 6 - 15) + 10);
         const double slope = 30 * part * part * (part - 1) * (part - 1);
         const bool back = std::fmod(leg, 2) != 0;
-        return {angle * (back ? 1 - step : step), (back ? -slope : slope) * angle / turnS, 0};
+        return {angle * (back ? 1 - step : step), (back ? -slope : slope) * angle / turnS};
     }
 };
 
@@ -150,37 +186,56 @@ class BuiltinMotion : public MotionSource {
     double durationS() const override { return 0; }
 
     MotionSample at(double timeS) const override {
-        const Wave::Value pitch = mBody.pitch.at(timeS);
-        const Wave::Value roll = mBody.roll.at(timeS);
-        Wave::Value yaw = mBody.yaw.at(timeS);
-        if (mBody.pans) {
-            const Wave::Value pan = kPan.at(timeS);
-            yaw.position += pan.position;
-            yaw.rate += pan.rate;
+        std::array<MotionSample, 1> sample;
+        row(timeS, sample);
+        return sample[0];
+    }
+    void block(int64_t number, MotionBlock& samples) const override { row(blockStartS(number), samples); }
+
+  private:
+    // Orientation, and the force that the accelerometer feels, along the world's axes.
+    struct Moment {
+        double pitch, yaw, roll;
+        double pitchRate, yawRate, rollRate;
+        double right, up, back;
+    };
+
+    template <size_t N>
+    void row(double startS, std::array<MotionSample, N>& samples) const {
+        Row<N> pitch{}, yaw{}, roll{}, pitchRate{}, yawRate{}, rollRate{}, right{}, up{}, back{};
+        mBody.pitch.addAngleAndRate(startS, pitch, pitchRate);
+        mBody.yaw.addAngleAndRate(startS, yaw, yawRate);
+        mBody.roll.addAngleAndRate(startS, roll, rollRate);
+        mBody.right.addAcceleration(startS, right);
+        mBody.up.addAcceleration(startS, up);
+        mBody.back.addAcceleration(startS, back);
+        for (size_t i = 0; i < N; ++i) {
+            const double timeS = startS + kMotionStepS * static_cast<double>(i);
+            const Pan::Value pan = mBody.pans ? kPan.at(timeS) : Pan::Value{};
+            samples[i] = felt({pitch[i], yaw[i] + pan.angle, roll[i], pitchRate[i], yawRate[i] + pan.rate,
+                               rollRate[i], right[i], up[i] + kGravityMS2, back[i]});
+            samples[i].timeS = timeS;
         }
-        // World axes: x right, y up, z back at yaw 0. From world to body: undo yaw, then pitch, then roll.
-        const double force[3] = {mBody.right.at(timeS).acceleration,
-                                 mBody.up.at(timeS).acceleration + kGravityMS2,
-                                 mBody.back.at(timeS).acceleration};
-        const double cosYaw = std::cos(yaw.position), sinYaw = std::sin(yaw.position);
-        const double cosPitch = std::cos(pitch.position), sinPitch = std::sin(pitch.position);
-        const double cosRoll = std::cos(roll.position), sinRoll = std::sin(roll.position);
-        const double ahead = sinYaw * force[0] + cosYaw * force[2];
-        const double accX = cosYaw * force[0] - sinYaw * force[2];
-        const double accY = cosPitch * force[1] + sinPitch * ahead;
-        const double rateX = pitch.rate;
-        const double rateY = cosPitch * yaw.rate;
+    }
+
+    // World axes: x right, y up, z back at yaw 0. From world to body: undo yaw, then pitch, then roll.
+    static MotionSample felt(const Moment& m) {
+        const double cosYaw = std::cos(m.yaw), sinYaw = std::sin(m.yaw);
+        const double cosPitch = std::cos(m.pitch), sinPitch = std::sin(m.pitch);
+        const double cosRoll = std::cos(m.roll), sinRoll = std::sin(m.roll);
+        const double ahead = sinYaw * m.right + cosYaw * m.back;
+        const double accX = cosYaw * m.right - sinYaw * m.back;
+        const double accY = cosPitch * m.up + sinPitch * ahead;
+        const double rateY = cosPitch * m.yawRate;
 
         MotionSample sample;
-        sample.timeS = timeS;
         sample.accMS2 = {cosRoll * accX + sinRoll * accY, cosRoll * accY - sinRoll * accX,
-                         cosPitch * ahead - sinPitch * force[1]};
-        sample.gyroRadS = {cosRoll * rateX + sinRoll * rateY, cosRoll * rateY - sinRoll * rateX,
-                           roll.rate - sinPitch * yaw.rate};
+                         cosPitch * ahead - sinPitch * m.up};
+        sample.gyroRadS = {cosRoll * m.pitchRate + sinRoll * rateY, cosRoll * rateY - sinRoll * m.pitchRate,
+                           m.rollRate - sinPitch * m.yawRate};
         return sample;
     }
 
-  private:
     static constexpr Pan kPan{};
     const std::string mDescription;
     const Body mBody;
@@ -195,7 +250,7 @@ std::vector<std::string> builtinMotions() {
 std::shared_ptr<const MotionSource> makeBuiltinMotion(std::string_view name, uint64_t seed) {
     std::mt19937_64 random(seed);
     if (name == "rest") return std::make_shared<BuiltinMotion>("at rest", Body{});
-    const std::string tail = ", seed " + std::to_string(seed);
+    const std::string tail = fmt::format(", seed {}", seed);
     if (name == "hand") {
         return std::make_shared<BuiltinMotion>("hand: tremor and sway" + tail, handHeld(random, 1));
     }
@@ -206,7 +261,7 @@ std::shared_ptr<const MotionSource> makeBuiltinMotion(std::string_view name, uin
     }
     if (name == "walk")
         return std::make_shared<BuiltinMotion>("walk: steps and hand shake" + tail, walking(random));
-    throw std::runtime_error("no built-in motion \"" + std::string(name) + "\"");
+    throw std::runtime_error(fmt::format("no built-in motion \"{}\"", name));
 }
 
 }  // namespace phone

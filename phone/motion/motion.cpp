@@ -1,5 +1,7 @@
 #include "motion/motion.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -13,9 +15,26 @@ std::shared_ptr<const MotionSource> motionByName(const std::string& nameOrFile, 
     std::error_code ignored;
     if (std::filesystem::exists(nameOrFile, ignored)) return loadMotion(nameOrFile);
 
-    std::string text = nameOrFile + ": neither a file nor a built-in motion; built in are";
-    for (const std::string& name : names) text += (name == names.front() ? " " : ", ") + name;
-    throw std::runtime_error(text);
+    throw std::runtime_error(fmt::format("{}: neither a file nor a built-in motion; built in are {}",
+                                         nameOrFile, fmt::join(names, ", ")));
+}
+
+void MotionSource::block(int64_t number, MotionBlock& samples) const {
+    const double startS = blockStartS(number);
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = at(startS + kMotionStepS * static_cast<double>(i));
+}
+
+double MotionSource::blockStartS(int64_t number) {
+    return static_cast<double>(number * int64_t{kMotionBlockSteps}) * kMotionStepS;
+}
+
+const MotionSample& MotionCursor::at(const std::shared_ptr<const MotionSource>& source, int64_t step) {
+    const int64_t number = step / int64_t{kMotionBlockSteps};
+    if (source != mSource || number != mNumber) source->block(number, mBlock);
+    mSource = source;
+    mNumber = number;
+    return mBlock[static_cast<size_t>(step % int64_t{kMotionBlockSteps})];
 }
 
 Motion::Motion() : mSource(makeBuiltinMotion("rest")) {}

@@ -19,14 +19,36 @@ struct MotionSample {
     std::array<double, 3> accMS2{};    // along x, y, z; at rest the reaction to gravity
 };
 
+// The grid on which physics steps along a motion, taken a block at a time.
+constexpr int64_t kMotionStepUs = 500;
+constexpr double kMotionStepS = kMotionStepUs * 1e-6;
+constexpr size_t kMotionBlockSteps = 64;
+using MotionBlock = std::array<MotionSample, kMotionBlockSteps>;
+
 // A motion that can be asked for any moment. Implementations are immutable and may be read by any thread.
 class MotionSource {
   public:
     virtual ~MotionSource() = default;
     virtual std::string describe() const = 0;
     virtual MotionSample at(double timeS) const = 0;
+    // The grid's samples from step `number` * kMotionBlockSteps on; much cheaper than asking for each.
+    virtual void block(int64_t number, MotionBlock& samples) const;
     // Length of a recording in seconds, after which it starts over; 0 when endless.
     virtual double durationS() const = 0;
+
+  protected:
+    static double blockStartS(int64_t number);
+};
+
+// Steps along the grid. Keeps a block, so that neighbours cost little; one thread's at a time.
+class MotionCursor {
+  public:
+    const MotionSample& at(const std::shared_ptr<const MotionSource>& source, int64_t step);
+
+  private:
+    std::shared_ptr<const MotionSource> mSource;
+    int64_t mNumber = 0;
+    MotionBlock mBlock;
 };
 
 constexpr double kGravityMS2 = 9.80665;

@@ -72,7 +72,7 @@ struct Clock::State {
     void leave(pthread_t thread, const Participant& participant);
     void queue(Participant& participant, int64_t dueUs);
     Participant* earliestSleeper(const Participant* except = nullptr) const;
-    void dispatch();
+    void dispatch(const Participant* caller = nullptr);
     void forceAdvance();
     void waitForTurn(Lock& lock, Participant& participant);
     void giveWay(Participant& participant);
@@ -143,8 +143,8 @@ Participant* Clock::State::earliestSleeper(const Participant* except) const {
     return earliest;
 }
 
-// Gives the turn to the next sleeper once nobody has it.
-void Clock::State::dispatch() {
+// Gives the turn to the next sleeper once nobody has it; the caller need not be woken.
+void Clock::State::dispatch(const Participant* caller) {
     for (const auto& [id, participant] : participants) {
         const Status status = participant->status;
         if (status == Status::kStarting || status == Status::kRunning) return;
@@ -153,7 +153,7 @@ void Clock::State::dispatch() {
     if (next == nullptr) return;
     if (next->dueUs > nowUs) nowUs = next->dueUs;
     next->status = Status::kRunning;
-    next->wake.notify_one();
+    if (next != caller) next->wake.notify_one();
 }
 
 // Whoever has the turn is blocked by something outside the phone; it queues up again at its next call.
@@ -169,7 +169,8 @@ void Clock::State::forceAdvance() {
 
 void Clock::State::waitForTurn(Lock& lock, Participant& participant) {
     participant.calls = 0;
-    dispatch();
+    dispatch(&participant);
+    if (participant.status == Status::kRunning) return;  // the next one due, as a rule when it sleeps alone
     const auto hasTurn = [&] { return closed || participant.status == Status::kRunning; };
     uint64_t seen = progress;
     while (!participant.wake.wait_for(lock, kStallLimit, hasTurn)) {

@@ -40,6 +40,22 @@ TEST(Motion, SeedDecidesAlone) {
     }
 }
 
+TEST(Motion, ABlockHoldsTheMomentsOfTheGrid) {
+    for (const std::string& name : builtinMotions()) {
+        const auto motion = makeBuiltinMotion(name, 3);
+        MotionCursor cursor;
+        for (const int64_t step : {0, 63, 64, 8000001, 8000063, 1}) {
+            const MotionSample& sample = cursor.at(motion, step);
+            const MotionSample exact = motion->at(static_cast<double>(step) * kMotionStepS);
+            EXPECT_NEAR(sample.timeS, exact.timeS, 1e-9);
+            for (size_t i = 0; i < 3; ++i) {
+                EXPECT_NEAR(sample.gyroRadS[i], exact.gyroRadS[i], 1e-9) << name << ' ' << step;
+                EXPECT_NEAR(sample.accMS2[i], exact.accMS2[i], 1e-9) << name << ' ' << step;
+            }
+        }
+    }
+}
+
 // Turns gravity by the integrated gyro and regresses the accelerometer on it: its linear motion averages out,
 // and so does where the hand began.
 TEST(Motion, AccelerometerTurnsAsTheGyroSays) {

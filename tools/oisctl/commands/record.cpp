@@ -25,7 +25,7 @@ constexpr double kMicrosPerSecond = 1e6;
 constexpr int32_t kEngineeringMode = 8;
 constexpr int32_t kModeOn = 2;
 constexpr int32_t kMaxIntervalMs = 255;
-constexpr int64_t kStepUs = 20'000;  // between two looks at the clock
+constexpr int64_t kStepUs = 250'000;  // between two looks at the clock; each costs two changes of thread
 
 struct Options {
     Settings settings;
