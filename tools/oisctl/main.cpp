@@ -6,7 +6,7 @@
 
 #include "base/errors.h"
 #include "base/interrupt.h"
-#include "command_line.h"
+#include "cli/command_line.h"
 
 namespace {
 

@@ -4,8 +4,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -13,6 +11,7 @@
 #include "controllers/korva_chip.h"
 #include "hub/sensor_hub.h"
 #include "session/driver_session.h"
+#include "session/operations.h"
 #include "session/register_access.h"
 #include "session/summary.h"
 
@@ -23,8 +22,6 @@ namespace {
 using Offsets = std::array<int64_t, 2>;
 using ois::korva::address;
 using ois::korva::Register;
-
-constexpr int32_t kGyroOffsetOperation = 2;
 
 // What the register accesses of a calibration say. The driver's own status is 0 also when it skipped
 // everything.
@@ -200,7 +197,7 @@ int run(Settings settings) {
     Observation seen;
     session.observe([&seen](const phone::Event& event) { seen.take(event); });
     std::optional<Offsets> before = offsetsOf(session);
-    const int32_t result = session.setOperation(kGyroOffsetOperation);
+    const int32_t result = session.setOperation(kGyroOffset);
     session.observe(nullptr);
     std::optional<Offsets> after = offsetsOf(session);
     Verdict verdict;
@@ -220,22 +217,21 @@ int run(Settings settings) {
 
 }  // namespace
 
-void addCalibrate(CLI::App& app, Job& job) {
+Command describeCalibrate() {
     auto settings = std::make_shared<Settings>();
-    CLI::App* command =
-        app.add_subcommand("calibrate", "Measure the gyro offset and save it to the controller's flash");
-    addPhoneOptions(*command, *settings);
-    command->footer(
-        "Behind the hub the driver's own procedure runs, register by register; the phone is at rest unless "
-        "--motion says\n"
-        "otherwise. Exit status 0 only when the offset was measured and saved.\n"
-        "\nExamples:\n"
-        "  oisctl calibrate\n"
-        "  oisctl calibrate --trace                    every register access and wait\n"
-        "  oisctl calibrate --motion walk              a moving phone does not calibrate\n"
-        "  oisctl calibrate --fault chip.never-idle    skipped, which the driver's status does not tell\n"
-        "  oisctl calibrate -m dw9786                  on the sub-device: one request");
-    command->callback([settings, &job] { job = [settings] { return run(*settings); }; });
+    return {
+        .options = withPhoneOptions({}, *settings),
+        .notes =
+            "Behind the hub the driver's own procedure runs, register by register; the phone is at rest "
+            "unless --motion says\notherwise. Exit status 0 only when the offset was measured and saved.\n",
+        .examples = {{"oisctl calibrate"},
+                     {"oisctl calibrate --trace", "every register access and wait"},
+                     {"oisctl calibrate --motion walk", "a moving phone does not calibrate"},
+                     {"oisctl calibrate --fault chip.never-idle",
+                      "skipped, which the driver's status does not tell"},
+                     {"oisctl calibrate -m dw9786", "on the sub-device: one request"}},
+        .run = [settings] { return run(*settings); },
+    };
 }
 
 }  // namespace oisctl

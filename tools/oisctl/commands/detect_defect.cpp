@@ -6,13 +6,12 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
 #include "base/errors.h"
 #include "base/suggest.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
+#include "session/operations.h"
 #include "session/register_access.h"
 #include "session/summary.h"
 
@@ -22,44 +21,48 @@ namespace {
 
 using phone::LensDefect;
 
-constexpr int32_t kDetectDefectOperation = 19;
+// Of the lens, by axis.
+using Defects = std::array<LensDefect, 2>;
 
 struct Options {
     Settings settings;
-    std::vector<std::string> defects;
+    Defects defects{LensDefect::kNone, LensDefect::kNone};
 };
 
-struct Defects {
-    std::array<LensDefect, 2> axes{LensDefect::kNone, LensDefect::kNone};
-};
-
-constexpr std::pair<std::string_view, LensDefect> kDefectNames[] = {
-    {"stuck", LensDefect::kStuck},
-    {"sluggish", LensDefect::kSluggish},
-    {"off-centre", LensDefect::kOffCentre},
+struct DefectName {
+    std::string text;
+    LensDefect defect;
+    std::array<bool, 2> axes;
 };
 
 // "stuck-x", or "stuck" for both axes.
-Defects parseDefects(const std::vector<std::string>& texts) {
-    Defects defects;
-    std::vector<std::string> known;
-    const auto apply = [&](const std::string& text) {
-        bool found = false;
-        known.clear();
-        for (const auto& [name, defect] : kDefectNames) {
-            for (size_t axis = 0; axis < defects.axes.size(); ++axis) {
-                known.push_back(std::string(name).append(axis == 0 ? "-x" : "-y"));
-                if (text != name && text != known.back()) continue;
-                defects.axes.at(axis) = defect;
-                found = true;
-            }
-        }
-        return found;
-    };
-    for (const std::string& text : texts) {
-        if (!apply(text)) throw InputError("--defect " + text + ": no such defect" + suggestion(text, known));
+std::vector<DefectName> defectNames() {
+    std::vector<DefectName> names;
+    for (const auto& [name, defect] :
+         {std::pair("stuck", LensDefect::kStuck), std::pair("sluggish", LensDefect::kSluggish),
+          std::pair("off-centre", LensDefect::kOffCentre)}) {
+        names.push_back({name, defect, {true, true}});
+        names.push_back({std::string(name) + "-x", defect, {true, false}});
+        names.push_back({std::string(name) + "-y", defect, {false, true}});
     }
-    return defects;
+    return names;
+}
+
+std::vector<std::string> defectWords() {
+    std::vector<std::string> words;
+    for (const DefectName& name : defectNames()) words.push_back(name.text);
+    return words;
+}
+
+void addDefect(const std::string& word, Defects& defects) {
+    bool found = false;
+    for (const DefectName& name : defectNames()) {
+        if (name.text != word) continue;
+        found = true;
+        for (size_t axis = 0; axis < defects.size(); ++axis)
+            if (name.axes.at(axis)) defects.at(axis) = name.defect;
+    }
+    if (!found) throw InputError(word + ": no such defect" + suggestion(word, defectWords()));
 }
 
 // Tracking errors of one axis, as the driver measures them.
@@ -163,11 +166,11 @@ void requireDetector(const phone::ModuleDescription& module) {
 }
 
 int run(const Options& options) {
-    const Defects defects = parseDefects(options.defects);
     DriverSession session(options.settings,
                           options.settings.verbose ? Narration::kCalls : Narration::kNothing);
     requireDetector(session.module());
-    if (session.stabiliser() != nullptr) session.stabiliser()->setDefect(defects.axes[0], defects.axes[1]);
+    if (session.stabiliser() != nullptr)
+        session.stabiliser()->setDefect(options.defects[0], options.defects[1]);
     session.openFor("detect-defect");
 
     const OisCalibInfo calibration = session.driver().mOisCalibInfo;
@@ -178,7 +181,7 @@ int run(const Options& options) {
             seen.take(event, calibration);
             progress.update(static_cast<double>(seen.positions));
         });
-        session.setOperation(kDetectDefectOperation);
+        session.setOperation(kDetectDefect);
         std::thread& detector = session.driver().mDefectDetectThread;
         if (detector.joinable()) detector.join();
         session.observe(nullptr);
@@ -195,27 +198,24 @@ int run(const Options& options) {
 
 }  // namespace
 
-void addDetectDefect(CLI::App& app, Job& job) {
+Command describeDetectDefect() {
     auto options = std::make_shared<Options>();
     options->settings.module = "dw9786";
-    CLI::App* command = app.add_subcommand("detect-defect",
-                                           "Walk the lens through its test positions and judge the actuator");
-    command
-        ->add_option(
-            "--defect", options->defects,
-            "What is wrong with the lens: stuck, sluggish or off-centre; with -x or -y, one axis of it")
-        ->delimiter(',')
-        ->type_name("DEFECT,DEFECT")
-        ->allow_extra_args(false);
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        "Exit status 1 when the actuator is defective.\n"
-        "\nExamples:\n"
-        "  oisctl detect-defect\n"
-        "  oisctl detect-defect --defect stuck-x\n"
-        "  oisctl detect-defect --defect sluggish-x,off-centre-y --json\n"
-        "  oisctl detect-defect --real-time                     with a progress bar");
-    command->callback([options, &job] { job = [options] { return run(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"--defect",
+              "DEFECT,DEFECT",
+              "What is wrong with the lens: stuck, sluggish or off-centre; with -x or -y, one axis of it",
+              [options](const std::string& word) { addDefect(word, options->defects); },
+              {.words = defectWords, .commas = true}}},
+            options->settings),
+        .notes = "Exit status 1 when the actuator is defective.\n",
+        .examples = {{"oisctl detect-defect"},
+                     {"oisctl detect-defect --defect stuck-x"},
+                     {"oisctl detect-defect --defect sluggish-x,off-centre-y --json"},
+                     {"oisctl detect-defect --real-time", "with a progress bar"}},
+        .run = [options] { return run(*options); },
+    };
 }
 
 }  // namespace oisctl

@@ -4,8 +4,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
 #include "base/errors.h"
 #include "base/file_content.h"
 #include "base/terminal.h"
@@ -70,22 +68,21 @@ int run(Options options) {
 
 }  // namespace
 
-void addDump(CLI::App& app, Job& job) {
+Command describeDump() {
     auto options = std::make_shared<Options>();
     options->settings.module = "dw9786";
-    CLI::App* command =
-        app.add_subcommand("dump", "Dump the module's OTP memory or the controller's flash data");
-    command->add_option("what", options->what, "otp or flash")
-        ->required()
-        ->check(CLI::IsMember({"otp", "flash"}));
-    command->add_option("-o,--output", options->folder, "Folder to keep the file in; else it is shown")
-        ->type_name("DIR");
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        "Examples:\n"
-        "  oisctl dump otp -m korvas4sw-hub\n"
-        "  oisctl dump flash -m dw9786 -o out");
-    command->callback([options, &job] { job = [options] { return run(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"what",
+              "otp|flash",
+              "Which of them",
+              &options->what,
+              {.choices = {"otp", "flash"}, .required = true}},
+             {"-o,--output", "DIR", "Folder to keep the file in; else it is shown", &options->folder}},
+            options->settings),
+        .examples = {{"oisctl dump otp -m korvas4sw-hub"}, {"oisctl dump flash -m dw9786 -o out"}},
+        .run = [options] { return run(*options); },
+    };
 }
 
 }  // namespace oisctl

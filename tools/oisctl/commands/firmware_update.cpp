@@ -5,9 +5,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
-#include "base/cli_options.h"
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -28,29 +25,26 @@ using ois::korva::Register;
 struct Options {
     Settings settings;
     std::string image;
-    std::string imageVersion;
-    std::string from;
+    std::optional<uint32_t> imageVersion;
+    std::optional<uint32_t> from;
     int32_t times = 1;
 };
 
-uint32_t parseVersion(const std::string& option, const std::string& text) {
-    const bool isHex = text.starts_with("0x") || text.starts_with("0X");
-    const char* begin = text.data() + (isHex ? 2 : 0);
-    const char* end = text.data() + text.size();
-    uint32_t version = 0;
-    const auto [stop, error] = std::from_chars(begin, end, version, isHex ? 16 : 10);
-    if (error != std::errc() || stop != end) {
-        throw InputError(option + " " + text + ": a version is a number of 32 bits: 0x01020304 or 16909060");
-    }
-    return version;
+Take version(std::optional<uint32_t>& version) {
+    return [&version](const std::string& word) {
+        const bool isHex = word.starts_with("0x") || word.starts_with("0X");
+        const char* const end = word.data() + word.size();
+        const auto [stop, error] =
+            std::from_chars(word.data() + (isHex ? 2 : 0), end, version.emplace(), isHex ? 16 : 10);
+        if (error != std::errc() || stop != end)
+            throw InputError(word + " is no number of 32 bits, as a version is: 0x01020304 or 16909060");
+    };
 }
 
 phone::FirmwareImage loadImage(const Options& options) {
-    std::optional<uint32_t> version;
-    if (!options.imageVersion.empty()) version = parseVersion("--image-version", options.imageVersion);
-    if (options.image.empty()) return phone::FirmwareImage::generate(*version);
+    if (options.image.empty()) return phone::FirmwareImage::generate(*options.imageVersion);
     try {
-        return phone::FirmwareImage::fromFile(options.image, version);
+        return phone::FirmwareImage::fromFile(options.image, options.imageVersion);
     } catch (const std::runtime_error& error) {
         throw InputError(std::string("--image: ") + error.what());
     }
@@ -189,17 +183,15 @@ bool updateOnSubDevice(DriverSession& session) {
 
 void prepareHub(DriverSession& session, const Options& options) {
     phone::SensorHub& hub = session.phone().hub();
-    if (!options.image.empty() || !options.imageVersion.empty()) hub.setFirmware(loadImage(options));
-    if (!options.from.empty()) {
-        hub.chip().installFirmware(phone::FirmwareImage::generate(parseVersion("--from", options.from)));
-    }
+    if (!options.image.empty() || options.imageVersion) hub.setFirmware(loadImage(options));
+    if (options.from) hub.chip().installFirmware(phone::FirmwareImage::generate(*options.from));
 }
 
 int run(const Options& options) {
     DriverSession session(options.settings,
                           options.settings.verbose ? Narration::kCalls : Narration::kNothing);
     if (!session.module().hasOis) throw JobError("firmware-update: " + session.module().name + " has no OIS");
-    const bool ownImage = !options.image.empty() || !options.imageVersion.empty() || !options.from.empty();
+    const bool ownImage = !options.image.empty() || options.imageVersion || options.from;
     if (!session.behindHub() && ownImage) {
         throw InputError("--image, --image-version and --from are for a controller behind the hub; " +
                          session.module().name +
@@ -217,33 +209,26 @@ int run(const Options& options) {
 
 }  // namespace
 
-void addFirmwareUpdate(CLI::App& app, Job& job) {
+Command describeFirmwareUpdate() {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("firmware-update", "Bring the controller's firmware up to date");
-    command
-        ->add_option("--image", options->image,
-                     "Image that the hub holds; else one is made up for a newer version")
-        ->type_name("FILE");
-    command->add_option("--image-version", options->imageVersion, "Version of that image")
-        ->type_name("VERSION");
-    command->add_option("--from", options->from, "Version that the controller runs at first")
-        ->type_name("VERSION");
-    command->add_option("--times", options->times, "Update so often")
-        ->type_name("N")
-        ->check(inRange(1, 100))
-        ->capture_default_str();
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        "Exit status 0 when the controller runs the image's version in the end.\n"
-        "\nExamples:\n"
-        "  oisctl firmware-update\n"
-        "  oisctl firmware-update --real-time                   with a progress bar, as slow as on a phone\n"
-        "  oisctl firmware-update --image ois.bin --from 0x00010203\n"
-        "  oisctl firmware-update --fault chip.power-cut=57 --times 2    repairs what a power cut "
-        "left\n"
-        "  oisctl firmware-update -m dw9786                     on the sub-device: one request to the kernel "
-        "driver");
-    command->callback([options, &job] { job = [options] { return run(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"--image", "FILE", "Image that the hub holds; else one is made up for a newer version",
+              &options->image},
+             {"--image-version", "VERSION", "Version of that image", version(options->imageVersion)},
+             {"--from", "VERSION", "Version that the controller runs at first", version(options->from)},
+             {"--times", "N", "Update so often", &options->times, {.range = Range{1, 100}}}},
+            options->settings),
+        .notes = "Exit status 0 when the controller runs the image's version in the end.\n",
+        .examples = {{"oisctl firmware-update"},
+                     {"oisctl firmware-update --real-time", "with a progress bar, as slow as on a phone"},
+                     {"oisctl firmware-update --image ois.bin --from 0x00010203"},
+                     {"oisctl firmware-update --fault chip.power-cut=57 --times 2",
+                      "repairs what a power cut left"},
+                     {"oisctl firmware-update -m dw9786",
+                      "on the sub-device: one request to the kernel driver"}},
+        .run = [options] { return run(*options); },
+    };
 }
 
 }  // namespace oisctl

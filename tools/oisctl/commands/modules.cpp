@@ -4,8 +4,6 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include <CLI/CLI.hpp>
-
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -166,19 +164,21 @@ int show(const Options& options) {
 
 }  // namespace
 
-void addModules(CLI::App& app, Job& job) {
+Command describeModules() {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("modules", "List the camera modules, or show one in detail");
-    command->add_option("name", options->name, "A shipped module, or a TOML file, which is checked")
-        ->type_name("NAME|FILE");
-    addJsonOption(*command, options->settings);
-    command->footer(
-        "Examples:\n"
-        "  oisctl modules                  the modules that ship\n"
-        "  oisctl modules dw9786           one in detail\n"
-        "  oisctl modules ./mine.toml      checks a description of your own\n"
-        "  oisctl modules --json | jq '.[].name'");
-    command->callback([options, &job] { job = [options] { return show(*options); }; });
+    return {
+        .options = {{"name",
+                     "NAME|FILE",
+                     "A shipped module, or a TOML file, which is checked",
+                     &options->name,
+                     {.words = moduleNames}},
+                    jsonOption(options->settings)},
+        .examples = {{"oisctl modules", "the modules that ship"},
+                     {"oisctl modules dw9786", "one in detail"},
+                     {"oisctl modules ./mine.toml", "checks a description of your own"},
+                     {"oisctl modules --json | jq '.[].name'"}},
+        .run = [options] { return show(*options); },
+    };
 }
 
 }  // namespace oisctl

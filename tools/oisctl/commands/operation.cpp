@@ -3,8 +3,6 @@
 #include <memory>
 #include <thread>
 
-#include <CLI/CLI.hpp>
-
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -18,8 +16,8 @@ namespace {
 
 struct Options {
     Settings settings;
-    std::string name;
-    std::optional<double> value;
+    int32_t operation = 0;
+    std::optional<double> gain;
     int32_t mode = 0;
 };
 
@@ -43,7 +41,8 @@ int runOnce(const Settings& settings, const Work& work) {
 }
 
 int runOperation(const Options& options) {
-    const int32_t operation = operationNumber(options.name, options.value);
+    const int32_t operation =
+        options.gain ? gainOperation(options.operation, *options.gain) : options.operation;
     return runOnce(options.settings, [&](DriverSession& session, std::vector<OperationResult>& results) {
         results.push_back({operation, session.setOperation(operation)});
         // The detector works on a thread of its own, which no close waits for.
@@ -82,34 +81,36 @@ std::string modeList() {
 
 }  // namespace
 
-void addOperation(CLI::App& app, Job& job) {
+Command describeOperation() {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("op", "Run one operation on the open driver");
-    command->add_option("operation", options->name, "Operation by name or number")
-        ->required()
-        ->type_name("NAME|NUMBER");
-    command->add_option("value", options->value, "Gain to write")->type_name("GAIN");
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        operationList() +
-        "\nExamples:\n"
-        "  oisctl op read-gain-x -m dw9786\n"
-        "  oisctl op write-gain-y 1.25 -m dw9781\n"
-        "  oisctl op 2 --set bypassen=0         through the family parser: the whole calibration\n"
-        "  oisctl op -- -12500                  writes the x gain 1.25; a negative number goes behind --");
-    command->callback([options, &job] { job = [options] { return runOperation(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"operation",
+              "NAME|NUMBER",
+              "Operation by name or number",
+              [options](const std::string& word) { options->operation = operationNumber(word); },
+              {.words = operationNames, .required = true}},
+             {"value", "GAIN", "Gain to write", &options->gain}},
+            options->settings),
+        .notes = operationList(),
+        .examples = {{"oisctl op read-gain-x -m dw9786"},
+                     {"oisctl op write-gain-y 1.25 -m dw9781"},
+                     {"oisctl op 2 --set bypassen=0", "through the family parser: the whole calibration"},
+                     {"oisctl op -- -12500", "writes the x gain 1.25; a negative number goes behind --"}},
+        .run = [options] { return runOperation(*options); },
+    };
 }
 
-void addMode(CLI::App& app, Job& job) {
+Command describeMode() {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("mode", "Set one working mode on the open driver");
-    command->add_option("mode", options->mode, "Mode")->required()->type_name("N");
-    addPhoneOptions(*command, options->settings);
-    command->footer(modeList() +
-                    "\nExamples:\n"
-                    "  oisctl mode 2\n"
-                    "  oisctl mode 5 --set sineFre=3 --trace");
-    command->callback([options, &job] { job = [options] { return runMode(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"mode", "N", "Mode", &options->mode, {.words = modeNumbers, .required = true}}},
+            options->settings),
+        .notes = modeList(),
+        .examples = {{"oisctl mode 2"}, {"oisctl mode 5 --set sineFre=3 --trace"}},
+        .run = [options] { return runMode(*options); },
+    };
 }
 
 }  // namespace oisctl

@@ -3,8 +3,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -51,17 +49,19 @@ int show(const Settings& settings) {
 
 }  // namespace
 
-void addProperties(CLI::App& app, Job& job) {
+Command describeProperties() {
     auto settings = std::make_shared<Settings>();
-    CLI::App* command = app.add_subcommand("properties", "List the system properties that the driver reads");
-    addJsonOption(*command, *settings);
-    command->footer(
-        "Set them with --set, where \"vendor.debug.ois.\" may be left out, or from a file with "
-        "--properties:\n"
-        "  oisctl session --set vendor.debug.ois.bypassen=0\n"
-        "  oisctl session --set fixmode=1 --set gethall=1\n"
-        "\nA default of (state) is the driver's own value of the moment.");
-    command->callback([settings, &job] { job = [settings] { return show(*settings); }; });
+    return {
+        .options = {jsonOption(*settings)},
+        .notes =
+            "Where a name begins with \"vendor.debug.ois.\", that may be left out. A default of (state) is "
+            "the "
+            "driver's own\nvalue of the moment.\n",
+        .examples = {{"oisctl session --set vendor.debug.ois.bypassen=0"},
+                     {"oisctl session --set fixmode=1 --set gethall=1"},
+                     {"oisctl session --properties FILE", "one PROPERTY=VALUE a line"}},
+        .run = [settings] { return show(*settings); },
+    };
 }
 
 }  // namespace oisctl

@@ -4,9 +4,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
-#include "base/cli_options.h"
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/suggest.h"
@@ -15,6 +12,7 @@
 #include "recording/recording.h"
 #include "session/driver_session.h"
 #include "session/dump_files.h"
+#include "session/operations.h"
 #include "session/summary.h"
 
 namespace oisctl {
@@ -24,7 +22,6 @@ namespace {
 constexpr double kMicrosPerSecond = 1e6;
 constexpr int32_t kEngineeringMode = 8;
 constexpr int32_t kModeOn = 2;
-constexpr int32_t kMaxIntervalMs = 255;
 constexpr int64_t kStepUs = 250'000;  // between two looks at the clock; each costs two changes of thread
 
 struct Options {
@@ -110,35 +107,27 @@ int run(Options options) {
 
 }  // namespace
 
-void addRecord(CLI::App& app, Job& job) {
+Command describeRecord() {
     auto options = std::make_shared<Options>();
     options->settings.module = "dw9786";
-    CLI::App* command =
-        app.add_subcommand("record", "Record gyro, targets and hall positions with the driver's recorder");
-    command->add_option("--seconds", options->seconds, "How long, in seconds")
-        ->type_name("S")
-        ->check(inRange(0.1, 86400.0))
-        ->capture_default_str();
-    command
-        ->add_option("--interval", options->intervalMs,
-                     "Milliseconds between two rows, up to 255; 0: as fast as it goes, in real time")
-        ->type_name("MS")
-        ->check(inRange(0, kMaxIntervalMs))
-        ->capture_default_str();
-    command->add_option("--mode", options->mode, "Working mode meanwhile")
-        ->type_name("N")
-        ->capture_default_str();
-    command->add_option("-o,--output", options->folder, "Folder for the status file")
-        ->type_name("DIR")
-        ->capture_default_str();
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        "Examples:\n"
-        "  oisctl record -o out                           ten seconds of hand shake\n"
-        "  oisctl record --motion ride.csv --seconds 60   what a recorded motion does to the picture\n"
-        "  oisctl record --mode 0                         the same lens, held\n"
-        "  oisctl plot out/*_status.txt -o shake.png      and what it looks like");
-    command->callback([options, &job] { job = [options] { return run(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"--seconds", "S", "How long, in seconds", &options->seconds, {.range = Range{0.1, 86400}}},
+             {"--interval",
+              "MS",
+              "Milliseconds between two rows, up to 255; 0: as fast as it goes, in real time",
+              &options->intervalMs,
+              {.range = Range{0, 255}}},
+             {"--mode", "N", "Working mode meanwhile", &options->mode, {.words = modeNumbers}},
+             {"-o,--output", "DIR", "Folder for the status file", &options->folder}},
+            options->settings),
+        .examples = {{"oisctl record -o out", "ten seconds of hand shake"},
+                     {"oisctl record --motion ride.csv --seconds 60",
+                      "what a recorded motion does to the picture"},
+                     {"oisctl record --mode 0", "the same lens, held"},
+                     {"oisctl plot out/*_status.txt -o shake.png", "and what it looks like"}},
+        .run = [options] { return run(*options); },
+    };
 }
 
 }  // namespace oisctl

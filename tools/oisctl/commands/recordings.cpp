@@ -4,9 +4,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
-#include "base/cli_options.h"
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -21,7 +18,7 @@ namespace {
 struct Options {
     std::string file;
     std::string output;
-    double limitAngle = 0;  // 0: estimated
+    std::optional<double> limitAngle;  // none: estimated
     Settings settings;
 };
 
@@ -35,8 +32,7 @@ Recording load(const Options& options) {
 
 RecordingStats stats(const Options& options, const Recording& recording) {
     try {
-        return computeStats(recording,
-                            options.limitAngle > 0 ? std::optional(options.limitAngle) : std::nullopt);
+        return computeStats(recording, options.limitAngle);
     } catch (const std::runtime_error& error) {
         throw InputError(error.what());
     }
@@ -62,43 +58,38 @@ int runPlot(const Options& options) {
     return kSuccess;
 }
 
-void addFile(CLI::App& command, Options& options) {
-    command.add_option("file", options.file, "Status recording")->required()->type_name("STATUS_FILE");
-    command.add_option("--limit", options.limitAngle, "The lens's travel either way; else estimated")
-        ->check(inRange(0.0, 90.0))
-        ->type_name("DEGREES");
+std::vector<Option> recordingOptions(Options& options, Option own) {
+    return {{"file", "STATUS_FILE", "Status recording", &options.file, {.required = true}},
+            {"--limit",
+             "DEGREES",
+             "The lens's travel either way; else estimated",
+             &options.limitAngle,
+             {.range = Range{0.001, 90}}},
+            std::move(own)};
 }
 
 }  // namespace
 
-void addStats(CLI::App& app, Job& job) {
+Command describeStats() {
     auto options = std::make_shared<Options>();
-    CLI::App* command =
-        app.add_subcommand("stats", "Say what a status recording holds: rate, gaps, shake, suppression");
-    addFile(*command, *options);
-    addJsonOption(*command, options->settings);
-    command->footer(
-        "Examples:\n"
-        "  oisctl stats out/ois_dump_..._status.txt\n"
-        "  oisctl stats status.txt --json");
-    command->callback([options, &job] { job = [options] { return runStats(*options); }; });
+    return {
+        .options = recordingOptions(*options, jsonOption(options->settings)),
+        .examples = {{"oisctl stats out/ois_dump_..._status.txt"}, {"oisctl stats status.txt --json"}},
+        .run = [options] { return runStats(*options); },
+    };
 }
 
-void addPlot(CLI::App& app, Job& job) {
+Command describePlot() {
     auto options = std::make_shared<Options>();
-    CLI::App* command =
-        app.add_subcommand("plot", "Draw a status recording: shake, residual, lens path, spectrum");
-    addFile(*command, *options);
-    command
-        ->add_option("-o,--output", options->output,
-                     "Picture, .png or .svg; else beside you, named after the recording")
-        ->type_name("FILE");
-    command->footer(
-        "Works on recordings from a real phone as well.\n"
-        "\nExamples:\n"
-        "  oisctl plot out/ois_dump_..._status.txt\n"
-        "  oisctl plot status.txt -o shake.svg");
-    command->callback([options, &job] { job = [options] { return runPlot(*options); }; });
+    return {
+        .options =
+            recordingOptions(*options, {"-o,--output", "FILE",
+                                        "Picture, .png or .svg; else beside you, named after the recording",
+                                        &options->output}),
+        .notes = "Works on recordings from a real phone as well.\n",
+        .examples = {{"oisctl plot out/ois_dump_..._status.txt"}, {"oisctl plot status.txt -o shake.svg"}},
+        .run = [options] { return runPlot(*options); },
+    };
 }
 
 }  // namespace oisctl

@@ -5,9 +5,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
-#include "base/cli_options.h"
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/suggest.h"
@@ -25,17 +22,17 @@ namespace {
 constexpr double kMicrosPerSecond = 1e6;
 constexpr unsigned kBitsPerByte = 8;
 
+struct Write {
+    const phone::RegisterInfo* reg;
+    uint32_t value;
+};
+
 struct Options {
     Settings settings;
     bool watch = false;
     double intervalS = 0.5;
-    double seconds = 0;
-    std::vector<std::string> writes;
-};
-
-struct Write {
-    const phone::RegisterInfo* reg;
-    uint32_t value;
+    std::optional<double> seconds;
+    std::vector<Write> writes;
 };
 
 std::string valueText(const phone::RegisterInfo& reg, uint32_t bits) {
@@ -52,11 +49,21 @@ std::string valueText(const phone::RegisterInfo& reg, uint32_t bits) {
     return std::to_string(bits);
 }
 
+std::vector<std::string> registerNames() {
+    std::vector<std::string> names;
+    for (const phone::RegisterInfo& info : phone::registers()) names.emplace_back(info.name);
+    return names;
+}
+
+std::vector<std::string> registerWords() {
+    std::vector<std::string> words = registerNames();
+    for (std::string& word : words) word += '=';
+    return words;
+}
+
 // "STABILISATION_MODE=5", "0x0588=1200.0"
 Write parseWrite(const std::string& text) {
-    const auto refuse = [&text](const std::string& why) {
-        return InputError("--write " + text + ": " + why);
-    };
+    const auto refuse = [&text](const std::string& why) { return InputError(text + ": " + why); };
     const size_t equals = text.find('=');
     if (equals == std::string::npos) throw refuse("write REGISTER=VALUE, as in STABILISATION_MODE=5");
     const std::string name = text.substr(0, equals);
@@ -66,9 +73,7 @@ Write parseWrite(const std::string& text) {
     const bool isHex =
         name.starts_with("0x") && std::from_chars(name.data() + 2, nameEnd, address, 16).ptr == nameEnd;
     if (reg == nullptr && isHex) reg = phone::findRegister(address);
-    std::vector<std::string> names;
-    for (const phone::RegisterInfo& info : phone::registers()) names.emplace_back(info.name);
-    if (reg == nullptr) throw refuse("no such register" + suggestion(name, names));
+    if (reg == nullptr) throw refuse("no such register" + suggestion(name, registerNames()));
     const std::string value = text.substr(equals + 1);
     try {
         size_t used = 0;
@@ -138,8 +143,8 @@ void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
 }
 
 void watch(DriverSession& session, const Options& options, std::vector<uint32_t> before) {
-    const double endS = session.nowS() + options.seconds;
-    while (!interrupted() && (options.seconds <= 0 || session.nowS() < endS)) {
+    const double endS = session.nowS() + options.seconds.value_or(0);
+    while (!interrupted() && (!options.seconds || session.nowS() < endS)) {
         session.sleepUs(static_cast<int64_t>(options.intervalS * kMicrosPerSecond));
         std::vector<uint32_t> values = readAll(session);
         if (options.settings.json) {
@@ -153,10 +158,8 @@ void watch(DriverSession& session, const Options& options, std::vector<uint32_t>
 }
 
 int run(Options options) {
-    std::vector<Write> writes;
-    for (const std::string& text : options.writes) writes.push_back(parseWrite(text));
     // Somebody watches: the time is theirs, unless an end is given.
-    if (options.watch && options.seconds <= 0) options.settings.realTime = true;
+    if (options.watch && !options.seconds) options.settings.realTime = true;
     DriverSession session(options.settings, Narration::kNothing);
     if (!session.behindHub() || !session.module().hasOis) {
         throw InputError(
@@ -165,8 +168,8 @@ int run(Options options) {
     }
     session.openFor("registers");
     std::vector<uint32_t> before;
-    if (!writes.empty()) before = readAll(session);
-    for (const Write& write : writes) {
+    if (!options.writes.empty()) before = readAll(session);
+    for (const Write& write : options.writes) {
         writeRegister(session, write.reg->address, static_cast<uint32_t>(write.reg->size), write.value);
     }
     std::vector<uint32_t> values = readAll(session);
@@ -182,29 +185,34 @@ int run(Options options) {
 
 }  // namespace
 
-void addRegisters(CLI::App& app, Job& job) {
+Command describeRegisters() {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("registers", "Show the register map of the chip behind the hub");
-    command->add_flag("-w,--watch", options->watch,
-                      "Go on, and show what changes, until Ctrl-C or --seconds");
-    command->add_option("--interval", options->intervalS, "Seconds between two looks")
-        ->type_name("S")
-        ->check(inRange(0.001, 3600.0))
-        ->capture_default_str();
-    command->add_option("--seconds", options->seconds, "End the watch after so many seconds")
-        ->type_name("S")
-        ->check(inRange(0.0, 86400.0));
-    command->add_option("-W,--write", options->writes, "Write a register first; repeatable")
-        ->type_name("REGISTER=VALUE")
-        ->allow_extra_args(false);
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        "Examples:\n"
-        "  oisctl registers                                 every register by name\n"
-        "  oisctl registers --write STABILISATION_MODE=16\n"
-        "  oisctl registers --write CONTROL=0 --watch --seconds 0.1 --interval 0.004    how it becomes idle\n"
-        "  oisctl registers --json | jq '.[] | select(.name==\"CLOCK\").value'");
-    command->callback([options, &job] { job = [options] { return run(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"-w,--watch", "", "Go on, and show what changes, until Ctrl-C or --seconds", &options->watch},
+             {"--interval",
+              "S",
+              "Seconds between two looks",
+              &options->intervalS,
+              {.range = Range{0.001, 3600}}},
+             {"--seconds",
+              "S",
+              "End the watch after so many seconds",
+              &options->seconds,
+              {.range = Range{0, 86400}}},
+             {"-W,--write",
+              "REGISTER=VALUE",
+              "Write a register first; repeatable",
+              [options](const std::string& word) { options->writes.push_back(parseWrite(word)); },
+              {.words = registerWords, .repeats = true}}},
+            options->settings),
+        .examples = {{"oisctl registers", "every register by name"},
+                     {"oisctl registers --write STABILISATION_MODE=16"},
+                     {"oisctl registers --write CONTROL=0 --watch --seconds 0.1 --interval 0.004",
+                      "how it becomes idle"},
+                     {"oisctl registers --json | jq '.[] | select(.name==\"CLOCK\").value'"}},
+        .run = [options] { return run(*options); },
+    };
 }
 
 }  // namespace oisctl

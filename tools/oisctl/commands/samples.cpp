@@ -6,9 +6,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
-#include "base/cli_options.h"
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/terminal.h"
@@ -85,26 +82,19 @@ int run(const Options& options) {
 
 }  // namespace
 
-void addSamples(CLI::App& app, Job& job) {
+Command describeSamples() {
     auto options = std::make_shared<Options>();
-    CLI::App* command =
-        app.add_subcommand("samples", "Show the motion samples of the sensor hub's OIS channel");
-    command->add_option("--seconds", options->seconds, "How long, in seconds")
-        ->type_name("S")
-        ->check(inRange(0.001, 86400.0))
-        ->capture_default_str();
-    command->add_option("--every", options->everyS, "Seconds between two drains")
-        ->type_name("S")
-        ->check(inRange(0.001, 3600.0))
-        ->capture_default_str();
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        "The columns are the driver's six sample values, with what this phone's hub puts there: rad/s and "
-        "m/s^2.\n"
-        "\nExamples:\n"
-        "  oisctl samples --motion walk\n"
-        "  oisctl samples --seconds 5 --json > samples.jsonl");
-    command->callback([options, &job] { job = [options] { return run(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"--seconds", "S", "How long, in seconds", &options->seconds, {.range = Range{0.001, 86400}}},
+             {"--every", "S", "Seconds between two drains", &options->everyS, {.range = Range{0.001, 3600}}}},
+            options->settings),
+        .notes =
+            "The columns are the driver's six sample values, with what this phone's hub puts there: rad/s "
+            "and m/s^2.\n",
+        .examples = {{"oisctl samples --motion walk"}, {"oisctl samples --seconds 5 --json > samples.jsonl"}},
+        .run = [options] { return run(*options); },
+    };
 }
 
 }  // namespace oisctl

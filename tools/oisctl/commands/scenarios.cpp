@@ -3,8 +3,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include <CLI/CLI.hpp>
-
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -103,20 +101,22 @@ int show(const Options& options) {
 
 }  // namespace
 
-void addScenarios(CLI::App& app, Job& job) {
+Command describeScenarios() {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("scenarios", "List the scenarios, show one, or check a file");
-    command->add_option("name", options->name, "Show this shipped scenario's text, or check this file")
-        ->type_name("NAME|FILE");
-    command->add_flag("--fields", options->fields, "List what a span may state");
-    addJsonOption(*command, options->settings);
-    command->footer(
-        "Examples:\n"
-        "  oisctl scenarios                          what ships\n"
-        "  oisctl scenarios video-zoom > mine.toml   a start for one of your own\n"
-        "  oisctl scenarios mine.toml                checks it\n"
-        "  oisctl session --scenario mine.toml       plays it");
-    command->callback([options, &job] { job = [options] { return show(*options); }; });
+    return {
+        .options = {{"name",
+                     "NAME|FILE",
+                     "Show this shipped scenario's text, or check this file",
+                     &options->name,
+                     {.words = scenarioNames}},
+                    {"--fields", "", "List what a span may state", &options->fields},
+                    jsonOption(options->settings)},
+        .examples = {{"oisctl scenarios", "what ships"},
+                     {"oisctl scenarios video-zoom > mine.toml", "a start for one of your own"},
+                     {"oisctl scenarios mine.toml", "checks it"},
+                     {"oisctl session --scenario mine.toml", "plays it"}},
+        .run = [options] { return show(*options); },
+    };
 }
 
 }  // namespace oisctl

@@ -2,12 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
-#include "base/cli_options.h"
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/terminal.h"
@@ -30,8 +26,7 @@ struct Options {
     Settings settings;
     std::string scenario;
     std::vector<int32_t> modes{0, 2, 3, 6, 8, 9, 10};
-    std::vector<std::string> operations{"off",    "on",      "gyro-offset",  "read-gain-x",  "read-gain-y",
-                                        "acc-on", "acc-off", "write-gain-x", "write-gain-y", "operation-18"};
+    std::vector<int32_t> operations;  // empty: all but the defect detector, which needs a session of its own
     double holdS = 0.5;
 };
 
@@ -100,9 +95,11 @@ void Tour::hold() {
 }
 
 void Tour::runOperations() {
-    for (const std::string& name : mOptions.operations) {
+    std::vector<int32_t> wanted = mOptions.operations;
+    for (const OperationInfo& info : operations())
+        if (mOptions.operations.empty() && info.number != kDetectDefect) wanted.push_back(info.number);
+    for (const int32_t operation : wanted) {
         if (interrupted()) return;
-        const int32_t operation = operationNumber(name, std::nullopt);
         mOperations.push_back({operation, mSession.setOperation(operation)});
     }
 }
@@ -120,8 +117,6 @@ Settings withScenario(Settings settings, const Scenario& scenario) {
 
 int run(const Options& options) {
     if (options.scenario.empty()) {
-        for (const std::string& name : options.operations)
-            static_cast<void>(operationNumber(name, std::nullopt));
         DriverSession session(options.settings, Narration::kCalls);
         session.requireStreaming();
         return conclude(session, Tour(session, options).run());
@@ -139,44 +134,44 @@ int run(const Options& options) {
 
 }  // namespace
 
-void addSession(CLI::App& app, Job& job) {
+Command describeSession() {
     auto options = std::make_shared<Options>();
-    CLI::App* command =
-        app.add_subcommand("session", "Run a camera session: open, stream, modes, operations, close");
-    CLI::Option* scenario = command
-                                ->add_option("--scenario", options->scenario,
-                                             "Play a timeline of 3A requests instead ('oisctl scenarios')")
-                                ->type_name("NAME|FILE");
-    command->add_option("--modes", options->modes, "Modes to go through")
-        ->delimiter(',')
-        ->type_name("N,N")
-        ->check(inRange(std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()))
-        ->allow_extra_args(false)
-        ->excludes(scenario);
-    command->add_option("--operations", options->operations, "Operations to run")
-        ->delimiter(',')
-        ->type_name("NAME,NAME")
-        ->allow_extra_args(false)
-        ->excludes(scenario);
-    command->add_option("--hold", options->holdS, "Seconds to stay in each mode")
-        ->type_name("S")
-        ->check(inRange(0.0, 86400.0))
-        ->capture_default_str()
-        ->excludes(scenario);
-    addPhoneOptions(*command, options->settings);
-    command->footer(
-        "Examples:\n"
-        "  oisctl session                                  the controller behind the sensor hub\n"
-        "  oisctl session -m dw9786                        one on the sub-device\n"
-        "  oisctl session --set bypassen=0                 hub way through the family parser: register "
-        "accesses\n"
-        "  oisctl session --trace                          everything: files, properties, sleeps, messages\n"
-        "  oisctl session -m dw9781 --trace=run.jsonl --json\n"
-        "  oisctl session --scenario video-zoom --motion walk\n"
-        "  oisctl session --fault SET_MODE@3:errno=EIO     the third SET_MODE fails; exit status 1\n"
-        "  oisctl session -m mine.toml --kernel real --dump-folder /tmp/dump    this machine's own "
-        "sub-device");
-    command->callback([options, &job] { job = [options] { return run(*options); }; });
+    return {
+        .options = withPhoneOptions(
+            {{"--scenario",
+              "NAME|FILE",
+              "Play a timeline of 3A requests instead ('oisctl scenarios')",
+              &options->scenario,
+              {.words = scenarioNames}},
+             {"--modes",
+              "N,N",
+              "Modes to go through",
+              &options->modes,
+              {.words = modeNumbers, .commas = true, .excludes = "--scenario"}},
+             {"--operations",
+              "NAME,NAME",
+              "Operations to run; else all but detect-defect",
+              [options](const std::string& word) { options->operations.push_back(operationNumber(word)); },
+              {.words = operationNames, .commas = true, .excludes = "--scenario"}},
+             {"--hold",
+              "S",
+              "Seconds to stay in each mode",
+              &options->holdS,
+              {.range = Range{0, 86400}, .excludes = "--scenario"}}},
+            options->settings),
+        .examples = {{"oisctl session", "the controller behind the sensor hub"},
+                     {"oisctl session -m dw9786", "one on the sub-device"},
+                     {"oisctl session --set bypassen=0",
+                      "hub way through the family parser: register accesses"},
+                     {"oisctl session --trace", "everything: files, properties, sleeps, messages"},
+                     {"oisctl session -m dw9781 --trace=run.jsonl --json"},
+                     {"oisctl session --scenario video-zoom --motion walk"},
+                     {"oisctl session --fault SET_MODE@3:errno=EIO",
+                      "the third SET_MODE fails; exit status 1"},
+                     {"oisctl session -m mine.toml --kernel real --dump-folder /tmp/dump",
+                      "this machine's own sub-device"}},
+        .run = [options] { return run(*options); },
+    };
 }
 
 }  // namespace oisctl

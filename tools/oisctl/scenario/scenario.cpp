@@ -447,10 +447,14 @@ Scenario parseScenario(std::string_view text, const std::string& source) {
     return Reader(source).read(text);
 }
 
-Scenario scenarioByName(const std::string& nameOrFile) {
+std::vector<std::string> scenarioNames() {
     std::vector<std::string> names;
+    for (const ShippedScenario& shipped : shippedScenarios()) names.emplace_back(shipped.name);
+    return names;
+}
+
+Scenario scenarioByName(const std::string& nameOrFile) {
     for (const ShippedScenario& shipped : shippedScenarios()) {
-        names.emplace_back(shipped.name);
         if (shipped.name != nameOrFile) continue;
         Scenario scenario = parseScenario(shipped.text, "built-in " + nameOrFile);
         scenario.name = nameOrFile;
@@ -462,7 +466,7 @@ Scenario scenarioByName(const std::string& nameOrFile) {
     }
     if (!std::filesystem::exists(nameOrFile, ignored)) {
         throw InputError("--scenario " + nameOrFile + ": no such file, and no such scenario" +
-                         suggestion(nameOrFile, names));
+                         suggestion(nameOrFile, scenarioNames()));
     }
     Scenario scenario = parseScenario(textOf(nameOrFile), nameOrFile);
     scenario.name = std::filesystem::path(nameOrFile).stem();

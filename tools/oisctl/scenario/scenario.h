@@ -100,6 +100,7 @@ struct ShippedScenario {
 };
 // In order of name.
 const std::vector<ShippedScenario>& shippedScenarios();
+std::vector<std::string> scenarioNames();
 // A shipped scenario's name, else a file.
 Scenario scenarioByName(const std::string& nameOrFile);
 

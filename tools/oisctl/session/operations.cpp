@@ -1,12 +1,13 @@
 #include "session/operations.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 
 #include "base/errors.h"
 #include "base/suggest.h"
-#include "base/terminal.h"
 
 namespace oisctl {
 
@@ -19,17 +20,6 @@ constexpr int32_t kLeastPlain = -2;
 constexpr int32_t kGreatestPlain = 26;
 constexpr double kGainUnit = 1e4;
 constexpr double kMaxGain = 200000;
-
-int32_t gainOperation(const OperationInfo& operation, double gain) {
-    const bool isX = operation.number == kWriteGainX;
-    const double least = (isX ? -kLeastPlain : kGreatestPlain) + 1;
-    const double units = std::round(gain * kGainUnit);
-    if (!(units >= least && gain <= kMaxGain)) {
-        throw InputError(std::string(operation.name) + " " + number(gain, 4) + ": the gain may be " +
-                         number(least / kGainUnit, 4) + " to " + number(kMaxGain, 0));
-    }
-    return static_cast<int32_t>(isX ? -units : units);
-}
 
 }  // namespace
 
@@ -50,6 +40,12 @@ const std::vector<OperationInfo>& operations() {
     return all;
 }
 
+std::vector<std::string> operationNames() {
+    std::vector<std::string> names;
+    for (const OperationInfo& info : operations()) names.emplace_back(info.name);
+    return names;
+}
+
 const OperationInfo* findOperation(int32_t number) {
     if (number < kLeastPlain) number = kWriteGainX;
     if (number > kGreatestPlain) number = kWriteGainY;
@@ -59,27 +55,29 @@ const OperationInfo* findOperation(int32_t number) {
     return found == all.end() ? nullptr : &*found;
 }
 
-int32_t operationNumber(const std::string& nameOrNumber, std::optional<double> value) {
-    const OperationInfo* operation = nullptr;
-    std::vector<std::string> names;
-    for (const OperationInfo& info : operations()) {
-        names.emplace_back(info.name);
-        if (info.name == nameOrNumber) operation = &info;
+int32_t operationNumber(const std::string& nameOrNumber) {
+    for (const OperationInfo& info : operations())
+        if (info.name == nameOrNumber) return info.number;
+    int32_t number = 0;
+    const char* const end = nameOrNumber.data() + nameOrNumber.size();
+    const auto [stop, error] = std::from_chars(nameOrNumber.data(), end, number);
+    if (error == std::errc() && stop == end) return number;
+    const std::vector<std::string> names = operationNames();
+    throw InputError(nameOrNumber + ": no such operation" + suggestion(nameOrNumber, names) +
+                     (nearest(nameOrNumber, names).empty() ? ", or a number" : ""));
+}
+
+int32_t gainOperation(int32_t operation, double gain) {
+    const bool isX = operation == kWriteGainX;
+    if (!isX && operation != kWriteGainY)
+        throw InputError(fmt::format("op {}: takes no value; write-gain-x and write-gain-y do", operation));
+    const double least = (isX ? -kLeastPlain : kGreatestPlain) + 1;
+    const double units = std::round(gain * kGainUnit);
+    if (!(units >= least && gain <= kMaxGain)) {
+        throw InputError(fmt::format("op {} {:.4f}: the gain may be {:.4f} to {:.0f}", operation, gain,
+                                     least / kGainUnit, kMaxGain));
     }
-    int32_t parsed = 0;
-    const char* end = nameOrNumber.data() + nameOrNumber.size();
-    const auto [stop, error] = std::from_chars(nameOrNumber.data(), end, parsed);
-    const bool isNumber = error == std::errc() && stop == end;
-    if (operation == nullptr && !isNumber) {
-        throw InputError("op " + nameOrNumber + ": no such operation" + suggestion(nameOrNumber, names) +
-                         (nearest(nameOrNumber, names).empty() ? ", or a number" : ""));
-    }
-    if (!value) return operation == nullptr ? parsed : operation->number;
-    if (operation == nullptr) operation = findOperation(parsed);
-    if (operation == nullptr || (operation->number != kWriteGainX && operation->number != kWriteGainY)) {
-        throw InputError("op " + nameOrNumber + ": takes no value; write-gain-x and write-gain-y do");
-    }
-    return gainOperation(*operation, *value);
+    return static_cast<int32_t>(isX ? -units : units);
 }
 
 const std::vector<ModeInfo>& modes() {
@@ -95,6 +93,12 @@ const std::vector<ModeInfo>& modes() {
         {10, "still in scenario 31"},
     };
     return all;
+}
+
+std::vector<std::string> modeNumbers() {
+    std::vector<std::string> numbers;
+    for (const ModeInfo& info : modes()) numbers.push_back(std::to_string(info.number));
+    return numbers;
 }
 
 std::string_view modeMeaning(int32_t mode) {

@@ -2,7 +2,6 @@
 // The driver's one-shot operations and working modes by name.
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,13 +13,18 @@ struct OperationInfo {
     std::string_view name;
     std::string_view meaning;
 };
+constexpr int32_t kGyroOffset = 2;
+constexpr int32_t kDetectDefect = 19;
 // Those that the driver supports.
 const std::vector<OperationInfo>& operations();
+std::vector<std::string> operationNames();
 // Null for a number that no supported operation has. A number that writes a gain counts as that operation.
 const OperationInfo* findOperation(int32_t number);
 
-// The number behind "gyro-offset", "5", "write-gain-x" and a value. Throws InputError.
-int32_t operationNumber(const std::string& nameOrNumber, std::optional<double> value);
+// The number behind "gyro-offset" or "5". Throws InputError.
+int32_t operationNumber(const std::string& nameOrNumber);
+// The number that writes this gain, where the operation writes one. Throws InputError.
+int32_t gainOperation(int32_t operation, double gain);
 
 struct ModeInfo {
     int32_t number;
@@ -28,6 +32,7 @@ struct ModeInfo {
 };
 // Those that the driver supports.
 const std::vector<ModeInfo>& modes();
+std::vector<std::string> modeNumbers();
 // "on", "off", "video"; "unsupported" for a number that no mode has.
 std::string_view modeMeaning(int32_t mode);
 

@@ -1,13 +1,11 @@
 #include "session/settings.h"
 
 #include <algorithm>
-#include <limits>
 
-#include <CLI/CLI.hpp>
-
-#include "base/cli_options.h"
 #include "controllers/korva_faults.h"
 #include "faults/faults.h"
+#include "modules/module_description.h"
+#include "motion/motion.h"
 #include "services/property_store.h"
 
 namespace oisctl {
@@ -24,118 +22,149 @@ bool isKnown(std::string_view name) {
                        [name](const auto& property) { return property.key == name; });
 }
 
-void addModuleOptions(CLI::App& command, Settings& settings) {
-    constexpr int kLastSensor = 7;
-    command
-        .add_option("-m,--module", settings.module,
-                    "Camera module: a shipped one ('oisctl modules') or a TOML file")
-        ->type_name("NAME|FILE")
-        ->capture_default_str()
-        ->group(kPhoneGroup);
-    command.add_option("--sensor", settings.sensorDev, "Sensor device index, 0 to 7")
-        ->check(inRange(0, kLastSensor))
-        ->type_name("N")
-        ->capture_default_str()
-        ->group(kPhoneGroup);
-    command.add_option("--sensor-id", settings.sensorId, "Sensor id that Init is given")
-        ->type_name("N")
-        ->group(kPhoneGroup);
-    command.add_option("--module-id", settings.moduleId, "Module id that Init is given")
-        ->type_name("N")
-        ->group(kPhoneGroup);
-    command
-        .add_option("-s,--set", settings.assignments,
-                    "Set a system property ('oisctl properties'); repeatable")
-        ->type_name("PROPERTY=VALUE")
-        ->allow_extra_args(false)
-        ->group(kPhoneGroup);
-    command
-        .add_option("--properties", settings.propertiesFile,
-                    "Set the properties of a file, one PROPERTY=VALUE a line")
-        ->type_name("FILE")
-        ->group(kPhoneGroup);
+std::vector<std::string> assignmentWords() {
+    std::vector<std::string> words = propertyNames();
+    for (std::string& word : words) word += '=';
+    return words;
 }
 
-void addWorldOptions(CLI::App& command, Settings& settings) {
-    command
-        .add_option("--motion", settings.motion,
-                    "Motion of the phone: rest, hand, pan, walk, or a CSV recording")
-        ->type_name("NAME|FILE")
-        ->group(kPhoneGroup);
-    command.add_option("--seed", settings.seed, "Seed of the built-in motions")
-        ->check(inRange<int64_t>(0, std::numeric_limits<int64_t>::max()))
-        ->type_name("N")
-        ->capture_default_str()
-        ->group(kPhoneGroup);
-    command
-        .add_option("--fault", settings.faults,
-                    "What goes wrong: SET_MODE@3:lost, chip.never-idle, ...; repeatable")
-        ->type_name("SPEC")
-        ->allow_extra_args(false)
-        ->group(kPhoneGroup);
-    command
-        .add_flag("--real-time", settings.realTime,
-                  "Sleeps last as long as they say, instead of being simulated")
-        ->group(kPhoneGroup);
+std::vector<Option> moduleOptions(Settings& settings) {
+    return {
+        {"-m,--module",
+         "NAME|FILE",
+         "Camera module: a shipped one ('oisctl modules') or a TOML file",
+         &settings.module,
+         {.words = moduleNames},
+         kPhoneGroup},
+        {"--sensor",
+         "N",
+         "Sensor device index, 0 to 7",
+         &settings.sensorDev,
+         {.range = Range{0, 7}},
+         kPhoneGroup},
+        {"--sensor-id", "N", "Sensor id that Init is given", &settings.sensorId, {}, kPhoneGroup},
+        {"--module-id", "N", "Module id that Init is given", &settings.moduleId, {}, kPhoneGroup},
+        {"-s,--set",
+         "PROPERTY=VALUE",
+         "Set a system property ('oisctl properties'); repeatable",
+         &settings.assignments,
+         {.words = assignmentWords, .repeats = true},
+         kPhoneGroup},
+        {"--properties",
+         "FILE",
+         "Set the properties of a file, one PROPERTY=VALUE a line",
+         &settings.propertiesFile,
+         {},
+         kPhoneGroup},
+    };
 }
 
-void addKernelOptions(CLI::App& command, Settings& settings) {
-    command
-        .add_option("--kernel", settings.kernel,
-                    "Whose device nodes and files: simulated, or this machine's own")
-        ->check(CLI::IsMember({"simulated", "real"}))
-        ->capture_default_str()
-        ->group(kPhoneGroup);
-    command
-        .add_option("--dump-folder", settings.dumpFolder,
-                    "With --kernel real: stands for /mnt/vendor/nvcfg/camera")
-        ->type_name("DIR")
-        ->group(kPhoneGroup);
-    command
-        .add_option("--thermal-folder", settings.thermalFolder,
-                    "With --kernel real: stands for /sys/cam_thermal")
-        ->type_name("DIR")
-        ->group(kPhoneGroup);
-    command
-        .add_option("--folder", settings.folder,
-                    "Keep the phone's files here instead of in a temporary folder")
-        ->type_name("DIR")
-        ->group(kPhoneGroup);
+std::vector<Option> worldOptions(Settings& settings) {
+    return {
+        {"--motion",
+         "NAME|FILE",
+         "Motion of the phone: rest, hand, pan, walk, or a CSV recording",
+         &settings.motion,
+         {.words = phone::builtinMotions},
+         kPhoneGroup},
+        {"--seed", "N", "Seed of the built-in motions", &settings.seed, {}, kPhoneGroup},
+        {"--fault",
+         "SPEC",
+         "What goes wrong: SET_MODE@3:lost, chip.never-idle, ...; repeatable",
+         &settings.faults,
+         {.repeats = true},
+         kPhoneGroup},
+        {"--real-time",
+         "",
+         "Sleeps last as long as they say, instead of being simulated",
+         &settings.realTime,
+         {},
+         kPhoneGroup},
+    };
 }
 
-void addOutputOptions(CLI::App& command, Settings& settings) {
-    auto* trace = command.add_option(
-        "-t,--trace", settings.traceFile,
-        "Show the whole trace, or write it to FILE: every command, file, property, sleep, message");
-    trace->expected(0, 1)->type_name("[FILE]")->group(kOutputGroup);
-    command.parse_complete_callback([trace, &settings] { settings.traceWanted = trace->count() > 0; });
-    command.add_flag("-v,--verbose", settings.verbose, "Show the driver's messages too")->group(kOutputGroup);
-    command.add_flag("-q,--quiet", settings.quiet, "Show the result only")->group(kOutputGroup);
-    addJsonOption(command, settings);
-    command.add_option("--log-level", settings.logLevel, "Messages that the platform lets through")
-        ->check(CLI::IsMember({"off", "error", "info", "debug"}))
-        ->capture_default_str()
-        ->group(kOutputGroup);
-    command
-        .add_option("--log-sinks", settings.logSinks,
-                    "Where they go: the platform's debug log, its unified logger, or both")
-        ->check(CLI::IsMember({"debug", "unified", "both", "none"}))
-        ->capture_default_str()
-        ->group(kOutputGroup);
+std::vector<Option> kernelOptions(Settings& settings) {
+    return {
+        {"--kernel",
+         "KIND",
+         "Whose device nodes and files: simulated, or real for this machine's own",
+         &settings.kernel,
+         {.choices = {"simulated", "real"}},
+         kPhoneGroup},
+        {"--dump-folder",
+         "DIR",
+         "With --kernel real: stands for /mnt/vendor/nvcfg/camera",
+         &settings.dumpFolder,
+         {},
+         kPhoneGroup},
+        {"--thermal-folder",
+         "DIR",
+         "With --kernel real: stands for /sys/cam_thermal",
+         &settings.thermalFolder,
+         {},
+         kPhoneGroup},
+        {"--folder",
+         "DIR",
+         "Keep the phone's files here instead of in a temporary folder",
+         &settings.folder,
+         {},
+         kPhoneGroup},
+    };
+}
+
+std::vector<Option> outputOptions(Settings& settings) {
+    return {
+        {"-t,--trace",
+         "[FILE]",
+         "Show the whole trace, or write it to FILE: every command, file, property, sleep, message",
+         &settings.traceFile,
+         {.given = &settings.traceWanted},
+         kOutputGroup},
+        {"-v,--verbose", "", "Show the driver's messages too", &settings.verbose, {}, kOutputGroup},
+        {"-q,--quiet", "", "Show the result only", &settings.quiet, {}, kOutputGroup},
+        jsonOption(settings),
+        {"--log-level",
+         "LEVEL",
+         "Messages that the platform lets through: off, error, info or debug",
+         &settings.logLevel,
+         {.choices = {"off", "error", "info", "debug"}},
+         kOutputGroup},
+        {"--log-sinks",
+         "SINKS",
+         "Where they go: the platform's debug log, its unified logger, both or none",
+         &settings.logSinks,
+         {.choices = {"debug", "unified", "both", "none"}},
+         kOutputGroup},
+    };
 }
 
 }  // namespace
 
-void addPhoneOptions(CLI::App& command, Settings& settings) {
-    addModuleOptions(command, settings);
-    addWorldOptions(command, settings);
-    addKernelOptions(command, settings);
-    addOutputOptions(command, settings);
+std::vector<std::string> moduleNames() {
+    std::vector<std::string> names;
+    for (const phone::ModuleDescription& module : phone::shippedModules()) names.push_back(module.name);
+    return names;
 }
 
-void addJsonOption(CLI::App& command, Settings& settings) {
-    command.add_flag("--json", settings.json, "JSON instead of text, the trace included: one object a line")
-        ->group(kOutputGroup);
+std::vector<std::string> propertyNames() {
+    std::vector<std::string> names;
+    for (const phone::KnownProperty& property : phone::knownProperties()) {
+        std::string_view name = property.key;
+        if (name.starts_with(kPropertyPrefix)) name.remove_prefix(kPropertyPrefix.size());
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+std::vector<Option> withPhoneOptions(std::vector<Option> own, Settings& settings) {
+    for (const auto& group : {moduleOptions, worldOptions, kernelOptions, outputOptions})
+        for (Option& option : group(settings)) own.push_back(std::move(option));
+    return own;
+}
+
+Option jsonOption(Settings& settings) {
+    return {"--json",       "", "JSON instead of text, the trace included: one object a line",
+            &settings.json, {}, kOutputGroup};
 }
 
 std::string wholePropertyName(std::string_view name) {

@@ -7,9 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include "cli/command.h"
 
 namespace oisctl {
 
@@ -39,9 +37,13 @@ struct Settings {
     std::string logSinks = "unified";
 };
 
-// Adds the options that fill `settings` to a command. `settings` must outlive the parse.
-void addPhoneOptions(CLI::App& command, Settings& settings);
-void addJsonOption(CLI::App& command, Settings& settings);
+// The options that fill `settings`, which must outlive them, behind a command's `own`.
+std::vector<Option> withPhoneOptions(std::vector<Option> own, Settings& settings);
+Option jsonOption(Settings& settings);
+
+// What options of several commands may be.
+std::vector<std::string> moduleNames();
+std::vector<std::string> propertyNames();
 
 // Property names may leave out "vendor.debug.ois.".
 std::string wholePropertyName(std::string_view name);

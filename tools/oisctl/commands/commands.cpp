@@ -1,0 +1,33 @@
+#include "commands/commands.h"
+
+namespace oisctl {
+
+const std::vector<CommandEntry>& commands() {
+    static const std::vector<CommandEntry> all{
+        {"Sessions", "session", "Run a camera session: open, stream, modes, operations, close",
+         describeSession},
+        {"Sessions", "op", "Run one operation on the open driver", describeOperation},
+        {"Sessions", "mode", "Set one working mode on the open driver", describeMode},
+        {"Sessions", "decode", "Say in words what request codes and hub records in hex are", describeDecode},
+        {"Controller", "calibrate", "Measure the gyro offset and save it to the controller's flash",
+         describeCalibrate},
+        {"Controller", "firmware-update", "Bring the controller's firmware up to date",
+         describeFirmwareUpdate},
+        {"Controller", "registers", "Show the register map of the chip behind the hub", describeRegisters},
+        {"Controller", "detect-defect", "Walk the lens through its test positions and judge the actuator",
+         describeDetectDefect},
+        {"Recordings", "record", "Record gyro, targets and hall positions with the driver's recorder",
+         describeRecord},
+        {"Recordings", "plot", "Draw a status recording: shake, residual, lens path, spectrum", describePlot},
+        {"Recordings", "stats", "Say what a status recording holds: rate, gaps, shake, suppression",
+         describeStats},
+        {"Recordings", "dump", "Dump the module's OTP memory or the controller's flash data", describeDump},
+        {"Recordings", "samples", "Show the motion samples of the sensor hub's OIS channel", describeSamples},
+        {"Listings", "modules", "List the camera modules, or show one in detail", describeModules},
+        {"Listings", "scenarios", "List the scenarios, show one, or check a file", describeScenarios},
+        {"Listings", "properties", "List the system properties that the driver reads", describeProperties},
+    };
+    return all;
+}
+
+}  // namespace oisctl
