@@ -44,6 +44,7 @@ struct Phone::Parts {
     explicit Parts(Phone& phone)
         : clock(phone.mOptions.clock),
           trace(clock),
+          faults(clock),
           log(clock, trace),
           telemetry(clock, trace, faults),
           files(clock, phone.mOptions),
@@ -90,7 +91,7 @@ void Phone::fit(int32_t sensorDev, const ModuleDescription& module) {
         return;
     }
     if (mOptions.kernel == KernelKind::kReal) return;  // the machine's kernel has the controller
-    position.controller = std::make_shared<Controller>(module, mParts->motion, mParts->clock);
+    position.controller = std::make_shared<Controller>(module, mParts->motion, mParts->clock, mParts->faults);
     mParts->media.addLens(sensorDev, entityNameOf(module, sensorDev), position.controller);
 }
 

@@ -69,8 +69,9 @@ ois::OisFlashRecord flashOf(const ModuleDescription& module) {
 
 }  // namespace
 
-Controller::Controller(const ModuleDescription& module, const Motion& motion, const Clock& clock)
-    : mClock(clock), mStabiliser(motion, module.stabiliser) {
+Controller::Controller(const ModuleDescription& module, const Motion& motion, const Clock& clock,
+                       Faults& faults)
+    : mClock(clock), mStabiliser(motion, module.stabiliser), mLensFaults(faults) {
     mState.gain = module.gain;
     mState.hallInfo = module.hallInfo;
     mState.flash = flashOf(module);
@@ -266,6 +267,7 @@ void Controller::applyMode() {
     mStabiliser.advance(mClock.nowUs());
     mStabiliser.setActiveAngle(withAngle ? std::bit_cast<float>(mState.activeOis.angle) : 0);
     mStabiliser.setMode(mode);
+    mLensFaults.apply(mStabiliser);
 }
 
 int32_t Controller::readHall(std::span<std::byte> record) {

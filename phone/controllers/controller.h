@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 
+#include "controllers/lens_faults.h"
 #include "controllers/stabiliser.h"
 #include "ois_drv.h"
 #include "wire/customisation.h"
@@ -54,7 +55,7 @@ struct ControllerState {
 // Thread-safe; requests are not serialised.
 class Controller {
   public:
-    Controller(const ModuleDescription& module, const Motion& motion, const Clock& clock);
+    Controller(const ModuleDescription& module, const Motion& motion, const Clock& clock, Faults& faults);
 
     // Carries out a request on the kernel's copy of the record, which has the request's size. 0 or positive,
     // or a negative errno; ENOTTY for a request it does not know.
@@ -103,8 +104,9 @@ class Controller {
     std::atomic<int32_t> mMode{0};
     std::atomic<int32_t> mStreaming{0};
     std::atomic<bool> mPositionHeld{false};  // a set position holds the lens until the next mode
-    mutable std::mutex mMutex;               // of mState
-    ControllerState mState;                  // `mode` and `streaming` stand in the atomics
+    mutable std::mutex mMutex;               // of mLensFaults and mState
+    LensFaults mLensFaults;
+    ControllerState mState;  // `mode` and `streaming` stand in the atomics
 };
 
 }  // namespace phone

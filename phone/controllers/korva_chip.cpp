@@ -6,7 +6,8 @@
 #include <cstring>
 #include <utility>
 
-#include "controllers/korva_faults.h"
+#include "controllers/lens_faults.h"
+#include "faults/faults.h"
 #include "modules/module_description.h"
 #include "time/clock.h"
 #include "trace/trace.h"
@@ -62,7 +63,8 @@ struct Underway {
 }  // namespace
 
 struct KorvaChip::State {
-    State(Clock& clock, Trace& trace, const Motion& motion) : mClock(clock), mTrace(trace), mMotion(motion) {
+    State(Clock& clock, Trace& trace, const Motion& motion, Faults& faults)
+        : mClock(clock), mTrace(trace), mMotion(motion), mFaults(faults), mLensFaults(faults) {
         install(FirmwareImage::generate(kGenericVersion));
         useStabiliser({});
         powerOn();
@@ -90,7 +92,7 @@ struct KorvaChip::State {
     void restart();
     void startCalibration();
     void finishCalibration(int64_t doneUs);
-    uint8_t measureOffset(int64_t doneUs);
+    uint8_t measureOffset(int64_t doneUs, uint8_t forcedBits);
     void finishFlashWrite();
     void openDownload();
     void program(uint32_t at, std::span<const uint8_t> block);
@@ -106,18 +108,24 @@ struct KorvaChip::State {
     void addUpdateStatus(uint32_t bits) {
         set(Register::kUpdateStatus, static_cast<uint16_t>(get(Register::kUpdateStatus) | bits));
     }
-    void note(std::string fault, std::string text) const;
+    // Whether a fault of the chip strikes here; `text` says in the trace what it does.
+    Fate consult(std::string_view name, std::string text);
+    bool strikesBlock(std::string_view name, uint32_t number, std::string text);
+    Fate noted(Fate fate, std::string text) const;
 
     Clock& mClock;
     Trace& mTrace;
     const Motion& mMotion;
+    Faults& mFaults;
+    LensFaults mLensFaults;
     std::mutex mMutex;
     std::array<uint8_t, kRegisterSpace> mRegisters{};
     Flash mFlash;
     Underway mUnderway;
     KorvaTiming mTiming;
-    KorvaFaults mFaults;
-    uint32_t mStateReads = 0;  // since the last idle request
+    uint32_t mStateReads = 0;            // since the last idle request
+    std::optional<int64_t> mIdleOnRead;  // the read that finds the chip idle
+    bool mClockUpdated = false;
     bool mDownloadOpen = false;
     bool mHubCalibration = false;  // asked for by the hub: the chip goes on as before afterwards
     bool mLensHeld = false;
@@ -233,6 +241,7 @@ void KorvaChip::State::settle() {
     if (take(mUnderway.flashWrite, now)) finishFlashWrite();
     if (take(mUnderway.clock, now)) {
         mFlash.clockHz = mFlash.updatedClockHz;
+        mClockUpdated = true;
         set(Register::kClock, mFlash.clockHz);
         set(Register::kApplyUnlock, 0);
         set(Register::kApplyCommand, 0);
@@ -243,13 +252,13 @@ void KorvaChip::State::settle() {
 
 void KorvaChip::State::requestIdle() {
     mStateReads = 0;
-    if (mFaults.neverIdle) {
-        note("chip.never-idle", "idle request ignored");
+    mIdleOnRead.reset();
+    if (consult("never-idle", "idle request ignored")) {
         mHubCalibration = false;
         return;
     }
-    if (mFaults.idleOnRead) {
-        note("chip.idle-on-read=" + std::to_string(*mFaults.idleOnRead), "idle request delayed");
+    if (const Fate fate = consult("idle-on-read", "idle request delayed")) {
+        mIdleOnRead = fate.value();
         setState(KorvaState::kRunning);
         return;
     }
@@ -279,10 +288,7 @@ void KorvaChip::State::restart() {
 void KorvaChip::State::startCalibration() {
     set(Register::kGyroCalibration, kStart);
     set(Register::kStatus, 0);
-    if (mFaults.calibrationNeverDone) {
-        note("chip.calibration-never-done", "calibration will not end");
-        return;
-    }
+    if (consult("calibration-never-done", "calibration will not end")) return;
     if (state() == KorvaState::kIdle && mFlash.firmwareGood) {
         mUnderway.calibration = mClock.nowUs() + mTiming.calibrationUs;
         return;
@@ -294,16 +300,14 @@ void KorvaChip::State::startCalibration() {
 
 void KorvaChip::State::finishCalibration(int64_t doneUs) {
     set(Register::kGyroCalibration, 0);
-    set(Register::kStatus, measureOffset(doneUs) | mFaults.calibrationError);
-    if (mFaults.calibrationError != 0) {
-        note("chip.calibration-error=" + std::to_string(mFaults.calibrationError),
-             "calibration ends with these bits");
-    }
+    const Fate fate = consult("calibration-error", "calibration ends with these bits");
+    const auto forced = static_cast<uint8_t>(fate ? fate.value() : 0);
+    set(Register::kStatus, measureOffset(doneUs, forced) | forced);
     if (std::exchange(mHubCalibration, false)) setState(KorvaState::kRunning);
 }
 
-// The status bits; with none of them, the offset is in force.
-uint8_t KorvaChip::State::measureOffset(int64_t doneUs) {
+// The status bits; with none of them and none forced, the offset is in force.
+uint8_t KorvaChip::State::measureOffset(int64_t doneUs, uint8_t forcedBits) {
     const Stabiliser::GyroMeasurement gyro = mStabiliser->measureGyro(doneUs, mTiming.calibrationUs);
     uint8_t bits = 0;
     if (gyro.deviationRaw[0] > kStillDeviation) bits |= korva_status::kMovedX;
@@ -311,7 +315,7 @@ uint8_t KorvaChip::State::measureOffset(int64_t doneUs) {
     for (const double mean : gyro.meanRaw) {
         if (std::abs(mean) > kMaxOffset) bits |= korva_status::kRefused;
     }
-    if ((bits | mFaults.calibrationError) & ois::korva::kCalibrationErrorBits) return bits;
+    if ((bits | forcedBits) & ois::korva::kCalibrationErrorBits) return bits;
     const auto x = static_cast<int16_t>(std::lround(gyro.meanRaw[0]));
     const auto y = static_cast<int16_t>(std::lround(gyro.meanRaw[1]));
     set(Register::kGyroOffsetX, static_cast<uint16_t>(x));
@@ -323,15 +327,14 @@ uint8_t KorvaChip::State::measureOffset(int64_t doneUs) {
 
 void KorvaChip::State::finishFlashWrite() {
     set(Register::kFlashWrite, 0);
-    if (mFaults.flashWriteError) note("chip.flash-write-error", "flash write failed");
-    if (mFaults.flashWriteError || state() != KorvaState::kIdle || !mFlash.firmwareGood) {
+    const Fate fate = consult("flash-write-error", "flash write failed");
+    if (fate || state() != KorvaState::kIdle || !mFlash.firmwareGood) {
         set(Register::kStatus, korva_status::kFlashWrite);
         return;
     }
     set(Register::kStatus, 0);
     mFlash.gyroOffset = {get(Register::kGyroOffsetX), get(Register::kGyroOffsetY)};
-    if (mFaults.flashDataChanged) {
-        note("chip.flash-data-changed", "flash write damaged other data");
+    if (consult("flash-data-changed", "flash write damaged other data")) {
         if (mFlash.otherData.empty()) mFlash.otherData.resize(2);
         mFlash.otherData[0] ^= 1;
     }
@@ -352,20 +355,8 @@ void KorvaChip::State::openDownload() {
 
 void KorvaChip::State::program(uint32_t at, std::span<const uint8_t> block) {
     const uint32_t number = at / ois::kFirmwareBlockSize;
-    const auto strikes = [number](std::optional<uint32_t>& fault) {
-        if (fault != number) return false;
-        fault.reset();
-        return true;
-    };
-    if (strikes(mFaults.powerCut)) {
-        note("chip.power-cut=" + std::to_string(number), "power lost");
-        powerOn();
-        return;
-    }
-    if (strikes(mFaults.blockLost)) {
-        note("chip.block-lost=" + std::to_string(number), "block lost");
-        return;
-    }
+    if (strikesBlock("power-cut", number, "power lost")) return powerOn();
+    if (strikesBlock("block-lost", number, "block lost")) return;
     if (!mDownloadOpen) return addUpdateStatus(korva_update::kNotOpen);
     if (at >= mFlash.firmware.size() || block.size() > mFlash.firmware.size() - at) {
         return addUpdateStatus(korva_update::kAddress);
@@ -374,16 +365,10 @@ void KorvaChip::State::program(uint32_t at, std::span<const uint8_t> block) {
 
     std::ranges::copy(block, mFlash.firmware.begin() + at);
     mUnderway.flashBusyUntilUs = mClock.nowUs() + mTiming.blockUs;
-    if (strikes(mFaults.blockCorrupted) && !block.empty()) {
-        note("chip.block-corrupted=" + std::to_string(number), "block corrupted");
+    if (!block.empty() && strikesBlock("block-corrupted", number, "block corrupted"))
         mFlash.firmware[at] ^= 1;
-    }
-    if (mFaults.downloadError != 0) {
-        if (get(Register::kUpdateStatus) == 0) {
-            note("chip.download-error=" + std::to_string(mFaults.downloadError),
-                 "download ends with these bits");
-        }
-        addUpdateStatus(mFaults.downloadError);
+    if (const Fate fate = consult("download-error", "block leaves error bits")) {
+        addUpdateStatus(static_cast<uint16_t>(fate.value()));
     }
 }
 
@@ -399,18 +384,15 @@ void KorvaChip::State::startVerify() {
 void KorvaChip::State::finishVerify() {
     if (!std::exchange(mDownloadOpen, false)) return;
     set(Register::kFlashDownload, 0);
-    if (mFaults.checkValueWrong) note("chip.check-value-wrong", "check value refused");
-    if (mFaults.checkValueWrong || korvaWordSum(mFlash.firmware) != mPendingCheckValue) {
+    const Fate refused = consult("check-value-wrong", "check value refused");
+    if (refused || korvaWordSum(mFlash.firmware) != mPendingCheckValue) {
         set(Register::kUpdateStatus, korva_update::kCheckValue);
         return;
     }
     set(Register::kUpdateStatus, 0);
     mFlash.firmwareGood = true;
     mFlash.firmwareVersion = FirmwareImage::fromBytes(mFlash.firmware).version();
-    if (mFaults.versionMismatch) {
-        note("chip.version-mismatch", "reports the version below the image's");
-        --mFlash.firmwareVersion;
-    }
+    if (consult("version-mismatch", "reports the version below the image's")) --mFlash.firmwareVersion;
     set(Register::kFirmwareVersion, mFlash.firmwareVersion);
 }
 
@@ -425,6 +407,7 @@ void KorvaChip::State::updateLoop() {
     if (mode == mStabiliser->mode()) return;
     mStabiliser->advance(mClock.nowUs());
     mStabiliser->setMode(mode);
+    mLensFaults.apply(*mStabiliser);
 }
 
 void KorvaChip::State::updateAccCompensation() {
@@ -443,25 +426,32 @@ void KorvaChip::State::useStabiliser(const StabiliserSettings& settings) {
     mStabiliser = std::make_unique<Stabiliser>(mMotion, settings);
 }
 
-void KorvaChip::State::note(std::string fault, std::string text) const {
-    if (!mTrace.enabled()) return;
-    Event event;
-    event.kind = EventKind::kNote;
-    event.name = "korva-chip";
-    event.text = std::move(text);
-    event.fault = std::move(fault);
-    mTrace.record(std::move(event));
+Fate KorvaChip::State::noted(Fate fate, std::string text) const {
+    if (fate && mTrace.enabled()) {
+        mTrace.record(
+            {.kind = EventKind::kNote, .name = "korva-chip", .text = std::move(text), .fault = fate.fault()});
+    }
+    return fate;
 }
 
-KorvaChip::KorvaChip(Clock& clock, Trace& trace, const Motion& motion)
-    : mState(std::make_unique<State>(clock, trace, motion)) {}
+Fate KorvaChip::State::consult(std::string_view name, std::string text) {
+    return noted(mFaults.consult(FaultPoint::kChip, name), std::move(text));
+}
+
+bool KorvaChip::State::strikesBlock(std::string_view name, uint32_t number, std::string text) {
+    return static_cast<bool>(
+        noted(mFaults.consult(FaultPoint::kChip, name, int64_t{number}), std::move(text)));
+}
+
+KorvaChip::KorvaChip(Clock& clock, Trace& trace, const Motion& motion, Faults& faults)
+    : mState(std::make_unique<State>(clock, trace, motion, faults)) {}
 
 KorvaChip::~KorvaChip() = default;
 
 void KorvaChip::fit(const ModuleDescription& module) {
     const std::lock_guard lock(mState->mMutex);
-    mState->mFaults = {};
     mState->mFlash = {};
+    mState->mClockUpdated = false;
     mState->mFlash.otherData = module.flashData;
     if (module.clockHz != 0) mState->mFlash.clockHz = module.clockHz;
     if (mState->mFlash.clockHz != ois::korva::kOldClockHz)
@@ -476,7 +466,12 @@ uint32_t KorvaChip::readRegister(uint32_t at, uint32_t byteCount) {
     mState->settle();
     if (at == address(Register::kState)) {
         ++mState->mStateReads;
-        if (mState->mFaults.idleOnRead == mState->mStateReads) mState->becomeIdle();
+        if (mState->mIdleOnRead == mState->mStateReads) mState->becomeIdle();
+    }
+    if (at == address(Register::kClock) && !mState->mClockUpdated &&
+        mState->consult("old-clock", "runs from the old clock")) {
+        mState->mFlash.clockHz = ois::korva::kOldClockHz;
+        mState->set(Register::kClock, ois::korva::kOldClockHz);
     }
     return mState->load(at, byteCount);
 }
@@ -502,6 +497,7 @@ void KorvaChip::holdLens(int32_t targetHallX, int32_t targetHallY) {
     mState->mLensHeld = true;
     mState->mStabiliser->advance(mState->mClock.nowUs());
     mState->mStabiliser->setFixedTarget(targetHallX, targetHallY);
+    mState->mLensFaults.apply(*mState->mStabiliser);
     mState->updateLoop();
 }
 
@@ -593,23 +589,6 @@ KorvaTiming KorvaChip::timing() const {
 
 Stabiliser& KorvaChip::stabiliser() {
     return *mState->mStabiliser;
-}
-
-void KorvaChip::inject(std::string_view fault) {
-    const std::lock_guard lock(mState->mMutex);
-    addKorvaFault(mState->mFaults, fault);
-    if (!std::exchange(mState->mFaults.oldClock, false)) return;
-    mState->mFlash.clockHz = ois::korva::kOldClockHz;
-    mState->set(Register::kClock, ois::korva::kOldClockHz);
-}
-
-void KorvaChip::clearFaults() {
-    const std::lock_guard lock(mState->mMutex);
-    mState->mFaults = {};
-}
-
-std::vector<std::string> KorvaChip::names() {
-    return korvaFaultNames();
 }
 
 }  // namespace phone

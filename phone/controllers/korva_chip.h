@@ -7,8 +7,6 @@
 #include <mutex>
 #include <optional>
 #include <span>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "controllers/stabiliser.h"
@@ -18,6 +16,7 @@
 namespace phone {
 
 class Clock;
+class Faults;
 class Motion;
 class Trace;
 struct ModuleDescription;
@@ -59,13 +58,13 @@ constexpr uint16_t kBusy = 0x8000;        // still verifying
 // Thread-safe. What takes time is settled by the phone's clock at the next look.
 class KorvaChip {
   public:
-    KorvaChip(Clock& clock, Trace& trace, const Motion& motion);
+    KorvaChip(Clock& clock, Trace& trace, const Motion& motion, Faults& faults);
     ~KorvaChip();
     KorvaChip(const KorvaChip&) = delete;
     KorvaChip& operator=(const KorvaChip&) = delete;
 
     // Becomes the controller of that module, freshly powered on, with the module's firmware, clock and flash
-    // data. Not while the driver uses it. Clears faults.
+    // data. Not while the driver uses it.
     void fit(const ModuleDescription& module);
 
     // --- Bus: 1, 2 or 4 bytes, little-endian. Addresses without a register read 0 and ignore writes.
@@ -102,13 +101,6 @@ class KorvaChip {
     KorvaTiming timing() const;
     // Valid until the next fit.
     Stabiliser& stabiliser();
-
-    // --- Faults: "chip.never-idle", "chip.idle-on-read=21", ... Throws std::invalid_argument listing
-    // names(). Those about one block strike once, the rest until cleared.
-    void inject(std::string_view fault);
-    void clearFaults();
-    // The names as inject takes them, with the range of the value where there is one.
-    static std::vector<std::string> names();
 
   private:
     struct State;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -40,14 +39,11 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
     phone::Phone* phone = phone::Phone::current();
     if (phone != nullptr) phone->clock().enter();
     const phone::ModuleDescription* module = phone == nullptr ? nullptr : phone->module(sensorDev);
-    std::optional<phone::Faults::Strike> strike;
-    if (phone != nullptr) strike = phone->faults().strike(phone::FaultPoint::kCustomisation, {});
-    using Kind = phone::FaultEffect::Kind;
-    if (strike && strike->effect.kind == Kind::kSlow) phone->clock().sleepUs(strike->effect.delayUs);
-    const bool failed = strike && strike->effect.kind == Kind::kFail;
-    const Answer answer = failed || module == nullptr ? Answer{} : answerFor(*module);
+    phone::Fate fate;
+    if (phone != nullptr) fate = phone->faults().consult(phone::FaultPoint::kCustomisation);
+    const Answer answer = fate.fails() || module == nullptr ? Answer{} : answerFor(*module);
 
-    if (!failed) {
+    if (!fate.fails()) {
         if (status != nullptr) *status = answer.status;
         if (driverName != nullptr) std::memcpy(driverName, answer.driverName, sizeof answer.driverName);
         if (custInfo != nullptr) std::memcpy(custInfo, &answer.custInfo, sizeof answer.custInfo);
@@ -55,18 +51,15 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
     }
 
     if (phone != nullptr && phone->trace().enabled()) {
-        phone::Event event;
-        event.kind = phone::EventKind::kCustomisation;
-        event.name = "GetOisDriverName";
-        event.fields = {{"sensor_dev", int64_t{sensorDev}},
-                        {"sensor_id", int64_t{sensorId}},
-                        {"module_id", int64_t{moduleId}},
-                        {"module", module == nullptr ? std::string("none") : module->name},
-                        {"driver_name", std::string(ois::textOf(answer.driverName))}};
-        event.hasResult = true;
-        event.result = answer.supported;
-        if (strike) event.fault = strike->text;
-        phone->trace().record(std::move(event));
+        phone->trace().record({.kind = phone::EventKind::kCustomisation,
+                               .name = "GetOisDriverName",
+                               .fields = {{"sensor_dev", int64_t{sensorDev}},
+                                          {"sensor_id", int64_t{sensorId}},
+                                          {"module_id", int64_t{moduleId}},
+                                          {"module", module == nullptr ? std::string("none") : module->name},
+                                          {"driver_name", std::string(ois::textOf(answer.driverName))}},
+                               .result = answer.supported,
+                               .fault = fate.fault()});
     }
     return answer.supported;
 }

@@ -1,10 +1,24 @@
 #pragma once
-// Faults: what goes wrong on the simulated phone, where, and when.
+// Faults: what goes wrong on the simulated phone, where, and when. All of them are in one table,
+// faultPlaces(), and are written in one grammar:
+//
+//   PLACE[.NAME][=VALUE][@WHEN][:EFFECT]
+//
+// PLACE says where it strikes; NAME narrows it down to one request, property or path, and is left out for any
+// of them; a request or hub command alone ("SET_MODE") stands for both ways to the controller. WHEN counts
+// the times that the place was reached, from 1 on: "@3", "@2-5", "@after3" (from the fourth on), "@always".
+// EFFECT says what happens there; the chip's and the lens's places have a name that says it all, and some a
+// value:
+//
+//   "SET_MODE@3:errno=EIO", "hub.WRITE_REGISTER@2-5:slow=20ms", "READ_STATUS:garbage=ff00", "thread:fail",
+//   "open./dev/media1:errno=EACCES", "chip.never-idle@2", "chip.power-cut=57", "lens.stuck-x".
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -14,26 +28,31 @@
 
 namespace phone {
 
+class Clock;
+
 // Where a fault may strike.
 enum class FaultPoint {
-    kRequest,          // private ioctl; key: request name ("SET_MODE")
-    kHubCommand,       // hub record; key: command name ("WRITE_REGISTER")
-    kOpen,             // open or fopen; key: path as the driver gave it. Lost: what is written to the file
+    kCommand,          // a request or a hub command of that name, whichever way it goes
+    kRequest,          // private ioctl; key: request name
+    kHubCommand,       // hub record; key: command name
     kMediaRequest,     // media ioctl; key: "DEVICE_INFO" or "ENUM_ENTITIES"
-    kReadlink,         // readlink; key: path
+    kOpen,             // open or fopen; key: path as the driver gave it
+    kReadlink,         // key: path
     kClose,            // close or fclose; key: path
-    kThreadCreate,     // key empty
-    kThreadPriority,   // pthread_getschedparam; key empty
-    kThreadSchedule,   // pthread_setschedparam; key empty
-    kSensorProvider,   // createInstance; key empty
-    kSensorEnable,     // enableSensor; key empty
-    kSensorEnabled,    // isEnabled; key empty
-    kSensorSamples,    // getAllSensorData; key empty
-    kSensorDisable,    // disableSensor; key empty
-    kProperty,         // property read; key: its name. A read that fails finds the property unset
-    kCustomisation,    // GetOisDriverName; key empty. Failing, it knows of no OIS
-    kTelemetry,        // getService; key empty
-    kTelemetryReport,  // report; key empty
+    kThreadCreate,     // pthread_create
+    kThreadPriority,   // pthread_getschedparam
+    kThreadSchedule,   // pthread_setschedparam
+    kSensorProvider,   // createInstance
+    kSensorEnable,     // enableSensor
+    kSensorEnabled,    // isEnabled
+    kSensorSamples,    // getAllSensorData
+    kSensorDisable,    // disableSensor
+    kProperty,         // property read; key: its name
+    kCustomisation,    // GetOisDriverName
+    kTelemetry,        // getService
+    kTelemetryReport,  // report
+    kChip,             // of the chip behind the hub; key: what it does wrong
+    kLens,             // a command that moves a lens; key: its defect
 };
 
 struct FaultEffect {
@@ -43,6 +62,7 @@ struct FaultEffect {
         kSlow,     // takes `delayUs` more, then proceeds
         kGarbage,  // proceeds, and what comes back is overwritten with `bytes` (repeated to fill)
         kResult,   // proceeds, and returns `result`
+        kItself,   // what the place's name says, with `result` as its value
     };
     Kind kind = Kind::kFail;
     int error = 5;  // EIO
@@ -51,56 +71,107 @@ struct FaultEffect {
     std::vector<uint8_t> bytes{};
 };
 
-struct FaultRule {
+struct Fault {
     FaultPoint point = FaultPoint::kRequest;
-    std::string key{};        // empty: any
-    uint64_t occurrence = 0;  // the n-th match from 1 on; 0: every one
+    std::string key{};  // empty: any
+    // Occurrences of the place at which it strikes, from 1 on.
+    uint64_t first = 1;
+    uint64_t last = std::numeric_limits<uint64_t>::max();
+    // Only at this one of the place's objects, such as a block of a download.
+    std::optional<int64_t> object{};
     FaultEffect effect{};
-    std::string text{};  // how it was written, for trace and summary
+    std::string text{};  // as it was written
 };
 
-// PLACE[.NAME][@N]:EFFECT
-//   "SET_MODE:errno=EIO", "SET_MODE@3:lost", "hub.WRITE_REGISTER:slow=20ms", "READ_STATUS:garbage=ff00",
-//   "open./dev/media1:errno=EACCES", "thread:errno=EAGAIN", "telemetry:fail".
-// Places: request, hub, media, open, readlink, close, property (each with a name, or alone for any), thread,
-// thread-priority, thread-schedule, sensor-provider, sensor-enable, sensor-enabled, sensor-samples,
-// sensor-disable, customisation, telemetry, telemetry-report. A bare name is a request when it is one, else a
-// hub command. Throws std::invalid_argument whose one line says what is wrong and what would be right.
-FaultRule parseFault(std::string_view text);
+// A place that a fault may name.
+struct FaultPlace {
+    std::string_view name;  // "request", "chip.never-idle"; empty: a command's name alone
+    FaultPoint point;
+    std::string_view names;      // what a NAME behind it is: "REQUEST"; empty: none
+    std::string value;           // what its VALUE is: "0..111"; empty: none
+    std::string effects;         // what may stand behind the colon: "fail, errno=EIO"; empty: nothing
+    std::string_view meaning;    // what fails there
+    std::string_view arguments;  // of an oisctl run in which the fault among them strikes
+};
+const std::vector<FaultPlace>& faultPlaces();
 
+// Throws std::invalid_argument whose one line says what is wrong and what would be right.
+Fault parseFault(std::string_view text);
+
+// What a fault, if any, makes of a call.
+class Fate {
+  public:
+    Fate() = default;
+    explicit Fate(std::shared_ptr<const Fault> fault) : mFault(std::move(fault)) {}
+
+    explicit operator bool() const { return mFault != nullptr; }
+    const std::shared_ptr<const Fault>& fault() const { return mFault; }
+
+    bool fails() const { return is(FaultEffect::Kind::kFail); }
+    int error() const { return fails() ? mFault->effect.error : 0; }
+    bool lost() const { return is(FaultEffect::Kind::kLost); }
+    // What stands for the call's own result.
+    std::optional<int64_t> result() const;
+    // The value of a place whose name says what happens.
+    int64_t value() const { return mFault->effect.result; }
+    bool spoils() const { return is(FaultEffect::Kind::kGarbage) && !mFault->effect.bytes.empty(); }
+    // Overwrites what came back, if that is what the fault does.
+    void spoil(std::span<std::byte> answer) const;
+
+  private:
+    bool is(FaultEffect::Kind kind) const { return mFault != nullptr && mFault->effect.kind == kind; }
+
+    std::shared_ptr<const Fault> mFault;
+};
+
+// Thread-safe.
 class Faults {
   public:
-    void add(FaultRule rule);
+    explicit Faults(Clock& clock) : mClock(clock) {}
+
+    void add(Fault fault);
+    void add(std::string_view text) { add(parseFault(text)); }
     void clear();
 
-    // A test's own decision; consulted before the rules, and may decline with nullopt. `input` is the record
-    // as the driver sent it: of a request's size, or the hub's 64 bytes. Called on the calling thread,
-    // without a lock.
+    // A test's own decision on what the driver calls; consulted before the faults, and may decline with
+    // nullopt. `input` is the record as the driver sent it: of a request's size, or the hub's 64 bytes.
+    // Called on the calling thread, without a lock.
     using Override = std::function<std::optional<FaultEffect>(FaultPoint point, std::string_view key,
                                                               std::span<const uint8_t> input)>;
     void setOverride(Override decide);
 
-    // The effect for this occurrence, if any, and the text to put into the trace. Takes no lock while there
-    // are no rules.
-    struct Strike {
-        FaultEffect effect{};
+    // What becomes of a call that has reached that place; one that is slowed down has waited when this
+    // returns. Takes no lock while there are no faults.
+    Fate consult(FaultPoint point, std::string_view key = {}, std::span<const std::byte> input = {});
+    // The same of a place with several objects.
+    Fate consult(FaultPoint point, std::string_view key, int64_t object);
+
+    // How often each fault struck, in the order in which they were added, cleared ones included.
+    struct Count {
         std::string text;
+        uint64_t strikes = 0;
+        uint64_t reached = 0;  // how often its place was
     };
-    std::optional<Strike> strike(FaultPoint point, std::string_view key, std::span<const uint8_t> input = {});
-    uint64_t strikes() const;                 // how often any took effect
-    std::vector<std::string> unused() const;  // the rules that never did, as written
+    std::vector<Count> counts() const;
+    uint64_t strikes() const;  // of all, and of the override
 
   private:
     struct Armed {
-        FaultRule rule;
-        uint64_t seen = 0;
-        bool struck = false;
+        std::shared_ptr<const Fault> fault;
+        bool active = true;
+        uint64_t reached = 0;
+        uint64_t strikes = 0;
     };
+    std::shared_ptr<const Fault> strike(FaultPoint point, std::string_view key, std::optional<int64_t> object,
+                                        std::span<const std::byte> input);
+    Fate fateOf(std::shared_ptr<const Fault> fault);
+
+    Clock& mClock;
     std::atomic<bool> mArmed{false};
     std::atomic<uint64_t> mStrikes{0};
     mutable std::mutex mMutex;
     Override mOverride;
-    std::vector<Armed> mRules;
+    std::vector<Armed> mFaults;
 };
 
 }  // namespace phone

@@ -62,13 +62,6 @@ SensorData sampleOf(const MotionSample& motion, int64_t timeUs) {
     return sample;
 }
 
-bool failsCall(const FaultEffect& effect) {
-    return effect.kind == FaultEffect::Kind::kFail;
-}
-bool losesCall(const FaultEffect& effect) {
-    return effect.kind == FaultEffect::Kind::kLost;
-}
-
 // A word that says nothing until it was sent.
 class ToldWord {
   public:
@@ -90,10 +83,11 @@ class ToldWord {
 class SensorHub::State {
   public:
     State(Clock& clock, Trace& trace, Faults& faults, const Motion& motion)
-        : mClock(clock), mTrace(trace), mFaults(faults), mMotion(motion), mChip(clock, trace, motion) {}
-
-    // A fault of a call without a name; one that only delays has done so.
-    std::optional<Faults::Strike> consult(FaultPoint point);
+        : mClock(clock),
+          mTrace(trace),
+          mFaults(faults),
+          mMotion(motion),
+          mChip(clock, trace, motion, faults) {}
 
     // The channel.
     bool enable(eSensorType type, uint32_t intervalMs);
@@ -114,9 +108,9 @@ class SensorHub::State {
     void storeGain(const ois::OisGain& gain);
     void serveFirmware(OisCustomCmd& command);
     void record(const OisCustomCmd& sent, const OisCustomCmd& answered, HubPhase phase, int32_t result,
-                const std::optional<Faults::Strike>& strike);
+                const Fate& fate);
     void recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
-                    const std::optional<Faults::Strike>& strike);
+                    const Fate& fate);
 
     Clock& mClock;
     Trace& mTrace;
@@ -152,17 +146,10 @@ class SensorHub::State {
     std::vector<FirmwareReport> mReports;
 };
 
-std::optional<Faults::Strike> SensorHub::State::consult(FaultPoint point) {
-    auto strike = mFaults.strike(point, {});
-    if (strike && strike->effect.kind == FaultEffect::Kind::kSlow) mClock.sleepUs(strike->effect.delayUs);
-    return strike;
-}
-
 bool SensorHub::State::enable(eSensorType type, uint32_t intervalMs) {
-    const auto strike = consult(FaultPoint::kSensorEnable);
-    const bool refused =
-        type != ois::kOisSensorType || intervalMs == 0 || (strike && failsCall(strike->effect));
-    if (!refused && !(strike && losesCall(strike->effect))) {
+    const Fate fate = mFaults.consult(FaultPoint::kSensorEnable);
+    const bool refused = type != ois::kOisSensorType || intervalMs == 0 || fate.fails();
+    if (!refused && !fate.lost()) {
         const std::lock_guard lock(mChannelMutex);
         mEnabledSinceUs = mClock.nowUs();
         mSamplesTaken = 0;
@@ -171,42 +158,39 @@ bool SensorHub::State::enable(eSensorType type, uint32_t intervalMs) {
         mBringUp = true;
     }
     recordCall("enableSensor", {{"type", int64_t{type}}, {"interval_ms", int64_t{intervalMs}}},
-               refused ? 0 : 1, strike);
+               refused ? 0 : 1, fate);
     return !refused;
 }
 
 bool SensorHub::State::isEnabled(eSensorType type) {
-    const auto strike = consult(FaultPoint::kSensorEnabled);
+    const Fate fate = mFaults.consult(FaultPoint::kSensorEnabled);
     const int reported = mReportedEnabled.load(std::memory_order_relaxed);
-    const bool enabled = type == ois::kOisSensorType && !(strike && failsCall(strike->effect)) &&
+    const bool enabled = type == ois::kOisSensorType && !fate.fails() &&
                          (reported < 0 ? mEnabled.load(std::memory_order_relaxed) : reported != 0);
-    recordCall("isEnabled", {{"type", int64_t{type}}}, enabled ? 1 : 0, strike);
+    recordCall("isEnabled", {{"type", int64_t{type}}}, enabled ? 1 : 0, fate);
     return enabled;
 }
 
 int32_t SensorHub::State::disable(eSensorType type) {
-    const auto strike = consult(FaultPoint::kSensorDisable);
-    int32_t result =
-        type != ois::kOisSensorType || (strike && failsCall(strike->effect)) ? kDisableFailed : 0;
-    if (result == 0 && !(strike && losesCall(strike->effect))) {
+    const Fate fate = mFaults.consult(FaultPoint::kSensorDisable);
+    int32_t result = type != ois::kOisSensorType || fate.fails() ? kDisableFailed : 0;
+    if (result == 0 && !fate.lost()) {
         mEnabled = false;
         mBringUp = false;
     }
-    if (strike && strike->effect.kind == FaultEffect::Kind::kResult) {
-        result = static_cast<int32_t>(strike->effect.result);
-    }
-    recordCall("disableSensor", {{"type", int64_t{type}}}, result, strike);
+    result = static_cast<int32_t>(fate.result().value_or(result));
+    recordCall("disableSensor", {{"type", int64_t{type}}}, result, fate);
     return result;
 }
 
 bool SensorHub::State::drain(eSensorType type, std::vector<SensorData>& samples) {
-    const auto strike = consult(FaultPoint::kSensorSamples);
-    const bool works = type == ois::kOisSensorType && mEnabled && !(strike && failsCall(strike->effect));
+    const Fate fate = mFaults.consult(FaultPoint::kSensorSamples);
+    const bool works = type == ois::kOisSensorType && mEnabled && !fate.fails();
     samples = works ? takeSamples() : std::vector<SensorData>();
-    if (strike && losesCall(strike->effect)) samples.clear();
+    if (fate.lost()) samples.clear();
     recordCall("getAllSensorData",
                {{"type", int64_t{type}}, {"samples", static_cast<int64_t>(samples.size())}}, works ? 1 : 0,
-               strike);
+               fate);
     return works;
 }
 
@@ -237,25 +221,17 @@ int32_t SensorHub::State::command(eSensorType type, OisCustomCmd& command) {
     const HubPhase phase = bringUp ? HubPhase::kBringUp : HubPhase::kRunning;
     const HubCommandInfo* info = hubCommand(command, phase);
     const OisCustomCmd sent = command;
-    const auto strike =
-        mFaults.strike(FaultPoint::kHubCommand, info == nullptr ? std::string_view() : info->name,
-                       {reinterpret_cast<const uint8_t*>(&sent), sizeof sent});
-    int32_t result = 0;
-    using Kind = FaultEffect::Kind;
-    if (strike && strike->effect.kind == Kind::kFail) {
-        result = -strike->effect.error;
-    } else if (!strike || strike->effect.kind != Kind::kLost) {
-        if (strike && strike->effect.kind == Kind::kSlow) mClock.sleepUs(strike->effect.delayUs);
+    const Fate fate =
+        mFaults.consult(FaultPoint::kHubCommand, info == nullptr ? std::string_view() : info->name,
+                        std::as_bytes(std::span(&sent, 1)));
+    int32_t result = -fate.error();
+    if (result == 0 && !fate.lost()) {
         result = execute(command);
-        if (strike && strike->effect.kind == Kind::kResult)
-            result = static_cast<int32_t>(strike->effect.result);
-        if (strike && strike->effect.kind == Kind::kGarbage && !strike->effect.bytes.empty()) {
-            const std::vector<uint8_t>& bytes = strike->effect.bytes;
-            const size_t length = std::min<size_t>(command.outputLength, ois::kHubPayloadSize);
-            for (size_t i = 0; i < length; ++i) command.payload[i] = bytes[i % bytes.size()];
-        }
+        result = static_cast<int32_t>(fate.result().value_or(result));
+        const size_t length = std::min<size_t>(command.outputLength, ois::kHubPayloadSize);
+        fate.spoil(std::as_writable_bytes(std::span(command.payload)).first(length));
     }
-    record(sent, command, phase, result, strike);
+    record(sent, command, phase, result, fate);
     return result;
 }
 
@@ -414,35 +390,24 @@ void SensorHub::State::serveFirmware(OisCustomCmd& command) {
 }
 
 void SensorHub::State::record(const OisCustomCmd& sent, const OisCustomCmd& answered, HubPhase phase,
-                              int32_t result, const std::optional<Faults::Strike>& strike) {
+                              int32_t result, const Fate& fate) {
     if (!mTrace.enabled()) return;
-    const bool lost = strike && losesCall(strike->effect);
-    const bool answers = !lost && result >= 0;
-    Event event = answers ? decodeHub(sent, answered, phase) : decodeHub(sent, phase);
-    const auto bytesOf = [](const OisCustomCmd& command) {
-        const auto* bytes = reinterpret_cast<const uint8_t*>(&command);
-        return std::vector<uint8_t>(bytes, bytes + sizeof command);
-    };
-    event.sent = bytesOf(sent);
-    if (answers) event.received = bytesOf(answered);
-    event.hasResult = true;
+    const bool answers = !fate.lost() && result >= 0;
+    Event event = hubEvent(sent, answers ? &answered : nullptr, phase);
     event.result = result;
-    if (result < 0) event.error = -result;
-    if (strike) event.fault = strike->text;
+    event.error = std::max(-result, 0);
+    event.fault = fate.fault();
     mTrace.record(std::move(event));
 }
 
 void SensorHub::State::recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
-                                  const std::optional<Faults::Strike>& strike) {
+                                  const Fate& fate) {
     if (!mTrace.enabled()) return;
-    Event event;
-    event.kind = EventKind::kSensor;
-    event.name = name;
-    event.fields = std::move(fields);
-    event.hasResult = result.has_value();
-    event.result = result.value_or(0);
-    if (strike) event.fault = strike->text;
-    mTrace.record(std::move(event));
+    mTrace.record({.kind = EventKind::kSensor,
+                   .name = name,
+                   .fields = std::move(fields),
+                   .result = result,
+                   .fault = fate.fault()});
 }
 
 // The driver's handle on the hub.
@@ -451,7 +416,7 @@ class SensorHub::Provider final : public SensorProvider {
     explicit Provider(std::shared_ptr<State> state) : mState(std::move(state)) { ++mState->mProviders; }
     ~Provider() override {
         --mState->mProviders;
-        if (enter()) mState->recordCall("release", {}, std::nullopt, std::nullopt);
+        if (enter()) mState->recordCall("release", {}, std::nullopt, {});
     }
 
     bool enableSensor(eSensorType type, uint32_t intervalMs) override {
@@ -504,10 +469,10 @@ KorvaChip& SensorHub::chip() {
 
 std::shared_ptr<SensorProvider> SensorHub::createProvider(const char* userName) {
     mState->mClock.enter();
-    const auto strike = mState->consult(FaultPoint::kSensorProvider);
-    const bool failed = strike && (failsCall(strike->effect) || losesCall(strike->effect));
+    const Fate fate = mState->mFaults.consult(FaultPoint::kSensorProvider);
+    const bool failed = fate.fails() || fate.lost();
     mState->recordCall("createInstance", {{"user", std::string(userName == nullptr ? "" : userName)}},
-                       failed ? 0 : 1, strike);
+                       failed ? 0 : 1, fate);
     return failed ? nullptr : std::make_shared<Provider>(mState);
 }
 

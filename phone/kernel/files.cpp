@@ -56,7 +56,7 @@ ssize_t Kernel::followLink(const char* path, std::string& target) const {
 
 ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
     mPhone.clock().enter();
-    const Fate fate = consult(FaultPoint::kReadlink, path);
+    const Fate fate = mPhone.faults().consult(FaultPoint::kReadlink, path);
     std::string target;
     ssize_t length = fate.error() != 0 ? -fate.error() : followLink(path, target);
     if (length >= 0) {
@@ -76,7 +76,7 @@ ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
 
 FILE* Kernel::fopen(const char* path, const char* mode) {
     mPhone.clock().enter();
-    const Fate fate = consult(FaultPoint::kOpen, path);
+    const Fate fate = mPhone.faults().consult(FaultPoint::kOpen, path);
     const auto place = mPhone.files().place(path);
     FILE* file = nullptr;
     int error = fate.error();
@@ -84,7 +84,7 @@ FILE* Kernel::fopen(const char* path, const char* mode) {
     if (error == 0) {
         const char* target = place ? place->file.c_str() : path;
         // Every write fails there, and there is nothing to read but zeros.
-        if (fate.is(FaultEffect::Kind::kLost)) target = "/dev/full";
+        if (fate.lost()) target = "/dev/full";
         file = libc().fopen(target, mode);
         if (file == nullptr) error = errno;
     }
@@ -107,13 +107,12 @@ int Kernel::fclose(FILE* file) {
         const std::lock_guard lock(mMutex);
         path = std::move(mFiles.extract(file).mapped());
     }
-    const Fate fate = consult(FaultPoint::kClose, path);
+    const Fate fate = mPhone.faults().consult(FaultPoint::kClose, path);
     int result = libc().fclose(file);
     int error = result != 0 ? errno : 0;
     // The file is gone even when closing it failed.
     if (fate.error() != 0) error = fate.error();
     if (error != 0) result = EOF;
-    if (fate.is(FaultEffect::Kind::kResult)) result = static_cast<int>(fate.effect()->result);
     if (mPhone.trace().enabled()) {
         traceCall(EventKind::kFile, "fclose", {textField("path", path)}, result, error, fate);
     }

@@ -6,8 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <utility>
+
+#include <fmt/core.h>
 
 #include "controllers/controller.h"
 #include "entry/libc.h"
@@ -35,11 +36,7 @@ std::string openFlags(int flags) {
         text += name;
         rest &= ~static_cast<unsigned>(flag);
     }
-    if (rest != 0) {
-        std::array<char, 16> hex{};
-        std::snprintf(hex.data(), hex.size(), "|0x%x", rest);
-        text += hex.data();
-    }
+    if (rest != 0) text += fmt::format("|0x{:x}", rest);
     return text;
 }
 
@@ -58,25 +55,15 @@ Kernel::Node* Kernel::nodeOf(int fd) const {
     return mDescriptors[static_cast<size_t>(fd)].load(std::memory_order_acquire);
 }
 
-Kernel::Fate Kernel::consult(FaultPoint point, std::string_view key, std::span<const std::byte> input) {
-    Fate fate{
-        mPhone.faults().strike(point, key, {reinterpret_cast<const uint8_t*>(input.data()), input.size()})};
-    if (fate.is(FaultEffect::Kind::kSlow)) mPhone.clock().sleepUs(fate.effect()->delayUs);
-    return fate;
-}
-
 void Kernel::traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
                        const Fate& fate, std::vector<Field> answer) {
-    Event event;
-    event.kind = kind;
-    event.name = name;
-    event.fields = std::move(fields);
-    event.answer = std::move(answer);
-    event.hasResult = true;
-    event.result = result;
-    event.error = error;
-    if (fate.strike) event.fault = fate.strike->text;
-    mPhone.trace().record(std::move(event));
+    mPhone.trace().record({.kind = kind,
+                           .name = name,
+                           .fields = std::move(fields),
+                           .answer = std::move(answer),
+                           .result = result,
+                           .error = error,
+                           .fault = fate.fault()});
 }
 
 // What a path leads to at this moment; null when there is no such device.
@@ -120,13 +107,11 @@ int Kernel::openNode(const char* path, int flags, Node*& node) {
 
 int Kernel::open(const char* path, int flags) {
     mPhone.clock().enter();
-    const Fate fate = consult(FaultPoint::kOpen, path);
+    const Fate fate = mPhone.faults().consult(FaultPoint::kOpen, path);
     Node* node = nullptr;
     int fd = 0;
     if (fate.error() != 0) {
         fd = -fate.error();
-    } else if (fate.is(FaultEffect::Kind::kResult)) {
-        fd = static_cast<int>(fate.effect()->result);
     } else {
         fd = openNode(path, flags, node);
         if (fd >= 0) mDescriptors[static_cast<size_t>(fd)].store(node, std::memory_order_release);
@@ -142,7 +127,7 @@ int Kernel::close(int fd) {
     mPhone.clock().enter();
     const Node* node = mDescriptors[static_cast<size_t>(fd)].exchange(nullptr);
     if (node == nullptr) return libc().close(fd);
-    const Fate fate = consult(FaultPoint::kClose, node->path);
+    const Fate fate = mPhone.faults().consult(FaultPoint::kClose, node->path);
     int result = libc().close(fd) == 0 ? 0 : -errno;
     // The descriptor is gone even when closing it failed.
     if (fate.error() != 0) result = -fate.error();

@@ -70,7 +70,6 @@ class Kernel {
 
   private:
     struct Node;
-    struct Fate;
 
     static constexpr int kDescriptors = 1024;
 
@@ -83,7 +82,6 @@ class Kernel {
     int32_t carryOut(const Node& node, uint32_t request, std::span<std::byte> record);
     ssize_t followLink(const char* path, std::string& target) const;
 
-    Fate consult(FaultPoint point, std::string_view key, std::span<const std::byte> input = {});
     Fate consultRequest(uint32_t request, std::span<const std::byte> record);
     void traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
                       int32_t result, const Fate& fate);

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -26,22 +25,6 @@ struct Kernel::Node {
     Kind kind = Kind::kMachine;
     int number = 0;                          // of a media device
     std::shared_ptr<Controller> controller;  // of a sub-device; null: it knows no private request
-};
-
-// What a fault, if any, makes of a call.
-struct Kernel::Fate {
-    std::optional<Faults::Strike> strike;
-
-    const FaultEffect* effect() const { return strike ? &strike->effect : nullptr; }
-    bool is(FaultEffect::Kind kind) const { return strike && strike->effect.kind == kind; }
-    // The error of a call that fails, or 0.
-    int error() const { return is(FaultEffect::Kind::kFail) ? strike->effect.error : 0; }
-    // Overwrites what came back, if that is what the fault does.
-    void spoil(std::span<std::byte> answer) const {
-        if (!is(FaultEffect::Kind::kGarbage) || strike->effect.bytes.empty()) return;
-        const std::vector<uint8_t>& pattern = strike->effect.bytes;
-        for (size_t i = 0; i < answer.size(); ++i) answer[i] = std::byte{pattern[i % pattern.size()]};
-    }
 };
 
 inline bool beginsWith(const char* path, std::string_view beginning) {

@@ -49,21 +49,21 @@ bool Kernel::takes(int fd, uint32_t request) const {
     return owns(fd) || isPrivateRequest(request);
 }
 
-Kernel::Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte> record) {
-    if (isPrivateRequest(request)) return consult(FaultPoint::kRequest, privateRequestName(request), record);
+Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte> record) {
+    if (isPrivateRequest(request)) {
+        return mPhone.faults().consult(FaultPoint::kRequest, privateRequestName(request), record);
+    }
     const RequestInfo* info = findMediaRequest(request);
-    return consult(FaultPoint::kMediaRequest, info != nullptr ? info->name : std::string_view{}, record);
+    return mPhone.faults().consult(FaultPoint::kMediaRequest,
+                                   info != nullptr ? info->name : std::string_view{}, record);
 }
 
 void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
                           int32_t result, const Fate& fate) {
-    Event event = decodeRequest(request, asUint8(in), asUint8(out));
-    event.sent.assign(asUint8(in).begin(), asUint8(in).end());
-    event.received.assign(asUint8(out).begin(), asUint8(out).end());
-    event.hasResult = true;
-    event.result = result < 0 ? -1 : result;
-    event.error = result < 0 ? -result : 0;
-    if (fate.strike) event.fault = fate.strike->text;
+    Event event = requestEvent(request, asUint8(in), asUint8(out));
+    event.result = std::max(result, -1);
+    event.error = std::max(-result, 0);
+    event.fault = fate.fault();
     mPhone.trace().record(std::move(event));
 }
 
@@ -103,14 +103,14 @@ int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
     if (traced) sent.assign(record.begin(), record.end());
 
     const Fate fate = consultRequest(request, record);
-    const bool lost = fate.is(FaultEffect::Kind::kLost);
+    const bool lost = fate.lost();
     int32_t result = 0;
     if (fate.error() != 0) {
         result = -fate.error();
     } else if (!lost) {
         result = carryOut(node, request, record);
         fate.spoil(record);
-        if (fate.is(FaultEffect::Kind::kResult)) result = static_cast<int32_t>(fate.effect()->result);
+        result = static_cast<int32_t>(fate.result().value_or(result));
     }
     const bool answered = result >= 0 && !lost && (_IOC_DIR(request) & _IOC_READ) != 0;
     if (answered) copyToUser(argument, record);
@@ -132,18 +132,18 @@ int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node
 
     const Fate fate = node != nullptr ? consultRequest(request, record) : Fate{};
     int32_t result = -fate.error();
-    if (result == 0 && !fate.is(FaultEffect::Kind::kLost)) {
+    if (result == 0 && !fate.lost()) {
         // A machine that emulates another looks at the request before it looks at the descriptor.
         const bool open = node != nullptr || fcntl(fd, F_GETFD) >= 0;
         result = open ? libc().ioctl(fd, request, argument) : -EBADF;
         // An emulating machine says ENOSYS of a request that it does not know.
         if (open && result < 0) result = errno == ENOSYS ? -ENOTTY : -errno;
         const bool reads = (_IOC_DIR(request) & _IOC_READ) != 0;
-        if (fate.is(FaultEffect::Kind::kGarbage) && result >= 0 && reads) {
+        if (fate.spoils() && result >= 0 && reads) {
             fate.spoil(record);
             copyToUser(argument, record);
         }
-        if (fate.is(FaultEffect::Kind::kResult)) result = static_cast<int32_t>(fate.effect()->result);
+        result = static_cast<int32_t>(fate.result().value_or(result));
     }
     if (traced) {
         const bool answered = result >= 0 && (_IOC_DIR(request) & _IOC_READ) != 0;

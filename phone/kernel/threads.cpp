@@ -41,11 +41,8 @@ void addScheduling(std::vector<Field>& fields, int policy, int priority) {
 int Kernel::usleep(uint32_t us) {
     mPhone.clock().enter();
     if (mPhone.trace().enabled()) {
-        Event event;
-        event.kind = EventKind::kSleep;
-        event.name = "usleep";
-        event.fields = {{"us", uint64_t{us}}};
-        mPhone.trace().record(std::move(event));
+        mPhone.trace().record(
+            {.kind = EventKind::kSleep, .name = "usleep", .fields = {{"us", uint64_t{us}}}});
     }
     mPhone.clock().sleepUs(us);
     return 0;
@@ -55,7 +52,7 @@ int Kernel::createThread(pthread_t* thread, const pthread_attr_t* attributes, vo
                          void* argument) {
     Clock& clock = mPhone.clock();
     clock.enter();
-    const Fate fate = consult(FaultPoint::kThreadCreate, {});
+    const Fate fate = mPhone.faults().consult(FaultPoint::kThreadCreate);
     const int error =
         fate.error() != 0 ? fate.error() : clock.createThread(thread, attributes, start, argument);
     if (mPhone.trace().enabled()) {
@@ -82,8 +79,8 @@ int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param
     clock.enter();
     clock.threadNumber();  // so that a thread that asks for itself is known
     const std::optional<uint32_t> number = clock.threadNumber(thread);
-    const Fate fate = consult(FaultPoint::kThreadSchedule, {});
-    const bool lost = fate.is(FaultEffect::Kind::kLost);
+    const Fate fate = mPhone.faults().consult(FaultPoint::kThreadSchedule);
+    const bool lost = fate.lost();
     int error = fate.error();
     if (error != 0 || lost) {
         // Nothing is set.
@@ -112,7 +109,7 @@ int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
     clock.enter();
     clock.threadNumber();
     const std::optional<uint32_t> number = clock.threadNumber(thread);
-    const Fate fate = consult(FaultPoint::kThreadPriority, {});
+    const Fate fate = mPhone.faults().consult(FaultPoint::kThreadPriority);
     int error = fate.error();
     if (error != 0) {
         // Nothing is answered.

@@ -90,13 +90,10 @@ void LogService::receive(LogSink sink, LogLevel level, std::string_view tag, std
     mClock.enter();
     mCounts[index(level)].fetch_add(1, std::memory_order_relaxed);
     if (mTrace.enabled()) {
-        Event event;
-        event.kind = EventKind::kMessage;
-        event.name = name(sink);
-        event.fields.push_back({"level", std::string(name(level))});
-        event.fields.push_back({"tag", std::string(tag)});
-        event.text = text;
-        mTrace.record(std::move(event));
+        mTrace.record({.kind = EventKind::kMessage,
+                       .name = std::string(name(sink)),
+                       .fields = {{"level", std::string(name(level))}, {"tag", std::string(tag)}},
+                       .text = std::string(text)});
     }
     if (!showsInOutput(level)) return;
     std::string line{kLevelLetters[index(level)], '/'};

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <optional>
 #include <utility>
 
 #include "faults/faults.h"
@@ -13,7 +12,6 @@ namespace phone {
 
 using vendor::quor::hardware::ruvex::V1_0::hidl_string;
 using vendor::quor::hardware::ruvex::V1_0::IRuvex;
-using Kind = FaultEffect::Kind;
 
 struct Telemetry::State {
     std::mutex mutex;
@@ -33,31 +31,26 @@ class Telemetry::Service final : public IRuvex {
 
     android::hardware::Return<void> report(const hidl_string& moduleId, const hidl_string& eventId,
                                            const hidl_string& content) override {
-        std::optional<Faults::Strike> strike;
+        Fate fate;
         if (Clock* clock = currentClock()) {
             clock->enter();
-            strike = mState->faults->strike(FaultPoint::kTelemetryReport, {});
-            if (strike && strike->effect.kind == Kind::kSlow) clock->sleepUs(strike->effect.delayUs);
+            fate = mState->faults->consult(FaultPoint::kTelemetryReport);
         }
-        const bool failed = strike && strike->effect.kind == Kind::kFail;
-        const bool lost = strike && strike->effect.kind == Kind::kLost;
         const std::lock_guard lock(mState->mutex);
         if (mState->clock == nullptr) return android::hardware::Return<void>(false);
-        if (!failed && !lost) {
+        if (!fate.fails() && !fate.lost()) {
             mState->reports.push_back(
                 {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock->nowUs()});
         }
         if (mState->trace->enabled()) {
-            Event event;
-            event.kind = EventKind::kTelemetry;
-            event.name = "report";
-            event.fields = {{"module_id", std::string(moduleId.c_str())},
-                            {"event_id", std::string(eventId.c_str())},
-                            {"content", std::string(content.c_str())}};
-            if (strike) event.fault = strike->text;
-            mState->trace->record(std::move(event));
+            mState->trace->record({.kind = EventKind::kTelemetry,
+                                   .name = "report",
+                                   .fields = {{"module_id", std::string(moduleId.c_str())},
+                                              {"event_id", std::string(eventId.c_str())},
+                                              {"content", std::string(content.c_str())}},
+                                   .fault = fate.fault()});
         }
-        return android::hardware::Return<void>(!failed);
+        return android::hardware::Return<void>(!fate.fails());
     }
 
   protected:
@@ -112,25 +105,19 @@ int32_t Telemetry::references() const {
 
 android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getStub) {
     mState->clock->enter();
-    const auto strike = mFaults.strike(FaultPoint::kTelemetry, {});
-    const bool hidden = strike && (strike->effect.kind == Kind::kFail || strike->effect.kind == Kind::kLost);
-    if (strike && strike->effect.kind == Kind::kSlow) mState->clock->sleepUs(strike->effect.delayUs);
-
+    const Fate fate = mFaults.consult(FaultPoint::kTelemetry);
     bool found = false;
     {
         const std::lock_guard lock(mState->mutex);
         ++mState->lookups;
-        found = mState->present && !hidden;
+        found = mState->present && !fate.fails() && !fate.lost();
     }
     if (mState->trace->enabled()) {
-        Event event;
-        event.kind = EventKind::kTelemetry;
-        event.name = "getService";
-        event.fields = {{"service", serviceName}, {"get_stub", int64_t{getStub}}};
-        event.hasResult = true;
-        event.result = found ? 1 : 0;
-        if (strike) event.fault = strike->text;
-        mState->trace->record(std::move(event));
+        mState->trace->record({.kind = EventKind::kTelemetry,
+                               .name = "getService",
+                               .fields = {{"service", serviceName}, {"get_stub", int64_t{getStub}}},
+                               .result = found ? 1 : 0,
+                               .fault = fate.fault()});
     }
     return found ? android::sp<IRuvex>(new Service(mState)) : android::sp<IRuvex>();
 }

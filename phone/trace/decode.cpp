@@ -2,25 +2,19 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
+#include <iterator>
+#include <stdexcept>
+
+#include <fmt/format.h>
 
 namespace phone {
 
 namespace {
 
-constexpr std::string_view kHexDigits = "0123456789abcdef";
 constexpr uint32_t kMediaType = '|';
 constexpr uint32_t kNoAngle = 1;  // the integer that stands for "no angle applies"
-
-std::string hexNumber(uint32_t value, int digits, bool upperCase = false) {
-    std::string text = "0x";
-    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
-        const char digit = kHexDigits[value >> shift & 0xfU];
-        text += upperCase && digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
-    }
-    return text;
-}
 
 // A number whose last bytes may be missing; they count as 0.
 template <typename T>
@@ -36,17 +30,11 @@ std::string textOf(std::span<const uint8_t> bytes) {
     return {bytes.begin(), std::find(bytes.begin(), bytes.end(), uint8_t{0})};
 }
 
-std::string shortFloat(float value) {
-    std::array<char, 32> text{};
-    const int length = std::snprintf(text.data(), text.size(), "%.6g", static_cast<double>(value));
-    return {text.data(), static_cast<size_t>(length)};
-}
-
 std::string floatList(std::span<const uint8_t> bytes) {
     std::string text;
     for (size_t at = 0; at + sizeof(float) <= bytes.size(); at += sizeof(float)) {
-        if (!text.empty()) text += ' ';
-        text += shortFloat(numberAt<float>(bytes.subspan(at)));
+        fmt::format_to(std::back_inserter(text), "{}{:.6g}", text.empty() ? "" : " ",
+                       numberAt<float>(bytes.subspan(at)));
     }
     return text;
 }
@@ -109,8 +97,7 @@ Field decodeField(const RecordLayout& layout, const RecordField& field, std::spa
 // What is not as the layout has it.
 void addSizeRemark(std::vector<Field>& fields, const RecordLayout& layout, std::span<const uint8_t> bytes) {
     if (bytes.size() < layout.size) {
-        fields.push_back(
-            {"carried", std::to_string(bytes.size()) + " of " + std::to_string(layout.size) + " bytes"});
+        fields.push_back({"carried", fmt::format("{} of {} bytes", bytes.size(), layout.size)});
     } else if (bytes.size() > layout.size) {
         const auto rest = bytes.subspan(layout.size);
         const bool zero = std::all_of(rest.begin(), rest.end(), [](uint8_t byte) { return byte == 0; });
@@ -151,8 +138,7 @@ std::vector<Field> answeredFields(const RecordLayout& layout, bool reads, std::s
 
 std::string typeName(uint32_t request) {
     const auto type = static_cast<unsigned char>(_IOC_TYPE(request));
-    if (type < ' ' || type > '~') return hexNumber(type, 2);
-    return {'\'', static_cast<char>(type), '\''};
+    return type < ' ' || type > '~' ? fmt::format("0x{:02x}", type) : fmt::format("'{:c}'", type);
 }
 
 // A known request that differs in size or direction alone.
@@ -166,20 +152,26 @@ const RequestInfo* sameNumber(uint32_t request) {
     return nullptr;
 }
 
-Event unknownRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out) {
-    Event event;
-    event.kind = _IOC_TYPE(request) == kMediaType ? EventKind::kMedia : EventKind::kSubDevice;
-    event.name = requestName(request);
-    event.code = request;
-    event.text = hexNumber(request, 8, true) + ": " + event.name;
+Decoded unknownRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out) {
+    Decoded decoded{.name = requestName(request)};
+    decoded.sentence = fmt::format("0x{:08X}: {}", request, decoded.name);
     if (!in.empty()) {
-        event.fields.push_back({"bytes", hexBytes(in)});
-        event.text += " bytes=" + toText(event.fields.back());
+        decoded.fields.push_back({"bytes", hexBytes(in)});
+        decoded.sentence += " bytes=" + toText(decoded.fields.back());
     }
     if (!out.empty() && !std::equal(in.begin(), in.end(), out.begin(), out.end())) {
-        event.answer.push_back({"bytes", hexBytes(out)});
+        decoded.answer.push_back({"bytes", hexBytes(out)});
     }
-    return event;
+    return decoded;
+}
+
+Decoded decodeRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out) {
+    const RequestInfo* info = findRequest(request);
+    if (info == nullptr) info = findMediaRequest(request);
+    if (info == nullptr) return unknownRequest(request, in, out);
+    return {.name = std::string(info->name),
+            .fields = sentFields(*info->record, info->reads, in),
+            .answer = answeredFields(*info->record, info->reads, in, out)};
 }
 
 // --- The hub's records.
@@ -216,39 +208,39 @@ std::string registerName(const RegisterInfo* reg) {
 
 // "register 0x0002 STABILISATION_MODE"
 std::string registerText(const RegisterInfo* reg, const ois::HubRegisterAccess& access) {
-    constexpr uint32_t kFourDigits = 0xffff;
-    std::string text = "register " + hexNumber(access.address, access.address > kFourDigits ? 8 : 4) + " ";
-    text += registerName(reg);
+    std::string text = fmt::format("register 0x{:0{}x} {}", access.address,
+                                   access.address > UINT16_MAX ? 8 : 4, registerName(reg));
     if (reg == nullptr || reg->size != access.byteCount) {
-        text += " (" + std::to_string(access.byteCount) + (access.byteCount == 1 ? " byte" : " bytes");
-        if (reg != nullptr) text += " of a register of " + std::to_string(reg->size);
-        text += ")";
+        text += fmt::format(" ({} byte{}", access.byteCount, access.byteCount == 1 ? "" : "s");
+        text += reg != nullptr ? fmt::format(" of a register of {})", reg->size) : ")";
     }
     return text;
 }
 
-void decodeRegisterAccess(Event& event, const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered) {
+void decodeRegisterAccess(Decoded& decoded, const ois::OisCustomCmd& sent,
+                          const ois::OisCustomCmd* answered) {
     const auto access = numberAt<ois::HubRegisterAccess>(hubInput(sent));
     const RegisterInfo* reg = findRegister(access.address);
     const bool writes = sent.id == ois::idByte(ois::HubCommand::kKorvaWriteReg);
-    event.text = (writes ? "write " : "read ") + registerText(reg, access);
-    event.fields = {{"address", uint64_t{access.address}, true},
-                    {"register", registerName(reg)},
-                    {"byte_count", uint64_t{access.byteCount}}};
+    decoded.sentence = (writes ? "write " : "read ") + registerText(reg, access);
+    decoded.fields = {{"address", uint64_t{access.address}, true},
+                      {"register", registerName(reg)},
+                      {"byte_count", uint64_t{access.byteCount}}};
     if (writes) {
-        event.fields.push_back(registerValue(reg, access.byteCount, access.value));
-        event.text += " = " + toText(event.fields.back());
+        decoded.fields.push_back(registerValue(reg, access.byteCount, access.value));
+        decoded.sentence += " = " + toText(decoded.fields.back());
     } else {
         // Some reads still carry the value of the write before them.
-        if (access.value != 0) event.fields.push_back({"word", uint64_t{access.value}, true});
+        if (access.value != 0) decoded.fields.push_back({"word", uint64_t{access.value}, true});
         if (answered == nullptr) return;
         const auto output = hubOutput(sent, *answered);
-        event.answer.push_back(
+        decoded.answer.push_back(
             registerValue(reg, static_cast<uint32_t>(std::min<size_t>(output.size(), sizeof(uint32_t))),
                           numberAt<uint32_t>(output)));
-        event.text += " = " + toText(event.answer.back());
+        decoded.sentence += " = " + toText(decoded.answer.back());
     }
-    if (hubInput(sent).size() < sizeof access) addSizeRemark(event.fields, *hubRecord(sent), hubInput(sent));
+    if (hubInput(sent).size() < sizeof access)
+        addSizeRemark(decoded.fields, *hubRecord(sent), hubInput(sent));
 }
 
 std::string_view outcomeName(uint32_t code) {
@@ -263,18 +255,18 @@ std::string_view outcomeName(uint32_t code) {
     return "unknown";
 }
 
-void answerFirmware(Event& event, std::string_view name, const ois::OisCustomCmd& sent,
+void answerFirmware(Decoded& decoded, std::string_view name, const ois::OisCustomCmd& sent,
                     const ois::OisCustomCmd* answered) {
     if (answered == nullptr) return;
-    event.answer.push_back(
+    decoded.answer.push_back(
         {std::string(name), uint64_t{numberAt<uint32_t>(hubOutput(sent, *answered))}, name == "check_value"});
 }
 
-void decodeFirmware(Event& event, const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered) {
+void decodeFirmware(Decoded& decoded, const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered) {
     const auto command = numberAt<ois::HubFirmwareCommand>(hubInput(sent));
     const uint64_t first = command.argument1;
     const uint64_t second = command.argument2;
-    std::vector<Field>& fields = event.fields;
+    std::vector<Field>& fields = decoded.fields;
     fields = {{"op", uint64_t{static_cast<uint32_t>(command.op)}}};
     if (command.op == ois::FirmwareOp::kReport) {
         fields.insert(fields.end(), {{"action", std::string("report")},
@@ -283,13 +275,13 @@ void decodeFirmware(Event& event, const ois::OisCustomCmd& sent, const ois::OisC
                                      {"value", second, true}});
     } else if (command.op == ois::FirmwareOp::kImage && sent.outputLength != 0) {
         fields.push_back({"action", std::string("image version")});
-        answerFirmware(event, "version", sent, answered);
+        answerFirmware(decoded, "version", sent, answered);
     } else if (command.op == ois::FirmwareOp::kImage) {
         fields.insert(fields.end(),
                       {{"action", std::string("write block")}, {"address", first, true}, {"size", second}});
     } else if (command.op == ois::FirmwareOp::kCheckValue) {
         fields.push_back({"action", std::string("image check value")});
-        answerFirmware(event, "check_value", sent, answered);
+        answerFirmware(decoded, "check_value", sent, answered);
     } else {
         fields.insert(fields.end(),
                       {{"action", std::string("unknown")}, {"argument1", first}, {"argument2", second}});
@@ -297,42 +289,52 @@ void decodeFirmware(Event& event, const ois::OisCustomCmd& sent, const ois::OisC
     if (hubInput(sent).size() < sizeof command) addSizeRemark(fields, *hubRecord(sent), hubInput(sent));
 }
 
-void decodeHubRecord(Event& event, const HubCommandInfo* info, const RecordLayout* layout,
+void decodeHubRecord(Decoded& decoded, const HubCommandInfo* info, const RecordLayout* layout,
                      const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered) {
     const auto in = hubInput(sent);
     const bool reads = info != nullptr && info->reads;
     if (layout != nullptr) {
-        event.fields = sentFields(*layout, reads, in);
+        decoded.fields = sentFields(*layout, reads, in);
     } else if (!in.empty()) {
-        event.fields.push_back({"bytes", hexBytes(in)});
+        decoded.fields.push_back({"bytes", hexBytes(in)});
     }
     if (answered == nullptr || sent.outputLength == 0) return;
     const auto out = hubOutput(sent, *answered);
     if (reads && layout != nullptr) {
-        event.answer = answeredFields(*layout, reads, in, out);
+        decoded.answer = answeredFields(*layout, reads, in, out);
     } else {
-        event.answer.push_back({"bytes", hexBytes(out)});
+        decoded.answer.push_back({"bytes", hexBytes(out)});
     }
 }
 
-Event decodeHubEvent(const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered, HubPhase phase) {
-    Event event;
-    event.kind = EventKind::kHub;
-    event.name = hubCommandName(sent, phase);
-    event.code = sent.id;
+// Its name, or "COMMAND_<id>".
+std::string hubCommandName(const ois::OisCustomCmd& command, HubPhase phase) {
+    const HubCommandInfo* info = hubCommand(command, phase);
+    return info == nullptr ? fmt::format("COMMAND_{}", command.id) : std::string(info->name);
+}
+
+Decoded decodeHub(const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered, HubPhase phase) {
+    Decoded decoded{.name = hubCommandName(sent, phase)};
     switch (static_cast<ois::HubCommand>(sent.id)) {
         case ois::HubCommand::kKorvaReadReg:
         case ois::HubCommand::kKorvaWriteReg:
-            decodeRegisterAccess(event, sent, answered);
+            decodeRegisterAccess(decoded, sent, answered);
             break;
         case ois::HubCommand::kKorvaFwCmd:
-            decodeFirmware(event, sent, answered);
+            decodeFirmware(decoded, sent, answered);
             break;
         default:
-            decodeHubRecord(event, hubCommand(sent, phase), hubRecord(sent, phase), sent, answered);
+            decodeHubRecord(decoded, hubCommand(sent, phase), hubRecord(sent, phase), sent, answered);
             break;
     }
-    return event;
+    return decoded;
+}
+
+Decoded decodeHub(const Event& event) {
+    const auto sent = recordOf<ois::OisCustomCmd>(event.sent);
+    if (event.received.empty()) return decodeHub(sent, nullptr, event.phase);
+    const auto answered = recordOf<ois::OisCustomCmd>(event.received);
+    return decodeHub(sent, &answered, event.phase);
 }
 
 }  // namespace
@@ -343,58 +345,96 @@ std::string_view direction(uint32_t request) {
     return kNames[_IOC_DIR(request)];
 }
 
+std::string hexOf(std::span<const uint8_t> bytes) {
+    return fmt::format("{:02x}", fmt::join(bytes, ""));
+}
+
 std::string hexBytes(std::span<const uint8_t> bytes) {
-    std::string text;
-    text.reserve(bytes.size() * 3);
-    for (const uint8_t byte : bytes) {
-        if (!text.empty()) text += ' ';
-        text += kHexDigits[byte >> 4U];
-        text += kHexDigits[byte & 0xfU];
+    return fmt::format("{:02x}", fmt::join(bytes, " "));
+}
+
+std::vector<uint8_t> bytesOfHex(std::string_view text) {
+    std::vector<uint8_t> bytes(text.size() / 2);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const char* const first = text.data() + 2 * i;
+        if (std::from_chars(first, first + 2, bytes[i], 16).ptr != first + 2) {
+            throw std::invalid_argument(fmt::format("'{}' are no bytes in hex", text));
+        }
     }
-    return text;
+    if (text.size() % 2 != 0) throw std::invalid_argument("half a byte at the end of the hex digits");
+    return bytes;
 }
 
 std::string requestName(uint32_t request) {
     const RequestInfo* info = findRequest(request);
     if (info == nullptr) info = findMediaRequest(request);
     if (info != nullptr) return std::string(info->name);
-    std::string text = "type " + typeName(request) + " number " + hexNumber(_IOC_NR(request), 2, true) +
-                       " size " + std::to_string(_IOC_SIZE(request)) + " " + std::string(direction(request)) +
-                       ": unknown";
+    std::string text = fmt::format("type {} number 0x{:02X} size {} {}: unknown", typeName(request),
+                                   _IOC_NR(request), _IOC_SIZE(request), direction(request));
     if (const RequestInfo* near = sameNumber(request)) {
-        text += ", " + std::string(near->name) + " is " + hexNumber(near->code, 8, true);
+        text += fmt::format(", {} is 0x{:08X}", near->name, near->code);
     }
     return text;
-}
-
-std::string hubCommandName(const ois::OisCustomCmd& command, HubPhase phase) {
-    const HubCommandInfo* info = hubCommand(command, phase);
-    return info == nullptr ? "COMMAND_" + std::to_string(command.id) : std::string(info->name);
 }
 
 std::vector<Field> decodeRecord(const RecordLayout& layout, std::span<const uint8_t> bytes) {
     return sentFields(layout, false, bytes);
 }
 
-Event decodeRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out) {
-    const RequestInfo* info = findRequest(request);
-    if (info == nullptr) info = findMediaRequest(request);
-    if (info == nullptr) return unknownRequest(request, in, out);
-    Event event;
-    event.kind = info->kind;
-    event.name = info->name;
-    event.code = request;
-    event.fields = sentFields(*info->record, info->reads, in);
-    event.answer = answeredFields(*info->record, info->reads, in, out);
+Event requestEvent(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out) {
+    return {.kind = _IOC_TYPE(request) == kMediaType ? EventKind::kMedia : EventKind::kSubDevice,
+            .code = request,
+            .sent = {in.begin(), in.end()},
+            .received = {out.begin(), out.end()}};
+}
+
+Event hubEvent(const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered, HubPhase phase) {
+    const auto bytesOf = [](const ois::OisCustomCmd& command) {
+        const auto* bytes = reinterpret_cast<const uint8_t*>(&command);
+        return std::vector<uint8_t>(bytes, bytes + sizeof command);
+    };
+    Event event{.kind = EventKind::kHub, .code = sent.id, .phase = phase, .sent = bytesOf(sent)};
+    if (answered != nullptr) event.received = bytesOf(*answered);
     return event;
 }
 
-Event decodeHub(const ois::OisCustomCmd& sent, const ois::OisCustomCmd& answered, HubPhase phase) {
-    return decodeHubEvent(sent, &answered, phase);
+Decoded decode(const Event& event) {
+    switch (event.kind) {
+        case EventKind::kSubDevice:
+        case EventKind::kMedia:
+            return decodeRequest(event.code, event.sent, event.received);
+        case EventKind::kHub:
+            return decodeHub(event);
+        default:
+            return {.name = event.name, .fields = event.fields, .answer = event.answer};
+    }
 }
 
-Event decodeHub(const ois::OisCustomCmd& sent, HubPhase phase) {
-    return decodeHubEvent(sent, nullptr, phase);
+std::string nameOf(const Event& event) {
+    switch (event.kind) {
+        case EventKind::kSubDevice:
+        case EventKind::kMedia:
+            return requestName(event.code);
+        case EventKind::kHub:
+            return hubCommandName(recordOf<ois::OisCustomCmd>(event.sent), event.phase);
+        default:
+            return event.name;
+    }
+}
+
+int64_t integerField(const Decoded& decoded, std::string_view name) {
+    for (const std::vector<Field>* fields : {&decoded.answer, &decoded.fields}) {
+        const auto found = std::ranges::find(*fields, name, &Field::name);
+        if (found == fields->end()) continue;
+        return std::visit(
+            [](const auto& value) {
+                if constexpr (std::is_arithmetic_v<std::decay_t<decltype(value)>>)
+                    return static_cast<int64_t>(value);
+                return int64_t{0};
+            },
+            found->value);
+    }
+    return 0;
 }
 
 }  // namespace phone

@@ -3,8 +3,10 @@
 // and the fields of their records. The tables are constant; every function here may be called from any
 // thread.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -99,37 +101,52 @@ const HubCommandInfo* findHubCommand(int32_t id);
 const RegisterInfo* findRegister(std::string_view name);
 const RegisterInfo* findRegister(uint32_t address);
 
-// Where the hub stands when a record of id 17 reaches it: the first after the channel was enabled is INIT.
-enum class HubPhase {
-    kUnknown,  // told by the payload: all zero is BYPASS_DISABLE
-    kBringUp,
-    kRunning,
-};
 // What that record asks for; null for an unknown id.
 const HubCommandInfo* hubCommand(const ois::OisCustomCmd& command, HubPhase phase = HubPhase::kUnknown);
 // The layout of its payload; null when only its bytes can be shown.
 const RecordLayout* hubRecord(const ois::OisCustomCmd& command, HubPhase phase = HubPhase::kUnknown);
-// Its name, or "COMMAND_<id>".
-std::string hubCommandName(const ois::OisCustomCmd& command, HubPhase phase = HubPhase::kUnknown);
-
 // The request's name, or its parts: "type 'V' number 0xC3 size 4 write: unknown".
 std::string requestName(uint32_t request);
 
 // The fields of a record, as far as `bytes` reach.
 std::vector<Field> decodeRecord(const RecordLayout& layout, std::span<const uint8_t> bytes);
 
-// A private or media request, with its record as it went in and, unless it failed, as it came out; either may
-// be empty. `answer` holds what was asked for and whatever else came back changed.
-Event decodeRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out);
+// A private or media request as an event, with its record as it went in and, unless it failed, as it came
+// out; either may be empty. A record to the hub, and what came back if anything did.
+Event requestEvent(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out);
+Event hubEvent(const ois::OisCustomCmd& sent, const ois::OisCustomCmd* answered,
+               HubPhase phase = HubPhase::kUnknown);
 
-// A record to the hub, before and after. What was asked for is decoded from `answered` also when the hub left
-// it as it was: that is what the driver reads.
-Event decodeHub(const ois::OisCustomCmd& sent, const ois::OisCustomCmd& answered,
-                HubPhase phase = HubPhase::kUnknown);
-// The record alone, as sent.
-Event decodeHub(const ois::OisCustomCmd& sent, HubPhase phase = HubPhase::kUnknown);
+// What an event is about.
+struct Decoded {
+    std::string name{};           // "SET_MODE", "COMMAND_99"; of other events their own
+    std::vector<Field> fields{};  // what was sent
+    // What came back: of a request what it asked for, and whatever else changed; of a record to the hub, also
+    // what the hub left as it was, for that is what the driver reads.
+    std::vector<Field> answer{};
+    std::string sentence{};  // how all of that reads, where it reads better than as a list
+};
+Decoded decode(const Event& event);
+// Its name alone.
+std::string nameOf(const Event& event);
+// A field of what came back, or else of what was sent; 0 when neither has it or it is no number.
+int64_t integerField(const Decoded& decoded, std::string_view name);
 
-// "0c 00 ff".
+// The record that went out or came back, as far as the bytes reach; the rest is zero.
+template <typename Record>
+Record recordOf(std::span<const uint8_t> bytes) {
+    Record record{};
+    std::memcpy(&record, bytes.data(), std::min(sizeof record, bytes.size()));
+    return record;
+}
+
+// "EIO", "error 4711"; and back, 0 for what is no error's name.
+std::string errorName(int error);
+int errorByName(std::string_view name);
+
+// "0c 00 ff"; "0c00ff", and back (throws std::invalid_argument).
 std::string hexBytes(std::span<const uint8_t> bytes);
+std::string hexOf(std::span<const uint8_t> bytes);
+std::vector<uint8_t> bytesOfHex(std::string_view text);
 
 }  // namespace phone

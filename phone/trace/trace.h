@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -14,59 +16,83 @@
 namespace phone {
 
 class Clock;
+struct Fault;
 
 enum class EventKind {
-    kSubDevice,      // private ioctl on the OIS sub-device: decodeRequest (decode.h)
-    kHub,            // record to the sensor hub: decodeHub
-    kMedia,          // media-graph ioctl: decodeRequest
+    kSubDevice,      // private ioctl on the OIS sub-device: code, sent, received
+    kHub,            // record to the sensor hub: code (the command's id), phase, sent, received
+    kMedia,          // media-graph ioctl: code, sent, received
     kFile,           // open, close, readlink, fopen, fclose; fields: path, flags or mode, ...
     kSleep,          // usleep; field: us
     kProperty,       // property read, named by its key; fields: type, default, value (else the result)
-    kMessage,        // log line, named by its sink; field: level ("error"); its text
+    kMessage,        // log line, named by its sink; fields: level ("error"), tag; text
     kThread,         // thread created, joined, rescheduled
     kSensor,         // sensor channel: create, enable, isEnabled, disable, drain, release
     kCustomisation,  // GetOisDriverName
     kTelemetry,      // report to the telemetry service
-    kCall,           // public operation of the driver, as a tool or test called it
-    kNote,           // remark of the phone itself, such as a fault that took effect
+    kCall,           // public operation of the driver, as a tool or test called it; fields: its arguments
+    kNote,           // remark of the phone itself, such as a fault that took effect; text
 };
 std::string_view name(EventKind kind);  // "sub-device", "hub", "media", ...
+// Whether it is a command to the controller, or to the hub in front of it.
+constexpr bool isCommand(EventKind kind) {
+    return kind == EventKind::kSubDevice || kind == EventKind::kHub;
+}
 
 struct Field {
     std::string name;
     std::variant<int64_t, uint64_t, double, std::string> value;
     bool hex = false;  // integers are shown in hexadecimal
+    // What the value stands for, if text shall say so; of static storage.
+    std::string_view meaning = {};
 };
 
+// Where the hub stands when a record of id 17 reaches it: the first after the channel was enabled is INIT.
+enum class HubPhase {
+    kUnknown,  // told by the payload: all zero is BYPASS_DISABLE
+    kBringUp,
+    kRunning,
+};
+
+// What happened, as data. What a command's bytes mean is found when somebody asks (decode.h).
 struct Event {
     EventKind kind = EventKind::kNote;
-    std::string name;   // what it is: "SET_MODE", "WRITE_REGISTER", "usleep", a property's key
-    uint32_t code = 0;  // request code or hub command id, where there is one
-    // Of a command: the record as it went out, and as it came back unless it failed or was lost.
-    std::vector<uint8_t> sent;
-    std::vector<uint8_t> received;
-    std::vector<Field> fields;  // the record, decoded
-    std::vector<Field> answer;  // what came back, decoded
-    std::string text;           // what stands for name and fields in toText, if not empty; a message's text
-    bool hasResult = false;
-    int64_t result = 0;
-    int error = 0;      // errno of a failure, else 0
-    std::string fault;  // the fault that took effect, else empty
+    // What it is: "usleep", a property's key, "SetMode"; empty for a request or hub command, whose code says
+    // it.
+    std::string name{};
+    uint32_t code = 0;  // request, or hub command id
+    HubPhase phase = HubPhase::kUnknown;
+    // Of a request or hub command: the record as it went out, and as it came back; empty when nothing did.
+    std::vector<uint8_t> sent{};
+    std::vector<uint8_t> received{};
+    // Of everything else.
+    std::vector<Field> fields{};
+    std::vector<Field> answer{};
+    std::string text{};  // of a message or note
+    std::optional<int64_t> result{};
+    int error = 0;                         // errno of a failure, else 0
+    std::shared_ptr<const Fault> fault{};  // the one that took effect, if any
     // Set by Trace::record.
     uint64_t sequence = 0;
     int64_t timeUs = 0;
     uint32_t thread = 0;
 };
 
-// A field's value as it stands in text: "16", "0x0558", "0.25".
-std::string toText(const Field& field);
-// The field of that name, in what came back or else in what was sent; null when neither has it.
+// The field of that name among those that the event itself carries, what came back first; null when there is
+// none.
 const Field* findField(const Event& event, std::string_view name);
 
+// A field's value as it stands in text: "16", "0x0558", "0.25".
+std::string toText(const Field& field);
 // "sub-device  SET_MODE(0x400456C2) mode=2 -> 0". `withHead` puts time and thread in front.
 std::string toText(const Event& event, bool withHead = true);
-// One JSON object, no newline.
+// A call as it would be written: "SetMode(2 on)".
+std::string callText(const Event& event);
+// One JSON object, no newline. The bytes of a command stand beside what they mean, so that eventOfJson gets
+// all of it back.
 std::string toJson(const Event& event);
+// Throws std::invalid_argument that says what is missing or wrong.
+Event eventOfJson(std::string_view json);
 
 class Trace {
   public:

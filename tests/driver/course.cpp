@@ -37,8 +37,8 @@ std::string nameAndFields(const Event& event) {
 }
 
 std::string resultText(const Event& event) {
-    if (event.error != 0) return event.result < 0 ? " -> -1 " : " -> ";
-    return " -> " + std::to_string(event.result);
+    if (event.error != 0) return event.result.value_or(0) < 0 ? " -> -1 " : " -> ";
+    return " -> " + std::to_string(event.result.value_or(0));
 }
 std::string outcome(const Event& event) {
     return resultText(event) + (event.error != 0 ? strerrorname_np(event.error) : "");
@@ -116,7 +116,7 @@ std::string lineOf(const Event& event) {
         case EventKind::kProperty:
             return "property " + fieldText(event, "type") + ' ' + event.name + ' ' +
                    fieldText(event, "default") + " -> " +
-                   (event.hasResult ? std::to_string(event.result) : fieldText(event, "value"));
+                   (event.result ? std::to_string(*event.result) : fieldText(event, "value"));
         case EventKind::kMessage:
             return messageLine(event);
         case EventKind::kThread:
@@ -127,7 +127,7 @@ std::string lineOf(const Event& event) {
         case EventKind::kSensor:
         case EventKind::kTelemetry:
             return (event.kind == EventKind::kSensor ? "provider " : "telemetry ") + nameAndFields(event) +
-                   (event.hasResult ? outcome(event) : "");
+                   (event.result ? outcome(event) : "");
         case EventKind::kCall:
         case EventKind::kNote:
             return {};

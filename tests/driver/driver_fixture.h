@@ -73,7 +73,7 @@ class DriverTest : public ::testing::Test {
     void setProperty(const std::string& name, int value) {
         phone.properties().set("vendor.debug.ois." + name, std::to_string(value));
     }
-    void fault(const std::string& text) { phone.faults().add(phone::parseFault(text)); }
+    void fault(const std::string& text) { phone.faults().add(text); }
 
     phone::Controller& controller() { return *phone.controller(kSensor); }
 

@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "driver/driver_fixture.h"
+#include "trace/decode.h"
 #include "kernel/kernel.h"
 
 namespace {
@@ -97,7 +98,7 @@ const std::string* found(const std::string& line) {
 
 void expectTheDriversMessages(const std::vector<Event>& events) {
     for (auto event = events.begin(); event != events.end(); ++event) {
-        if (event->kind != EventKind::kMessage && event->fault.empty()) continue;
+        if (event->kind != EventKind::kMessage && event->fault == nullptr) continue;
         const std::string line = courseOf({*event});
         const std::string* expected = found(line);
         EXPECT_TRUE(expected != nullptr || event->kind != EventKind::kMessage) << line;
@@ -140,7 +141,7 @@ class Trial {
         mPhone.trace().setListener([this](const Event& event) {
             const bool asked =
                 std::exchange(gAsked, false) || event.error != 0 || event.kind == EventKind::kMessage;
-            if (mSweeping && !asked) neverAsked.insert(event.name);
+            if (mSweeping && !asked) neverAsked.insert(phone::nameOf(event));
         });
         fit();
         for (const std::string& line : story) perform(line);
@@ -257,7 +258,7 @@ std::vector<Fault> faultsOf(const std::vector<Call>& calls, size_t i) {
     const bool inside = i >= 2 && i + 1 < calls.size() && calls[i] == calls[i + 1];
     if (inside && calls[i] == calls[i - 1] && calls[i] == calls[i - 2]) return faults;
     for (const std::string& failure : linesOf("sweep", "failures")) {
-        const phone::FaultRule rule = phone::parseFault(failure);
+        const phone::Fault rule = phone::parseFault(failure);
         // What is written to a file can be lost, an open device cannot.
         const bool file = failure != "open:lost" || !calls[i].key.starts_with("/dev/");
         if (rule.point != calls[i].point || (!rule.key.empty() && rule.key != calls[i].key) || !file)

@@ -294,8 +294,7 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         {"property",
          does([this](const Words& w) { phone.properties().set("vendor.debug.ois." + w.at(0), w.at(1)); })},
         {"fault", does([this](const Words& w) { fault(w.at(0)); })},
-        {"chip", does([this](const Words& w) { phone.hub().chip().inject(w.at(0)); })},
-        {"repair", does([this](const Words&) { phone.faults().clear(), phone.hub().chip().clearFaults(); })},
+        {"repair", does([this](const Words&) { phone.faults().clear(); })},
         {"poke", does([this](const Words& w) {
              phone.hub().chip().poke(static_cast<uint32_t>(number(w, 0)), static_cast<uint32_t>(number(w, 1)),
                                      static_cast<uint32_t>(number(w, 2)));

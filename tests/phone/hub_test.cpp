@@ -59,6 +59,7 @@ class HubTest : public driver_test::DriverTest {
     void refit() {
         phone::ModuleDescription module = phone::moduleByName("korvas4sw-hub");
         module.firmwareVersion = kOldVersion;
+        phone.faults().clear();
         fit(module);
         phone.clock().sleepUs(kSecondUs);
     }
@@ -117,9 +118,9 @@ TEST_F(HubTest, RegistersOfTheChipsOwnCannotBeWrittenAndOthersReadZero) {
     EXPECT_EQ(readRegister(0x05fe, 4), 0x5678U);
     writeRegister(0x0036, 1, 0x1221);
     EXPECT_EQ(readRegister(0x0036, 1), 0x21U);
-    phone.faults().add(phone::parseFault("READ_REGISTER:errno=EBUSY"));
+    phone.faults().add("READ_REGISTER:errno=EBUSY");
     EXPECT_EQ(send(command(0, {0x0036, 1, 0}, 1)), -EBUSY);
-    EXPECT_EQ(phone.trace().events(phone::EventKind::kHub).back().fault, "READ_REGISTER:errno=EBUSY");
+    EXPECT_EQ(phone.trace().events(phone::EventKind::kHub).back().fault->text, "READ_REGISTER:errno=EBUSY");
 }
 
 // --- Calibration and flash save.
@@ -132,7 +133,7 @@ TEST_F(HubTest, WhatSpoilsACalibrationSpoilsItAsTheDriverJudges) {
     for (const auto& [fault, result, message, saved] : cases) {
         SCOPED_TRACE(fault);
         refit();
-        chip().inject(fault);
+        phone.faults().add(fault);
         forget();
         EXPECT_EQ(driver.korvas4sw_set_offset_calibration(), result);
         EXPECT_TRUE(std::ranges::any_of(
@@ -181,16 +182,13 @@ TEST_F(HubTest, AnUpdateDisturbedAtAnyBlockIsRepairedByTheNext) {
     for (const std::string& fault : faults) {
         SCOPED_TRACE(fault);
         refit();
-        chip().inject(fault);
+        phone.faults().add(fault);
         EXPECT_EQ(updateFirmware(), 2U);
         // A cut supply comes back by itself, once, and the download is no longer open for the blocks that
         // come.
         const bool cutBeforeTheLast = fault.starts_with("chip.power-cut") && !fault.ends_with("=111");
         EXPECT_EQ(phone.hub().firmwareReports().back().value == 256, cutBeforeTheLast);
-        if (!fault.starts_with("chip.power-cut")) {
-            chip().powerCycle();
-            chip().clearFaults();
-        }
+        if (!fault.starts_with("chip.power-cut")) chip().powerCycle();
         EXPECT_FALSE(chip().hasFirmware());
         EXPECT_FALSE(chip().downloadOpen());
         EXPECT_EQ(updateFirmware(), 1U);
@@ -207,13 +205,6 @@ TEST(FirmwareImageTest, SaysItsVersionInItsLastWord) {
     EXPECT_EQ(padded.bytes()[28668], 1);
     EXPECT_THROW(FirmwareImage::fromBytes(small), std::invalid_argument);
     EXPECT_THROW(FirmwareImage::fromBytes(std::vector<uint8_t>(28673), 1), std::invalid_argument);
-}
-
-TEST_F(HubTest, ChipFaultsAreCheckedWhenTheyAreWritten) {
-    for (const char* text : {"chip.tired", "chip.never-idle=1", "chip.power-cut", "chip.power-cut=-1"})
-        EXPECT_THROW(chip().inject(text), std::invalid_argument) << text;
-    EXPECT_EQ(test_support::thrown([&] { chip().inject("chip.power-cut=112"); }),
-              "\"chip.power-cut=112\": write chip.power-cut=0..111");
 }
 
 // --- The hub.

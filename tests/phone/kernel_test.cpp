@@ -116,20 +116,20 @@ TEST_F(LensTest, UnknownRequestsAndDescriptorsAreRefused) {
 TEST_F(LensTest, WhatIsLostOrFailsBringsNothingBack) {
     for (const char* fault : {"READ_GAIN:lost", "READ_GAIN:errno=EIO", "READ_GAIN:result=-5"}) {
         phone.faults().clear();
-        phone.faults().add(phone::parseFault(fault));
+        phone.faults().add(fault);
         ois::OisGain gain{1, 9, 9, 9, 9, 9};
         EXPECT_EQ(ask(0xC01856D0U, gain), fault == std::string("READ_GAIN:lost") ? 0 : -1);
         EXPECT_EQ(gain.valueXi, 9);
     }
     EXPECT_EQ(controller().count(ois::Request::kReadGain), 1U) << "the last one, with a result of its own";
-    phone.faults().add(phone::parseFault("SET_MODE:garbage=ff"));
+    phone.faults().add("SET_MODE:garbage=ff");
     int32_t mode = 2;
     EXPECT_EQ(ask(0x400456C2U, mode), 0);
     EXPECT_EQ(mode, 2) << "nor does a write";
 }
 
 TEST_F(LensTest, RequestsAreNotSerialised) {
-    phone.faults().add(phone::parseFault("READ_STATUS:slow=1s"));
+    phone.faults().add("READ_STATUS:slow=1s");
     int64_t slowDone = 0;
     std::thread slow([&] {
         ois::OisStatusRecord record{};
@@ -239,7 +239,7 @@ TEST_F(KernelTest, TheThermalFileShowsWhatItWasSetToOrCannotBeRead) {
 }
 
 TEST_F(KernelTest, ACloseThatFailsClosesAllTheSame) {
-    phone.faults().add(phone::parseFault("close:errno=EIO"));
+    phone.faults().add("close:errno=EIO");
     EXPECT_EQ(close(::open("/dev/media1", O_RDWR)), -1);
     EXPECT_EQ(fclose(fopen(kThermal, "r")), EOF);
     EXPECT_EQ(errno, EIO);

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "driver/driver_fixture.h"
+#include "faults/faults.h"
 #include "test_support.h"
 #include "trace/decode.h"
 
@@ -55,7 +56,7 @@ TEST(Decode, ShowsTheFieldsOfRequests) {
     for (const auto& [code, in, out, text] : kRequestRecords) {
         const size_t size = _IOC_SIZE(code);
         const Bytes answer = out == nullptr ? Bytes{} : padded(out, size);
-        EXPECT_EQ(toText(decodeRequest(code, padded(in, size), answer), false),
+        EXPECT_EQ(toText(requestEvent(code, padded(in, size), answer), false),
                   std::string("sub-device  ") + text);
     }
 }
@@ -85,7 +86,7 @@ TEST(Decode, ShowsTheHubsRecords) {
         std::memcpy(&sent, padded(record, sizeof sent).data(), sizeof sent);
         ois::OisCustomCmd answered = sent;
         if (payload != nullptr) std::ranges::copy(bytes(payload), answered.payload);
-        EXPECT_EQ(toText(decodeHub(sent, answered), false), std::string("hub  ") + text);
+        EXPECT_EQ(toText(hubEvent(sent, &answered), false), std::string("hub  ") + text);
     }
 }
 
@@ -113,7 +114,8 @@ TEST(Decode, AnyBytesCanBeDecoded) {
     std::mt19937 random(20240607);
     const auto check = [](const Event& event) {
         EXPECT_FALSE(toText(event).empty());
-        EXPECT_TRUE(Json::accept(toJson(event))) << toText(event);
+        const std::string json = toJson(event);
+        EXPECT_EQ(toJson(eventOfJson(json)), json) << toText(event);
     };
     std::vector<uint32_t> codes{0, 0xffffffff, 0x400456C3};
     for (const auto& table : {privateRequests(), mediaRequests()}) {
@@ -128,7 +130,7 @@ TEST(Decode, AnyBytesCanBeDecoded) {
     const auto upTo = [&](size_t size) { return garbage(random() % (size + 9)); };
     for (size_t round = 0; round < 30 * codes.size(); ++round) {
         const uint32_t code = codes[round % codes.size()];
-        check(decodeRequest(code, upTo(_IOC_SIZE(code)), upTo(_IOC_SIZE(code))));
+        check(requestEvent(code, upTo(_IOC_SIZE(code)), upTo(_IOC_SIZE(code))));
     }
     for (int round = 0; round < 10 * 256; ++round) {
         ois::OisCustomCmd records[2];
@@ -137,8 +139,8 @@ TEST(Decode, AnyBytesCanBeDecoded) {
         // Hardly any other address is one of the controller's.
         const uint32_t address = registers()[random() % registers().size()].address;
         std::memcpy(records[0].payload, &address, sizeof address);
-        check(decodeHub(records[0], records[1]));
-        check(decodeHub(records[0]));
+        check(hubEvent(records[0], &records[1]));
+        check(hubEvent(records[0], nullptr));
     }
 }
 
@@ -153,32 +155,35 @@ Event eventOf(EventKind kind, std::string name, std::vector<Field> fields = {}) 
 }
 
 TEST(TraceText, ShowsHeadResultErrorAndFault) {
-    Event event = decodeRequest(0xC01856D0, padded("01", 24), padded("01", 24));
+    Event event = requestEvent(0xC01856D0, padded("01", 24), padded("01", 24));
     event.sequence = 4;
     event.timeUs = 12345;
     event.thread = 1;
-    event.hasResult = true;
+    event.result = 0;
     EXPECT_EQ(toText(event),
               "   12.345 ms  #1  sub-device  READ_GAIN(0xC01856D0) axis=1 -> 0: valueXf=0 valueYf=0 "
               "valueXi=0 valueYi=0");
-    event.answer = {};
+    EXPECT_EQ(toJson(eventOfJson(toJson(event))), toJson(event));
+    event.received = {};
     event.result = -1;
     event.error = EIO;
-    event.fault = "READ_GAIN:errno=EIO";
+    event.fault = std::make_shared<const Fault>(parseFault("READ_GAIN:errno=EIO"));
     EXPECT_EQ(toText(event, false),
               "sub-device  READ_GAIN(0xC01856D0) axis=1 -> -1 EIO (Input/output error)  [fault: "
               "READ_GAIN:errno=EIO]");
     EXPECT_EQ(
         toJson(event),
         R"({"sequence":4,"time_us":12345,"thread":1,"kind":"sub-device","name":"READ_GAIN","code":3222820560,)"
-        R"("fields":{"axis":1},"result":-1,"error":"EIO","fault":"READ_GAIN:errno=EIO"})");
+        R"("sent":"01)" +
+            std::string(46, '0') +
+            R"(","fields":{"axis":1},"result":-1,"error":"EIO","fault":"READ_GAIN:errno=EIO"})");
 }
 
 TEST(TraceText, HasAFormForEveryKind) {
     Event message = eventOf(EventKind::kMessage, "unified", {{"level", std::string("error")}});
     message.text = "[SetMode] one\ntwo\n";
     Event file = eventOf(EventKind::kFile, "open", {{"path", std::string("/dev/media0")}});
-    file.hasResult = true;
+    file.result = 0;
     EXPECT_EQ(toText(message, false), "message E [SetMode] one\\ntwo");
     EXPECT_EQ(toText(file, false), "file  open path=/dev/media0 -> 0");
     EXPECT_EQ(toText(eventOf(EventKind::kSleep, "usleep", {{"us", uint64_t{2500}}}), false), "sleep  2.5 ms");
@@ -248,26 +253,32 @@ TEST(TraceRecord, NumbersEventsOfAllThreadsInOneOrder) {
 // --- Faults.
 
 TEST(FaultText, SaysWhereWhenAndWhat) {
-    const std::tuple<const char*, FaultPoint, const char*, uint64_t> places[] = {
-        {"SET_MODE:lost", FaultPoint::kRequest, "SET_MODE", 0},
-        {"READ_REGISTER:lost", FaultPoint::kHubCommand, "READ_REGISTER", 0},
-        {"hub.SET_MODE@2:lost", FaultPoint::kHubCommand, "SET_MODE", 2},
-        {"request@7:lost", FaultPoint::kRequest, "", 7},
-        {"open./dev/x:fail", FaultPoint::kOpen, "/dev/x", 0},
-        {"readlink./81:3@1:fail", FaultPoint::kReadlink, "/81:3", 1},
-        {"property.vendor.debug.ois.mode:result=1", FaultPoint::kProperty, "vendor.debug.ois.mode", 0},
-        {"thread-schedule:fail", FaultPoint::kThreadSchedule, "", 0},
+    constexpr uint64_t kEver = std::numeric_limits<uint64_t>::max();
+    const std::tuple<const char*, FaultPoint, const char*, uint64_t, uint64_t> places[] = {
+        {"SET_MODE:lost", FaultPoint::kCommand, "SET_MODE", 1, kEver},
+        {"hub.SET_MODE@2:lost", FaultPoint::kHubCommand, "SET_MODE", 2, 2},
+        {"request@7-9:lost", FaultPoint::kRequest, "", 7, 9},
+        {"open./dev/x@after3:fail", FaultPoint::kOpen, "/dev/x", 4, kEver},
+        {"readlink./81:3@1:fail", FaultPoint::kReadlink, "/81:3", 1, 1},
+        {"property.vendor.debug.ois.mode:result=1", FaultPoint::kProperty, "vendor.debug.ois.mode", 1, kEver},
+        {"thread-schedule@always:fail", FaultPoint::kThreadSchedule, "", 1, kEver},
+        {"chip.never-idle@2", FaultPoint::kChip, "never-idle", 2, 2},
+        {"chip.power-cut=57", FaultPoint::kChip, "power-cut", 1, 1},
+        {"lens.stuck-x", FaultPoint::kLens, "stuck-x", 1, kEver},
     };
-    for (const auto& [text, point, key, occurrence] : places) {
-        const FaultRule rule = parseFault(text);
-        EXPECT_EQ(rule.text, text);
-        EXPECT_TRUE(rule.point == point && rule.key == key && rule.occurrence == occurrence) << text;
+    for (const auto& [text, point, key, first, last] : places) {
+        const Fault fault = parseFault(text);
+        EXPECT_EQ(fault.text, text);
+        EXPECT_TRUE(fault.point == point && fault.key == key) << text;
+        EXPECT_TRUE(fault.first == first && fault.last == last) << text;
     }
     EXPECT_EQ(parseFault("SET_MODE:errno=EBUSY").effect.error, EBUSY);
     EXPECT_EQ(parseFault("SET_MODE:errno=16").effect.error, EBUSY);
     EXPECT_EQ(parseFault("SET_MODE:slow=1.5ms").effect.delayUs, 1500);
     EXPECT_EQ(parseFault("READ_GAIN:garbage=fF00").effect.bytes, (Bytes{255, 0}));
     EXPECT_EQ(parseFault("READ_GAIN:result=-3").effect.result, -3);
+    EXPECT_EQ(parseFault("chip.calibration-error=0x21").effect.result, 0x21);
+    EXPECT_EQ(parseFault("chip.power-cut=57").object, 57);
 }
 
 TEST(FaultText, ErrorsSayWhatWouldBeRight) {
@@ -276,10 +287,19 @@ TEST(FaultText, ErrorsSayWhatWouldBeRight) {
         {"hub.CHECK_STATUS:lost", "no hub command 'CHECK_STATUS'; it may be: READ_REGISTER, WRITE_REGISTER"},
         {"thread.x:fail", "'thread' takes no name"},
         {"SET_MODE@0:lost", "count from 1 on"},
+        {"SET_MODE@3-2:lost", "ends before it begins"},
+        {"SET_MODE@afterx:lost", "as in '@3', '@2-5' or '@after3'"},
+        {"SET_MODE@:lost", "count from 1 on"},
         {"SET_MODE:errno=EBUSSY", "did you mean 'EBUSY'?"},
         {"SET_MODE:slow=20", "with us, ms or s, as in 'slow=20ms'"},
         {"SET_MODE:garbage=f", "pairs of hex digits"},
         {"thread:garbage=00", "'garbage' means nothing at 'thread'; it may be: fail, errno=EIO, slow=20ms"},
+        {"chip.nevr-idle", "did you mean 'chip.never-idle'?"},
+        {"chip.never-idle=1", "'chip.never-idle' takes no value"},
+        {"chip.never-idle:lost", "'chip.never-idle' says it all"},
+        {"chip.power-cut", "write 'chip.power-cut=N' with a number from 0 to 111"},
+        {"chip.power-cut=112", "a number from 0 to 111"},
+        {"lens.stuck-z", "did you mean 'lens.stuck-"},
     };
     for (const auto& [text, expected] : lines) {
         const std::string message = test_support::thrown([&] { parseFault(text); });
@@ -289,29 +309,41 @@ TEST(FaultText, ErrorsSayWhatWouldBeRight) {
     }
 }
 
-TEST(FaultStrikes, CountMatchesOfEachRuleAndHearAnOverrideFirst) {
-    Faults faults;
-    const auto strike = [&faults](std::string_view key, const Bytes& input = {}) {
-        return faults.strike(FaultPoint::kRequest, key, input).value_or(Faults::Strike{});
+TEST(FaultStrikes, CountMatchesOfEachAndHearAnOverrideFirst) {
+    Clock clock(ClockMode::kSimulated);
+    Faults faults(clock);
+    const auto strike = [&faults](std::string_view key, FaultPoint point = FaultPoint::kRequest) {
+        const Fate fate = faults.consult(point, key, std::as_bytes(std::span("\2")));
+        return fate ? fate.fault()->text : "";
     };
-    EXPECT_EQ(strike("SET_MODE").text, "");
-    faults.add(parseFault("SET_MODE@2:lost"));
-    faults.add(parseFault("request:slow=1ms"));
-    EXPECT_EQ(strike("SET_MODE").text, "request:slow=1ms");
-    EXPECT_FALSE(faults.strike(FaultPoint::kHubCommand, "SET_MODE"));
-    EXPECT_EQ(strike("READ_GAIN").text, "request:slow=1ms");
-    EXPECT_EQ(strike("SET_MODE").text, "SET_MODE@2:lost") << "the first rule that is due";
-    EXPECT_EQ(strike("SET_MODE").text, "request:slow=1ms");
-    EXPECT_EQ(faults.strikes(), 4U);
+    EXPECT_EQ(strike("SET_MODE"), "");
+    for (const char* text : {"SET_MODE@2-3:lost", "request:slow=1ms", "hub@after1:fail", "chip.power-cut=5"})
+        faults.add(text);
+    EXPECT_EQ(strike("SET_MODE"), "request:slow=1ms");
+    EXPECT_EQ(clock.nowUs(), 1000) << "a slow call has waited";
+    EXPECT_EQ(strike("SET_MODE", FaultPoint::kHubCommand), "SET_MODE@2-3:lost") << "whichever way it goes";
+    EXPECT_EQ(strike("READ_GAIN"), "request:slow=1ms");
+    EXPECT_EQ(strike("SET_MODE"), "SET_MODE@2-3:lost") << "the first one that is due";
+    EXPECT_EQ(strike("SET_MODE"), "request:slow=1ms");
+    EXPECT_EQ(strike("READ_GAIN", FaultPoint::kHubCommand), "hub@after1:fail");
+    EXPECT_FALSE(faults.consult(FaultPoint::kChip, "power-cut", 4));
+    EXPECT_TRUE(faults.consult(FaultPoint::kChip, "power-cut", 5));
+    EXPECT_FALSE(faults.consult(FaultPoint::kChip, "power-cut", 5)) << "once";
 
-    faults.setOverride([](FaultPoint, std::string_view, std::span<const uint8_t> input) {
-        return !input.empty() ? std::optional(FaultEffect{.error = input[0]}) : std::nullopt;
+    faults.setOverride([](FaultPoint, std::string_view key, std::span<const uint8_t> input) {
+        return key == "READ_HALL" ? std::optional(FaultEffect{.error = input[0]}) : std::nullopt;
     });
-    EXPECT_EQ(strike("SET_MODE", {2, 0}).effect.error, 2);
-    EXPECT_EQ(strike("SET_MODE").text, "request:slow=1ms");
+    EXPECT_EQ(faults.consult(FaultPoint::kRequest, "READ_HALL", std::as_bytes(std::span("\2"))).error(), 2);
+    EXPECT_EQ(strike("SET_MODE"), "request:slow=1ms");
     faults.clear();
     faults.setOverride(nullptr);
-    EXPECT_FALSE(faults.strike(FaultPoint::kRequest, "SET_MODE", Bytes{2}));
+    EXPECT_EQ(strike("SET_MODE"), "");
+    std::string counts;
+    for (const Faults::Count& count : faults.counts())
+        counts +=
+            count.text + ' ' + std::to_string(count.strikes) + '/' + std::to_string(count.reached) + ", ";
+    EXPECT_EQ(counts,
+              "SET_MODE@2-3:lost 2/5, request:slow=1ms 4/5, hub@after1:fail 1/2, chip.power-cut=5 1/2, ");
 }
 
 }  // namespace

@@ -163,7 +163,7 @@ std::string shownEvent(const phone::Event& event, bool json) {
 
 std::string describeRequest(uint32_t code, bool json) {
     const phone::RequestInfo* info = requestByCode(code);
-    const phone::Event event = phone::decodeRequest(code, {}, {});
+    const phone::Event event = phone::requestEvent(code, {}, {});
     if (json) {
         auto object = eventJson(event);
         object["direction"] = phone::direction(code);
@@ -280,7 +280,7 @@ std::string decodeRequestItem(const Split& parts, bool json) {
     // A record alone may have been captured on either side of the call: all of it is shown.
     const Bytes answered =
         parts.answered ? parseRecord(*parts.answered, _IOC_SIZE(code), "the answer of " + name) : sent;
-    return shownEvent(phone::decodeRequest(code, sent, answered), json);
+    return shownEvent(phone::requestEvent(code, sent, answered), json);
 }
 
 ois::OisCustomCmd parseHubRecord(const std::vector<std::string_view>& parts, const std::string& what) {
@@ -292,8 +292,9 @@ ois::OisCustomCmd parseHubRecord(const std::vector<std::string_view>& parts, con
 
 std::string decodeHubItem(const Split& parts, bool json) {
     const ois::OisCustomCmd sent = parseHubRecord(parts.sent, "a hub record");
-    if (!parts.answered) return shownEvent(phone::decodeHub(sent), json);
-    return shownEvent(phone::decodeHub(sent, parseHubRecord(*parts.answered, "a hub record's answer")), json);
+    if (!parts.answered) return shownEvent(phone::hubEvent(sent, nullptr), json);
+    const ois::OisCustomCmd answered = parseHubRecord(*parts.answered, "a hub record's answer");
+    return shownEvent(phone::hubEvent(sent, &answered), json);
 }
 
 std::ptrdiff_t openBraces(std::string_view text) {

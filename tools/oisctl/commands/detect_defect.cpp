@@ -14,55 +14,25 @@
 #include "session/operations.h"
 #include "session/register_access.h"
 #include "session/summary.h"
+#include "trace/decode.h"
 
 namespace oisctl {
 
 namespace {
 
-using phone::LensDefect;
-
-// Of the lens, by axis.
-using Defects = std::array<LensDefect, 2>;
-
 struct Options {
     Settings settings;
-    Defects defects{LensDefect::kNone, LensDefect::kNone};
 };
 
-struct DefectName {
-    std::string text;
-    LensDefect defect;
-    std::array<bool, 2> axes;
-};
-
-// "stuck-x", or "stuck" for both axes.
-std::vector<DefectName> defectNames() {
-    std::vector<DefectName> names;
-    for (const auto& [name, defect] :
-         {std::pair("stuck", LensDefect::kStuck), std::pair("sluggish", LensDefect::kSluggish),
-          std::pair("off-centre", LensDefect::kOffCentre)}) {
-        names.push_back({name, defect, {true, true}});
-        names.push_back({std::string(name) + "-x", defect, {true, false}});
-        names.push_back({std::string(name) + "-y", defect, {false, true}});
-    }
-    return names;
-}
+constexpr std::string_view kLensPrefix = "lens.";
 
 std::vector<std::string> defectWords() {
     std::vector<std::string> words;
-    for (const DefectName& name : defectNames()) words.push_back(name.text);
-    return words;
-}
-
-void addDefect(const std::string& word, Defects& defects) {
-    bool found = false;
-    for (const DefectName& name : defectNames()) {
-        if (name.text != word) continue;
-        found = true;
-        for (size_t axis = 0; axis < defects.size(); ++axis)
-            if (name.axes.at(axis)) defects.at(axis) = name.defect;
+    for (const phone::FaultPlace& place : phone::faultPlaces()) {
+        if (place.point == phone::FaultPoint::kLens)
+            words.emplace_back(place.name.substr(kLensPrefix.size()));
     }
-    if (!found) throw InputError(word + ": no such defect" + suggestion(word, defectWords()));
+    return words;
 }
 
 // Tracking errors of one axis, as the driver measures them.
@@ -90,19 +60,27 @@ class Observation {
 };
 
 void Observation::take(const phone::Event& event, const OisCalibInfo& calibration) {
-    if (event.name == "SET_FIX_MODE") ++positions;
+    if (!phone::isCommand(event.kind)) return;
+    const bool behindHub = event.kind == phone::EventKind::kHub;
+    const auto isA = [&](ois::Request request, ois::HubCommand command) {
+        return event.code == (behindHub ? ois::idByte(command) : ois::code(request));
+    };
+    if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) ++positions;
     // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its old
     // hall.
-    const bool answered = event.name == "GET_HALL";
-    if (!answered && event.name != "COMMAND_28") return;
+    const bool answered = !behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning);
+    if (!answered && !(behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning))) return;
     if (positions == 0 || positions > ois::kCoordinateCapacity) return;
     hallRead = hallRead || answered;
     const size_t i = positions - 1;
     const auto error = [](float coordinate, int32_t centre, int64_t hall) {
         return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
     };
-    axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, integerField(event, "hall_x")));
-    axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, integerField(event, "hall_y")));
+    const phone::Decoded record = phone::decode(event);
+    const int64_t hallX = phone::integerField(record, "hall_x");
+    const int64_t hallY = phone::integerField(record, "hall_y");
+    axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, hallX));
+    axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
 }
 
 bool isGood(const AxisErrors& errors, const ois::OisCustInfo& info) {
@@ -169,8 +147,6 @@ int run(const Options& options) {
     DriverSession session(options.settings,
                           options.settings.verbose ? Narration::kCalls : Narration::kNothing);
     requireDetector(session.module());
-    if (session.stabiliser() != nullptr)
-        session.stabiliser()->setDefect(options.defects[0], options.defects[1]);
     session.openFor("detect-defect");
 
     const OisCalibInfo calibration = session.driver().mOisCalibInfo;
@@ -202,13 +178,17 @@ Command describeDetectDefect() {
     auto options = std::make_shared<Options>();
     options->settings.module = "dw9786";
     return {
-        .options = withPhoneOptions(
-            {{"--defect",
-              "DEFECT,DEFECT",
-              "What is wrong with the lens: stuck, sluggish or off-centre; with -x or -y, one axis of it",
-              [options](const std::string& word) { addDefect(word, options->defects); },
-              {.words = defectWords, .commas = true}}},
-            options->settings),
+        .options = withPhoneOptions({{"--defect",
+                                      "DEFECT,DEFECT",
+                                      "What is wrong with the lens: stuck, sluggish or off-centre; with -x "
+                                      "or -y, one axis of it; short for "
+                                      "--fault lens.DEFECT",
+                                      [options](const std::string& word) {
+                                          options->settings.faults.push_back(
+                                              phone::parseFault(std::string(kLensPrefix) + word));
+                                      },
+                                      {.words = defectWords, .commas = true}}},
+                                    options->settings),
         .notes = "Exit status 1 when the actuator is defective.\n",
         .examples = {{"oisctl detect-defect"},
                      {"oisctl detect-defect --defect stuck-x"},

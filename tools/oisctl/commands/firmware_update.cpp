@@ -14,6 +14,7 @@
 #include "session/driver_session.h"
 #include "session/register_access.h"
 #include "session/summary.h"
+#include "trace/decode.h"
 
 namespace oisctl {
 
@@ -59,7 +60,10 @@ struct Observation {
 };
 
 void take(Observation& seen, const phone::Event& event) {
-    if (event.name == "FIRMWARE" && integerField(event, "size") == ois::kFirmwareBlockSize) ++seen.blocks;
+    if (event.kind == phone::EventKind::kHub && event.code == ois::idByte(ois::HubCommand::kKorvaFwCmd) &&
+        phone::integerField(phone::decode(event), "size") == ois::kFirmwareBlockSize) {
+        ++seen.blocks;
+    }
     const std::optional<RegisterAccess> access = registerAccess(event);
     if (!access) return;
     if (access->address == address(Register::kFlashDownload)) seen.flashOpened = true;

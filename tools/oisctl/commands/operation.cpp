@@ -3,6 +3,8 @@
 #include <memory>
 #include <thread>
 
+#include <fmt/core.h>
+
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -26,16 +28,19 @@ template <typename Work>
 int runOnce(const Settings& settings, const Work& work) {
     DriverSession session(settings, Narration::kCalls);
     std::vector<OperationResult> results;
-    const bool supported = session.open();
-    if (supported) {
+    if (session.open()) {
         session.waitForBringUp();
         work(session, results);
-    } else {
+        const auto call = session.tally().lastCall();
+        if (call && call->sentNothing()) {
+            session.fail(fmt::format("{} sent nothing{}{}", call->name, call->lastMessage.empty() ? "" : ": ",
+                                     call->lastMessage));
+        }
+    } else if (session.opening() == DriverSession::Opening::kNoOis) {
         session.fail("Init answered 0: the module has no OIS, or it is switched off");
     }
     session.close();
     Summary summary = summarise(session);
-    summary.supported = supported;
     summary.operations = results;
     return conclude(session, summary);
 }

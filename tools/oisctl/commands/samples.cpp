@@ -68,7 +68,7 @@ int run(const Options& options) {
         while (session.nowS() < endS && !interrupted()) {
             const double waitS = std::min(options.everyS, endS - session.nowS());
             session.sleepUs(std::max<int64_t>(1, std::llround(waitS * kMicrosPerSecond)));
-            session.call("GetSensorData()", [&session] {
+            session.call("GetSensorData", {}, [&session] {
                 session.driver().GetSensorData();
                 return 0;
             });

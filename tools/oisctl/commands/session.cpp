@@ -65,7 +65,6 @@ Summary Tour::run() {
     }
     mSession.close();
     Summary summary = summarise(mSession);
-    summary.supported = supported;
     summary.operations = mOperations;
     summary.shake = mShake.result();
     return summary;
@@ -111,7 +110,7 @@ Settings withScenario(Settings settings, const Scenario& scenario) {
     for (const auto& [key, value] : scenario.properties)
         assignments.push_back(std::string(key).append("=").append(value));
     settings.assignments.insert(settings.assignments.begin(), assignments.begin(), assignments.end());
-    settings.faults.insert(settings.faults.begin(), scenario.faults.begin(), scenario.faults.end());
+    for (const std::string& fault : scenario.faults) settings.faults.push_back(phone::parseFault(fault));
     return settings;
 }
 

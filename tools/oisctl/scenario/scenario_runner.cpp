@@ -58,7 +58,6 @@ Summary Player::play() {
     mSession.close();
 
     Summary summary = summarise(mSession);
-    summary.supported = supported;
     summary.scenario = mScenario.name;
     summary.requests = mRequests;
     summary.modes = mModes;
@@ -93,7 +92,7 @@ void Player::applyMoments(double timeS) {
 
 void Player::apply(const Moment& moment) {
     if (moment.clearFaults) mSession.clearFaults();
-    for (const std::string& fault : moment.faults) mSession.addFault(fault);
+    for (const std::string& fault : moment.faults) mSession.addFault(phone::parseFault(fault));
     for (const auto& [key, value] : moment.properties) mSession.setProperty(key, value);
     if (moment.motion) mSession.setMotion(*moment.motion);
     if (moment.thermal) setThermal(*moment.thermal);

@@ -7,6 +7,8 @@
 #include <thread>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "controllers/controller.h"
@@ -17,7 +19,6 @@
 #include "services/log_service.h"
 #include "services/property_store.h"
 #include "session/operations.h"
-#include "trace/decode.h"
 
 namespace oisctl {
 
@@ -43,28 +44,25 @@ T shared(T& field) {
     return std::atomic_ref<T>(field).load();
 }
 
-std::string describe(const ois_params& params) {
-    std::string text;
-    const auto add = [&text](const char* name, const std::string& value) {
-        if (!text.empty()) text += ", ";
-        text.append(name).append("=").append(value);
+// What a request asks for, as far as it is not as usual.
+std::vector<phone::Field> fieldsOf(const ois_params& params) {
+    std::vector<phone::Field> fields;
+    const auto add = [&fields](const char* name, int64_t value, int64_t usual = 0) {
+        if (value != usual) fields.push_back({name, value});
     };
-    const auto addNonzero = [&add](const char* name, int64_t value) {
-        if (value != 0) add(name, std::to_string(value));
-    };
-    addNonzero("ois_mode_from_tag", params.ois_mode_from_tag);
-    addNonzero("video_mode", params.video_mode);
-    addNonzero("engineer_mode", params.engineer_mode);
-    if (params.engineer_operation != -1) add("engineer_operation", std::to_string(params.engineer_operation));
-    addNonzero("act_scene", params.act_scene);
-    add("zoom_ratio", number(params.zoom_ratio, 2));
-    addNonzero("zoom_scale_en", params.zoom_scale_en);
-    addNonzero("extra_param", params.extra_param);
-    addNonzero("scenario", params.scenario);
-    addNonzero("capture_en", params.capture_en);
-    addNonzero("capture_value", params.capture_value);
-    addNonzero("scenario_flag", params.scenario_flag);
-    return text;
+    add("ois_mode_from_tag", params.ois_mode_from_tag);
+    add("video_mode", params.video_mode);
+    add("engineer_mode", params.engineer_mode);
+    add("engineer_operation", params.engineer_operation, -1);
+    add("act_scene", params.act_scene);
+    fields.push_back({"zoom_ratio", double{params.zoom_ratio}});
+    add("zoom_scale_en", params.zoom_scale_en);
+    add("extra_param", params.extra_param);
+    add("scenario", params.scenario);
+    add("capture_en", params.capture_en);
+    add("capture_value", params.capture_value);
+    add("scenario_flag", params.scenario_flag);
+    return fields;
 }
 
 phone::ModuleDescription moduleOf(const Settings& settings) {
@@ -80,14 +78,6 @@ std::unique_ptr<phone::Phone> makePhone(const Settings& settings) {
         return std::make_unique<phone::Phone>(phoneOptions(settings));
     } catch (const std::runtime_error& error) {
         throw InputError((settings.folder.empty() ? "" : "--folder: ") + std::string(error.what()));
-    }
-}
-
-void requireFault(const std::string& text) {
-    try {
-        checkFault(text);
-    } catch (const std::invalid_argument& error) {
-        throw InputError(std::string("--fault: ") + error.what());
     }
 }
 
@@ -107,12 +97,13 @@ void requireMatchingFolders(const Settings& settings) {
 DriverSession::DriverSession(const Settings& settings, Narration narration)
     : mSettings(settings), mModule(moduleOf(settings)), mTraceOutput(settings, narration) {
     requireMatchingFolders(settings);
-    for (const std::string& fault : settings.faults) requireFault(fault);
+    for (const phone::Fault& fault : settings.faults) requireItsPlace(fault);
     mPhone = makePhone(settings);
     mPhone->trace().setKeep(false);
     mPhone->trace().setListener([this](const phone::Event& event) {
-        mTally.count(event);
-        mTraceOutput.show(event);
+        const std::optional<EndedCall> ended = mCalls.take(event);
+        mTally.count(event, ended);
+        mTraceOutput.show(event, ended);
         if (mObserver) mObserver(event);
     });
     mPhone->log().setLevel(phone::logLevelByName(settings.logLevel));
@@ -121,7 +112,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
     mPhone->fit(settings.sensorDev, mModule);
     setMotion(settings.motion.empty() ? "hand" : settings.motion);
     setProperties();
-    for (const std::string& fault : settings.faults) addFault(fault);
+    for (const phone::Fault& fault : settings.faults) mPhone->faults().add(fault);
     mDriver = OISDrv::GetInstance(settings.sensorDev);
     if (mDriver == nullptr)
         throw InputError("--sensor " + std::to_string(settings.sensorDev) + ": it may be 0 to 7");
@@ -167,31 +158,19 @@ void DriverSession::setProperty(const std::string& key, const std::string& value
     mPhone->properties().set(key, value);
 }
 
-void DriverSession::addFault(const std::string& text) {
-    requireFault(text);
-    if (!isChipFault(text)) {
-        phone::FaultRule rule = phone::parseFault(text);
-        // A bare name means the way that this module's commands go.
-        const bool isBare = text.starts_with(rule.key);
-        if (behindHub() && isBare && phone::findHubCommand(rule.key) != nullptr)
-            rule.point = phone::FaultPoint::kHubCommand;
-        mPhone->faults().add(std::move(rule));
-        return;
-    }
-    if (!behindHub()) {
-        throw InputError("--fault " + text + ": " + mModule.name +
-                         " has no chip behind the hub; choose a hub module");
-    }
-    try {
-        mPhone->hub().chip().inject(text);
-    } catch (const std::invalid_argument& error) {
-        throw InputError(std::string("--fault: ") + error.what());
-    }
+void DriverSession::requireItsPlace(const phone::Fault& fault) const {
+    if (fault.point != phone::FaultPoint::kChip || behindHub()) return;
+    throw InputError(fmt::format("--fault {}: {} has no chip behind the hub; choose a hub module", fault.text,
+                                 mModule.name));
+}
+
+void DriverSession::addFault(const phone::Fault& fault) {
+    requireItsPlace(fault);
+    mPhone->faults().add(fault);
 }
 
 void DriverSession::clearFaults() {
     mPhone->faults().clear();
-    if (behindHub()) mPhone->hub().chip().clearFaults();
 }
 
 void DriverSession::requireStreaming() {
@@ -204,16 +183,20 @@ void DriverSession::requireStreaming() {
 }
 
 bool DriverSession::open() {
-    const std::string text =
-        "Init(" + std::to_string(mSettings.sensorId) + ", " + std::to_string(mSettings.moduleId) + ")";
-    mOpen = run(text, false, [this] { return mDriver->Init(mSettings.sensorId, mSettings.moduleId); }) == 1;
+    const auto result =
+        run("Init", {{"sensor_id", int64_t{mSettings.sensorId}}, {"module_id", int64_t{mSettings.moduleId}}},
+            [this] { return mDriver->Init(mSettings.sensorId, mSettings.moduleId); });
+    mOpening = !result ? Opening::kFailed : *result == 1 ? Opening::kDone : Opening::kNoOis;
+    mOpen = mOpening == Opening::kDone;
     return mOpen;
 }
 
 void DriverSession::openFor(std::string_view command) {
     if (!open()) {
-        throw JobError(std::string(command) +
-                       ": Init answered 0: the module has no OIS, or it is switched off");
+        throw JobError(fmt::format("{}: {}", command,
+                                   mOpening == Opening::kNoOis
+                                       ? "Init answered 0: the module has no OIS, or it is switched off"
+                                       : "Init could not start its thread"));
     }
     waitForBringUp();
 }
@@ -234,7 +217,7 @@ bool DriverSession::channelIsUp() const {
 void DriverSession::close() {
     if (mOpen) {
         mOpen = false;
-        run("Uninit()", false, [this] { return mDriver->Uninit(); });
+        run("Uninit", {}, [this] { return mDriver->Uninit(); });
     }
     joinWorkers();
 }
@@ -249,106 +232,77 @@ void DriverSession::joinWorkers() {
     }
 }
 
-int32_t DriverSession::run(const std::string& text, bool mayRepeat,
-                           const std::function<int32_t()>& operation) {
-    phone::Event event;
-    event.kind = phone::EventKind::kCall;
-    event.name = text.substr(0, text.find('('));
-    event.text = text;
+std::optional<int32_t> DriverSession::run(const char* name, std::vector<phone::Field> arguments,
+                                          const std::function<int32_t()>& operation) {
+    phone::Event event{.kind = phone::EventKind::kCall, .name = name, .fields = std::move(arguments)};
     mPhone->trace().record(event);
-
-    const uint32_t thread = mPhone->clock().threadNumber();
-    const uint64_t before = mTally.sentBy(thread);
-    const bool wasOpen = channelIsUp();
-    int32_t result = -1;
+    std::optional<int32_t> result;
     try {
         result = operation();
     } catch (const std::system_error& error) {
-        fail(text + ": " + error.what());
+        fail(fmt::format("{}: {}", name, error.what()));
     }
-    if (mayRepeat && wasOpen && mTally.sentBy(thread) == before) {
-        mTally.addRepeat();
-        event.text += kRepeatRemark;
-    }
-
-    event.hasResult = true;
-    event.result = result;
-    mPhone->trace().record(event);
+    event.result = result.value_or(-1);
+    mPhone->trace().record(std::move(event));
     return result;
 }
 
-int32_t DriverSession::call(const std::string& text, const std::function<int32_t()>& operation) {
-    return run(text, false, operation);
+int32_t DriverSession::call(const char* name, std::vector<phone::Field> arguments,
+                            const std::function<int32_t()>& operation) {
+    return run(name, std::move(arguments), operation).value_or(-1);
 }
 
 int32_t DriverSession::notifyStream(bool on) {
     ois_stream_info info{on ? 1 : 0, 0};
-    // The bring-up may be resetting it at this moment.
-    const bool repeat = shared(mDriver->mStreamState) == info.notify_stream;
-    return run(on ? "NotifyStream(on)" : "NotifyStream(off)", repeat,
-               [&] { return mDriver->NotifyStream(&info); });
+    return call("NotifyStream", {{"notify_stream", int64_t{info.notify_stream}, false, on ? "on" : "off"}},
+                [&] { return mDriver->NotifyStream(&info); });
 }
 
 int32_t DriverSession::setMode(int32_t mode) {
-    const bool repeat = mDriver->mOisMode == mode;
-    const std::string text = "SetMode(" + std::to_string(mode) + ") " + std::string(modeMeaning(mode));
-    const int32_t result = run(text, repeat, [&] { return mDriver->SetMode(mode); });
-    if (modeMeaning(mode) == "unsupported")
-        fail("the driver supports no mode " + std::to_string(mode) + ", and sent nothing");
-    return result;
+    return call("SetMode", {{"mode", int64_t{mode}, false, modeMeaning(mode)}},
+                [&] { return mDriver->SetMode(mode); });
 }
 
 int32_t DriverSession::setOperation(int32_t operation) {
     const OperationInfo* info = findOperation(operation);
-    const std::string text = "SetOperation(" + std::to_string(operation) + ") " +
-                             std::string(info == nullptr ? "unsupported" : info->name);
-    const int32_t result = run(text, false, [&] { return mDriver->SetOperation(operation); });
-    if (info == nullptr)
-        fail("the driver supports no operation " + std::to_string(operation) + ", and sent nothing");
-    return result;
+    return call("SetOperation",
+                {{"operation", int64_t{operation}, false, info == nullptr ? "unsupported" : info->name}},
+                [&] { return mDriver->SetOperation(operation); });
 }
 
 int32_t DriverSession::enableOis(int32_t dynamic) {
-    return run("EnableOis(" + std::to_string(dynamic) + ")", false,
-               [&] { return mDriver->EnableOis(dynamic); });
+    return call("EnableOis", {{"dynamic", int64_t{dynamic}}}, [&] { return mDriver->EnableOis(dynamic); });
 }
 
 int32_t DriverSession::checkStatus() {
-    return run("CheckIcStatus()", false, [this] { return mDriver->CheckIcStatus(); });
+    return call("CheckIcStatus", {}, [this] { return mDriver->CheckIcStatus(); });
 }
 
 int32_t DriverSession::setParams(ois_params& params) {
-    // An engineering request without an operation asks for nothing.
-    const bool asks = params.engineer_mode != 8 || params.engineer_operation != -1;
-    return run("SetOisParams(" + describe(params) + ")", asks && mDriver->mIsOisSupport != 0,
-               [&] { return mDriver->SetOisParams(&params); });
+    return call("SetOisParams", fieldsOf(params), [&] { return mDriver->SetOisParams(&params); });
 }
 
 int32_t DriverSession::setSensorMode(int32_t mode) {
     ois_cfg_data configuration{mode};
-    return run("SetOisCfgData(" + std::to_string(mode) + ")", false,
-               [&] { return mDriver->SetOisCfgData(&configuration); });
+    return call("SetOisCfgData", {{"sensor_mode", int64_t{mode}}},
+                [&] { return mDriver->SetOisCfgData(&configuration); });
 }
 
 int32_t DriverSession::setFocus(ois_focus_params& focus) {
-    constexpr int32_t kModeOn = 2;  // the only one in which the driver compensates acceleration
-    const std::string text = focus.useFocus != 0 ? "SetAccParam(" + number(focus.focusDiopter, 3) + " dpt)"
-                                                 : "SetAccParam(" + std::to_string(focus.distance) + " mm)";
-    const bool asks = mDriver->mOisCustInfo.accSupport != 0 && mDriver->mOisMode == kModeOn;
-    return run(text, asks, [&] { return mDriver->SetAccParam(reinterpret_cast<long>(&focus)); });
+    phone::Field field{"distance_mm", int64_t{focus.distance}, false, "mm"};
+    if (focus.useFocus != 0) field = {"focus_diopter", double{focus.focusDiopter}, false, "dpt"};
+    return call("SetAccParam", {field}, [&] { return mDriver->SetAccParam(reinterpret_cast<long>(&focus)); });
 }
 
 int32_t DriverSession::setAfPosition(int32_t position) {
-    const bool repeat = mDriver->mLastAfPosition == position;
-    return run("SetOisAFdriftParams(" + std::to_string(position) + ")", repeat,
-               [&] { return mDriver->SetOisAFdriftParams(position); });
+    return call("SetOisAFdriftParams", {{"position", int64_t{position}}},
+                [&] { return mDriver->SetOisAFdriftParams(position); });
 }
 
 int32_t DriverSession::firmwareUpdate() {
-    const std::string text = "FirmwareUpdate(" + std::to_string(mSettings.sensorId) + ", " +
-                             std::to_string(mSettings.moduleId) + ")";
-    return run(text, false,
-               [this] { return mDriver->FirmwareUpdate(mSettings.sensorId, mSettings.moduleId); });
+    return call("FirmwareUpdate",
+                {{"sensor_id", int64_t{mSettings.sensorId}}, {"module_id", int64_t{mSettings.moduleId}}},
+                [this] { return mDriver->FirmwareUpdate(mSettings.sensorId, mSettings.moduleId); });
 }
 
 double DriverSession::nowS() {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "modules/module_description.h"
 #include "ois_drv.h"
 #include "phone.h"
+#include "session/calls.h"
 #include "session/settings.h"
 #include "session/tally.h"
 #include "session/trace_output.h"
@@ -41,8 +43,8 @@ class DriverSession {
     // Called for every event of the trace, in order and one at a time; must not call back into the phone.
     void observe(std::function<void(const phone::Event&)> observer) { mObserver = std::move(observer); }
     void setProperty(const std::string& key, const std::string& value);
-    // Of the phone or of the chip. Throws InputError.
-    void addFault(const std::string& text);
+    // Throws InputError when the module has no such place.
+    void addFault(const phone::Fault& fault);
     void clearFaults();
     // Throws InputError when the properties make a stream's start wait without end.
     void requireStreaming();
@@ -52,8 +54,10 @@ class DriverSession {
     // The driver's operations, each recorded in the trace and counted. What a worker thread that cannot be
     // created throws becomes a failure and the result -1.
 
-    // Init; false when the driver has no use for the module.
+    // Init; false when the driver is not open then, and `opening` says why.
     bool open();
+    enum class Opening { kNotTried, kDone, kNoOis, kFailed };
+    Opening opening() const { return mOpening; }
     // Opens and waits for the bring-up. Throws JobError, naming the command, when the driver has no use for
     // the module.
     void openFor(std::string_view command);
@@ -74,8 +78,9 @@ class DriverSession {
     int32_t setFocus(ois_focus_params& focus);
     int32_t setAfPosition(int32_t position);
     int32_t firmwareUpdate();
-    // Any other operation; `text` is how it reads: "DumpOtp2File()".
-    int32_t call(const std::string& text, const std::function<int32_t()>& operation);
+    // Any other operation.
+    int32_t call(const char* name, std::vector<phone::Field> arguments,
+                 const std::function<int32_t()>& operation);
 
     int64_t nowUs() { return mPhone->clock().nowUs(); }
     double nowS();
@@ -87,8 +92,10 @@ class DriverSession {
     void finishTrace() { mTraceOutput.finish(); }
 
   private:
-    // Runs the operation; one on an open device that sends nothing, where `mayRepeat` says so, is a repeat.
-    int32_t run(const std::string& text, bool mayRepeat, const std::function<int32_t()>& operation);
+    // Empty when it threw.
+    std::optional<int32_t> run(const char* name, std::vector<phone::Field> arguments,
+                               const std::function<int32_t()>& operation);
+    void requireItsPlace(const phone::Fault& fault) const;
     void setProperties();
     void joinWorkers();
 
@@ -96,11 +103,13 @@ class DriverSession {
     const Settings mSettings;
     const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
     const phone::ModuleDescription mModule;
+    Calls mCalls;
     Tally mTally;
     TraceOutput mTraceOutput;
     std::function<void(const phone::Event&)> mObserver;
     std::unique_ptr<phone::Phone> mPhone;
     OISDrv* mDriver = nullptr;
+    Opening mOpening = Opening::kNotTried;
     bool mOpen = false;
 };
 

@@ -20,9 +20,6 @@ struct RegisterAccess {
 // Empty for any other event.
 std::optional<RegisterAccess> registerAccess(const phone::Event& event);
 
-// A field's value as an integer; 0 for a text, or when the event has no such field.
-int64_t integerField(const phone::Event& event, const char* name);
-
 // Through the driver's own transport and the hub. `bytes`: 1, 2 or 4.
 uint32_t readRegister(DriverSession& session, uint32_t address, uint32_t bytes);
 void writeRegister(DriverSession& session, uint32_t address, uint32_t bytes, uint32_t value);

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "controllers/korva_faults.h"
 #include "faults/faults.h"
 #include "modules/module_description.h"
 #include "motion/motion.h"
 #include "services/property_store.h"
+#include "trace/decode.h"
 
 namespace oisctl {
 
@@ -70,9 +70,9 @@ std::vector<Option> worldOptions(Settings& settings) {
         {"--seed", "N", "Seed of the built-in motions", &settings.seed, {}, kPhoneGroup},
         {"--fault",
          "SPEC",
-         "What goes wrong: SET_MODE@3:lost, chip.never-idle, ...; repeatable",
-         &settings.faults,
-         {.repeats = true},
+         "What goes wrong: SET_MODE@3:lost, chip.never-idle, ... ('oisctl faults'); repeatable",
+         [&settings](const std::string& word) { settings.faults.push_back(phone::parseFault(word)); },
+         {.words = faultWords, .repeats = true},
          kPhoneGroup},
         {"--real-time",
          "",
@@ -178,17 +178,16 @@ std::string wholeAssignment(std::string_view assignment) {
     return wholePropertyName(assignment.substr(0, equals)).append(assignment.substr(equals));
 }
 
-bool isChipFault(std::string_view text) {
-    return text.starts_with("chip.");
-}
-
-void checkFault(std::string_view text) {
-    if (isChipFault(text)) {
-        phone::KorvaFaults scratch;
-        phone::addKorvaFault(scratch, text);
-    } else {
-        static_cast<void>(phone::parseFault(text));
+std::vector<std::string> faultWords() {
+    std::vector<std::string> words;
+    for (const phone::FaultPlace& place : phone::faultPlaces()) {
+        const std::string_view effect = place.effects.empty() ? "" : ":";
+        const std::string_view value = place.value.empty() ? "" : "=";
+        if (!place.name.empty()) words.push_back(std::string(place.name).append(value).append(effect));
     }
+    for (const phone::RequestInfo& info : phone::privateRequests())
+        words.push_back(std::string(info.name) + ':');
+    return words;
 }
 
 }  // namespace oisctl

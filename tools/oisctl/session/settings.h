@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "faults/faults.h"
 
 namespace oisctl {
 
@@ -18,7 +19,7 @@ struct Settings {
     int32_t moduleId = 0;
     std::vector<std::string> assignments;  // "property=value"
     std::string propertiesFile;
-    std::vector<std::string> faults;
+    std::vector<phone::Fault> faults;
     std::string motion;  // empty: the scenario's, or what suits the job; "hand" in general
     uint64_t seed = 1;
 
@@ -44,15 +45,11 @@ Option jsonOption(Settings& settings);
 // What options of several commands may be.
 std::vector<std::string> moduleNames();
 std::vector<std::string> propertyNames();
+std::vector<std::string> faultWords();  // how a fault may begin
 
 // Property names may leave out "vendor.debug.ois.".
 std::string wholePropertyName(std::string_view name);
 // The same for "property=value".
 std::string wholeAssignment(std::string_view assignment);
-
-// Faults are of the phone ("SET_MODE@3:lost") or of the chip behind the hub ("chip.never-idle").
-bool isChipFault(std::string_view text);
-// Throws std::invalid_argument whose text says what is wrong and what would be right.
-void checkFault(std::string_view text);
 
 }  // namespace oisctl

@@ -1,6 +1,9 @@
 #include "session/summary.h"
 
 #include <cmath>
+#include <utility>
+
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "base/errors.h"
@@ -12,6 +15,8 @@
 namespace oisctl {
 
 namespace {
+
+using Opening = DriverSession::Opening;
 
 void printEntry(std::string_view label, const std::string& text) {
     constexpr size_t kLabelColumns = 12;
@@ -28,13 +33,12 @@ void printEntries(std::string_view label, const std::vector<std::string>& lines)
     }
 }
 
-// Wrapped at the usual width of a terminal.
-std::vector<std::string> commandLines(const Tally::Counts& counts) {
+// `start`, and the entries behind it, in lines of the usual width of a terminal.
+std::vector<std::string> wrapped(std::string start, const std::vector<std::string>& entries) {
     constexpr size_t kWidth = 96;
-    std::vector<std::string> lines{grouped(counts.sent) + " sent"};
-    std::string separator = ": ";
-    for (const auto& [name, count] : counts.byName) {
-        const std::string entry = name + " " + grouped(count);
+    std::vector<std::string> lines{std::move(start)};
+    std::string separator;
+    for (const std::string& entry : entries) {
         if (lines.back().size() + separator.size() + entry.size() > kWidth) {
             lines.back() += ",";
             lines.emplace_back();
@@ -44,6 +48,13 @@ std::vector<std::string> commandLines(const Tally::Counts& counts) {
         separator = ", ";
     }
     return lines;
+}
+
+std::vector<std::string> commandLines(const Tally::Counts& counts) {
+    std::vector<std::string> entries;
+    for (const auto& [name, count] : counts.byName)
+        entries.push_back(fmt::format("{} {}", name, grouped(count)));
+    return wrapped(grouped(counts.sent) + (entries.empty() ? " sent" : " sent: "), entries);
 }
 
 std::string describe(const ModeSpan& span) {
@@ -76,6 +87,25 @@ std::string describe(const OperationResult& done) {
     return name + " (" + std::to_string(done.operation) + ") = " + std::to_string(done.result);
 }
 
+// "struck 3 times, at 3 of 12 occasions"
+std::string describe(const phone::Faults::Count& fault) {
+    if (fault.reached == 0) return fault.text + " never struck: its place was never reached";
+    if (fault.strikes == 0)
+        return fmt::format("{} never struck: its place was reached {} times", fault.text, fault.reached);
+    return fmt::format("{} struck at {} of {} occasions", fault.text, fault.strikes, fault.reached);
+}
+
+// Wrapped like the commands.
+std::vector<std::string> callLines(const Tally::Counts& counts) {
+    std::vector<std::string> entries;
+    for (const auto& [name, calls] : counts.calls) {
+        entries.push_back(fmt::format("{} {}", name, grouped(calls.made)));
+        if (calls.sentNothing > 0)
+            entries.back() += fmt::format(" ({} sent nothing)", grouped(calls.sentNothing));
+    }
+    return wrapped("", entries);
+}
+
 bool hasMoreFailures(const Tally::Counts& counts) {
     return counts.failures > counts.firstFailures.size();
 }
@@ -86,10 +116,12 @@ std::string moreFailures(const Tally::Counts& counts) {
 }
 
 std::vector<std::string> failureLines(const Tally::Counts& counts) {
+    if (counts.failures == 0 && counts.delivered == 0)
+        return {styled(Style::kWarning, "none, but no command reached a controller")};
     if (counts.failures == 0) return {styled(Style::kGood, "none")};
     std::vector<std::string> lines{styled(Style::kBad, grouped(counts.failures))};
     for (const Failure& failure : counts.firstFailures) {
-        lines.push_back("at " + number(failure.timeS, 4) + " s: " + failure.text);
+        lines.push_back("at " + number(failure.timeS, 4) + " s: " + toText(failure));
     }
     if (hasMoreFailures(counts)) lines.push_back(moreFailures(counts));
     return lines;
@@ -111,9 +143,9 @@ Summary summarise(DriverSession& session) {
     Summary summary;
     summary.module = session.module().name;
     summary.way = session.behindHub() ? "behind the sensor hub" : "on its sub-device";
-    summary.supported = session.module().hasOis;
+    summary.opening = session.opening();
     summary.counts = session.tally().counts();
-    summary.unusedFaults = session.phone().faults().unused();
+    summary.faults = session.phone().faults().counts();
     summary.simulatedS = session.nowS();
     summary.wallS = session.wallSeconds();
     summary.realTime = session.settings().realTime;
@@ -125,11 +157,12 @@ void printSummary(const Summary& summary, bool quiet) {
     printLine(styled(Style::kBold, "summary"));
     printEntry("module", summary.module + ", " + summary.way);
     if (!summary.scenario.empty()) printEntry("scenario", summary.scenario);
-    if (!summary.supported)
+    if (summary.opening == Opening::kNoOis)
         printEntry("OIS", "the module has none, or it is switched off: the driver sends nothing");
+    if (summary.opening == Opening::kFailed) printEntry("OIS", "not opened: Init failed");
     if (summary.requests > 0) printEntry("requests", grouped(summary.requests));
     printEntries("commands", commandLines(summary.counts));
-    printEntry("repeats", grouped(summary.counts.repeats) + " suppressed");
+    printEntries("calls", callLines(summary.counts));
     if (summary.counts.undelivered > 0) {
         printEntry("undelivered", grouped(summary.counts.undelivered) + " to a sub-device that is not open");
     }
@@ -141,9 +174,9 @@ void printSummary(const Summary& summary, bool quiet) {
     printEntries("operations", operationLines);
     if (summary.shake.off || summary.shake.on) printEntry("shake left", describe(summary.shake));
     printEntries("failures", failureLines(summary.counts));
-    std::vector<std::string> unused;
-    for (const std::string& fault : summary.unusedFaults) unused.push_back(fault + " never struck");
-    printEntries("faults", unused);
+    std::vector<std::string> faults;
+    for (const phone::Faults::Count& fault : summary.faults) faults.push_back(describe(fault));
+    printEntries("faults", faults);
     printEntry("time", describeTime(summary));
 }
 
@@ -151,11 +184,10 @@ nlohmann::json toJson(const Summary& summary) {
     nlohmann::json json{
         {"module", summary.module},
         {"way", summary.way},
-        {"ois_supported", summary.supported},
+        {"opened", summary.opening == Opening::kDone},
         {"requests", summary.requests},
         {"commands_sent", summary.counts.sent},
         {"commands", summary.counts.byName},
-        {"repeats_suppressed", summary.counts.repeats},
         {"undelivered", summary.counts.undelivered},
         {"failures", summary.counts.failures},
         {"simulated_s", summary.simulatedS},
@@ -164,9 +196,17 @@ nlohmann::json toJson(const Summary& summary) {
     if (!summary.scenario.empty()) json["scenario"] = summary.scenario;
     json["first_failures"] = nlohmann::json::array();
     for (const Failure& failure : summary.counts.firstFailures) {
-        json["first_failures"].push_back({{"time_s", failure.timeS}, {"what", failure.text}});
+        json["first_failures"].push_back({{"time_s", failure.timeS}, {"what", toText(failure)}});
     }
-    json["unused_faults"] = summary.unusedFaults;
+    json["faults"] = nlohmann::json::array();
+    for (const phone::Faults::Count& fault : summary.faults) {
+        json["faults"].push_back(
+            {{"fault", fault.text}, {"strikes", fault.strikes}, {"reached", fault.reached}});
+    }
+    json["calls"] = nlohmann::json::array();
+    for (const auto& [name, calls] : summary.counts.calls) {
+        json["calls"].push_back({{"call", name}, {"made", calls.made}, {"sent_nothing", calls.sentNothing}});
+    }
     json["modes"] = nlohmann::json::array();
     for (const ModeSpan& span : summary.modes) {
         json["modes"].push_back(
@@ -195,10 +235,11 @@ int conclude(DriverSession& session, const Summary& summary) {
 int conclude(DriverSession& session, bool good) {
     session.finishTrace();
     const Tally::Counts counts = session.tally().counts();
-    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + failure.text);
+    for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + toText(failure));
     if (hasMoreFailures(counts)) printRemark("oisctl: " + moreFailures(counts));
-    for (const std::string& fault : session.phone().faults().unused())
-        printRemark("oisctl: --fault " + fault + " never struck");
+    for (const phone::Faults::Count& fault : session.phone().faults().counts()) {
+        if (fault.strikes == 0) printRemark("oisctl: --fault " + describe(fault));
+    }
     remarkOnSignal();
     return good && counts.failures == 0 ? kSuccess : kJobFailed;
 }

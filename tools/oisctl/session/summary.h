@@ -7,12 +7,11 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "session/driver_session.h"
 #include "session/shake_meter.h"
 #include "session/tally.h"
 
 namespace oisctl {
-
-class DriverSession;
 
 // Frames in one mode, without a break.
 struct ModeSpan {
@@ -30,13 +29,13 @@ struct Summary {
     std::string module;
     std::string way;
     std::string scenario;  // empty: none
-    bool supported = true;
+    DriverSession::Opening opening = DriverSession::Opening::kNotTried;
     uint64_t requests = 0;
     Tally::Counts counts;
     std::vector<ModeSpan> modes;
     std::vector<OperationResult> operations;
     ShakeLeft shake;
-    std::vector<std::string> unusedFaults;  // those that never struck
+    std::vector<phone::Faults::Count> faults;
     double simulatedS = 0;
     double wallS = 0;
     bool realTime = false;

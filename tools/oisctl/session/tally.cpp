@@ -1,6 +1,10 @@
 #include "session/tally.h"
 
 #include <cerrno>
+#include <utility>
+
+#include "faults/faults.h"
+#include "trace/decode.h"
 
 namespace oisctl {
 
@@ -8,38 +12,44 @@ namespace {
 
 constexpr double kMicro = 1e-6;
 
-}  // namespace
-
-bool isCommand(const phone::Event& event) {
-    return event.kind == phone::EventKind::kSubDevice || event.kind == phone::EventKind::kHub;
+bool isLost(const phone::Event& event) {
+    return event.fault != nullptr && event.fault->effect.kind == phone::FaultEffect::Kind::kLost;
 }
 
-void Tally::count(const phone::Event& event) {
+}  // namespace
+
+std::string toText(const Failure& failure) {
+    return failure.event ? phone::toText(*failure.event, false) : failure.remark;
+}
+
+void Tally::count(const phone::Event& event, const std::optional<EndedCall>& ended) {
     const std::lock_guard lock(mMutex);
-    const double timeS = static_cast<double>(event.timeUs) * kMicro;
+    if (ended) {
+        CallCount& calls = mCounts.calls[ended->name];
+        ++calls.made;
+        if (ended->sentNothing()) ++calls.sentNothing;
+        mLastCall = ended;
+    }
+    const bool isCommand = phone::isCommand(event.kind);
     // Two requests go to the descriptor whether it is open or not; that one refuses them is no failure.
-    if (isCommand(event) && event.error == EBADF && event.fault.empty()) {
+    if (isCommand && event.error == EBADF && event.fault == nullptr) {
         ++mCounts.undelivered;
         return;
     }
-    if (isCommand(event)) {
+    const bool refused = isCommand && event.result.value_or(0) < 0;
+    if (isCommand) {
         ++mCounts.sent;
-        ++mCounts.byName[event.name];
-        ++mSentByThread[event.thread];
+        if (!refused && !isLost(event)) ++mCounts.delivered;
+        ++mCounts.byName[phone::nameOf(event)];
     }
-    if (!event.fault.empty() || (isCommand(event) && event.hasResult && event.result < 0)) {
-        keepFailure(timeS, toText(event, false));
+    if (event.fault != nullptr || refused) {
+        keepFailure({static_cast<double>(event.timeUs) * kMicro, event, {}});
     }
 }
 
-void Tally::addFailure(double timeS, std::string text) {
+void Tally::addFailure(double timeS, std::string remark) {
     const std::lock_guard lock(mMutex);
-    keepFailure(timeS, std::move(text));
-}
-
-void Tally::addRepeat() {
-    const std::lock_guard lock(mMutex);
-    ++mCounts.repeats;
+    keepFailure({timeS, std::nullopt, std::move(remark)});
 }
 
 Tally::Counts Tally::counts() const {
@@ -47,16 +57,14 @@ Tally::Counts Tally::counts() const {
     return mCounts;
 }
 
-uint64_t Tally::sentBy(uint32_t thread) const {
+std::optional<EndedCall> Tally::lastCall() const {
     const std::lock_guard lock(mMutex);
-    const auto found = mSentByThread.find(thread);
-    return found == mSentByThread.end() ? 0 : found->second;
+    return mLastCall;
 }
 
-void Tally::keepFailure(double timeS, std::string text) {
+void Tally::keepFailure(Failure failure) {
     ++mCounts.failures;
-    if (mCounts.firstFailures.size() < kKeptFailures)
-        mCounts.firstFailures.push_back({timeS, std::move(text)});
+    if (mCounts.firstFailures.size() < kKeptFailures) mCounts.firstFailures.push_back(std::move(failure));
 }
 
 }  // namespace oisctl

@@ -4,50 +4,58 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "session/calls.h"
 #include "trace/trace.h"
 
 namespace oisctl {
 
+// Something that went wrong: what the trace shows, or what the tool noticed.
 struct Failure {
     double timeS = 0;
-    std::string text;
+    std::optional<phone::Event> event;
+    std::string remark;
 };
+std::string toText(const Failure& failure);
 
-// Whether an event is a command that the controller, or the hub in front of it, was given.
-bool isCommand(const phone::Event& event);
+// Calls of one operation of the driver.
+struct CallCount {
+    uint64_t made = 0;
+    uint64_t sentNothing = 0;
+};
 
 // Any thread.
 class Tally {
   public:
-    // Takes an event of the trace.
-    void count(const phone::Event& event);
-    void addFailure(double timeS, std::string text);
-    void addRepeat();
+    // Takes an event of the trace, and the call that ended with it, if any.
+    void count(const phone::Event& event, const std::optional<EndedCall>& ended);
+    void addFailure(double timeS, std::string remark);
 
     // What was counted so far.
     struct Counts {
-        uint64_t sent = 0;
-        std::map<std::string, uint64_t> byName;
-        uint64_t repeats = 0;
+        uint64_t sent = 0;         // commands that went out
+        uint64_t delivered = 0;    // those of them that were neither refused nor lost on the way
         uint64_t undelivered = 0;  // commands to a device that is not open, which the driver sends blindly
+        std::map<std::string, uint64_t> byName;
+        std::map<std::string, CallCount> calls;
         uint64_t failures = 0;
         std::vector<Failure> firstFailures;  // no more than kKeptFailures of them
     };
     Counts counts() const;
-    // Commands of one thread of the phone's clock.
-    uint64_t sentBy(uint32_t thread) const;
+    // The call that ended last.
+    std::optional<EndedCall> lastCall() const;
 
     static constexpr size_t kKeptFailures = 20;
 
   private:
-    void keepFailure(double timeS, std::string text);
+    void keepFailure(Failure failure);
 
     mutable std::mutex mMutex;
     Counts mCounts;
-    std::map<uint32_t, uint64_t> mSentByThread;
+    std::optional<EndedCall> mLastCall;
 };
 
 }  // namespace oisctl

@@ -25,7 +25,13 @@ std::string timeColumn(int64_t timeUs) {
 }
 
 bool failed(const Event& event) {
-    return !event.fault.empty() || (event.hasResult && event.result < 0);
+    return event.fault != nullptr || event.result.value_or(0) < 0;
+}
+
+bool isRepeat(const Event& event, const Event& last) {
+    return event.kind == last.kind && event.code == last.code && event.sent == last.sent &&
+           event.received == last.received && event.result == last.result && event.error == last.error &&
+           event.fault == last.fault;
 }
 
 }  // namespace
@@ -49,7 +55,7 @@ TraceOutput::~TraceOutput() {
     endRepeats();
 }
 
-void TraceOutput::show(const Event& event) {
+void TraceOutput::show(const Event& event, const std::optional<EndedCall>& ended) {
     if (mFile.is_open()) mFile << (mFileJson ? toJson(event) : toText(event)) << '\n';
     switch (mTerminal) {
         case Terminal::kNothing:
@@ -62,45 +68,47 @@ void TraceOutput::show(const Event& event) {
             break;
         case Terminal::kCommands:
         case Terminal::kCalls:
-            narrate(event);
+            narrate(event, ended);
             break;
     }
 }
 
-void TraceOutput::narrate(const Event& event) {
-    const bool isNote = event.kind == EventKind::kNote || !event.fault.empty();
-    if (isCommand(event)) {
+void TraceOutput::narrate(const Event& event, const std::optional<EndedCall>& ended) {
+    const bool isNote = event.kind == EventKind::kNote || event.fault != nullptr;
+    if (phone::isCommand(event.kind)) {
         printCommand(event);
     } else if (event.kind == EventKind::kCall && mTerminal == Terminal::kCalls) {
-        narrateCall(event);
+        narrateCall(event, ended);
     } else if (isNote || (mVerbose && event.kind == EventKind::kMessage)) {
         const std::string text = toText(event, false);
         printOther(event, "    " + styled(isNote ? Style::kWarning : Style::kDim, text));
     }
 }
 
-void TraceOutput::narrateCall(const Event& event) {
-    if (!event.hasResult) {
-        printOther(event, styled(Style::kBold, event.text));
-    } else if (event.text.ends_with(kRepeatRemark)) {
-        printOther(event, "    " + styled(Style::kDim, kRepeatRemark.substr(2)));
+// Why a call sent nothing, the driver itself says, if anybody.
+void TraceOutput::narrateCall(const Event& event, const std::optional<EndedCall>& ended) {
+    if (!ended) {
+        printOther(event, styled(Style::kBold, callText(event)));
+    } else if (ended->sentNothing()) {
+        const std::string reason = ended->lastMessage.empty() ? "" : ": " + ended->lastMessage;
+        printOther(event, "    " + styled(Style::kDim, "nothing sent" + reason));
     }
 }
 
 void TraceOutput::printOther(const Event& event, const std::string& text) {
     endRepeats();
-    mLastLine.clear();
+    mLast.reset();
     printLine(timeColumn(event.timeUs) + "  " + text);
 }
 
 void TraceOutput::printCommand(const Event& event) {
-    std::string text = toText(event, false);
-    if (text == mLastLine) {
+    if (mLast && isRepeat(event, *mLast)) {
         ++mRepeats;
         return;
     }
     endRepeats();
-    mLastLine = text;
+    mLast = event;
+    std::string text = toText(event, false);
     if (text.size() > kLongestLine) {
         text.resize(kLongestLine);
         text += " ... (whole with --trace)";

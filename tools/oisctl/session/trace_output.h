@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "session/calls.h"
 #include "session/settings.h"
 #include "trace/trace.h"
 
@@ -18,10 +20,6 @@ enum class Narration {
     kCalls,     // the same, each under the call that sent it
 };
 
-// Ends the text of a returned call that the driver answered without sending anything, the value being the
-// last one.
-constexpr std::string_view kRepeatRemark = ": a repeat, nothing sent";
-
 class TraceOutput {
   public:
     // Throws InputError when the trace's file cannot be written.
@@ -30,16 +28,16 @@ class TraceOutput {
     TraceOutput(const TraceOutput&) = delete;
     TraceOutput& operator=(const TraceOutput&) = delete;
 
-    // Events in order, one at a time.
-    void show(const phone::Event& event);
+    // Events in order, one at a time, each with the call that ended with it, if any.
+    void show(const phone::Event& event, const std::optional<EndedCall>& ended);
     // Throws JobError when the file could not be written completely.
     void finish();
 
   private:
     enum class Terminal { kNothing, kCommands, kCalls, kText, kJson };
 
-    void narrate(const phone::Event& event);
-    void narrateCall(const phone::Event& event);
+    void narrate(const phone::Event& event, const std::optional<EndedCall>& ended);
+    void narrateCall(const phone::Event& event, const std::optional<EndedCall>& ended);
     void printOther(const phone::Event& event, const std::string& text);
     void printCommand(const phone::Event& event);
     void endRepeats();
@@ -49,7 +47,7 @@ class TraceOutput {
     bool mFileJson = false;
     const bool mVerbose;
     Terminal mTerminal = Terminal::kNothing;
-    std::string mLastLine;  // repeats of a line are counted, not shown
+    std::optional<phone::Event> mLast;  // a command; its repeats are counted, not shown
     uint64_t mRepeats = 0;
 };
 

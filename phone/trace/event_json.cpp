@@ -1,0 +1,126 @@
+// Events as JSON, and back.
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "faults/faults.h"
+#include "trace/decode.h"
+#include "trace/trace.h"
+
+namespace phone {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// The decimal number that reads back as this float, for one that came as a float: 0.1 and not
+// 0.10000000149011612.
+double asWritten(double value) {
+    const auto narrow = static_cast<float>(value);
+    if (std::abs(value) > std::numeric_limits<float>::max() || static_cast<double>(narrow) != value)
+        return value;
+    std::array<char, 32> text{};
+    const auto written = std::to_chars(text.data(), text.data() + text.size(), narrow);
+    std::from_chars(text.data(), written.ptr, value);
+    return value;
+}
+
+Json toJson(const Field& field) {
+    // JSON has no infinity and no NaN; they stand as text.
+    const auto* number = std::get_if<double>(&field.value);
+    if (number != nullptr && !std::isfinite(*number)) return fmt::format("{}", *number);
+    if (number != nullptr) return asWritten(*number);
+    return std::visit([](const auto& value) { return Json(value); }, field.value);
+}
+
+Json toJson(const std::vector<Field>& fields) {
+    Json object = Json::object();
+    for (const Field& field : fields) object[field.name] = toJson(field);
+    return object;
+}
+
+constexpr std::string_view kPhaseNames[] = {"", "bring-up", "running"};
+
+std::vector<Field> fieldsOf(const Json& json, const char* key) {
+    std::vector<Field> fields;
+    if (!json.contains(key)) return fields;
+    for (const auto& [name, value] : json.at(key).items()) {
+        Field field{name, value.is_string() ? value.get<std::string>() : value.dump()};
+        if (value.is_number_integer()) field.value = value.get<int64_t>();
+        if (value.is_number_unsigned()) field.value = value.get<uint64_t>();
+        if (value.is_number_float()) field.value = value.get<double>();
+        fields.push_back(std::move(field));
+    }
+    return fields;
+}
+
+EventKind kindOf(const std::string& text) {
+    for (int kind = 0; kind <= static_cast<int>(EventKind::kNote); ++kind) {
+        if (name(static_cast<EventKind>(kind)) == text) return static_cast<EventKind>(kind);
+    }
+    throw std::invalid_argument(fmt::format("no kind of event is called '{}'", text));
+}
+
+Event read(const Json& json) {
+    Event event;
+    event.kind = kindOf(json.at("kind").get<std::string>());
+    event.sequence = json.value("sequence", uint64_t{0});
+    event.timeUs = json.value("time_us", int64_t{0});
+    event.thread = json.value("thread", uint32_t{0});
+    event.code = json.value("code", uint32_t{0});
+    if (json.contains("phase")) {
+        event.phase = json.at("phase") == kPhaseNames[1] ? HubPhase::kBringUp : HubPhase::kRunning;
+    }
+    event.sent = bytesOfHex(json.value("sent", std::string()));
+    event.received = bytesOfHex(json.value("received", std::string()));
+    if (!isCommand(event.kind) && event.kind != EventKind::kMedia) {
+        event.name = json.value("name", std::string());
+        event.fields = fieldsOf(json, "fields");
+        event.answer = fieldsOf(json, "answer");
+    }
+    event.text = json.value("text", std::string());
+    if (json.contains("result")) event.result = json.at("result").get<int64_t>();
+    if (json.contains("error")) event.error = errorByName(json.at("error").get<std::string>());
+    if (json.contains("fault")) {
+        event.fault = std::make_shared<const Fault>(Fault{.text = json.at("fault").get<std::string>()});
+    }
+    return event;
+}
+
+}  // namespace
+
+std::string toJson(const Event& event) {
+    const Decoded decoded = decode(event);
+    Json object{{"sequence", event.sequence},
+                {"time_us", event.timeUs},
+                {"thread", event.thread},
+                {"kind", name(event.kind)},
+                {"name", decoded.name}};
+    if (isCommand(event.kind) || event.kind == EventKind::kMedia) object["code"] = event.code;
+    if (event.phase != HubPhase::kUnknown) object["phase"] = kPhaseNames[static_cast<size_t>(event.phase)];
+    if (!event.sent.empty()) object["sent"] = hexOf(event.sent);
+    if (!event.received.empty()) object["received"] = hexOf(event.received);
+    if (!decoded.fields.empty()) object["fields"] = toJson(decoded.fields);
+    if (!decoded.answer.empty()) object["answer"] = toJson(decoded.answer);
+    if (!event.text.empty()) object["text"] = event.text;
+    if (event.result) object["result"] = *event.result;
+    if (event.error != 0) object["error"] = errorName(event.error);
+    if (event.fault != nullptr) object["fault"] = event.fault->text;
+    // Bytes that are no UTF-8 become U+FFFD: a garbled record must not end the trace.
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+Event eventOfJson(std::string_view text) {
+    try {
+        return read(Json::parse(text));
+    } catch (const Json::exception& error) {
+        throw std::invalid_argument(fmt::format("is no event of a trace: {}", error.what()));
+    }
+}
+
+}  // namespace phone

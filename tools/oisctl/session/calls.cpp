@@ -1,0 +1,30 @@
+#include "session/calls.h"
+
+#include <string_view>
+#include <utility>
+
+namespace oisctl {
+
+using phone::EventKind;
+
+std::optional<EndedCall> Calls::take(const phone::Event& event) {
+    if (event.kind == EventKind::kCall && !event.result) {
+        mOpen[event.thread] = {.name = event.name};
+        return std::nullopt;
+    }
+    const auto open = mOpen.find(event.thread);
+    if (open == mOpen.end()) return std::nullopt;
+    if (phone::isCommand(event.kind)) ++open->second.commands;
+    if (event.kind == EventKind::kThread && event.name == "pthread_create" && event.error == 0) {
+        open->second.startedThread = true;
+    }
+    if (event.kind == EventKind::kMessage) {
+        std::string_view text = event.text;
+        while (text.ends_with('\n')) text.remove_suffix(1);
+        open->second.lastMessage = text;
+    }
+    if (event.kind != EventKind::kCall) return std::nullopt;
+    return std::move(mOpen.extract(open).mapped());
+}
+
+}  // namespace oisctl

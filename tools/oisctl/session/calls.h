@@ -1,0 +1,31 @@
+#pragma once
+// What each call of the driver came to, from the trace alone.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "trace/trace.h"
+
+namespace oisctl {
+
+struct EndedCall {
+    std::string name;
+    uint64_t commands = 0;       // that the calling thread sent meanwhile
+    bool startedThread = false;  // which may send more
+    std::string lastMessage{};   // the driver's, on the calling thread; empty: none was let through
+    bool sentNothing() const { return commands == 0 && !startedThread; }
+};
+
+// Takes the events in order, one at a time.
+class Calls {
+  public:
+    // What ended with this event, if a call did.
+    std::optional<EndedCall> take(const phone::Event& event);
+
+  private:
+    std::map<uint32_t, EndedCall> mOpen;  // by thread
+};
+
+}  // namespace oisctl
