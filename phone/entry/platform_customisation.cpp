@@ -37,11 +37,11 @@ Answer answerFor(const phone::ModuleDescription& module) {
 
 int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, int32_t* status,
                          char* driverName, void* custInfo, void* custExt) {
-    phone::Phone* phone = phone::Phone::current();
-    if (phone != nullptr) phone->clock().enter();
-    const phone::ModuleDescription* module = phone == nullptr ? nullptr : phone->module(sensorDev);
+    const phone::Phone::Use phone;
+    if (phone) phone->clock().enter();
+    const phone::ModuleDescription* module = phone ? phone->module(sensorDev) : nullptr;
     std::optional<phone::Faults::Strike> strike;
-    if (phone != nullptr) strike = phone->faults().strike(phone::FaultPoint::kCustomisation, {});
+    if (phone) strike = phone->faults().strike(phone::FaultPoint::kCustomisation, {});
     using Kind = phone::FaultEffect::Kind;
     if (strike && strike->effect.kind == Kind::kSlow) phone->clock().sleepUs(strike->effect.delayUs);
     const bool failed = strike && strike->effect.kind == Kind::kFail;
@@ -54,7 +54,7 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
         if (custExt != nullptr) std::memcpy(custExt, answer.otpAddresses.data(), sizeof answer.otpAddresses);
     }
 
-    if (phone != nullptr && phone->trace().enabled()) {
+    if (phone && phone->trace().enabled()) {
         phone::Event event;
         event.kind = phone::EventKind::kCustomisation;
         event.name = "GetOisDriverName";

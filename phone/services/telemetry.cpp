@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "faults/faults.h"
+#include "phone.h"
 #include "time/clock.h"
 #include "trace/trace.h"
 
@@ -16,11 +17,14 @@ using vendor::quor::hardware::ruvex::V1_0::IRuvex;
 using Kind = FaultEffect::Kind;
 
 struct Telemetry::State {
-    std::mutex mutex;
-    // Null once the phone is gone.
-    Clock* clock = nullptr;
-    Faults* faults = nullptr;
-    Trace* trace = nullptr;
+    State(Clock& phoneClock, Trace& phoneTrace, Faults& phoneFaults)
+        : clock(phoneClock), faults(phoneFaults), trace(phoneTrace) {}
+
+    std::atomic<bool> phoneAlive{true};
+    Clock& clock;
+    Faults& faults;
+    Trace& trace;
+    std::mutex mutex;  // of the rest
     std::vector<TelemetryReport> reports;
     uint64_t lookups = 0;
     bool present = true;
@@ -33,21 +37,20 @@ class Telemetry::Service final : public IRuvex {
 
     android::hardware::Return<void> report(const hidl_string& moduleId, const hidl_string& eventId,
                                            const hidl_string& content) override {
-        std::optional<Faults::Strike> strike;
-        if (Clock* clock = currentClock()) {
-            clock->enter();
-            strike = mState->faults->strike(FaultPoint::kTelemetryReport, {});
-            if (strike && strike->effect.kind == Kind::kSlow) clock->sleepUs(strike->effect.delayUs);
-        }
+        // While one phone is used, no other is; and while ours is, its parts stay.
+        const Phone::Use phone;
+        if (!phone || !mState->phoneAlive) return android::hardware::Return<void>(false);
+        mState->clock.enter();
+        const auto strike = mState->faults.strike(FaultPoint::kTelemetryReport, {});
+        if (strike && strike->effect.kind == Kind::kSlow) mState->clock.sleepUs(strike->effect.delayUs);
         const bool failed = strike && strike->effect.kind == Kind::kFail;
         const bool lost = strike && strike->effect.kind == Kind::kLost;
         const std::lock_guard lock(mState->mutex);
-        if (mState->clock == nullptr) return android::hardware::Return<void>(false);
         if (!failed && !lost) {
             mState->reports.push_back(
-                {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock->nowUs()});
+                {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock.nowUs()});
         }
-        if (mState->trace->enabled()) {
+        if (mState->trace.enabled()) {
             Event event;
             event.kind = EventKind::kTelemetry;
             event.name = "report";
@@ -55,7 +58,7 @@ class Telemetry::Service final : public IRuvex {
                             {"event_id", std::string(eventId.c_str())},
                             {"content", std::string(content.c_str())}};
             if (strike) event.fault = strike->text;
-            mState->trace->record(std::move(event));
+            mState->trace.record(std::move(event));
         }
         return android::hardware::Return<void>(!failed);
     }
@@ -64,26 +67,14 @@ class Telemetry::Service final : public IRuvex {
     ~Service() override { --mState->references; }
 
   private:
-    Clock* currentClock() const {
-        const std::lock_guard lock(mState->mutex);
-        return mState->clock;
-    }
-
     std::shared_ptr<State> mState;
 };
 
 Telemetry::Telemetry(Clock& clock, Trace& trace, Faults& faults)
-    : mFaults(faults), mState(std::make_shared<State>()) {
-    mState->clock = &clock;
-    mState->faults = &faults;
-    mState->trace = &trace;
-}
+    : mState(std::make_shared<State>(clock, trace, faults)) {}
 
 Telemetry::~Telemetry() {
-    const std::lock_guard lock(mState->mutex);
-    mState->clock = nullptr;
-    mState->faults = nullptr;
-    mState->trace = nullptr;
+    mState->phoneAlive = false;
 }
 
 void Telemetry::setPresent(bool present) {
@@ -111,10 +102,10 @@ int32_t Telemetry::references() const {
 }
 
 android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getStub) {
-    mState->clock->enter();
-    const auto strike = mFaults.strike(FaultPoint::kTelemetry, {});
+    mState->clock.enter();
+    const auto strike = mState->faults.strike(FaultPoint::kTelemetry, {});
     const bool hidden = strike && (strike->effect.kind == Kind::kFail || strike->effect.kind == Kind::kLost);
-    if (strike && strike->effect.kind == Kind::kSlow) mState->clock->sleepUs(strike->effect.delayUs);
+    if (strike && strike->effect.kind == Kind::kSlow) mState->clock.sleepUs(strike->effect.delayUs);
 
     bool found = false;
     {
@@ -122,7 +113,7 @@ android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getSt
         ++mState->lookups;
         found = mState->present && !hidden;
     }
-    if (mState->trace->enabled()) {
+    if (mState->trace.enabled()) {
         Event event;
         event.kind = EventKind::kTelemetry;
         event.name = "getService";
@@ -130,7 +121,7 @@ android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getSt
         event.hasResult = true;
         event.result = found ? 1 : 0;
         if (strike) event.fault = strike->text;
-        mState->trace->record(std::move(event));
+        mState->trace.record(std::move(event));
     }
     return found ? android::sp<IRuvex>(new Service(mState)) : android::sp<IRuvex>();
 }
