@@ -52,12 +52,29 @@ constexpr int kSensorCount = 8;
 class Phone {
   public:
     explicit Phone(PhoneOptions options = {});
+    // Threads that sleep in the phone go on at once; waits until none is inside, and what they call from then
+    // on goes to the machine.
     ~Phone();
     Phone(const Phone&) = delete;
     Phone& operator=(const Phone&) = delete;
 
     // The phone of this process, or null.
     static Phone* current();
+    // The same for the length of a call from outside: every entry point takes one, and ~Phone waits for it.
+    class Use {
+      public:
+        // Empty too unless `wanted`.
+        explicit Use(bool wanted = true);
+        ~Use();
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        explicit operator bool() const { return mPhone != nullptr; }
+        Phone& operator*() const { return *mPhone; }
+        Phone* operator->() const { return mPhone; }
+
+      private:
+        Phone* const mPhone;
+    };
 
     const PhoneOptions& options() const { return mOptions; }
 

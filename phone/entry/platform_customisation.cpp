@@ -36,11 +36,11 @@ Answer answerFor(const phone::ModuleDescription& module) {
 
 int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, int32_t* status,
                          char* driverName, void* custInfo, void* custExt) {
-    phone::Phone* phone = phone::Phone::current();
-    if (phone != nullptr) phone->clock().enter();
-    const phone::ModuleDescription* module = phone == nullptr ? nullptr : phone->module(sensorDev);
+    const phone::Phone::Use phone;
+    if (phone) phone->clock().enter();
+    const phone::ModuleDescription* module = phone ? phone->module(sensorDev) : nullptr;
     phone::Fate fate;
-    if (phone != nullptr) fate = phone->faults().consult(phone::FaultPoint::kCustomisation);
+    if (phone) fate = phone->faults().consult(phone::FaultPoint::kCustomisation);
     const Answer answer = fate.fails() || module == nullptr ? Answer{} : answerFor(*module);
 
     if (!fate.fails()) {
@@ -50,7 +50,7 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
         if (custExt != nullptr) std::memcpy(custExt, answer.otpAddresses.data(), sizeof answer.otpAddresses);
     }
 
-    if (phone != nullptr && phone->trace().enabled()) {
+    if (phone && phone->trace().enabled()) {
         phone->trace().record({.kind = phone::EventKind::kCustomisation,
                                .name = "GetOisDriverName",
                                .fields = {{"sensor_dev", int64_t{sensorDev}},

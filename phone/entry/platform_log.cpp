@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "android/log.h"
+#include "kernel/user_memory.h"
 #include "phone.h"
 
 namespace {
@@ -31,8 +32,8 @@ constexpr int kAndroidInfo = 4;
 constexpr size_t kMessageSize = 4096;
 
 int deliver(LogSink sink, LogLevel level, const char* tag, const char* format, va_list arguments) {
-    phone::Phone* phone = phone::Phone::current();
-    if (phone == nullptr) return 0;
+    const phone::Phone::Use phone;
+    if (!phone) return 0;
     std::array<char, kMessageSize> text;
     text[0] = '\0';
     int length = 0;
@@ -44,6 +45,23 @@ int deliver(LogSink sink, LogLevel level, const char* tag, const char* format, v
     phone->log().receive(sink, level, tag, text.data());
     return length;
 }
+
+// Outlives every phone, since a thread of the driver may be on its way here when one goes.
+class UnifiedLogger final : public NSCam::Utils::ULog::ULogger {
+  public:
+    void onAttach() override {}
+    void onDetach() override {}
+    void onFlush() override {}
+    void onLog(uint32_t /*moduleId*/, const char* tag, int32_t level, const char* text,
+               size_t length) override {
+        if (const phone::Phone::Use phone{}) {
+            phone->log().receive(LogSink::kUnifiedLogger, phone::levelOfUnified(level), tag,
+                                 std::string_view(text, length));
+        }
+    }
+};
+
+UnifiedLogger gUnifiedLogger;
 
 }  // namespace
 
@@ -97,19 +115,19 @@ LogLevel levelOfAndroid(int priority) {
     return priority >= kAndroidInfo ? LogLevel::kInfo : LogLevel::kDebug;
 }
 
-void openPlatformLogs(LogLevel level, bool debugLog, NSCam::Utils::ULog::ULogger* unifiedLogger) {
+void openPlatformLogs(LogLevel level, bool debugLog, bool unified) {
     using NSCam::Utils::ULog::ULogger;
+    [[maybe_unused]] const InsideKernel unseen;  // a phone may go while the driver reads these words
     const bool error = level >= LogLevel::kError;
     const bool info = level >= LogLevel::kInfo;
     const bool debug = level >= LogLevel::kDebug;
     g_logInfoLv[kDebugLogError].flags = error ? kLevelEnabled : 0;
     g_logInfoLv[kDebugLogInfo].flags = info ? kLevelEnabled : 0;
     g_logInfoLv[kDebugLogDebug].flags = debug ? kLevelEnabled : 0;
-    ULogger::sMode =
-        error ? (debugLog ? kModeDebugLog : 0) | (unifiedLogger != nullptr ? kModeUnified : 0) : 0;
+    ULogger::sMode = error ? (debugLog ? kModeDebugLog : 0) | (unified ? kModeUnified : 0) : 0;
     ULogger::sDetailsLevel = debug ? kUnifiedDebug : info ? kUnifiedInfo : kUnifiedError;
     ULogger::sNormalDetailsMask = debug ? kDetailsMask : 0;
-    ULogger::sULogger = unifiedLogger;
+    ULogger::sULogger = &gUnifiedLogger;
 }
 
 }  // namespace phone

@@ -13,8 +13,7 @@ LogLevel levelOfDebugLog(int level);
 LogLevel levelOfUnified(int32_t level);
 LogLevel levelOfAndroid(int priority);
 
-// Sets the global words so that messages up to `level` go to the debug log and to `unifiedLogger`; null: not
-// there.
-void openPlatformLogs(LogLevel level, bool debugLog, NSCam::Utils::ULog::ULogger* unifiedLogger);
+// Sets the global words so that messages up to `level` go to the debug log and to the unified logger.
+void openPlatformLogs(LogLevel level, bool debugLog, bool unified);
 
 }  // namespace phone

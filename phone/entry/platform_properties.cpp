@@ -54,8 +54,8 @@ void recordText(Phone& phone, const char* key, const char* defaultValue, const c
 namespace NSCam::Utils {
 
 int32_t Properties::property_get_int32(const char* key, int32_t defaultValue) {
-    Phone* phone = Phone::current();
-    if (phone == nullptr) return defaultValue;
+    const Phone::Use phone;
+    if (!phone) return defaultValue;
     const Fate fate = consult(*phone, key);
     const int32_t value = valueOf(fate, phone->properties().getInt32(key, defaultValue), defaultValue);
     record(*phone, key, "int32", defaultValue, value, fate);
@@ -63,8 +63,8 @@ int32_t Properties::property_get_int32(const char* key, int32_t defaultValue) {
 }
 
 bool Properties::property_get_bool(const char* key, bool defaultValue) {
-    Phone* phone = Phone::current();
-    if (phone == nullptr) return defaultValue;
+    const Phone::Use phone;
+    if (!phone) return defaultValue;
     const Fate fate = consult(*phone, key);
     const bool value = valueOf(fate, phone->properties().getBool(key, defaultValue), defaultValue);
     record(*phone, key, "bool", defaultValue ? 1 : 0, value ? 1 : 0, fate);
@@ -73,8 +73,8 @@ bool Properties::property_get_bool(const char* key, bool defaultValue) {
 
 int32_t Properties::property_get(const char* key, char* value, const char* defaultValue) {
     const char* fallback = defaultValue == nullptr ? "" : defaultValue;
-    Phone* phone = Phone::current();
-    if (phone == nullptr) {
+    const Phone::Use phone;
+    if (!phone) {
         const size_t length = std::min(std::strlen(fallback), kTextSize - 1);
         std::memcpy(value, fallback, length);
         value[length] = '\0';

@@ -6,6 +6,6 @@
 
 std::shared_ptr<NSCam::Utils::SensorProvider> NSCam::Utils::SensorProvider::createInstance(
     const char* userName) {
-    phone::Phone* phone = phone::Phone::current();
-    return phone == nullptr ? nullptr : phone->hub().createProvider(userName);
+    const phone::Phone::Use phone;
+    return phone ? phone->hub().createProvider(userName) : nullptr;
 }

@@ -21,8 +21,8 @@ size_t hidl_string::size() const {
 namespace vendor::quor::hardware::ruvex::V1_0 {
 
 android::sp<IRuvex> IRuvex::getService(const std::string& serviceName, bool getStub) {
-    phone::Phone* phone = phone::Phone::current();
-    return phone == nullptr ? android::sp<IRuvex>() : phone->telemetry().lookUp(serviceName, getStub);
+    const phone::Phone::Use phone;
+    return phone ? phone->telemetry().lookUp(serviceName, getStub) : android::sp<IRuvex>();
 }
 
 void IRuvex::incStrong(const void* /*id*/) const {

@@ -19,15 +19,6 @@ using phone::Kernel;
 using phone::libc;
 using phone::Phone;
 
-Kernel* currentKernel() {
-    Phone* phone = Phone::current();
-    return phone != nullptr ? &phone->kernel() : nullptr;
-}
-
-Kernel* kernelFor(bool isPhones) {
-    return isPhones ? currentKernel() : nullptr;
-}
-
 // A file that open creates takes a further argument.
 mode_t modeOf(int flags, va_list arguments) {
     const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
@@ -45,7 +36,7 @@ __attribute__((visibility("default"))) int open(const char* path, int flags, ...
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    if (Kernel* kernel = kernelFor(Kernel::isDeviceNode(path))) return kernel->open(path, flags);
+    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().open(path, flags, mode);
 }
 
@@ -54,23 +45,22 @@ __attribute__((visibility("default"))) int open64(const char* path, int flags, .
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    if (Kernel* kernel = kernelFor(Kernel::isDeviceNode(path))) return kernel->open(path, flags);
+    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().open64(path, flags, mode);
 }
 
 __attribute__((visibility("default"))) int __open_2(const char* path, int flags) {
-    if (Kernel* kernel = kernelFor(Kernel::isDeviceNode(path))) return kernel->open(path, flags);
+    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().openChecked(path, flags);
 }
 
 __attribute__((visibility("default"))) int __open64_2(const char* path, int flags) {
-    if (Kernel* kernel = kernelFor(Kernel::isDeviceNode(path))) return kernel->open(path, flags);
+    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().open64Checked(path, flags);
 }
 
 __attribute__((visibility("default"))) int close(int fd) {
-    Kernel* kernel = currentKernel();
-    if (kernel != nullptr && kernel->owns(fd)) return kernel->close(fd);
+    if (const Phone::Use phone; phone && phone->kernel().owns(fd)) return phone->kernel().close(fd);
     return libc().close(fd);
 }
 
@@ -81,66 +71,68 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
     va_end(arguments);
     // The kernel, too, looks at the lower 32 bits alone.
     const auto code = static_cast<uint32_t>(request);
-    Kernel* kernel = currentKernel();
-    if (kernel != nullptr && kernel->takes(fd, code)) return kernel->ioctl(fd, code, argument);
+    if (const Phone::Use phone; phone && phone->kernel().takes(fd, code)) {
+        return phone->kernel().ioctl(fd, code, argument);
+    }
     return libc().ioctl(fd, request, argument);
 }
 
 __attribute__((visibility("default"))) ssize_t readlink(const char* path, char* buffer,
                                                         size_t size) noexcept {
-    if (Kernel* kernel = kernelFor(Kernel::isSysfsLink(path))) return kernel->readlink(path, buffer, size);
+    if (const Phone::Use phone{Kernel::isSysfsLink(path)})
+        return phone->kernel().readlink(path, buffer, size);
     return libc().readlink(path, buffer, size);
 }
 
 __attribute__((visibility("default"))) ssize_t __readlink_chk(const char* path, char* buffer, size_t size,
                                                               size_t bufferSize) {
     // libc ends the process when the buffer is too small, as it should.
-    Kernel* kernel = size <= bufferSize ? kernelFor(Kernel::isSysfsLink(path)) : nullptr;
-    if (kernel != nullptr) return kernel->readlink(path, buffer, size);
+    if (const Phone::Use phone{size <= bufferSize && Kernel::isSysfsLink(path)}) {
+        return phone->kernel().readlink(path, buffer, size);
+    }
     return libc().readlinkChecked(path, buffer, size, bufferSize);
 }
 
 __attribute__((visibility("default"))) int usleep(unsigned us) {
-    if (Kernel* kernel = currentKernel()) return kernel->usleep(us);
+    if (const Phone::Use phone{}) return phone->kernel().usleep(us);
     return libc().usleep(us);
 }
 
 __attribute__((visibility("default"))) FILE* fopen(const char* path, const char* mode) {
-    if (Kernel* kernel = kernelFor(Kernel::isFile(path))) return kernel->fopen(path, mode);
+    if (const Phone::Use phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
     return libc().fopen(path, mode);
 }
 
 __attribute__((visibility("default"))) FILE* fopen64(const char* path, const char* mode) {
-    if (Kernel* kernel = kernelFor(Kernel::isFile(path))) return kernel->fopen(path, mode);
+    if (const Phone::Use phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
     return libc().fopen64(path, mode);
 }
 
 __attribute__((visibility("default"))) int fclose(FILE* file) {
-    Kernel* kernel = currentKernel();
-    if (kernel != nullptr && kernel->owns(file)) return kernel->fclose(file);
+    if (const Phone::Use phone; phone && phone->kernel().owns(file)) return phone->kernel().fclose(file);
     return libc().fclose(file);
 }
 
 __attribute__((visibility("default"))) int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                                                           void* (*start)(void*), void* argument) noexcept {
-    if (Kernel* kernel = currentKernel()) return kernel->createThread(thread, attributes, start, argument);
+    if (const Phone::Use phone{}) return phone->kernel().createThread(thread, attributes, start, argument);
     return libc().pthreadCreate(thread, attributes, start, argument);
 }
 
 __attribute__((visibility("default"))) int pthread_join(pthread_t thread, void** result) {
-    if (Kernel* kernel = currentKernel()) return kernel->joinThread(thread, result);
+    if (const Phone::Use phone{}) return phone->kernel().joinThread(thread, result);
     return libc().pthreadJoin(thread, result);
 }
 
 __attribute__((visibility("default"))) int pthread_setschedparam(pthread_t thread, int policy,
                                                                  const sched_param* param) noexcept {
-    if (Kernel* kernel = currentKernel()) return kernel->setScheduling(thread, policy, param);
+    if (const Phone::Use phone{}) return phone->kernel().setScheduling(thread, policy, param);
     return libc().pthreadSetSchedParam(thread, policy, param);
 }
 
 __attribute__((visibility("default"))) int pthread_getschedparam(pthread_t thread, int* policy,
                                                                  sched_param* param) noexcept {
-    if (Kernel* kernel = currentKernel()) return kernel->getScheduling(thread, policy, param);
+    if (const Phone::Use phone{}) return phone->kernel().getScheduling(thread, policy, param);
     return libc().pthreadGetSchedParam(thread, policy, param);
 }
 

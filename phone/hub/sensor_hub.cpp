@@ -16,6 +16,7 @@
 #include "modules/module_description.h"
 #include "motion/motion.h"
 #include "ois_drv.h"
+#include "phone.h"
 #include "time/clock.h"
 #include "trace/decode.h"
 #include "trace/trace.h"
@@ -416,34 +417,43 @@ class SensorHub::Provider final : public SensorProvider {
     explicit Provider(std::shared_ptr<State> state) : mState(std::move(state)) { ++mState->mProviders; }
     ~Provider() override {
         --mState->mProviders;
-        if (enter()) mState->recordCall("release", {}, std::nullopt, {});
+        inPhone(false, [&] {
+            mState->recordCall("release", {}, std::nullopt, {});
+            return true;
+        });
     }
 
     bool enableSensor(eSensorType type, uint32_t intervalMs) override {
-        return enter() && mState->enable(type, intervalMs);
+        return inPhone(false, [&] { return mState->enable(type, intervalMs); });
     }
-    bool isEnabled(eSensorType type) override { return enter() && mState->isEnabled(type); }
+    bool isEnabled(eSensorType type) override {
+        return inPhone(false, [&] { return mState->isEnabled(type); });
+    }
     int32_t disableSensor(eSensorType type) override {
-        return enter() ? mState->disable(type) : kDisableFailed;
+        return inPhone(kDisableFailed, [&] { return mState->disable(type); });
     }
     bool getAllSensorData(eSensorType type, std::vector<SensorData>& samples) override {
-        return enter() && mState->drain(type, samples);
+        return inPhone(false, [&] { return mState->drain(type, samples); });
     }
     int32_t customCmd(eSensorType type, void* record) override {
-        if (!enter()) return -ENODEV;
-        // The caller's bytes need no alignment.
-        OisCustomCmd command;
-        std::memcpy(&command, record, sizeof command);
-        const int32_t result = mState->command(type, command);
-        std::memcpy(record, &command, sizeof command);
-        return result;
+        return inPhone(-ENODEV, [&] {
+            // The caller's bytes need no alignment.
+            OisCustomCmd command;
+            std::memcpy(&command, record, sizeof command);
+            const int32_t result = mState->command(type, command);
+            std::memcpy(record, &command, sizeof command);
+            return result;
+        });
     }
 
   private:
-    bool enter() const {
-        if (!mState->mPhoneAlive.load(std::memory_order_acquire)) return false;
+    // What the call returns, or `gone` once the hub's phone is. While a phone is in use it stays.
+    template <typename Result, typename Call>
+    Result inPhone(Result gone, Call call) const {
+        const Phone::Use phone;
+        if (!phone || !mState->mPhoneAlive) return gone;
         mState->mClock.enter();
-        return true;
+        return call();
     }
 
     const std::shared_ptr<State> mState;
@@ -453,7 +463,7 @@ SensorHub::SensorHub(Clock& clock, Trace& trace, Faults& faults, const Motion& m
     : mState(std::make_shared<State>(clock, trace, faults, motion)) {}
 
 SensorHub::~SensorHub() {
-    mState->mPhoneAlive.store(false, std::memory_order_release);
+    mState->mPhoneAlive = false;
 }
 
 void SensorHub::fit(const ModuleDescription& module) {

@@ -51,7 +51,7 @@ LogService::LogService(Clock& clock, Trace& trace) : mClock(clock), mTrace(trace
 }
 
 LogService::~LogService() {
-    openPlatformLogs(LogLevel::kOff, false, nullptr);
+    openPlatformLogs(LogLevel::kOff, false, false);
 }
 
 void LogService::setLevel(LogLevel level) {
@@ -66,7 +66,7 @@ void LogService::setSinks(bool debugLog, bool unifiedLogger) {
 }
 
 void LogService::apply() {
-    openPlatformLogs(level(), mDebugLog, mUnified ? &mUnifiedLogger : nullptr);
+    openPlatformLogs(level(), mDebugLog, mUnified);
 }
 
 void LogService::setOutput(std::FILE* file) {
@@ -101,11 +101,6 @@ void LogService::receive(LogSink sink, LogLevel level, std::string_view tag, std
     if (!line.ends_with('\n')) line += '\n';
     // One call per line, so that lines of different threads stay whole.
     std::fwrite(line.data(), 1, line.size(), mOutput.load(std::memory_order_acquire));
-}
-
-void LogService::UnifiedLogger::onLog(uint32_t /*moduleId*/, const char* tag, int32_t level, const char* text,
-                                      size_t length) {
-    mService.receive(LogSink::kUnifiedLogger, levelOfUnified(level), tag, std::string_view(text, length));
 }
 
 }  // namespace phone

@@ -7,8 +7,6 @@
 #include <cstdio>
 #include <string_view>
 
-#include "camera_platform/log.h"
-
 namespace phone {
 
 class Clock;
@@ -54,25 +52,11 @@ class LogService {
     void receive(LogSink sink, LogLevel level, std::string_view tag, std::string_view text);
 
   private:
-    class UnifiedLogger final : public NSCam::Utils::ULog::ULogger {
-      public:
-        explicit UnifiedLogger(LogService& service) : mService(service) {}
-        void onAttach() override {}
-        void onDetach() override {}
-        void onFlush() override {}
-        void onLog(uint32_t moduleId, const char* tag, int32_t level, const char* text,
-                   size_t length) override;
-
-      private:
-        LogService& mService;
-    };
-
     void apply();
     bool showsInOutput(LogLevel level) const;
 
     Clock& mClock;
     Trace& mTrace;
-    UnifiedLogger mUnifiedLogger{*this};
     std::atomic<LogLevel> mLevel{LogLevel::kDebug};
     bool mDebugLog = false;
     bool mUnified = true;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "faults/faults.h"
+#include "phone.h"
 #include "time/clock.h"
 #include "trace/trace.h"
 
@@ -14,11 +15,14 @@ using vendor::quor::hardware::ruvex::V1_0::hidl_string;
 using vendor::quor::hardware::ruvex::V1_0::IRuvex;
 
 struct Telemetry::State {
-    std::mutex mutex;
-    // Null once the phone is gone.
-    Clock* clock = nullptr;
-    Faults* faults = nullptr;
-    Trace* trace = nullptr;
+    State(Clock& phoneClock, Trace& phoneTrace, Faults& phoneFaults)
+        : clock(phoneClock), faults(phoneFaults), trace(phoneTrace) {}
+
+    std::atomic<bool> phoneAlive{true};
+    Clock& clock;
+    Faults& faults;
+    Trace& trace;
+    std::mutex mutex;  // of the rest
     std::vector<TelemetryReport> reports;
     uint64_t lookups = 0;
     bool present = true;
@@ -31,19 +35,18 @@ class Telemetry::Service final : public IRuvex {
 
     android::hardware::Return<void> report(const hidl_string& moduleId, const hidl_string& eventId,
                                            const hidl_string& content) override {
-        Fate fate;
-        if (Clock* clock = currentClock()) {
-            clock->enter();
-            fate = mState->faults->consult(FaultPoint::kTelemetryReport);
-        }
+        // While one phone is used, no other is; and while ours is, its parts stay.
+        const Phone::Use phone;
+        if (!phone || !mState->phoneAlive) return android::hardware::Return<void>(false);
+        mState->clock.enter();
+        const Fate fate = mState->faults.consult(FaultPoint::kTelemetryReport);
         const std::lock_guard lock(mState->mutex);
-        if (mState->clock == nullptr) return android::hardware::Return<void>(false);
         if (!fate.fails() && !fate.lost()) {
             mState->reports.push_back(
-                {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock->nowUs()});
+                {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock.nowUs()});
         }
-        if (mState->trace->enabled()) {
-            mState->trace->record({.kind = EventKind::kTelemetry,
+        if (mState->trace.enabled()) {
+            mState->trace.record({.kind = EventKind::kTelemetry,
                                    .name = "report",
                                    .fields = {{"module_id", std::string(moduleId.c_str())},
                                               {"event_id", std::string(eventId.c_str())},
@@ -57,26 +60,14 @@ class Telemetry::Service final : public IRuvex {
     ~Service() override { --mState->references; }
 
   private:
-    Clock* currentClock() const {
-        const std::lock_guard lock(mState->mutex);
-        return mState->clock;
-    }
-
     std::shared_ptr<State> mState;
 };
 
 Telemetry::Telemetry(Clock& clock, Trace& trace, Faults& faults)
-    : mFaults(faults), mState(std::make_shared<State>()) {
-    mState->clock = &clock;
-    mState->faults = &faults;
-    mState->trace = &trace;
-}
+    : mState(std::make_shared<State>(clock, trace, faults)) {}
 
 Telemetry::~Telemetry() {
-    const std::lock_guard lock(mState->mutex);
-    mState->clock = nullptr;
-    mState->faults = nullptr;
-    mState->trace = nullptr;
+    mState->phoneAlive = false;
 }
 
 void Telemetry::setPresent(bool present) {
@@ -104,16 +95,16 @@ int32_t Telemetry::references() const {
 }
 
 android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getStub) {
-    mState->clock->enter();
-    const Fate fate = mFaults.consult(FaultPoint::kTelemetry);
+    mState->clock.enter();
+    const Fate fate = mState->faults.consult(FaultPoint::kTelemetry);
     bool found = false;
     {
         const std::lock_guard lock(mState->mutex);
         ++mState->lookups;
         found = mState->present && !fate.fails() && !fate.lost();
     }
-    if (mState->trace->enabled()) {
-        mState->trace->record({.kind = EventKind::kTelemetry,
+    if (mState->trace.enabled()) {
+        mState->trace.record({.kind = EventKind::kTelemetry,
                                .name = "getService",
                                .fields = {{"service", serviceName}, {"get_stub", int64_t{getStub}}},
                                .result = found ? 1 : 0,

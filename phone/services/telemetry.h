@@ -44,7 +44,6 @@ class Telemetry {
   private:
     class Service;
     struct State;
-    Faults& mFaults;
     std::shared_ptr<State> mState;
 };
 

@@ -234,6 +234,10 @@ Clock::Clock(ClockMode mode) : mMode(mode), mState(std::make_shared<State>(mode)
 }
 
 Clock::~Clock() {
+    close();
+}
+
+void Clock::close() {
     const Lock lock(mState->mutex);
     mState->closed = true;
     for (const auto& [id, participant] : mState->participants) participant->wake.notify_one();
@@ -259,9 +263,13 @@ void Clock::sleepUntilUs(int64_t us) {
             mState->waitForTurn(lock, self);
             break;
         }
-        case ClockMode::kRealTime:
-            std::this_thread::sleep_until(mState->start + std::chrono::microseconds(us));
+        case ClockMode::kRealTime: {
+            Participant& self = State::self(mState);
+            Lock lock(mState->mutex);
+            const auto closed = [this] { return mState->closed; };
+            self.wake.wait_until(lock, mState->start + std::chrono::microseconds(us), closed);
             break;
+        }
         case ClockMode::kFreeRunning: {
             int64_t now = nowUs();
             while (now < us && !mState->nowUs.compare_exchange_weak(now, us, std::memory_order_relaxed)) {

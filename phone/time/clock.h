@@ -25,10 +25,13 @@ class Clock {
   public:
     // The constructing thread takes part from the start.
     explicit Clock(ClockMode mode);
-    // Threads that still sleep go on at once.
+    // As close().
     ~Clock();
     Clock(const Clock&) = delete;
     Clock& operator=(const Clock&) = delete;
+
+    // Threads that sleep or wait for a turn go on at once, now and from now on.
+    void close();
 
     ClockMode mode() const { return mMode; }
     // Microseconds since construction. Any thread may ask, without taking a turn.

@@ -3,6 +3,7 @@
 #include "time/clock.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -15,6 +16,9 @@
 #include <thread>
 #include <vector>
 
+#include "android/log.h"
+#include "modules/module_description.h"
+#include "ois_drv.h"
 #include "phone.h"
 
 namespace {
@@ -193,6 +197,31 @@ TEST_F(ClockTest, FreeRunningSleepsOnlyAddToTheClock) {
     };
     Worker one(meet), two(meet);
     EXPECT_EQ(clock().threadNumber(two.native_handle()), 2U);
+}
+
+// A bring-up, and a thread that keeps calling in: wherever they are when their phone goes, they go on.
+TEST(PhoneEnd, ThreadsInsideThePhoneGoOnWithoutIt) {
+    for (const ClockMode mode : {ClockMode::kSimulated, ClockMode::kRealTime, ClockMode::kFreeRunning}) {
+        for (int round = 0; round < 40; ++round) {
+            phone::PhoneOptions options;
+            options.clock = mode;
+            auto phone = std::make_unique<phone::Phone>(options);
+            phone->fit(0, phone::moduleByName(round % 2 == 0 ? "korvas4sw-hub" : "dw9786"));
+            OISDrv driver(0);
+            Worker caller([](const std::stop_token& stop) {
+                while (!stop.stop_requested()) {
+                    __android_log_print(ANDROID_LOG_ERROR, "test", "here");
+                    usleep(100);
+                }
+            });
+            driver.Init(1, 2);
+            phone->clock().sleepUs(round * 300);
+            phone.reset();
+            caller.request_stop();
+            caller.join();
+            driver.Uninit();
+        }
+    }
 }
 
 }  // namespace

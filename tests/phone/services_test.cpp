@@ -146,7 +146,7 @@ TEST(NoPhoneTest, EverythingHasAHarmlessAnswer) {
     EXPECT_EQ(Properties::property_get("ro.product.country.region", value.data(), longDefault.c_str()), 255);
     EXPECT_EQ(log_dbg_print("tag", 1, "%s", "text"), 0);
     EXPECT_EQ(__android_log_print(ANDROID_LOG_ERROR, "tag", "%s", "text"), 0);
-    EXPECT_EQ(NSCam::Utils::ULog::ULogger::sULogger, nullptr);
+    EXPECT_EQ(NSCam::Utils::ULog::ULogger::sMode, 0U);
     EXPECT_EQ(IRuvex::getService("default", false), nullptr);
     EXPECT_EQ(NSCam::Utils::SensorProvider::createInstance("test"), nullptr);
     EXPECT_EQ(GetOisDriverName(0, 0, 0, nullptr, nullptr, nullptr, nullptr), 0);
