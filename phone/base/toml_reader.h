@@ -38,6 +38,7 @@ class TableReader {
 
     bool has(std::string_view key) const { return mTable->contains(key); }
     bool holdsTable(std::string_view key) const { return mTable->get_as<toml::table>(key) != nullptr; }
+    size_t size() const { return mTable->size(); }  // fields
     // Elements of an array; 0 when there is none.
     size_t count(std::string_view key) const;
 

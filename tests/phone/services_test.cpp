@@ -66,32 +66,32 @@ TEST_F(ServicesTest, PropertyTextFitsTheReadersBuffer) {
               "property key: the value has 256 characters; at most 255 fit");
 }
 
-TEST(PropertiesTest, FilesAreTakenWholeOrNotAtAll) {
-    PropertyStore store;
-    store.set("ro.product.country.region", "IN");
-    const TemporaryFile good("# switches\n\n vendor.debug.ois.dump = 7 \r\nro.product.country.region=\n");
-    store.load(good.path);
-    EXPECT_EQ(store.get("ro.product.country.region"), "");
+TEST(PropertiesTest, AssignmentsAreCheckedAndNamesMayBeShort) {
+    const TemporaryFile good(
+        "# switches\n\n vendor.debug.ois.dump = 7 \r\ndump.level=3\nro.product.country.region=\n");
+    const std::vector<phone::Property> expected{{"vendor.debug.ois.dump", "7"},
+                                                {"vendor.debug.ois.dump.level", "3"},
+                                                {"ro.product.country.region", ""}};
+    EXPECT_EQ(phone::loadProperties(good.path), expected);
 
     const std::pair<const char*, const char*> cases[] = {
-        {"vendor.debug.ois.dump=1\nvendor.debug.ois.dump",
-         ":2: \"vendor.debug.ois.dump\" is no property; write key=value"},
-        {"vendor.debug.ois.dump=much",
+        {"dump=1\ndump", ":2: \"dump\" is no property; write key=value"},
+        {"dump=much",
          ":1: property vendor.debug.ois.dump: \"much\" is no integer from -2147483648 to 2147483647"},
-        {"# a\n# b\nvendor.debug.ois.dumb=1",
-         ":3: property vendor.debug.ois.dumb: the driver reads no such property; did you mean"},
+        {"# a\n# b\ndumb=1", ":3: property vendor.debug.ois.dumb: the driver reads no such property; did you"},
+        {"=1", ":1: a property needs a name"},
     };
     for (const auto& [content, reason] : cases) {
         const TemporaryFile file(content);
-        EXPECT_EQ(thrown([&] { store.load(file.path); }).find(file.path.string() + reason), 0U) << content;
+        EXPECT_EQ(thrown([&] { phone::loadProperties(file.path); }).find(file.path.string() + reason), 0U)
+            << content;
     }
-    EXPECT_EQ(store.getInt32("vendor.debug.ois.dump", 0), 7);
 }
 
 // The list that tools show holds what the driver reads, with the driver's own defaults.
 TEST_F(ServicesTest, ThePropertyListCoversWhatTheDriverReads) {
     fit(phone::moduleByName("korvas4sw-hub"));
-    phone.properties().setKnown("vendor.debug.ois.fixmode", "1");
+    phone.properties().assign("fixmode=1");
     ASSERT_EQ(driver.Init(1, 2), 1);
     phone.clock().sleepUs(kBringUpUs);
     const auto request = [this] {
@@ -309,6 +309,7 @@ TEST(ModulesTest, EveryFieldOfTheCustomisationLandsWhereTheDriverReadsIt) {
 TEST(ModulesTest, DoubtfulValuesAreNamed) {
     for (const phone::ModuleDescription& shipped : phone::shippedModules()) {
         EXPECT_EQ(phone::doubtsAbout(shipped), std::vector<std::string>{}) << shipped.name;
+        EXPECT_EQ(phone::parseModule(phone::moduleText(shipped.name), "x.toml").name, shipped.name);
     }
     using Module = phone::ModuleDescription;
     const std::pair<void (*)(Module&), const char*> cases[] = {

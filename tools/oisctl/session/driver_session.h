@@ -40,7 +40,6 @@ class DriverSession {
 
     // Called for every event of the trace, in order and one at a time; must not call back into the phone.
     void observe(std::function<void(const phone::Event&)> observer) { mObserver = std::move(observer); }
-    void setProperty(const std::string& key, const std::string& value);
     // Of the phone or of the chip. Throws InputError.
     void addFault(const std::string& text);
     void clearFaults();

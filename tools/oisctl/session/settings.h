@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "services/property_store.h"
 
 namespace oisctl {
 
@@ -16,8 +17,9 @@ struct Settings {
     int32_t sensorDev = 0;
     int32_t sensorId = 0;
     int32_t moduleId = 0;
-    std::vector<std::string> assignments;  // "property=value"
+    std::vector<phone::Property> presets;  // of the command or the scenario; the user's own override them
     std::string propertiesFile;
+    std::vector<phone::Property> properties;
     std::vector<std::string> faults;
     std::string motion;  // empty: the scenario's, or what suits the job; "hand" in general
     uint64_t seed = 1;
@@ -44,11 +46,6 @@ Option jsonOption(Settings& settings);
 // What options of several commands may be.
 std::vector<std::string> moduleNames();
 std::vector<std::string> propertyNames();
-
-// Property names may leave out "vendor.debug.ois.".
-std::string wholePropertyName(std::string_view name);
-// The same for "property=value".
-std::string wholeAssignment(std::string_view assignment);
 
 // Faults are of the phone ("SET_MODE@3:lost") or of the chip behind the hub ("chip.never-idle").
 bool isChipFault(std::string_view text);
