@@ -1,12 +1,12 @@
 #include "base/toml_reader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
-#include <charconv>
+#include <cmath>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
-#include <utility>
 
 #include "base/closest_name.h"
 #include "base/file_content.h"
@@ -15,38 +15,42 @@ namespace phone {
 
 namespace {
 
-std::string place(const std::string& source, const toml::source_region& region) {
-    return source + ":" + std::to_string(region.begin.line) + ": ";
-}
+constexpr size_t kAnyCount = std::numeric_limits<uint16_t>::max();
 
-std::string textOf(double value) {
-    std::array<char, 32> buffer{};
-    const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value);
-    return error == std::errc() ? std::string(buffer.data(), end) : "?";
+std::string place(const std::string& source, const toml::source_region& region) {
+    return fmt::format("{}:{}: ", source, region.begin.line);
 }
 
 // A value as the file has it.
 std::string valueText(const toml::node& node) {
     if (node.is_table()) return "a table";
-    if (const toml::array* array = node.as_array()) return "an array of " + std::to_string(array->size());
-    if (const auto* number = node.as_floating_point()) return textOf(number->get());
+    if (const toml::array* array = node.as_array()) return fmt::format("an array of {}", array->size());
+    if (const auto* number = node.as_floating_point()) return fmt::format("{}", number->get());
+    if (const auto* text = node.as_string()) return fmt::format("\"{}\"", text->get());
     std::ostringstream out;
     node.visit([&out](const auto& value) { out << value; });
     return out.str();
 }
 
 std::string rangeText(int64_t low, int64_t high) {
-    return std::to_string(low) + " to " + std::to_string(high);
+    return fmt::format("integer, {} to {}", low, high);
 }
 
-std::string rangeText(double low, double high) {
-    constexpr double kUnbounded = std::numeric_limits<float>::max();
-    const bool lowest = low <= -kUnbounded;
-    const bool highest = high >= kUnbounded;
-    if (lowest && highest) return "finite";
-    if (highest) return textOf(low) + " or more";
-    if (lowest) return textOf(high) + " or less";
-    return textOf(low) + " to " + textOf(high);
+std::string rangeText(const NumberRange& range) {
+    constexpr NumberRange kAny;
+    const bool lowest = range.least <= kAny.least;
+    const bool highest = range.greatest >= kAny.greatest;
+    const char* kind = range.whole ? "whole number" : "number";
+    if (lowest && highest) return fmt::format("finite {}", kind);
+    if (highest) return fmt::format("{}, {} or more", kind, range.least);
+    if (lowest) return fmt::format("{}, {} or less", kind, range.greatest);
+    return fmt::format("{}, {} to {}", kind, range.least, range.greatest);
+}
+
+std::string countText(size_t minCount, size_t maxCount) {
+    if (minCount == maxCount) return std::to_string(minCount);
+    if (maxCount == kAnyCount) return fmt::format("{} or more", minCount);
+    return fmt::format("{} to {}", minCount, maxCount);
 }
 
 std::optional<int64_t> integerOf(const toml::node& node, int64_t low, int64_t high) {
@@ -54,14 +58,19 @@ std::optional<int64_t> integerOf(const toml::node& node, int64_t low, int64_t hi
     return value && *value >= low && *value <= high ? value : std::nullopt;
 }
 
-std::optional<double> numberOf(const toml::node& node, double low, double high) {
-    const auto value = node.is_number() ? node.value<double>() : std::nullopt;
-    return value && std::isfinite(*value) && *value >= low && *value <= high ? value : std::nullopt;
+std::optional<double> numberOf(const toml::node& node, const NumberRange& range) {
+    std::optional<double> value;
+    if (node.is_number()) value = node.value<double>();
+    if (range.whole && node.is_boolean()) value = *node.value<bool>() ? 1 : 0;
+    const bool fits = value && std::isfinite(*value) && *value >= range.least && *value <= range.greatest &&
+                      (!range.whole || *value == std::floor(*value));
+    return fits ? value : std::nullopt;
 }
 
-std::string countText(size_t minCount, size_t maxCount) {
-    if (minCount == maxCount) return std::to_string(minCount);
-    return std::to_string(minCount) + " to " + std::to_string(maxCount);
+std::optional<std::string> scalarOf(const toml::node& node) {
+    if (node.is_boolean()) return *node.value<bool>() ? "1" : "0";
+    if (node.is_integer()) return std::to_string(*node.value<int64_t>());
+    return node.value_exact<std::string>();
 }
 
 }  // namespace
@@ -84,60 +93,80 @@ toml::table parseTomlFile(const std::string& file) {
 }
 
 TableReader::TableReader(const toml::table& table, std::string path, std::string source)
-    : mTable(table), mPath(std::move(path)), mSource(std::move(source)) {}
+    : mTable(&table), mPath(std::move(path)), mSource(std::move(source)) {}
 
 std::string TableReader::nameOf(std::string_view key) const {
-    return mPath.empty() ? std::string(key) : mPath + "." + std::string(key);
+    return mPath.empty() ? std::string(key) : fmt::format("{}.{}", mPath, key);
 }
 
 const toml::node* TableReader::find(std::string_view key) {
     mAsked.emplace_back(key);
-    return mTable.get(key);
+    return mTable->get(key);
+}
+
+void TableReader::failAt(const toml::node& node, std::string_view key, const std::string& reason) const {
+    throw std::runtime_error(fmt::format("{}{} {}", place(mSource, node.source()), nameOf(key), reason));
 }
 
 void TableReader::fail(std::string_view key, const std::string& reason) const {
-    const toml::node* node = mTable.get(key);
-    const toml::source_region& region = node == nullptr ? mTable.source() : node->source();
-    throw std::runtime_error(place(mSource, region) + nameOf(key) + " " + reason);
+    const toml::node* node = mTable->get(key);
+    failAt(node == nullptr ? *mTable : *node, key, reason);
+}
+
+void TableReader::fail(const std::string& reason) const {
+    throw std::runtime_error(fmt::format("{}{} {}", place(mSource, mTable->source()), mPath, reason));
 }
 
 void TableReader::require(std::string_view key, std::string_view meaning) {
-    if (!has(key)) fail(key, "is missing: " + std::string(meaning));
+    if (!has(key)) fail(key, fmt::format("is missing: {}", meaning));
+}
+
+size_t TableReader::count(std::string_view key) const {
+    const toml::array* array = mTable->get_as<toml::array>(key);
+    return array == nullptr ? 0 : array->size();
 }
 
 std::optional<int64_t> TableReader::integer(std::string_view key, int64_t low, int64_t high) {
     const toml::node* node = find(key);
     if (node == nullptr) return std::nullopt;
     const auto value = integerOf(*node, low, high);
-    if (!value) fail(key, "is " + valueText(*node) + "; it may be an integer, " + rangeText(low, high));
+    if (!value) fail(key, fmt::format("is {}; it may be an {}", valueText(*node), rangeText(low, high)));
     return value;
 }
 
-std::optional<double> TableReader::number(std::string_view key, double low, double high) {
+std::optional<double> TableReader::number(std::string_view key, const NumberRange& range) {
     const toml::node* node = find(key);
     if (node == nullptr) return std::nullopt;
-    const auto value = numberOf(*node, low, high);
-    if (!value) fail(key, "is " + valueText(*node) + "; it may be a number, " + rangeText(low, high));
+    const auto value = numberOf(*node, range);
+    if (!value) fail(key, fmt::format("is {}; it may be a {}", valueText(*node), rangeText(range)));
     return value;
 }
 
 std::optional<bool> TableReader::boolean(std::string_view key) {
     const toml::node* node = find(key);
     if (node == nullptr) return std::nullopt;
-    if (!node->is_boolean()) fail(key, "is " + valueText(*node) + "; it may be true or false");
+    if (!node->is_boolean()) fail(key, fmt::format("is {}; it may be true or false", valueText(*node)));
     return node->value<bool>();
+}
+
+std::optional<std::string> TableReader::scalar(std::string_view key) {
+    const toml::node* node = find(key);
+    if (node == nullptr) return std::nullopt;
+    auto value = scalarOf(*node);
+    if (!value) {
+        fail(key, fmt::format("is {}; it may be a whole number, true, false or a text", valueText(*node)));
+    }
+    return value;
 }
 
 std::optional<std::string> TableReader::text(std::string_view key, size_t maxLength) {
     const toml::node* node = find(key);
     if (node == nullptr) return std::nullopt;
-    const std::string allowed = "; it may be a text of at most " + std::to_string(maxLength) + " characters";
-    if (!node->is_string()) fail(key, "is " + valueText(*node) + allowed);
-    auto value = node->value<std::string>();
-    if (value->size() > maxLength) {
-        fail(key, "is \"" + *value + "\", " + std::to_string(value->size()) + " characters" + allowed);
-    }
-    return value;
+    auto value = node->value_exact<std::string>();
+    if (value && value->size() <= maxLength) return value;
+    const std::string length = value ? fmt::format(", {} characters", value->size()) : "";
+    fail(key, fmt::format("is {}{}; it may be a text of at most {} characters", valueText(*node), length,
+                          maxLength));
 }
 
 const toml::array* TableReader::findArray(std::string_view key, size_t minCount, size_t maxCount,
@@ -145,65 +174,122 @@ const toml::array* TableReader::findArray(std::string_view key, size_t minCount,
     const toml::node* node = find(key);
     if (node == nullptr) return nullptr;
     const toml::array* array = node->as_array();
-    if (array == nullptr || array->size() < minCount || array->size() > maxCount) {
-        fail(key, "is " + valueText(*node) + "; it may be an array of " + countText(minCount, maxCount) +
-                      " " + of);
-    }
-    return array;
+    if (array != nullptr && array->size() >= minCount && array->size() <= maxCount) return array;
+    fail(key, fmt::format("is {}; it may be an array of {}, each a {}", valueText(*node),
+                          countText(minCount, maxCount), of));
 }
 
-std::optional<std::vector<std::string>> TableReader::texts(std::string_view key) {
-    const toml::array* array = findArray(key, 0, std::numeric_limits<uint16_t>::max(), "texts");
-    if (array == nullptr) return std::nullopt;
-    std::vector<std::string> values;
+template <typename Convert>
+auto TableReader::elements(std::string_view key, size_t minCount, size_t maxCount, const std::string& of,
+                           const Convert& convert) {
+    using Value = typename decltype(convert(std::declval<const toml::node&>()))::value_type;
+    std::optional<std::vector<Value>> values;
+    const toml::array* array = findArray(key, minCount, maxCount, of);
+    if (array == nullptr) return values;
+    values.emplace();
     for (const toml::node& element : *array) {
-        if (!element.is_string()) fail(key, "holds " + valueText(element) + "; it may hold texts");
-        values.push_back(*element.value<std::string>());
+        const auto value = convert(element);
+        if (!value) failAt(element, key, fmt::format("holds {}; it may hold: {}", valueText(element), of));
+        values->push_back(*value);
     }
     return values;
 }
 
 std::optional<std::vector<int64_t>> TableReader::integers(std::string_view key, int64_t low, int64_t high,
                                                           size_t minCount, size_t maxCount) {
-    const toml::array* array = findArray(key, minCount, maxCount, "integers, " + rangeText(low, high));
-    if (array == nullptr) return std::nullopt;
-    std::vector<int64_t> values;
-    for (const toml::node& element : *array) {
-        const auto value = integerOf(element, low, high);
-        if (!value)
-            fail(key, "holds " + valueText(element) + "; it may hold integers, " + rangeText(low, high));
-        values.push_back(*value);
-    }
-    return values;
+    return elements(key, minCount, maxCount, rangeText(low, high),
+                    [&](const toml::node& node) { return integerOf(node, low, high); });
 }
 
-std::optional<std::vector<double>> TableReader::numbers(std::string_view key, double low, double high,
+std::optional<std::vector<double>> TableReader::numbers(std::string_view key, const NumberRange& range,
                                                         size_t minCount, size_t maxCount) {
-    const toml::array* array = findArray(key, minCount, maxCount, "numbers, " + rangeText(low, high));
-    if (array == nullptr) return std::nullopt;
-    std::vector<double> values;
-    for (const toml::node& element : *array) {
-        const auto value = numberOf(element, low, high);
-        if (!value)
-            fail(key, "holds " + valueText(element) + "; it may hold numbers, " + rangeText(low, high));
-        values.push_back(*value);
+    return elements(key, minCount, maxCount, rangeText(range),
+                    [&](const toml::node& node) { return numberOf(node, range); });
+}
+
+std::optional<std::vector<TableReader::Point>> TableReader::points(std::string_view key, const NumberRange& x,
+                                                                   const NumberRange& y) {
+    if (has(key) && count(key) == 0) return std::vector<Point>{{0, *number(key, y)}};
+    const auto pointOf = [&](const toml::node& node) -> std::optional<Point> {
+        const toml::array* pair = node.as_array();
+        if (pair == nullptr || pair->size() != 2) return std::nullopt;
+        const std::array found = {numberOf(*pair->get(0), x), numberOf(*pair->get(1), y)};
+        for (size_t i = 0; i < found.size(); ++i) {
+            const NumberRange& range = i == 0 ? x : y;
+            if (found[i]) continue;
+            failAt(node, key,
+                   fmt::format("has a point whose {} value is {}; it may be a {}",
+                               i == 0 ? "first" : "second", valueText(*pair->get(i)), rangeText(range)));
+        }
+        return Point(*found[0], *found[1]);
+    };
+    auto found = elements(key, 1, kAnyCount, "point [x, y]", pointOf);
+    if (found &&
+        std::ranges::adjacent_find(*found, std::ranges::greater_equal{}, &Point::first) != found->end()) {
+        fail(key,
+             "has points that do not ascend: the first value of each must be above that of the one before");
     }
-    return values;
+    return found;
 }
 
 std::optional<TableReader> TableReader::table(std::string_view key) {
     const toml::node* node = find(key);
     if (node == nullptr) return std::nullopt;
     const toml::table* table = node->as_table();
-    if (table == nullptr) fail(key, "is " + valueText(*node) + "; it may be a table");
+    if (table == nullptr) fail(key, fmt::format("is {}; it may be a table", valueText(*node)));
     return TableReader(*table, nameOf(key), mSource);
 }
 
+std::vector<TableReader> TableReader::tables(std::string_view key) {
+    std::vector<TableReader> readers;
+    const toml::node* node = find(key);
+    if (node == nullptr) return readers;
+    const toml::array* array = node->as_array();
+    if (array == nullptr || !std::ranges::all_of(*array, &toml::node::is_table)) {
+        fail(key, fmt::format("is {}; its entries begin with [[{}]]", valueText(*node), nameOf(key)));
+    }
+    for (const toml::node& entry : *array) readers.emplace_back(*entry.as_table(), nameOf(key), mSource);
+    return readers;
+}
+
+void TableReader::handOver(const toml::node& node, std::string_view key,
+                           const std::function<void()>& take) const {
+    try {
+        take();
+    } catch (const std::exception& error) {
+        throw std::runtime_error(
+            fmt::format("{}{}: {}", place(mSource, node.source()), nameOf(key), error.what()));
+    }
+}
+
+void TableReader::takeText(std::string_view key, const Taker& taker) {
+    if (const auto value = text(key)) handOver(*mTable->get(key), key, [&] { taker(*value); });
+}
+
+void TableReader::takeTexts(std::string_view key, const Taker& taker) {
+    const auto take = [&](const toml::node& node) {
+        auto value = node.value_exact<std::string>();
+        if (value) handOver(node, key, [&] { taker(*value); });
+        return value;
+    };
+    static_cast<void>(elements(key, 0, kAnyCount, "text", take));
+}
+
+void TableReader::takeScalars(std::string_view key,
+                              const std::function<void(const std::string&, const std::string&)>& taker) {
+    auto fields = table(key);
+    if (!fields) return;
+    for (const auto& [name, node] : *fields->mTable) {
+        const std::string value = *fields->scalar(name.str());
+        handOver(node, key, [&, &name = name] { taker(std::string(name.str()), value); });
+    }
+}
+
 void TableReader::finish() const {
-    for (const auto& [key, node] : mTable) {
+    for (const auto& [key, node] : *mTable) {
         if (std::ranges::find(mAsked, key.str()) != mAsked.end()) continue;
         const std::vector<std::string_view> known(mAsked.begin(), mAsked.end());
-        fail(key.str(), "is no field of a description; " + nameAdvice(key.str(), known));
+        failAt(node, key.str(), "is no field of a description; " + nameAdvice(key.str(), known));
     }
 }
 

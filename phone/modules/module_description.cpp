@@ -1,15 +1,20 @@
 #include "modules/module_description.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <optional>
 #include <random>
+#include <ranges>
 #include <span>
 #include <stdexcept>
 #include <utility>
 
+#include "base/file_content.h"
 #include "base/toml_reader.h"
+#include "modules/customisation_fields.h"
 #include "modules/otp_map.h"
 #include "modules/shipped_modules.h"
 
@@ -21,31 +26,33 @@ constexpr size_t kNameLength = 63;
 constexpr size_t kSummaryLength = 200;
 constexpr size_t kEntityNameLength = 31;
 constexpr uint32_t kDefaultClockHz = 24000000;
+const std::vector<double> kNone;
 
-void readChars(TableReader& table, std::string_view key, std::span<char> field, bool terminated) {
-    const auto text = table.text(key, field.size() - (terminated ? 1 : 0));
-    if (text) std::memcpy(field.data(), text->data(), text->size());
-}
-
-void readCoordinates(TableReader& table, ois::OisCustInfo& info) {
-    constexpr double kUnbounded = std::numeric_limits<float>::max();
-    const auto x = table.numbers("coordinateX", -kUnbounded, kUnbounded, 0, ois::kCoordinateCapacity);
-    const auto y = table.numbers("coordinateY", -kUnbounded, kUnbounded, 0, ois::kCoordinateCapacity);
-    const size_t count = x ? x->size() : 0;
-    if (count != (y ? y->size() : 0)) {
-        table.fail("coordinateY", "has " + std::to_string(y ? y->size() : 0) + " values; coordinateX has " +
-                                      std::to_string(count) + ", and they go in pairs");
+void readField(TableReader& table, const CustomisationField& field, ois::OisCustInfo& info) {
+    const RecordField& record = field.record;
+    auto* target = reinterpret_cast<std::byte*>(&info) + record.offset;
+    const NumberRange range{field.least, field.greatest};
+    if (record.type == FieldType::kText) {
+        const auto text = table.text(record.name, static_cast<size_t>(field.greatest));
+        if (text) std::memcpy(target, text->data(), text->size());
+    } else if (record.type == FieldType::kFloats) {
+        const size_t capacity = record.size / sizeof(float);
+        for (const double value : table.numbers(record.name, range, 0, capacity).value_or(kNone)) {
+            const auto element = static_cast<float>(value);
+            target = static_cast<std::byte*>(std::memcpy(target, &element, sizeof element)) + sizeof element;
+        }
+    } else if (record.type == FieldType::kFloat) {
+        float value = 0;
+        table.read(record.name, value, range);
+        std::memcpy(target, &value, sizeof value);
+    } else {
+        const auto value = table.integer(record.name, static_cast<int64_t>(field.least),
+                                         static_cast<int64_t>(field.greatest));
+        if (value) std::memcpy(target, &*value, record.size);  // little-endian, as the record
     }
-    for (size_t i = 0; i < count; ++i) {
-        info.coordinateX[i] = static_cast<float>((*x)[i]);
-        info.coordinateY[i] = static_cast<float>((*y)[i]);
-    }
-    info.coordinateNum = static_cast<uint16_t>(count);
-    table.read("coordinateNum", info.coordinateNum, 0, ois::kCoordinateCapacity);
 }
 
 void readCustomisation(TableReader& table, ModuleDescription& module) {
-    ois::OisCustInfo& info = module.custInfo;
     table.read("hasOis", module.hasOis);
     if (module.hasOis) {
         table.require("driverName", "it finds the controller in the media graph");
@@ -55,25 +62,13 @@ void readCustomisation(TableReader& table, ModuleDescription& module) {
     }
     table.read("status", module.status);
     table.read("driverName", module.driverName, ois::kDriverNameSize - 1);
-    table.read("gainFormat", info.gainFormat, ois::kGainFloat, ois::kGainQ31);
-    table.read("hallRange", info.hallRange);
-    table.read("accSupport", info.accSupport);
-    table.read("accDistance", info.accDistance);
-    table.read("actOisSupport", info.actOisSupport);
-    table.read("zoomActOisSupport", info.zoomActOisSupport);
-    table.read("actuatorDetectSupport", info.actuatorDetectSupport);
-    table.read("extraParamSupport", info.extraParamSupport);
-    table.read("camera_type", info.camera_type);
-    table.read("streamOnDelay", info.streamOnDelay);
-    table.read("useSensorHub", info.useSensorHub);
-    table.read("angleAmplitude", info.angleAmplitude);
-    table.read("max_error_threshold", info.max_error_threshold, 0);
-    table.read("max_sum_error_threshold", info.max_sum_error_threshold, 0);
-    table.read("zoomScale", info.zoomScale, 0);
-    table.read("actOisAngle", info.actOisAngle);
-    readChars(table, "mOisIcName", info.mOisIcName, true);
-    readChars(table, "cameraTypeName", info.cameraTypeName, false);
-    readCoordinates(table, info);
+    for (const CustomisationField& field : kCustomisationFields) readField(table, field, module.custInfo);
+    const size_t count = table.count("coordinateX");
+    if (table.count("coordinateY") != count) {
+        table.fail("coordinateY", fmt::format("has {} values; coordinateX has {}, and they go in pairs",
+                                              table.count("coordinateY"), count));
+    }
+    if (!table.has("coordinateNum")) module.custInfo.coordinateNum = static_cast<uint16_t>(count);
     table.finish();
 }
 
@@ -109,35 +104,41 @@ void readController(TableReader& table, ModuleDescription& module) {
     table.finish();
 }
 
-// Hall counts per angle unit, as the driver will derive them from gains and hall calibration.
-std::array<double, 2> calibratedHallPerAngle(const ModuleDescription& module) {
-    constexpr double kFloatScale = 1000;
-    constexpr double kIntegerNumerator = 1333;
-    constexpr double kIntegerDenominator = 8192;
-    constexpr double kRangeScale = 6;
-    constexpr double kSpanScale = 0.1;
+// One axis' half of the upper word minus that of the lower.
+std::array<double, 2> hallSpans(const ois::OisHallInfo& hall) {
     constexpr unsigned kHighHalf = 16;
+    return {(hall.upperWord & UINT16_MAX) - double(hall.lowerWord & UINT16_MAX),
+            (hall.upperWord >> kHighHalf) - double(hall.lowerWord >> kHighHalf)};
+}
+
+}  // namespace
+
+// Computed apart from the driver on purpose: what its bring-up derives is held against this.
+std::array<double, 2> calibratedHallPerAngle(const ModuleDescription& module) {
     const ois::OisGain& gain = module.gain;
-    const ois::OisHallInfo& hall = module.hallInfo;
     switch (module.custInfo.gainFormat) {
         case ois::kGainFloat: {
-            const double scale = module.custInfo.angleAmplitude * kFloatScale;
+            const double scale = double{module.custInfo.angleAmplitude} * ois::kFloatGainScale;
             return {gain.valueXf * scale, gain.valueYf * scale};
         }
-        case ois::kGainInteger:
+        case ois::kGainInteger: {
             // Whole counts: the driver divides integers here.
-            return {std::trunc(gain.valueXi * kIntegerNumerator / kIntegerDenominator),
-                    std::trunc(gain.valueYi * kIntegerNumerator / kIntegerDenominator)};
+            const auto amplitude = [](int64_t value) {
+                return static_cast<double>(value * ois::kIntegerGainNumerator / ois::kIntegerGainDenominator);
+            };
+            return {amplitude(gain.valueXi), amplitude(gain.valueYi)};
+        }
         case ois::kGainQ31: {
-            const double range = module.custInfo.hallRange * kRangeScale;
-            const auto spanX = (hall.upperWord & UINT16_MAX) - double(hall.lowerWord & UINT16_MAX);
-            const auto spanY = (hall.upperWord >> kHighHalf) - double(hall.lowerWord >> kHighHalf);
-            return {range / (spanX * kSpanScale), range / (spanY * kSpanScale)};
+            const double range = module.custInfo.hallRange * ois::kHallRangeSteps;
+            const auto [x, y] = hallSpans(module.hallInfo);
+            return {range / (x * ois::kHallSpanUnit), range / (y * ois::kHallSpanUnit)};
         }
         default:
             return {};
     }
 }
+
+namespace {
 
 // What the calibration says holds for the lens, unless the description says otherwise.
 void calibrateLens(ModuleDescription& module) {
@@ -150,25 +151,24 @@ void calibrateLens(ModuleDescription& module) {
 }
 
 void readStabiliser(TableReader& table, StabiliserSettings& settings) {
-    constexpr double kUnbounded = std::numeric_limits<float>::max();
     constexpr double kMinPositive = 1e-3;
     constexpr double kMinHighPassHz = 0.05;
     table.read("hallCenterX", settings.hallCenterX);
     table.read("hallCenterY", settings.hallCenterY);
     table.read("hallPerAngleX", settings.hallPerAngleX);
     table.read("hallPerAngleY", settings.hallPerAngleY);
-    table.read("limitAngle", settings.limitAngle, kMinPositive);
-    table.read("bandwidthHz", settings.bandwidthHz, kMinPositive);
-    table.read("damping", settings.damping, 0);
-    table.read("highPassHz", settings.highPassHz, kMinHighPassHz);
-    table.read("hallNoiseCounts", settings.hallNoiseCounts, 0);
-    table.read("gyroLsbPerRadS", settings.gyroLsbPerRadS, kMinPositive);
-    table.read("accLsbPerMS2", settings.accLsbPerMS2, kMinPositive);
-    table.read("gyroNoiseRadS", settings.gyroNoiseRadS, 0);
-    table.read("accNoiseMS2", settings.accNoiseMS2, 0);
+    table.read("limitAngle", settings.limitAngle, {kMinPositive});
+    table.read("bandwidthHz", settings.bandwidthHz, {kMinPositive});
+    table.read("damping", settings.damping, {0});
+    table.read("highPassHz", settings.highPassHz, {kMinHighPassHz});
+    table.read("hallNoiseCounts", settings.hallNoiseCounts, {0});
+    table.read("gyroLsbPerRadS", settings.gyroLsbPerRadS, {kMinPositive});
+    table.read("accLsbPerMS2", settings.accLsbPerMS2, {kMinPositive});
+    table.read("gyroNoiseRadS", settings.gyroNoiseRadS, {0});
+    table.read("accNoiseMS2", settings.accNoiseMS2, {0});
     table.read("seed", settings.seed, 0, std::numeric_limits<int64_t>::max());
     const size_t axes = settings.gyroBiasRadS.size();
-    if (const auto bias = table.numbers("gyroBiasRadS", -kUnbounded, kUnbounded, axes, axes)) {
+    if (const auto bias = table.numbers("gyroBiasRadS", {}, axes, axes)) {
         std::ranges::copy(*bias, settings.gyroBiasRadS.begin());
     }
     table.finish();
@@ -247,11 +247,18 @@ ModuleDescription moduleByName(const std::string& nameOrFile) {
     if (found != shipped.end()) return *found;
     std::error_code ignored;
     if (std::filesystem::exists(nameOrFile, ignored)) return loadModule(nameOrFile);
-    std::string text = nameOrFile + ": neither a file nor a module; there are";
-    for (const ModuleDescription& module : shipped) {
-        text += (&module == shipped.data() ? " " : ", ") + module.name;
+    const auto names = std::views::transform(shipped, &ModuleDescription::name);
+    throw std::runtime_error(
+        fmt::format("{}: neither a file nor a module; there are {}", nameOrFile, fmt::join(names, ", ")));
+}
+
+std::string moduleText(const std::string& nameOrFile) {
+    static_cast<void>(moduleByName(nameOrFile));
+    const std::vector<ModuleDescription>& shipped = shippedModules();
+    for (size_t i = 0; i < shipped.size(); ++i) {
+        if (shipped[i].name == nameOrFile) return kShippedModules[i].text;
     }
-    throw std::runtime_error(text);
+    return readTextFile(nameOrFile);
 }
 
 }  // namespace phone

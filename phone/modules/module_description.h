@@ -40,6 +40,10 @@ struct ModuleDescription {
     bool behindHub() const { return custInfo.useSensorHub != 0; }
 };
 
+// Hall counts per angle unit of x and y, as gains and hall calibration say. 0 or not finite where they say
+// nothing.
+std::array<double, 2> calibratedHallPerAngle(const ModuleDescription& module);
+
 // Reads a description in TOML with the customisation's field names. Throws std::runtime_error "FILE:LINE:
 // reason", naming the field, what it holds and what it may hold.
 ModuleDescription loadModule(const std::filesystem::path& file);
@@ -49,5 +53,7 @@ ModuleDescription parseModule(std::string_view text, const std::string& source);
 const std::vector<ModuleDescription>& shippedModules();
 // A shipped module's name, else a file. Throws std::runtime_error that lists the names.
 ModuleDescription moduleByName(const std::string& nameOrFile);
+// The TOML text behind a name, to start a description of one's own from. Throws as moduleByName.
+std::string moduleText(const std::string& nameOrFile);
 
 }  // namespace phone

@@ -1,5 +1,7 @@
 #include "services/property_store.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -13,6 +15,8 @@
 namespace phone {
 
 namespace {
+
+constexpr std::string_view kPrefix = "vendor.debug.ois.";
 
 constexpr std::array kKnownProperties = {
     KnownProperty{"vendor.debug.ois.mode", PropertyType::kBool, "0",
@@ -87,9 +91,8 @@ std::optional<int32_t> parseInt32(std::string_view text) {
 void checkStorable(std::string_view key, std::string_view value) {
     if (key.empty()) throw std::invalid_argument("a property needs a name before the '='");
     if (value.size() > kPropertyValueMax) {
-        throw std::invalid_argument("property " + std::string(key) + ": the value has " +
-                                    std::to_string(value.size()) + " characters; at most " +
-                                    std::to_string(kPropertyValueMax) + " fit");
+        throw std::invalid_argument(fmt::format("property {}: the value has {} characters; at most {} fit",
+                                                key, value.size(), kPropertyValueMax));
     }
 }
 
@@ -99,33 +102,22 @@ std::string adviceFor(std::string_view key) {
     return nameAdvice(key, keys);
 }
 
-void checkKnown(std::string_view key, std::string_view value) {
+void checkKnown(const Property& property) {
+    const auto& [key, value] = property;
     checkStorable(key, value);
     const KnownProperty* known = findKnown(key);
-    const std::string what = "property " + std::string(key);
     if (known == nullptr) {
-        throw std::invalid_argument(what + ": the driver reads no such property; " + adviceFor(key));
+        throw std::invalid_argument(
+            fmt::format("property {}: the driver reads no such property; {}", key, adviceFor(key)));
     }
     if (known->type == PropertyType::kBool && !parseBool(value)) {
-        throw std::invalid_argument(what + ": \"" + std::string(value) +
-                                    "\" is no switch; use 1, y, yes, on, true or 0, n, no, off, false");
+        throw std::invalid_argument(fmt::format(
+            "property {}: \"{}\" is no switch; use 1, y, yes, on, true or 0, n, no, off, false", key, value));
     }
     if (known->type == PropertyType::kInt32 && !parseInt32(value)) {
-        throw std::invalid_argument(what + ": \"" + std::string(value) +
-                                    "\" is no integer from -2147483648 to 2147483647");
+        throw std::invalid_argument(
+            fmt::format("property {}: \"{}\" is no integer from -2147483648 to 2147483647", key, value));
     }
-}
-
-struct Assignment {
-    std::string_view key;
-    std::string_view value;
-};
-Assignment split(std::string_view text) {
-    const size_t equals = text.find('=');
-    if (equals == std::string_view::npos) {
-        throw std::invalid_argument("\"" + std::string(text) + "\" is no property; write key=value");
-    }
-    return {trimmed(text.substr(0, equals)), trimmed(text.substr(equals + 1))};
 }
 
 }  // namespace
@@ -134,20 +126,47 @@ std::span<const KnownProperty> knownProperties() {
     return kKnownProperties;
 }
 
+std::string_view shortPropertyName(std::string_view key) {
+    return key.starts_with(kPrefix) ? key.substr(kPrefix.size()) : key;
+}
+
+Property knownProperty(std::string_view name, std::string_view value) {
+    Property property{std::string(name), std::string(value)};
+    const std::string whole = fmt::format("{}{}", kPrefix, name);
+    const bool isShort = !name.empty() && name.find('.') == std::string_view::npos;
+    if (findKnown(name) == nullptr && (isShort || findKnown(whole) != nullptr)) property.key = whole;
+    checkKnown(property);
+    return property;
+}
+
+Property parseProperty(std::string_view assignment) {
+    const size_t equals = assignment.find('=');
+    if (equals == std::string_view::npos) {
+        throw std::invalid_argument(fmt::format("\"{}\" is no property; write key=value", assignment));
+    }
+    return knownProperty(trimmed(assignment.substr(0, equals)), trimmed(assignment.substr(equals + 1)));
+}
+
+std::vector<Property> loadProperties(const std::filesystem::path& file) {
+    std::istringstream in(readTextFile(file));
+    std::vector<Property> properties;
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        const std::string_view text = trimmed(line);
+        if (text.empty() || text.starts_with('#')) continue;
+        try {
+            properties.push_back(parseProperty(text));
+        } catch (const std::invalid_argument& error) {
+            throw std::runtime_error(fmt::format("{}:{}: {}", file.string(), number, error.what()));
+        }
+    }
+    return properties;
+}
+
 void PropertyStore::set(std::string_view key, std::string_view value) {
     checkStorable(key, value);
     const std::unique_lock lock(mMutex);
     mValues.insert_or_assign(std::string(key), std::string(value));
-}
-
-void PropertyStore::setKnown(std::string_view key, std::string_view value) {
-    checkKnown(key, value);
-    set(key, value);
-}
-
-void PropertyStore::assign(std::string_view keyAndValue) {
-    const Assignment assignment = split(keyAndValue);
-    setKnown(assignment.key, assignment.value);
 }
 
 bool PropertyStore::erase(std::string_view key) {
@@ -173,25 +192,6 @@ std::optional<std::string> PropertyStore::get(std::string_view key) const {
 std::vector<std::pair<std::string, std::string>> PropertyStore::all() const {
     const std::shared_lock lock(mMutex);
     return {mValues.begin(), mValues.end()};
-}
-
-void PropertyStore::load(const std::filesystem::path& file) {
-    std::istringstream in(readTextFile(file));
-    std::map<std::string, std::string, std::less<>> loaded;
-    std::string line;
-    for (int number = 1; std::getline(in, line); ++number) {
-        const std::string_view text = trimmed(line);
-        if (text.empty() || text.starts_with('#')) continue;
-        try {
-            const Assignment assignment = split(text);
-            checkKnown(assignment.key, assignment.value);
-            loaded.insert_or_assign(std::string(assignment.key), std::string(assignment.value));
-        } catch (const std::invalid_argument& error) {
-            throw std::runtime_error(file.string() + ":" + std::to_string(number) + ": " + error.what());
-        }
-    }
-    const std::unique_lock lock(mMutex);
-    for (auto& [key, value] : loaded) mValues.insert_or_assign(key, std::move(value));
 }
 
 int32_t PropertyStore::getInt32(std::string_view key, int32_t defaultValue) const {

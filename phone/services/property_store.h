@@ -27,6 +27,21 @@ struct KnownProperty {
 // In the order in which the driver reads them.
 std::span<const KnownProperty> knownProperties();
 
+// A property that the driver reads, by its whole name, with a value that its accessor takes.
+struct Property {
+    std::string key;
+    std::string value;
+    bool operator==(const Property&) const = default;
+};
+// Names may leave out "vendor.debug.ois.". Both throw std::invalid_argument that says what would be right.
+Property knownProperty(std::string_view name, std::string_view value);
+Property parseProperty(std::string_view assignment);  // "bypassen=0"
+// Lines of assignments; blank lines and lines that begin with '#' are skipped. Throws std::runtime_error
+// "FILE:LINE: reason".
+std::vector<Property> loadProperties(const std::filesystem::path& file);
+// What of a whole name has to be written.
+std::string_view shortPropertyName(std::string_view key);
+
 // The longest value that fits the 256 bytes a reader provides.
 constexpr size_t kPropertyValueMax = 255;
 
@@ -36,20 +51,14 @@ class PropertyStore {
     // Sets any property. Throws std::invalid_argument when the key is empty or the value longer than
     // kPropertyValueMax.
     void set(std::string_view key, std::string_view value);
-    // As set, but refuses a key that the driver does not read and a value that its accessor would not take.
-    void setKnown(std::string_view key, std::string_view value);
-    // "key=value", as tools take it; as setKnown.
-    void assign(std::string_view keyAndValue);
+    void set(const Property& property) { set(property.key, property.value); }
+    void assign(std::string_view assignment) { set(parseProperty(assignment)); }
     // True when it was there.
     bool erase(std::string_view key);
     void clear();
 
     std::optional<std::string> get(std::string_view key) const;
     std::vector<std::pair<std::string, std::string>> all() const;
-
-    // Lines of key=value; blank lines and lines that begin with '#' are skipped. All or nothing. Throws
-    // std::runtime_error "FILE:LINE: reason".
-    void load(const std::filesystem::path& file);
 
     // The platform's accessors. A value that is no number, or does not fit, reads as the default; so does a
     // bool that is none of 1 y yes on true 0 n no off false.

@@ -47,11 +47,11 @@ class Telemetry::Service final : public IRuvex {
         }
         if (mState->trace.enabled()) {
             mState->trace.record({.kind = EventKind::kTelemetry,
-                                   .name = "report",
-                                   .fields = {{"module_id", std::string(moduleId.c_str())},
-                                              {"event_id", std::string(eventId.c_str())},
-                                              {"content", std::string(content.c_str())}},
-                                   .fault = fate.fault()});
+                                  .name = "report",
+                                  .fields = {{"module_id", std::string(moduleId.c_str())},
+                                             {"event_id", std::string(eventId.c_str())},
+                                             {"content", std::string(content.c_str())}},
+                                  .fault = fate.fault()});
         }
         return android::hardware::Return<void>(!fate.fails());
     }
@@ -105,10 +105,10 @@ android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getSt
     }
     if (mState->trace.enabled()) {
         mState->trace.record({.kind = EventKind::kTelemetry,
-                               .name = "getService",
-                               .fields = {{"service", serviceName}, {"get_stub", int64_t{getStub}}},
-                               .result = found ? 1 : 0,
-                               .fault = fate.fault()});
+                              .name = "getService",
+                              .fields = {{"service", serviceName}, {"get_stub", int64_t{getStub}}},
+                              .result = found ? 1 : 0,
+                              .fault = fate.fault()});
     }
     return found ? android::sp<IRuvex>(new Service(mState)) : android::sp<IRuvex>();
 }

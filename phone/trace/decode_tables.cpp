@@ -6,9 +6,9 @@
 #include <array>
 #include <cstddef>
 
+#include "modules/customisation_fields.h"
 #include "ois_drv.h"
 #include "trace/decode.h"
-#include "wire/customisation.h"
 #include "wire/records.h"
 
 namespace phone {
@@ -61,32 +61,11 @@ constexpr std::array kCameraTypeFields{
     textField("camera_type", 0, sizeof(ois::OisCameraType)),
 };
 
-constexpr std::array kCustInfoFields{
-    uint16Field("gainFormat", offsetof(ois::OisCustInfo, gainFormat)),
-    uint16Field("hallRange", offsetof(ois::OisCustInfo, hallRange)),
-    uint16Field("accSupport", offsetof(ois::OisCustInfo, accSupport)),
-    uint16Field("accDistance", offsetof(ois::OisCustInfo, accDistance)),
-    uint16Field("actOisSupport", offsetof(ois::OisCustInfo, actOisSupport)),
-    uint16Field("zoomActOisSupport", offsetof(ois::OisCustInfo, zoomActOisSupport)),
-    uint16Field("actuatorDetectSupport", offsetof(ois::OisCustInfo, actuatorDetectSupport)),
-    uint16Field("extraParamSupport", offsetof(ois::OisCustInfo, extraParamSupport)),
-    uint16Field("camera_type", offsetof(ois::OisCustInfo, camera_type)),
-    uint16Field("streamOnDelay", offsetof(ois::OisCustInfo, streamOnDelay)),
-    uint16Field("coordinateNum", offsetof(ois::OisCustInfo, coordinateNum)),
-    uint8Field("useSensorHub", offsetof(ois::OisCustInfo, useSensorHub)),
-    floatField("angleAmplitude", offsetof(ois::OisCustInfo, angleAmplitude)),
-    floatField("max_error_threshold", offsetof(ois::OisCustInfo, max_error_threshold)),
-    floatField("max_sum_error_threshold", offsetof(ois::OisCustInfo, max_sum_error_threshold)),
-    floatField("zoomScale", offsetof(ois::OisCustInfo, zoomScale)),
-    floatField("actOisAngle", offsetof(ois::OisCustInfo, actOisAngle)),
-    RecordField{"coordinateX", FieldType::kFloats, offsetof(ois::OisCustInfo, coordinateX),
-                sizeof(ois::OisCustInfo::coordinateX), false, "coordinateNum"},
-    RecordField{"coordinateY", FieldType::kFloats, offsetof(ois::OisCustInfo, coordinateY),
-                sizeof(ois::OisCustInfo::coordinateY), false, "coordinateNum"},
-    textField("mOisIcName", offsetof(ois::OisCustInfo, mOisIcName), sizeof(ois::OisCustInfo::mOisIcName)),
-    textField("cameraTypeName", offsetof(ois::OisCustInfo, cameraTypeName),
-              sizeof(ois::OisCustInfo::cameraTypeName)),
-};
+constexpr auto kCustInfoFields = [] {
+    std::array<RecordField, kCustomisationFields.size()> fields;
+    std::ranges::transform(kCustomisationFields, fields.begin(), &CustomisationField::record);
+    return fields;
+}();
 
 constexpr std::array kAccParamsFields{
     uint32Field("enable", offsetof(ois_acc_params, enable)),

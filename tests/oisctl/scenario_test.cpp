@@ -71,8 +71,8 @@ TEST(Scenario, MomentsComeInOrderOfTime) {
     )");
     ASSERT_EQ(scenario.moments.size(), 2U);
     EXPECT_EQ(scenario.moments[0].dynamic, 3);
-    const std::vector<std::pair<std::string, std::string>> set{{"vendor.debug.ois.dynamic", "2"},
-                                                               {"vendor.debug.ois.gethall", "1"}};
+    const std::vector<phone::Property> set{{"vendor.debug.ois.dynamic", "2"},
+                                           {"vendor.debug.ois.gethall", "1"}};
     EXPECT_EQ(scenario.moments[0].properties, set);
     EXPECT_EQ(scenario.moments[1].stream, false);
     EXPECT_TRUE(scenario.drivesStream());
@@ -84,7 +84,7 @@ TEST(Scenario, RefusesWhatCannotBePlayed) {
     const std::string span = "duration_s = 1\n[[span]]\n", at = "duration_s = 1\n[[at]]\n";
     const std::tuple<std::string, int, const char*> cases[] = {
         {"title = \"x\"", 1, "duration_s = 10"},
-        {"duration_s = 0", 1, "'duration_s' is 0"},
+        {"duration_s = 0", 1, "duration_s is 0; it may be a number, 0.0333"},
         {"duration_s = 1\nframe_rate = 5000", 2, "1 to 1000"},
         {"duration_s = 1\ndurations = 2", 2, "did you mean 'duration_s'"},
         {"duration_s = 1\nmotion = \"jump\"", 2, "hand"},
@@ -92,14 +92,20 @@ TEST(Scenario, RefusesWhatCannotBePlayed) {
         {span, 2, "states no value"},
         {span + "zoom_ration = 2", 3, "did you mean 'zoom_ratio'"},
         {span + "zoom_ratio = nan", 3, "0 to 1000"},
-        {span + "zoom_ratio = \"big\"", 3, "takes a number"},
-        {span + "video_mode = 0.5", 3, "whole numbers"},
+        {span + "zoom_ratio = \"big\"", 3, "span.zoom_ratio is \"big\"; it may be a number"},
+        {span + "video_mode = 0.5", 3, "whole number"},
         {span + "capture_value = 3000000000", 3, "2147483647"},
         {span + "zoom_ratio = { from = 1 }", 3, "both ends"},
-        {span + "zoom_ratio = { from = 1, two = 2 }", 3, "did you mean 'to'"},
+        {span + "zoom_ratio = { from = 1, to = 2, two = 2 }", 3, "did you mean 'to'"},
+        {span + "zoom_ratio = []", 3, "it may be a number"},
         {span + "zoom_ratio = [[0, 1], [0, 2]]", 3, "ascend"},
+        {span + "zoom_ratio = [\n[0, 1],\n[0.5, 2000]]", 5, "second value is 2000; it may be a number, 0 to"},
+        {span + "zoom_ratio = [[0, 1], 2]", 3, "holds 2; it may hold: point"},
+        {span + "from_s = 0.5\nzoom_ratio = [[0, 1], [1, 2]]", 4,
+         "has a point at 1 s; its span is 0.5 s long"},
         {span + "from_s = 0.5\nto_s = 0.2\nvideo_mode = 1", 2, "before it begins"},
         {span + "to_s = 2\nvideo_mode = 1", 3, "0 to 1"},
+        {span + "to_s = 1\nframes = 2\nvideo_mode = 1", 4, "one of them"},
         {at + "stream = \"on\"", 2, "s = 1.5"},
         {at + "s = 0", 2, "does nothing"},
         {at + "s = 0\nstream = \"maybe\"", 4, "\"on\" or \"off\""},

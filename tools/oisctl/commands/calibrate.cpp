@@ -186,9 +186,8 @@ void print(const Verdict& verdict, const std::optional<Offsets>& before, const s
 }
 
 int run(Settings settings) {
-    // The hub's own calibration would tell nothing; the family parser goes through the registers. What the
-    // user sets comes later and wins.
-    settings.assignments.insert(settings.assignments.begin(), "vendor.debug.ois.bypassen=0");
+    // The hub's own calibration would tell nothing; the family parser goes through the registers.
+    settings.presets.push_back(phone::knownProperty("bypassen", "0"));
     if (settings.motion.empty()) settings.motion = "rest";
     DriverSession session(settings, settings.verbose ? Narration::kCalls : Narration::kNothing);
     session.requireStreaming();

@@ -50,8 +50,8 @@ void dumpOtp(DriverSession& session) {
 int run(Options options) {
     const bool otp = options.what == "otp";
     if (!options.folder.empty()) requireFolder(options.folder);
-    options.settings.assignments.push_back("vendor.debug.ois.dump=" +
-                                           std::to_string(otp ? kDumpOtp : kDumpFlash));
+    options.settings.properties.push_back(
+        phone::knownProperty("dump", std::to_string(otp ? kDumpOtp : kDumpFlash)));
     DriverSession session(options.settings,
                           options.settings.verbose ? Narration::kCalls : Narration::kNothing);
     if (!session.module().hasOis) throw InputError("dump: " + session.module().name + " has no OIS");

@@ -1,5 +1,8 @@
 // oisctl modules: the camera modules that ship, or one in detail.
 
+#include <fmt/core.h>
+
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -7,6 +10,8 @@
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
+#include "modules/customisation_fields.h"
+#include "modules/module_checks.h"
 #include "modules/module_description.h"
 #include "session/settings.h"
 
@@ -18,6 +23,7 @@ using phone::ModuleDescription;
 
 struct Options {
     std::string name;
+    bool toml = false;
     Settings settings;
 };
 
@@ -40,7 +46,7 @@ std::string gainFormat(const ModuleDescription& module) {
         case ois::kGainQ31:
             return "Q31";
         default:
-            return "unknown (" + std::to_string(module.custInfo.gainFormat) + ")";
+            return fmt::format("unknown ({})", module.custInfo.gainFormat);
     }
 }
 
@@ -62,9 +68,15 @@ std::string featureText(const ModuleDescription& module) {
     return text.empty() ? "-" : text;
 }
 
+// As the driver gets it.
+std::vector<phone::Field> customisationOf(const ModuleDescription& module) {
+    const phone::RequestInfo* request = phone::findRequest("SET_CUSTOMISATION");
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&module.custInfo);
+    return phone::decodeRecord(*request->record, {bytes, sizeof module.custInfo});
+}
+
 nlohmann::json toJson(const ModuleDescription& module) {
-    const ois::OisCustInfo& info = module.custInfo;
-    return {
+    nlohmann::json json = {
         {"name", module.name},
         {"summary", module.summary},
         {"source", module.source},
@@ -72,60 +84,57 @@ nlohmann::json toJson(const ModuleDescription& module) {
         {"way", way(module)},
         {"chip", chip(module)},
         {"driver_name", module.driverName},
-        {"camera_type",
-         std::string(info.cameraTypeName, strnlen(info.cameraTypeName, sizeof info.cameraTypeName))},
         {"gain_format", gainFormat(module)},
         {"features", features(module)},
-        {"acc_distance_mm", info.accDistance},
-        {"angle_amplitude", info.angleAmplitude},
-        {"zoom_scale", info.zoomScale},
-        {"active_ois_angle", info.actOisAngle},
-        {"stream_on_delay_us", info.streamOnDelay},
-        {"test_positions", info.coordinateNum},
-        {"max_error", info.max_error_threshold},
-        {"max_error_sum", info.max_sum_error_threshold},
         {"firmware_version", module.firmwareVersion},
         {"hall_centre", {module.stabiliser.hallCenterX, module.stabiliser.hallCenterY}},
         {"lens_travel_deg", module.stabiliser.limitAngle},
         {"lens_bandwidth_hz", module.stabiliser.bandwidthHz},
+        {"doubts", phone::doubtsAbout(module)},
     };
+    for (const phone::Field& field : customisationOf(module)) {
+        std::visit([&](const auto& value) { json["customisation"][field.name] = value; }, field.value);
+    }
+    return json;
+}
+
+void printCustomisation(const ModuleDescription& module) {
+    Table table({"CUSTOMISATION", "VALUE", "", "MEANING"});
+    table.alignRight(1);
+    const std::vector<phone::Field> values = customisationOf(module);
+    for (const phone::CustomisationField& field : phone::kCustomisationFields) {
+        if (field.record.type == phone::FieldType::kFloats) continue;  // too long for a cell
+        const auto value = std::ranges::find(values, field.record.name, &phone::Field::name);
+        table.addRow({styled(Style::kName, field.record.name), toText(*value), std::string(field.unit),
+                      std::string(field.meaning)});
+    }
+    table.print();
 }
 
 void printDetails(const ModuleDescription& module) {
-    const ois::OisCustInfo& info = module.custInfo;
+    const phone::StabiliserSettings& lens = module.stabiliser;
     printLine(styled(Style::kBold, module.name) + "  " + module.summary);
     Table table({"", ""});
-    const auto row = [&table](const std::string& label, const std::string& text) {
-        table.addRow({"  " + label, text});
-    };
-    row("source", module.source);
-    if (!module.hasOis) {
-        row("OIS", "none: Init answers 0 and the driver sends nothing");
-        table.print();
-        return;
+    table.addRow({"  source", module.source});
+    if (module.hasOis) {
+        const auto row = [&table](const std::string& label, const std::string& text) {
+            table.addRow({"  " + label, text});
+        };
+        row("way to the controller", way(module));
+        row("driver name", module.driverName);
+        row("features", featureText(module));
+        row("firmware", fmt::format("0x{:08x}", module.firmwareVersion));
+        row("hall centre", fmt::format("{}, {}", lens.hallCenterX, lens.hallCenterY));
+        row("lens", fmt::format("travel +/-{:.2f} deg, bandwidth {:.0f} Hz, damping {:.2f}", lens.limitAngle,
+                                lens.bandwidthHz, lens.damping));
+    } else {
+        table.addRow({"  OIS", "none: Init answers 0 and the driver sends nothing"});
     }
-    row("way to the controller", way(module));
-    row("chip", chip(module));
-    row("driver name", module.driverName);
-    row("camera type",
-        std::string(info.cameraTypeName, strnlen(info.cameraTypeName, sizeof info.cameraTypeName)));
-    row("gain format", gainFormat(module));
-    row("features", featureText(module));
-    row("default acc distance", std::to_string(info.accDistance) + " mm");
-    row("angle amplitude", number(info.angleAmplitude, 4) + " deg");
-    row("zoom factor", info.zoomScale == 0 ? "none of its own" : number(info.zoomScale, 3));
-    row("active OIS angle", number(info.actOisAngle, 3));
-    row("stream-on delay", std::to_string(info.streamOnDelay) + " us");
-    row("defect test", std::to_string(info.coordinateNum) + " coordinates, error below " +
-                           number(info.max_error_threshold, 1) + ", sum below " +
-                           number(info.max_sum_error_threshold, 1));
-    row("firmware", hex(module.firmwareVersion, 8));
-    row("hall centre",
-        std::to_string(module.stabiliser.hallCenterX) + ", " + std::to_string(module.stabiliser.hallCenterY));
-    row("lens", "travel +/-" + number(module.stabiliser.limitAngle, 2) + " deg, bandwidth " +
-                    number(module.stabiliser.bandwidthHz, 0) + " Hz, damping " +
-                    number(module.stabiliser.damping, 2));
     table.print();
+    if (module.hasOis) printCustomisation(module);
+    for (const std::string& doubt : phone::doubtsAbout(module)) {
+        printLine(styled(Style::kWarning, "doubtful: " + doubt));
+    }
 }
 
 void printTable() {
@@ -137,29 +146,34 @@ void printTable() {
     table.print();
 }
 
-int show(const Options& options) {
+void showAll(bool json) {
+    if (!json) return printTable();
+    nlohmann::json list = nlohmann::json::array();
+    for (const ModuleDescription& module : phone::shippedModules()) list.push_back(toJson(module));
+    printLine(list.dump(2));
+}
+
+int show(const Options& options) try {
     if (options.name.empty()) {
-        if (!options.settings.json) {
-            printTable();
-            return kSuccess;
-        }
-        nlohmann::json list = nlohmann::json::array();
-        for (const ModuleDescription& module : phone::shippedModules()) list.push_back(toJson(module));
-        printLine(list.dump(2));
+        if (options.toml) throw InputError("modules --toml: needs a module's name");
+        showAll(options.settings.json);
         return kSuccess;
     }
-    ModuleDescription module;
-    try {
-        module = phone::moduleByName(options.name);
-    } catch (const std::runtime_error& error) {
-        throw InputError("modules " + options.name + ": " + error.what());
-    }
-    if (options.settings.json) {
+    const ModuleDescription module = phone::moduleByName(options.name);
+    if (options.toml) {
+        std::string text = phone::moduleText(options.name);
+        if (text.ends_with('\n')) text.pop_back();
+        printLine(text);
+    } else if (options.settings.json) {
         printLine(toJson(module).dump(2));
     } else {
         printDetails(module);
     }
     return kSuccess;
+} catch (const InputError&) {
+    throw;
+} catch (const std::runtime_error& error) {
+    throw InputError(fmt::format("modules {}: {}", options.name, error.what()));
 }
 
 }  // namespace
@@ -172,9 +186,11 @@ Command describeModules() {
                      "A shipped module, or a TOML file, which is checked",
                      &options->name,
                      {.words = moduleNames}},
+                    {"--toml", "", "Print the description itself, to start one of your own", &options->toml},
                     jsonOption(options->settings)},
         .examples = {{"oisctl modules", "the modules that ship"},
                      {"oisctl modules dw9786", "one in detail"},
+                     {"oisctl modules dw9786 --toml > mine.toml", "a start for one of your own"},
                      {"oisctl modules ./mine.toml", "checks a description of your own"},
                      {"oisctl modules --json | jq '.[].name'"}},
         .run = [options] { return show(*options); },

@@ -86,9 +86,9 @@ void print(DriverSession& session, const std::filesystem::path& file) {
 
 int run(Options options) {
     requireFolder(options.folder);
-    std::vector<std::string>& assignments = options.settings.assignments;
-    assignments.push_back("vendor.debug.ois.dump=" + std::to_string(kDumpOtp));
-    assignments.push_back("vendor.debug.ois.dump.interval.time=" + std::to_string(options.intervalMs));
+    std::vector<phone::Property>& properties = options.settings.properties;
+    properties.push_back(phone::knownProperty("dump", std::to_string(kDumpOtp)));
+    properties.push_back(phone::knownProperty("dump.interval.time", std::to_string(options.intervalMs)));
     // Simulated time stands still for a recorder that never sleeps.
     if (options.intervalMs == 0) options.settings.realTime = true;
     DriverSession session(options.settings,

@@ -104,13 +104,8 @@ void Tour::runOperations() {
 }
 
 Settings withScenario(Settings settings, const Scenario& scenario) {
-    if (scenario.motion && settings.motion.empty()) settings.motion = *scenario.motion;
-    // What the command line says overrides what the scenario says.
-    std::vector<std::string> assignments;
-    for (const auto& [key, value] : scenario.properties)
-        assignments.push_back(std::string(key).append("=").append(value));
-    settings.assignments.insert(settings.assignments.begin(), assignments.begin(), assignments.end());
-    for (const std::string& fault : scenario.faults) settings.faults.push_back(phone::parseFault(fault));
+    settings.presets = scenario.properties;
+    settings.faults.insert(settings.faults.begin(), scenario.faults.begin(), scenario.faults.end());
     return settings;
 }
 
@@ -120,13 +115,15 @@ int run(const Options& options) {
         session.requireStreaming();
         return conclude(session, Tour(session, options).run());
     }
-    const Scenario scenario = scenarioByName(options.scenario);
+    const Scenario scenario = scenarioByName(options.scenario, options.settings.seed);
     if (options.settings.kernel == "real" && options.settings.thermalFolder.empty() &&
         scenario.setsTemperature()) {
         throw InputError("--scenario " + options.scenario +
                          ": sets the temperature, which --kernel real allows only with --thermal-folder");
     }
     DriverSession session(withScenario(options.settings, scenario), Narration::kCommands);
+    // What the command line says overrides what the scenario says.
+    if (scenario.motion && options.settings.motion.empty()) session.phone().motion().set(scenario.motion);
     session.requireStreaming();
     return conclude(session, runScenario(session, scenario));
 }

@@ -2,19 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
+#include <filesystem>
 #include <stdexcept>
 
-#include <toml++/toml.h>
+#include <fmt/format.h>
 
 #include "base/errors.h"
 #include "base/file_content.h"
 #include "base/suggest.h"
-#include "base/terminal.h"
-#include "controllers/korva_chip.h"
-#include "faults/faults.h"
-#include "motion/motion.h"
-#include "services/property_store.h"
+#include "base/toml_reader.h"
 #include "session/settings.h"
 
 namespace oisctl {
@@ -30,301 +26,132 @@ constexpr double kMaxFrameRate = 1000;
 constexpr double kMaxDurationS = 86400;
 constexpr double kMaxDiopter = 100;
 constexpr int32_t kMaxSensorDev = 7;
+// Frame times are computed, span ends are typed: a frame on the border must not miss it by rounding.
+constexpr double kSlack = 1e-9;
 
-constexpr std::string_view kSpanTimes[] = {"from_s", "to_s", "frames"};
-constexpr std::string_view kMomentKeys[] = {"s",      "stream",    "dynamic",      "sensor_mode",
-                                            "mode",   "operation", "check_status", "set",
-                                            "motion", "thermal",   "faults",       "clear_faults"};
-constexpr std::string_view kTopKeys[] = {"title",  "frame_rate", "duration_s", "motion",
-                                         "faults", "properties", "span",       "at"};
+using phone::NumberRange;
+using phone::TableReader;
 
-template <size_t kCount>
-std::vector<std::string> names(const std::string_view (&keys)[kCount]) {
-    return {std::begin(keys), std::end(keys)};
-}
-
-std::vector<std::string> spanNames() {
-    std::vector<std::string> all = names(kSpanTimes);
-    for (const SpanField& field : spanFields()) all.emplace_back(field.name);
-    return all;
-}
-
-std::string plain(double value) {
-    std::ostringstream text;
-    text.precision(15);
-    text << value;
-    return text.str();
-}
-
-// Reads one scenario; every complaint names the line it is about.
-class Reader {
-  public:
-    explicit Reader(std::string source) : mSource(std::move(source)) {}
-
-    Scenario read(std::string_view text);
-
-  private:
-    [[noreturn]] void refuse(const toml::source_region& where, const std::string& what) const {
-        throw InputError(mSource + ":" + std::to_string(where.begin.line) + ": " + what);
+// A value, a curve of points, or a ramp; nothing where the span does not state the field.
+std::optional<Curve> readCurve(TableReader& span, const SpanField& field, double spanS) {
+    const NumberRange range{field.least, field.greatest, field.whole};
+    if (span.holdsTable(field.name)) {
+        TableReader ramp = *span.table(field.name);
+        for (const char* end : {"from", "to"})
+            ramp.require(end, "a ramp needs both ends: { from = 1.0, to = 30.0 }");
+        const Curve::Point from(0, *ramp.number("from", range)), to(spanS, *ramp.number("to", range));
+        ramp.finish();
+        return Curve({from, to});
     }
-    void expectKeys(const toml::table& table, const std::string& what,
-                    const std::vector<std::string>& known) const;
-
-    double numberIn(const toml::node& node, const std::string& what, double least, double greatest) const;
-    int32_t int32In(const toml::node& node, const std::string& what) const;
-    double valueIn(const toml::node& node, const SpanField& field) const;
-    bool boolIn(const toml::node& node, const std::string& what) const;
-    std::string textIn(const toml::node& node, const std::string& what) const;
-    const toml::table& tableIn(const toml::node& node, const std::string& what) const;
-
-    Curve readCurve(const toml::node& node, const SpanField& field, double spanS) const;
-    Curve readPoints(const toml::array& array, const SpanField& field) const;
-    Span readSpan(const toml::table& table, const Scenario& scenario) const;
-    Moment readMoment(const toml::table& table, const Scenario& scenario) const;
-    void readTop(const toml::table& table, Scenario& scenario) const;
-    std::vector<std::pair<std::string, std::string>> readProperties(const toml::node& node) const;
-    std::vector<std::string> readFaults(const toml::node& node) const;
-    std::string readMotion(const toml::node& node) const;
-    bool readStream(const toml::node& node) const;
-
-    const std::string mSource;
-};
-
-void Reader::expectKeys(const toml::table& table, const std::string& what,
-                        const std::vector<std::string>& known) const {
-    for (const auto& [key, node] : table) {
-        if (std::find(known.begin(), known.end(), key.str()) != known.end()) continue;
-        refuse(key.source(),
-               what + " has no field '" + std::string(key.str()) + "'" + suggestion(key.str(), known));
+    auto points = span.points(field.name, {0, kMaxDurationS}, range);
+    if (!points) return std::nullopt;
+    if (const double last = points->back().first; last > spanS + kSlack) {
+        span.fail(field.name, fmt::format("has a point at {} s; its span is {} s long", last, spanS));
     }
+    return Curve(std::move(*points));
 }
 
-double Reader::numberIn(const toml::node& node, const std::string& what, double least,
-                        double greatest) const {
-    const std::optional<double> value = node.value<double>();
-    if (!value || (!node.is_integer() && !node.is_floating_point())) {
-        refuse(node.source(), what + " takes a number from " + plain(least) + " to " + plain(greatest));
-    }
-    // Written so that NaN is refused too.
-    if (!(*value >= least && *value <= greatest)) {
-        refuse(node.source(),
-               what + " is " + plain(*value) + "; it takes " + plain(least) + " to " + plain(greatest));
-    }
-    return *value;
-}
-
-int32_t Reader::int32In(const toml::node& node, const std::string& what) const {
-    if (!node.is_integer()) refuse(node.source(), what + " takes a whole number");
-    return static_cast<int32_t>(numberIn(node, what, kInt32Min, kInt32Max));
-}
-
-double Reader::valueIn(const toml::node& node, const SpanField& field) const {
-    const std::string what = "'" + std::string(field.name) + "'";
-    if (field.whole && node.is_boolean() && field.least <= 0 && field.greatest >= 1)
-        return node.value_or(false) ? 1 : 0;
-    const double value = numberIn(node, what, field.least, field.greatest);
-    if (field.whole && value != std::floor(value)) {
-        refuse(node.source(), what + " is " + plain(value) + "; it takes whole numbers");
-    }
-    return value;
-}
-
-bool Reader::boolIn(const toml::node& node, const std::string& what) const {
-    if (!node.is_boolean()) refuse(node.source(), what + " takes true or false");
-    return node.value_or(false);
-}
-
-std::string Reader::textIn(const toml::node& node, const std::string& what) const {
-    if (!node.is_string()) refuse(node.source(), what + " takes a text in quotes");
-    return node.value_or(std::string());
-}
-
-const toml::table& Reader::tableIn(const toml::node& node, const std::string& what) const {
-    const toml::table* table = node.as_table();
-    if (table == nullptr) refuse(node.source(), what);
-    return *table;
-}
-
-Curve Reader::readPoints(const toml::array& array, const SpanField& field) const {
-    const std::string what = "'" + std::string(field.name) + "'";
-    std::vector<Curve::Point> points;
-    for (const toml::node& node : array) {
-        const toml::array* pair = node.as_array();
-        if (pair == nullptr || pair->size() != 2)
-            refuse(node.source(), what + ": a curve's points are [seconds, value]");
-        const Curve::Point point{numberIn(*pair->get(0), what + " seconds", 0, kMaxDurationS),
-                                 valueIn(*pair->get(1), field)};
-        if (!points.empty() && point.s <= points.back().s) {
-            refuse(node.source(), what + ": the seconds of a curve's points must ascend");
-        }
-        points.push_back(point);
-    }
-    if (points.empty()) refuse(array.source(), what + ": a curve needs at least one point [seconds, value]");
-    return Curve(std::move(points));
-}
-
-Curve Reader::readCurve(const toml::node& node, const SpanField& field, double spanS) const {
-    if (const toml::array* points = node.as_array()) return readPoints(*points, field);
-    const toml::table* ramp = node.as_table();
-    if (ramp == nullptr) return Curve(valueIn(node, field));
-    const std::string what = "the ramp of '" + std::string(field.name) + "'";
-    expectKeys(*ramp, what, {"from", "to"});
-    const toml::node* from = ramp->get("from");
-    const toml::node* to = ramp->get("to");
-    if (from == nullptr || to == nullptr)
-        refuse(ramp->source(), what + " needs both ends: { from = 1.0, to = 30.0 }");
-    return Curve({{0, valueIn(*from, field)}, {spanS, valueIn(*to, field)}});
-}
-
-Span Reader::readSpan(const toml::table& table, const Scenario& scenario) const {
-    expectKeys(table, "a span", spanNames());
+Span readSpan(TableReader& table, const Scenario& scenario) {
+    const NumberRange times{0, scenario.durationS};
     Span span;
     span.toS = scenario.durationS;
-    if (const toml::node* node = table.get("from_s"))
-        span.fromS = numberIn(*node, "'from_s'", 0, scenario.durationS);
-    const toml::node* to = table.get("to_s");
-    const toml::node* frames = table.get("frames");
-    if (to != nullptr && frames != nullptr)
-        refuse(frames->source(), "a span takes 'to_s' or 'frames', not both");
-    if (to != nullptr) span.toS = numberIn(*to, "'to_s'", 0, scenario.durationS);
-    if (frames != nullptr) {
-        const double count = numberIn(*frames, "'frames'", 1, kMaxDurationS * kMaxFrameRate);
-        span.toS = span.fromS + count / scenario.frameRateHz;
+    table.read("from_s", span.fromS, times);
+    table.read("to_s", span.toS, times);
+    if (const auto frames = table.number("frames", {1, kMaxDurationS * kMaxFrameRate, true})) {
+        if (table.has("to_s")) table.fail("frames", "stands beside to_s; a span takes one of them");
+        span.toS = span.fromS + *frames / scenario.frameRateHz;
     }
     if (span.toS <= span.fromS) {
-        refuse(table.source(),
-               "the span ends at " + plain(span.toS) + " s, before it begins at " + plain(span.fromS) + " s");
+        table.fail(fmt::format("ends at {} s, before it begins at {} s", span.toS, span.fromS));
     }
     for (const SpanField& field : spanFields()) {
-        if (const toml::node* node = table.get(field.name)) {
-            span.values.emplace_back(&field, readCurve(*node, field, span.toS - span.fromS));
-        }
+        if (auto curve = readCurve(table, field, span.toS - span.fromS))
+            span.values.emplace_back(&field, std::move(*curve));
     }
+    table.finish();
     if (span.values.empty()) {
-        refuse(table.source(),
-               "the span states no value; for example: zoom_ratio = { from = 1.0, to = 30.0 }");
+        table.fail("states no value; for example: zoom_ratio = { from = 1.0, to = 30.0 }");
     }
     return span;
 }
 
-std::vector<std::pair<std::string, std::string>> Reader::readProperties(const toml::node& node) const {
-    const toml::table& table =
-        tableIn(node, "properties stand in a table: { \"vendor.debug.ois.dynamic\" = 3 }");
-    std::vector<std::pair<std::string, std::string>> properties;
-    phone::PropertyStore checker;
-    for (const auto& [key, value] : table) {
-        std::string text;
-        if (value.is_integer()) text = std::to_string(value.value_or(int64_t{0}));
-        if (value.is_boolean()) text = value.value_or(false) ? "1" : "0";
-        if (value.is_string()) text = value.value_or(std::string());
-        if (text.empty())
-            refuse(value.source(),
-                   "'" + std::string(key.str()) + "' takes a whole number, true, false or a text");
-        const std::string name = wholePropertyName(key.str());
-        try {
-            checker.setKnown(name, text);
-        } catch (const std::invalid_argument& error) {
-            refuse(key.source(), error.what());
-        }
-        properties.emplace_back(name, text);
-    }
+std::vector<phone::Property> readProperties(TableReader& table, std::string_view key) {
+    std::vector<phone::Property> properties;
+    table.takeScalars(key, [&](const std::string& name, const std::string& value) {
+        properties.push_back(phone::knownProperty(name, value));
+    });
     return properties;
 }
 
-std::vector<std::string> Reader::readFaults(const toml::node& node) const {
-    const toml::array* array = node.as_array();
-    if (array == nullptr) refuse(node.source(), "faults stand in a list: [\"SET_MODE@3:lost\"]");
-    std::vector<std::string> faults;
-    for (const toml::node& entry : *array) {
-        const std::string text = textIn(entry, "a fault");
-        try {
-            static_cast<void>(phone::parseFault(text));
-        } catch (const std::invalid_argument& error) {
-            refuse(entry.source(), error.what());
-        }
-        faults.push_back(text);
-    }
+std::vector<phone::Fault> readFaults(TableReader& table) {
+    std::vector<phone::Fault> faults;
+    table.takeTexts("faults", [&](const std::string& text) { faults.push_back(phone::parseFault(text)); });
     return faults;
 }
 
-std::string Reader::readMotion(const toml::node& node) const {
-    std::string text = textIn(node, "'motion'");
-    try {
-        static_cast<void>(phone::motionByName(text));
-    } catch (const std::runtime_error& error) {
-        refuse(node.source(), std::string("motion: ") + error.what());
+std::shared_ptr<const phone::MotionSource> readMotion(TableReader& table, uint64_t seed) {
+    std::shared_ptr<const phone::MotionSource> motion;
+    table.takeText("motion", [&](const std::string& text) { motion = phone::motionByName(text, seed); });
+    return motion;
+}
+
+std::optional<bool> readStream(TableReader& table) {
+    const auto state = table.scalar("stream");
+    if (!state) return std::nullopt;
+    const bool on = *state == "on" || *state == "1";
+    if (!on && *state != "off" && *state != "0") {
+        table.fail("stream", fmt::format("is \"{}\"; it may be \"on\" or \"off\"", *state));
     }
-    return text;
+    return on;
 }
 
-bool Reader::readStream(const toml::node& node) const {
-    if (node.is_boolean()) return node.value_or(false);
-    const std::string text = node.value_or(std::string());
-    if (text != "on" && text != "off") refuse(node.source(), "'stream' takes \"on\" or \"off\"");
-    return text == "on";
+std::optional<Thermal> readThermal(TableReader& table) {
+    const auto state = table.text("thermal");
+    if (!state) return std::nullopt;
+    if (*state == "absent") return Thermal{Thermal::Kind::kAbsent, {}};
+    if (*state == "unreadable") return Thermal{Thermal::Kind::kUnreadable, {}};
+    return Thermal{Thermal::Kind::kHolds, *state};
 }
 
-Moment Reader::readMoment(const toml::table& table, const Scenario& scenario) const {
-    expectKeys(table, "an 'at' entry", names(kMomentKeys));
+Moment readMoment(TableReader& table, const Scenario& scenario, uint64_t seed) {
     Moment moment;
-    const toml::node* at = table.get("s");
-    if (at == nullptr) refuse(table.source(), "an 'at' entry needs its moment: s = 1.5");
-    moment.atS = numberIn(*at, "'s'", 0, scenario.durationS);
-    if (table.size() == 1)
-        refuse(table.source(), "the 'at' entry does nothing; it may do: " + joined(names(kMomentKeys)));
-    if (const toml::node* node = table.get("stream")) moment.stream = readStream(*node);
-    if (const toml::node* node = table.get("dynamic")) moment.dynamic = int32In(*node, "'dynamic'");
-    if (const toml::node* node = table.get("sensor_mode"))
-        moment.sensorMode = int32In(*node, "'sensor_mode'");
-    if (const toml::node* node = table.get("mode")) moment.mode = int32In(*node, "'mode'");
-    if (const toml::node* node = table.get("operation")) moment.operation = int32In(*node, "'operation'");
-    if (const toml::node* node = table.get("check_status"))
-        moment.checkStatus = boolIn(*node, "'check_status'");
-    if (const toml::node* node = table.get("set")) moment.properties = readProperties(*node);
-    if (const toml::node* node = table.get("motion")) moment.motion = readMotion(*node);
-    if (const toml::node* node = table.get("thermal")) moment.thermal = textIn(*node, "'thermal'");
-    if (const toml::node* node = table.get("faults")) moment.faults = readFaults(*node);
-    if (const toml::node* node = table.get("clear_faults"))
-        moment.clearFaults = boolIn(*node, "'clear_faults'");
+    table.require("s", "it says when, for example s = 1.5");
+    table.read("s", moment.atS, {0, scenario.durationS});
+    moment.stream = readStream(table);
+    table.read("dynamic", moment.dynamic);
+    table.read("sensor_mode", moment.sensorMode);
+    table.read("mode", moment.mode);
+    table.read("operation", moment.operation);
+    table.read("check_status", moment.checkStatus);
+    moment.properties = readProperties(table, "set");
+    moment.motion = readMotion(table, seed);
+    moment.thermal = readThermal(table);
+    moment.faults = readFaults(table);
+    table.read("clear_faults", moment.clearFaults);
+    table.finish();
+    if (table.size() == 1) table.fail("does nothing; for example: stream = \"off\"");
     return moment;
 }
 
-void Reader::readTop(const toml::table& table, Scenario& scenario) const {
-    expectKeys(table, "a scenario", names(kTopKeys));
-    if (const toml::node* node = table.get("title")) scenario.title = textIn(*node, "'title'");
-    if (const toml::node* node = table.get("frame_rate")) {
-        scenario.frameRateHz = numberIn(*node, "'frame_rate'", 1, kMaxFrameRate);
-    }
-    const toml::node* duration = table.get("duration_s");
-    if (duration == nullptr) refuse(table.source(), "a scenario needs its length: duration_s = 10");
-    scenario.durationS = numberIn(*duration, "'duration_s'", 1 / scenario.frameRateHz, kMaxDurationS);
-    if (const toml::node* node = table.get("motion")) scenario.motion = readMotion(*node);
-    if (const toml::node* node = table.get("properties")) scenario.properties = readProperties(*node);
-    if (const toml::node* node = table.get("faults")) scenario.faults = readFaults(*node);
+Scenario readScenario(TableReader table, uint64_t seed) {
+    Scenario scenario;
+    table.require("duration_s", "a scenario needs its length, for example duration_s = 10");
+    scenario.title = table.text("title").value_or("");
+    table.read("frame_rate", scenario.frameRateHz, {1, kMaxFrameRate});
+    table.read("duration_s", scenario.durationS, {1 / scenario.frameRateHz, kMaxDurationS});
+    scenario.motion = readMotion(table, seed);
+    scenario.properties = readProperties(table, "properties");
+    scenario.faults = readFaults(table);
+    for (TableReader& span : table.tables("span")) scenario.spans.push_back(readSpan(span, scenario));
+    for (TableReader& at : table.tables("at")) scenario.moments.push_back(readMoment(at, scenario, seed));
+    table.finish();
+    std::ranges::stable_sort(scenario.moments, {}, &Moment::atS);
+    return scenario;
 }
 
-Scenario Reader::read(std::string_view text) {
-    toml::table table;
-    try {
-        table = toml::parse(text, mSource);
-    } catch (const toml::parse_error& error) {
-        refuse(error.source(), std::string(error.description()));
-    }
-    Scenario scenario;
-    readTop(table, scenario);
-    const auto eachIn = [&](const char* key, const auto& take) {
-        const toml::node* node = table.get(key);
-        if (node == nullptr) return;
-        const std::string rule = std::string("'") + key + "' entries begin with [[" + key + "]]";
-        const toml::array* array = node->as_array();
-        if (array == nullptr) refuse(node->source(), rule);
-        for (const toml::node& entry : *array) take(tableIn(entry, rule));
-    };
-    eachIn("span", [&](const toml::table& entry) { scenario.spans.push_back(readSpan(entry, scenario)); });
-    eachIn("at", [&](const toml::table& entry) { scenario.moments.push_back(readMoment(entry, scenario)); });
-    const auto earlier = [](const Moment& a, const Moment& b) { return a.atS < b.atS; };
-    std::stable_sort(scenario.moments.begin(), scenario.moments.end(), earlier);
-    return scenario;
+template <auto kField>
+void into(ois_params& params, double value) {
+    params.*kField = static_cast<std::remove_reference_t<decltype(params.*kField)>>(value);
 }
 
 std::string textOf(const std::string& file) {
@@ -338,46 +165,39 @@ std::string textOf(const std::string& file) {
 }  // namespace
 
 double Curve::at(double s) const {
-    if (s <= mPoints.front().s) return mPoints.front().value;
-    for (size_t i = 1; i < mPoints.size(); ++i) {
-        const Point& from = mPoints[i - 1];
-        const Point& to = mPoints[i];
-        if (s < to.s) return from.value + (to.value - from.value) * (s - from.s) / (to.s - from.s);
-    }
-    return mPoints.back().value;
+    const auto next = std::ranges::upper_bound(mPoints, s, {}, &Point::first);
+    if (next == mPoints.begin()) return next->second;
+    const auto [fromS, from] = *(next - 1);
+    if (next == mPoints.end()) return from;
+    return from + (next->second - from) * (s - fromS) / (next->first - fromS);
 }
 
 const std::vector<SpanField>& spanFields() {
     static const std::vector<SpanField> fields{
         {"ois_mode_from_tag", 0, kUint8Max, true, 1, "nonzero: the request asks for stabilisation",
-         [](ois_params& p, double v) { p.ois_mode_from_tag = static_cast<uint8_t>(v); }},
+         into<&ois_params::ois_mode_from_tag>},
         {"video_mode", kInt32Min, kInt32Max, true, 0, "nonzero: video is recorded",
-         [](ois_params& p, double v) { p.video_mode = static_cast<int32_t>(v); }},
+         into<&ois_params::video_mode>},
         {"engineer_mode", kInt32Min, kInt32Max, true, 0, "8: engineering request",
-         [](ois_params& p, double v) { p.engineer_mode = static_cast<int32_t>(v); }},
+         into<&ois_params::engineer_mode>},
         {"engineer_operation", kInt32Min, kInt32Max, true, -1,
-         "operation of an engineering request; -1: none",
-         [](ois_params& p, double v) { p.engineer_operation = static_cast<int32_t>(v); }},
+         "operation of an engineering request; -1: none", into<&ois_params::engineer_operation>},
         {"act_scene", kInt32Min, kInt32Max, true, 0, "scene code; 4, 12 and 14 allow angle-based active OIS",
-         [](ois_params& p, double v) { p.act_scene = static_cast<int32_t>(v); }},
-        {"zoom_ratio", 0, kMaxZoom, false, 1, "zoom",
-         [](ois_params& p, double v) { p.zoom_ratio = static_cast<float>(v); }},
+         into<&ois_params::act_scene>},
+        {"zoom_ratio", 0, kMaxZoom, false, 1, "zoom", into<&ois_params::zoom_ratio>},
         {"zoom_scale_en", kInt32Min, kInt32Max, true, 0, "nonzero: scale the zoom by the module's factor",
-         [](ois_params& p, double v) { p.zoom_scale_en = static_cast<int32_t>(v); }},
+         into<&ois_params::zoom_scale_en>},
         {"extra_param", 0, kUint32Max, true, 0, "kept by modules with extra parameters",
-         [](ois_params& p, double v) { p.extra_param = static_cast<uint32_t>(v); }},
+         into<&ois_params::extra_param>},
         {"scenario", kInt32Min, kInt32Max, true, 0, "31: rule of mode 10; 29: stream changes are ignored",
-         [](ois_params& p, double v) { p.scenario = static_cast<int32_t>(v); }},
+         into<&ois_params::scenario>},
         {"sensor_dev", 0, kMaxSensorDev, true, 0,
-         "sensor that the scenario code concerns; else the session's own",
-         [](ois_params& p, double v) { p.sensor_dev = static_cast<int32_t>(v); }},
-        {"capture_en", kInt32Min, kInt32Max, true, 0, "1: still capture",
-         [](ois_params& p, double v) { p.capture_en = static_cast<int32_t>(v); }},
+         "sensor that the scenario code concerns; else the session's own", into<&ois_params::sensor_dev>},
+        {"capture_en", kInt32Min, kInt32Max, true, 0, "1: still capture", into<&ois_params::capture_en>},
         {"capture_value", kInt32Min, kInt32Max, true, 0,
-         "forwarded from 125000 on to a controller behind the hub",
-         [](ois_params& p, double v) { p.capture_value = static_cast<int32_t>(v); }},
+         "forwarded from 125000 on to a controller behind the hub", into<&ois_params::capture_value>},
         {"scenario_flag", kInt32Min, kInt32Max, true, 0, "with scenario 31, 0 allows mode 10",
-         [](ois_params& p, double v) { p.scenario_flag = static_cast<int32_t>(v); }},
+         into<&ois_params::scenario_flag>},
         {"requests", 0, 1, true, 1, "0: no request with these frames", nullptr},
         {"focus_distance_mm", 1, kInt32Max, true, 0, "object distance, as the distance sensor has it",
          nullptr},
@@ -398,8 +218,6 @@ double Scenario::frameTimeS(uint64_t frame) const {
 }
 
 std::optional<double> Scenario::value(const SpanField& field, double timeS) const {
-    // Frame times are computed, span ends are typed: a frame on the border must not miss it by rounding.
-    constexpr double kSlack = 1e-9;
     for (auto span = spans.rbegin(); span != spans.rend(); ++span) {
         if (timeS < span->fromS - kSlack || timeS >= span->toS - kSlack) continue;
         for (const auto& [stated, curve] : span->values) {
@@ -443,8 +261,12 @@ bool Scenario::setsTemperature() const {
            std::any_of(moments.begin(), moments.end(), inMoment);
 }
 
-Scenario parseScenario(std::string_view text, const std::string& source) {
-    return Reader(source).read(text);
+Scenario parseScenario(std::string_view text, const std::string& source, uint64_t seed) {
+    try {
+        return readScenario(TableReader(phone::parseToml(text, source), "", source), seed);
+    } catch (const std::runtime_error& error) {
+        throw InputError(error.what());
+    }
 }
 
 std::vector<std::string> scenarioNames() {
@@ -453,10 +275,10 @@ std::vector<std::string> scenarioNames() {
     return names;
 }
 
-Scenario scenarioByName(const std::string& nameOrFile) {
+Scenario scenarioByName(const std::string& nameOrFile, uint64_t seed) {
     for (const ShippedScenario& shipped : shippedScenarios()) {
         if (shipped.name != nameOrFile) continue;
-        Scenario scenario = parseScenario(shipped.text, "built-in " + nameOrFile);
+        Scenario scenario = parseScenario(shipped.text, "built-in " + nameOrFile, seed);
         scenario.name = nameOrFile;
         return scenario;
     }
@@ -468,7 +290,7 @@ Scenario scenarioByName(const std::string& nameOrFile) {
         throw InputError("--scenario " + nameOrFile + ": no such file, and no such scenario" +
                          suggestion(nameOrFile, scenarioNames()));
     }
-    Scenario scenario = parseScenario(textOf(nameOrFile), nameOrFile);
+    Scenario scenario = parseScenario(textOf(nameOrFile), nameOrFile, seed);
     scenario.name = std::filesystem::path(nameOrFile).stem();
     return scenario;
 }

@@ -1,17 +1,19 @@
 #pragma once
 // Scenarios: timelines of what the camera's 3A layer asks of the driver, frame by frame.
 
-#include <array>
 #include <cstdint>
-#include <filesystem>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "faults/faults.h"
+#include "motion/motion.h"
 #include "ois_drv.h"
+#include "services/property_store.h"
 
 namespace oisctl {
 
@@ -19,12 +21,8 @@ namespace oisctl {
 // the span's start.
 class Curve {
   public:
-    struct Point {
-        double s = 0;
-        double value = 0;
-    };
+    using Point = std::pair<double, double>;  // seconds, value
 
-    explicit Curve(double constant) : mPoints{{0, constant}} {}
     explicit Curve(std::vector<Point> points) : mPoints(std::move(points)) {}
     double at(double s) const;
 
@@ -51,6 +49,13 @@ struct Span {
     std::vector<std::pair<const SpanField*, Curve>> values;
 };
 
+// What the thermal sensor's file is like.
+struct Thermal {
+    enum class Kind { kHolds, kAbsent, kUnreadable };
+    Kind kind = Kind::kHolds;
+    std::string text;
+};
+
 // Something that happens once.
 struct Moment {
     double atS = 0;
@@ -60,10 +65,10 @@ struct Moment {
     std::optional<int32_t> mode;        // SetMode
     std::optional<int32_t> operation;   // SetOperation
     bool checkStatus = false;           // CheckIcStatus
-    std::vector<std::pair<std::string, std::string>> properties;
-    std::optional<std::string> motion;   // name or file
-    std::optional<std::string> thermal;  // "absent", "unreadable", or the file's text
-    std::vector<std::string> faults;
+    std::vector<phone::Property> properties;
+    std::shared_ptr<const phone::MotionSource> motion;  // or null
+    std::optional<Thermal> thermal;
+    std::vector<phone::Fault> faults;
     bool clearFaults = false;
 };
 
@@ -72,11 +77,11 @@ struct Scenario {
     std::string title;
     double frameRateHz = 30;
     double durationS = 0;
-    std::optional<std::string> motion;
-    std::vector<std::pair<std::string, std::string>> properties;  // set before the driver opens
-    std::vector<std::string> faults;                              // the same
-    std::vector<Span> spans;                                      // later ones win
-    std::vector<Moment> moments;                                  // in order of time
+    std::shared_ptr<const phone::MotionSource> motion;  // or null
+    std::vector<phone::Property> properties;            // set before the driver opens
+    std::vector<phone::Fault> faults;                   // the same
+    std::vector<Span> spans;                            // later ones win
+    std::vector<Moment> moments;                        // in order of time
 
     uint64_t frames() const;
     double frameTimeS(uint64_t frame) const;
@@ -90,9 +95,8 @@ struct Scenario {
     bool setsTemperature() const;
 };
 
-// Throws InputError "SOURCE:LINE: what is wrong; what would be right". Motions, properties and faults are
-// checked too.
-Scenario parseScenario(std::string_view text, const std::string& source);
+// Throws InputError "SOURCE:LINE: what is wrong; what would be right". `seed` is that of built-in motions.
+Scenario parseScenario(std::string_view text, const std::string& source, uint64_t seed = 1);
 
 struct ShippedScenario {
     std::string_view name;
@@ -102,6 +106,6 @@ struct ShippedScenario {
 const std::vector<ShippedScenario>& shippedScenarios();
 std::vector<std::string> scenarioNames();
 // A shipped scenario's name, else a file.
-Scenario scenarioByName(const std::string& nameOrFile);
+Scenario scenarioByName(const std::string& nameOrFile, uint64_t seed = 1);
 
 }  // namespace oisctl

@@ -25,7 +25,7 @@ class Player {
     void applyMoments(double timeS);
     void apply(const Moment& moment);
     void applyTemperature(double timeS);
-    void setThermal(const std::string& state);
+    void setThermal(const Thermal& thermal);
     void sendFocus(double timeS);
     void sendRequest(double timeS);
     void noteMode();
@@ -92,9 +92,9 @@ void Player::applyMoments(double timeS) {
 
 void Player::apply(const Moment& moment) {
     if (moment.clearFaults) mSession.clearFaults();
-    for (const std::string& fault : moment.faults) mSession.addFault(phone::parseFault(fault));
-    for (const auto& [key, value] : moment.properties) mSession.setProperty(key, value);
-    if (moment.motion) mSession.setMotion(*moment.motion);
+    for (const phone::Fault& fault : moment.faults) mSession.addFault(fault);
+    for (const phone::Property& property : moment.properties) mSession.phone().properties().set(property);
+    if (moment.motion) mSession.phone().motion().set(moment.motion);
     if (moment.thermal) setThermal(*moment.thermal);
     if (moment.stream) setStream(*moment.stream);
     if (moment.sensorMode) mSession.setSensorMode(*moment.sensorMode);
@@ -105,15 +105,16 @@ void Player::apply(const Moment& moment) {
     if (moment.checkStatus) mSession.checkStatus();
 }
 
-void Player::setThermal(const std::string& state) {
+void Player::setThermal(const Thermal& thermal) {
     phone::FileTree& files = mSession.phone().files();
     mTemperature.reset();
-    if (state == "absent") {
-        files.setThermalAbsent();
-    } else if (state == "unreadable") {
-        files.setThermalUnreadable();
-    } else {
-        files.setThermal(state);
+    switch (thermal.kind) {
+        case Thermal::Kind::kAbsent:
+            return files.setThermalAbsent();
+        case Thermal::Kind::kUnreadable:
+            return files.setThermalUnreadable();
+        case Thermal::Kind::kHolds:
+            return files.setThermal(thermal.text);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "session/driver_session.h"
 
+#include <fmt/core.h>
+
 #include <atomic>
 #include <cstdio>
 #include <stdexcept>
@@ -124,18 +126,14 @@ DriverSession::~DriverSession() {
 }
 
 void DriverSession::setProperties() {
+    std::vector<phone::Property> fromFile;
     try {
-        if (!mSettings.propertiesFile.empty()) mPhone->properties().load(mSettings.propertiesFile);
+        if (!mSettings.propertiesFile.empty()) fromFile = phone::loadProperties(mSettings.propertiesFile);
     } catch (const std::runtime_error& error) {
-        throw InputError(std::string("--properties: ") + error.what());
+        throw InputError(fmt::format("--properties: {}", error.what()));
     }
-    for (const std::string& assignment : mSettings.assignments) {
-        try {
-            mPhone->properties().assign(wholeAssignment(assignment));
-        } catch (const std::invalid_argument& error) {
-            throw InputError("--set " + assignment + ": " + error.what());
-        }
-    }
+    for (const auto& properties : {mSettings.presets, fromFile, mSettings.properties})
+        for (const phone::Property& property : properties) mPhone->properties().set(property);
 }
 
 void DriverSession::setMotion(const std::string& nameOrFile) {
@@ -152,10 +150,6 @@ phone::Stabiliser* DriverSession::stabiliser() {
     if (behindHub()) return &mPhone->hub().chip().stabiliser();
     phone::Controller* controller = mPhone->controller(mSettings.sensorDev);
     return controller == nullptr ? nullptr : &controller->stabiliser();
-}
-
-void DriverSession::setProperty(const std::string& key, const std::string& value) {
-    mPhone->properties().set(key, value);
 }
 
 void DriverSession::requireItsPlace(const phone::Fault& fault) const {

@@ -42,7 +42,6 @@ class DriverSession {
 
     // Called for every event of the trace, in order and one at a time; must not call back into the phone.
     void observe(std::function<void(const phone::Event&)> observer) { mObserver = std::move(observer); }
-    void setProperty(const std::string& key, const std::string& value);
     // Throws InputError when the module has no such place.
     void addFault(const phone::Fault& fault);
     void clearFaults();

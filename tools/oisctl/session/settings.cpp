@@ -14,13 +14,6 @@ namespace {
 
 constexpr const char* kPhoneGroup = "Phone";
 constexpr const char* kOutputGroup = "Output";
-constexpr std::string_view kPropertyPrefix = "vendor.debug.ois.";
-
-bool isKnown(std::string_view name) {
-    const auto known = phone::knownProperties();
-    return std::any_of(known.begin(), known.end(),
-                       [name](const auto& property) { return property.key == name; });
-}
 
 std::vector<std::string> assignmentWords() {
     std::vector<std::string> words = propertyNames();
@@ -47,7 +40,7 @@ std::vector<Option> moduleOptions(Settings& settings) {
         {"-s,--set",
          "PROPERTY=VALUE",
          "Set a system property ('oisctl properties'); repeatable",
-         &settings.assignments,
+         [&settings](const std::string& word) { settings.properties.push_back(phone::parseProperty(word)); },
          {.words = assignmentWords, .repeats = true},
          kPhoneGroup},
         {"--properties",
@@ -149,9 +142,7 @@ std::vector<std::string> moduleNames() {
 std::vector<std::string> propertyNames() {
     std::vector<std::string> names;
     for (const phone::KnownProperty& property : phone::knownProperties()) {
-        std::string_view name = property.key;
-        if (name.starts_with(kPropertyPrefix)) name.remove_prefix(kPropertyPrefix.size());
-        names.emplace_back(name);
+        names.emplace_back(phone::shortPropertyName(property.key));
     }
     return names;
 }
@@ -165,17 +156,6 @@ std::vector<Option> withPhoneOptions(std::vector<Option> own, Settings& settings
 Option jsonOption(Settings& settings) {
     return {"--json",       "", "JSON instead of text, the trace included: one object a line",
             &settings.json, {}, kOutputGroup};
-}
-
-std::string wholePropertyName(std::string_view name) {
-    const std::string whole = std::string(kPropertyPrefix).append(name);
-    const bool isShort = name.find('.') == std::string_view::npos;
-    return !isKnown(name) && (isShort || isKnown(whole)) ? whole : std::string(name);
-}
-
-std::string wholeAssignment(std::string_view assignment) {
-    const size_t equals = std::min(assignment.find('='), assignment.size());
-    return wholePropertyName(assignment.substr(0, equals)).append(assignment.substr(equals));
 }
 
 std::vector<std::string> faultWords() {

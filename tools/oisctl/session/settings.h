@@ -9,6 +9,7 @@
 
 #include "cli/command.h"
 #include "faults/faults.h"
+#include "services/property_store.h"
 
 namespace oisctl {
 
@@ -17,8 +18,9 @@ struct Settings {
     int32_t sensorDev = 0;
     int32_t sensorId = 0;
     int32_t moduleId = 0;
-    std::vector<std::string> assignments;  // "property=value"
+    std::vector<phone::Property> presets;  // of the command or the scenario; the user's own override them
     std::string propertiesFile;
+    std::vector<phone::Property> properties;
     std::vector<phone::Fault> faults;
     std::string motion;  // empty: the scenario's, or what suits the job; "hand" in general
     uint64_t seed = 1;
@@ -46,10 +48,5 @@ Option jsonOption(Settings& settings);
 std::vector<std::string> moduleNames();
 std::vector<std::string> propertyNames();
 std::vector<std::string> faultWords();  // how a fault may begin
-
-// Property names may leave out "vendor.debug.ois.".
-std::string wholePropertyName(std::string_view name);
-// The same for "property=value".
-std::string wholeAssignment(std::string_view assignment);
 
 }  // namespace oisctl

@@ -22,25 +22,18 @@ constexpr const char* kUninit = "Uninit";
 
 constexpr useconds_t kEndSessionUs = 2000;
 
-// How a hall amplitude, in hall counts per unit of angle, follows from the calibration. These numbers are the
-// controllers' own.
-constexpr int kHallRangeSteps = 6;  // format 3: range * 6 over a tenth of the span
-constexpr double kHallSpanUnit = 0.1;
-constexpr int32_t kIntegerGainNumerator = 1333;  // format 2: gain * 1333 / 8192
-constexpr int32_t kIntegerGainDenominator = 8192;
-constexpr float kFloatGainScale = 1000.0F;  // format 1: gain * angle amplitude * 1000
-
 // One axis' half of the upper word minus that of the lower.
 int32_t hallSpan(uint32_t upperHalf, uint32_t lowerHalf) {
     return static_cast<int32_t>(upperHalf - lowerHalf);
 }
 
 float amplitudeFromSpan(uint16_t hallRange, int32_t span) {
-    return static_cast<float>((hallRange * kHallRangeSteps) / (span * kHallSpanUnit));
+    return static_cast<float>((hallRange * ois::kHallRangeSteps) / (span * ois::kHallSpanUnit));
 }
 
 float amplitudeFromIntegerGain(int32_t gain) {
-    const int32_t amplitude = ois::wrappingMultiply(gain, kIntegerGainNumerator) / kIntegerGainDenominator;
+    const int32_t amplitude =
+        ois::wrappingMultiply(gain, ois::kIntegerGainNumerator) / ois::kIntegerGainDenominator;
     return static_cast<float>(amplitude);
 }
 
@@ -131,8 +124,8 @@ void OISDrv::deriveCalibration(const ois::OisCustInfo& custInfo, const ois::OisG
         case ois::kGainFloat:
             gyroGainX = gain.valueXf;
             gyroGainY = gain.valueYf;
-            calibration.hall_amplitude_x = gyroGainX * calibration.angle_amplitude * kFloatGainScale;
-            calibration.hall_amplitude_y = gyroGainY * calibration.angle_amplitude * kFloatGainScale;
+            calibration.hall_amplitude_x = gyroGainX * calibration.angle_amplitude * ois::kFloatGainScale;
+            calibration.hall_amplitude_y = gyroGainY * calibration.angle_amplitude * ois::kFloatGainScale;
             break;
         default:
             break;

@@ -55,6 +55,14 @@ constexpr float kGainUnitsPerOne = 10000.0F;  // of an operation's value, and of
 constexpr float kQ31PerOne = 2147483648.0F;
 constexpr float kOnePerQ31 = 4.656613e-10F;
 
+// How a hall amplitude, in hall counts per unit of angle, follows from the calibration. These numbers are the
+// controllers' own.
+constexpr int kHallRangeSteps = 6;  // kGainQ31: hall range * 6 over a tenth of the span
+constexpr double kHallSpanUnit = 0.1;
+constexpr int32_t kIntegerGainNumerator = 1333;  // kGainInteger: gain * 1333 / 8192
+constexpr int32_t kIntegerGainDenominator = 8192;
+constexpr float kFloatGainScale = 1000.0F;  // kGainFloat: gain * angle amplitude * 1000
+
 enum Axis : uint32_t {
     kAxisX = OIS_AXIS_X,
     kAxisY = OIS_AXIS_Y,
