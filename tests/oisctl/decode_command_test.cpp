@@ -67,7 +67,6 @@ TEST(DecodeCommand, ReportsWhatItCannotReadAndGoesOn) {
         {"400456C2: 0200", "the record of SET_MODE has 4 bytes, that is 8 hex digits; here are 4, 4 missing"},
         {"400456C2: 0x00000002", "write the bytes in memory order"},
         {"SET_MOD", "did you mean 'SET_MODE'?"},
-        {"ioctl(5, TCGETS, 0x7ffd) = 0", "'TCGETS' is neither a request"},
         {"SET_MODE: {02, 00", "'{' is not closed"},
         {"\x1b[2J\xff", "'?[2J?' is neither a request"},
     };
@@ -79,6 +78,43 @@ TEST(DecodeCommand, ReportsWhatItCannotReadAndGoesOn) {
         EXPECT_EQ(std::count(decoded.err.begin(), decoded.err.end(), '\n'), 1) << decoded.err;
         EXPECT_NE(decoded.status, 0);
     }
+}
+
+// What comes out of a tracer, a phone's log, or this tool itself.
+TEST(DecodeCommand, TakesWhatIsOursOutOfOtherLines) {
+    const std::string event = decode({"SET_MODE: 02000000"}, {}, true).out;
+    const std::pair<std::string, std::string> lines[] = {
+        {"strace: Process 12 attached", ""},
+        {"[pid    12] ioctl(5, TCGETS, 0x7ffd) = 0", ""},
+        {"[pid    12] 11:22:33.4 openat(AT_FDCWD, \"/dev/media0\", O_RDWR) = 3", ""},
+        {"[pid    12] <... ioctl resumed>)       = 0", ""},
+        {"[pid    12] ioctl(5, _IOC(_IOC_READ|_IOC_WRITE, 0x56, 0xd4, 0x18) <unfinished ...>", kFixModeInfo},
+        {"[pid    12] ioctl(5, _IOC(_IOC_READ, 0x12, 0x01, 0x4), 0x7ff) = 0", ""},
+        {"12.5 ioctl(5, 0xc01856d4, 0x7) = -1 EIO (Input/output error)",
+         "sub-device  SET_FIX_MODE(0xC01856D4) -> -1 EIO (Input/output error)  read/write, 24 bytes "
+         "(OisFixMode): "
+         "holds the lens at a target\n"},
+        {"--- SIGCHLD {si_signo=SIGCHLD} ---", ""},
+        {event, kModeTwo},
+        {"   12.345 ms  #1  sub-device  SET_MODE(0x400456C2) mode=2",
+         "   12.345 ms  #1  sub-device  SET_MODE(0x400456C2) mode=2\n"},
+        {"    0.0100 s    hub  INIT(17) bypass=1", "    0.0100 s    hub  INIT(17) bypass=1\n"},
+        {"11-21 10:00:00.000  1234  1240 E OisDrv  : [SetMode] unsupport mode 4",
+         "message E [SetMode] unsupport mode 4\n"},
+        {"I/OisDrv( 1234): [Init] done", "message I [Init] done\n"},
+        {"<6>[   12.345678] OisDrv: [Uninit] -", "message D [Uninit] -\n"},
+        {"11-21 10:00:00.000  1234  1240 E OtherDrv: OisDrv", ""},
+        {"--------- beginning of main", ""},
+        {"[    1.000000] usb 1-1: new device", ""},
+    };
+    for (const auto& [line, expected] : lines) {
+        const Decoded decoded = decode({}, line + "\n0xC01856D4\n");
+        EXPECT_EQ(decoded.out, expected + kFixModeInfo) << line;
+        EXPECT_EQ(decoded.err.find("1 line left out") != std::string::npos, expected.empty())
+            << line << decoded.err;
+        EXPECT_EQ(decoded.status, 0) << line << decoded.err;
+    }
+    EXPECT_EQ(decode({}, event, true).out, event) << "its own output again";
 }
 
 TEST(DecodeCommand, ReadsFilesAndSaysWhenThereIsNothing) {

@@ -1,20 +1,22 @@
 #include "capture/decode_command.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <cstring>
 #include <istream>
-#include <nlohmann/json.hpp>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <tuple>
 
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
 #include "base/closest_name.h"
 #include "base/errors.h"
 #include "base/file_content.h"
+#include "capture/log_line.h"
+#include "services/log_service.h"
 #include "trace/decode.h"
 
 namespace oisctl {
@@ -32,9 +34,14 @@ class BadItem : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// A traced call that is none of ours.
+struct NotOurs {};
+
 struct Item {
     std::string place;  // "argument 2", "capture.txt:7"
     std::string text;
+    LineKind kind = LineKind::kItem;
+    char level = 'D';  // of a message
 };
 
 bool isHexDigit(char c) {
@@ -64,12 +71,6 @@ std::string shown(std::string_view token) {
 
 uint32_t hexValue(std::string_view digits) {
     return static_cast<uint32_t>(std::stoul(std::string(digits), nullptr, 16));
-}
-
-std::string hexText(uint32_t code) {
-    std::array<char, kCodeDigits + 1> text{};
-    std::snprintf(text.data(), text.size(), "%08X", code);
-    return text.data();
 }
 
 // Blanks, and what C arrays put between bytes.
@@ -161,9 +162,11 @@ std::string shownEvent(const phone::Event& event, bool json) {
     return json ? eventJson(event).dump() : toText(event, false);
 }
 
-std::string describeRequest(uint32_t code, bool json) {
+std::string describeRequest(uint32_t code, int error, bool json) {
     const phone::RequestInfo* info = requestByCode(code);
-    const phone::Event event = phone::requestEvent(code, {}, {});
+    phone::Event event = phone::requestEvent(code, {}, {});
+    if (error != 0) event.result = -1;
+    event.error = error;
     if (json) {
         auto object = eventJson(event);
         object["direction"] = phone::direction(code);
@@ -177,34 +180,64 @@ std::string describeRequest(uint32_t code, bool json) {
            std::string(info->record->name) + "): " + std::string(info->meaning);
 }
 
-// The request in a line of strace, "ioctl(5, _IOC(_IOC_READ|_IOC_WRITE, 0x56, 0xd4, 0x18), ...", in hex or by
-// name.
-std::optional<std::string> stracedRequest(std::string_view text) {
-    constexpr std::string_view kCall = "ioctl(";
-    constexpr std::string_view kMediaPrefix = "MEDIA_IOC_";
-    const size_t call = text.find(kCall);
-    if (call == std::string_view::npos) return std::nullopt;
-    const auto parts = tokens(text.substr(call + kCall.size()));
-    constexpr size_t kRequest = 1;  // behind the descriptor
-    if (parts.size() <= kRequest) throw BadItem("the ioctl has no request");
-    std::string_view request = parts[kRequest];
-    if (request.starts_with(kMediaPrefix)) request.remove_prefix(kMediaPrefix.size());
-    if (request != "_IOC") return std::string(request);
-    if (parts.size() < kRequest + 5) throw BadItem("_IOC has four arguments: direction, type, number, size");
-    const std::string_view direction = parts[kRequest + 1];
+// The request that four arguments of _IOC make.
+uint32_t composedCode(const std::vector<std::string_view>& arguments) {
+    constexpr size_t kArguments = 4;
+    if (arguments.size() < kArguments)
+        throw BadItem("_IOC has four arguments: direction, type, number, size");
+    const std::string_view direction = arguments[0];
     uint32_t code = direction.find("_IOC_READ") == std::string_view::npos ? 0 : _IOC(_IOC_READ, 0, 0, 0);
     if (direction.find("_IOC_WRITE") != std::string_view::npos) code |= _IOC(_IOC_WRITE, 0, 0, 0);
     for (const auto& [part, shift, mask] :
-         {std::tuple{2, _IOC_TYPESHIFT, _IOC_TYPEMASK}, std::tuple{3, _IOC_NRSHIFT, _IOC_NRMASK},
-          std::tuple{4, _IOC_SIZESHIFT, _IOC_SIZEMASK}}) {
-        const std::string_view number = parts[kRequest + static_cast<size_t>(part)];
+         {std::tuple{1, _IOC_TYPESHIFT, _IOC_TYPEMASK}, std::tuple{2, _IOC_NRSHIFT, _IOC_NRMASK},
+          std::tuple{3, _IOC_SIZESHIFT, _IOC_SIZEMASK}}) {
+        const std::string_view number = arguments[static_cast<size_t>(part)];
         const auto value = parseCode(number);
         if (!value || *value > static_cast<uint32_t>(mask)) {
             throw BadItem(shown(number) + " does not fit into a request");
         }
         code |= *value << static_cast<uint32_t>(shift);
     }
-    return hexText(code);
+    return code;
+}
+
+bool isOurs(uint32_t code) {
+    const bool isPrivate = _IOC_TYPE(code) == ois::kRequestType && _IOC_NR(code) >= BASE_VIDIOC_PRIVATE;
+    return isPrivate || _IOC_TYPE(code) == '|';
+}
+
+struct Traced {
+    uint32_t code = 0;
+    int error = 0;  // errno of a call that failed
+};
+
+// The request in a tracer's "ioctl(5, _IOC(_IOC_READ|_IOC_WRITE, 0x56, 0xd4, 0x18), ...) = -1 EIO (...)", in
+// hex or by name. Throws NotOurs for one that is none of ours.
+std::optional<Traced> tracedRequest(std::string_view text) {
+    constexpr std::string_view kCall = "ioctl(";
+    constexpr std::string_view kMediaPrefix = "MEDIA_IOC_";
+    constexpr std::string_view kFailed = " = -1 ";
+    const std::string_view call = tracedCall(text);
+    if (!call.starts_with(kCall)) return std::nullopt;
+    const auto parts = tokens(call.substr(kCall.size()));
+    constexpr size_t kRequest = 1;  // behind the descriptor
+    if (parts.size() <= kRequest) throw BadItem("the ioctl has no request");
+    std::string_view request = parts[kRequest];
+    if (request.starts_with(kMediaPrefix)) request.remove_prefix(kMediaPrefix.size());
+    Traced traced;
+    if (request == "_IOC") {
+        traced.code = composedCode({parts.begin() + kRequest + 1, parts.end()});
+    } else if (const phone::RequestInfo* info = requestByName(request)) {
+        traced.code = info->code;
+    } else if (const auto code = hasHexPrefix(request) ? parseCode(request) : std::nullopt) {
+        traced.code = *code;
+    }
+    if (!isOurs(traced.code)) throw NotOurs();
+    if (const size_t failed = call.rfind(kFailed); failed != std::string_view::npos) {
+        const auto words = tokens(call.substr(failed + kFailed.size()));
+        if (!words.empty()) traced.error = phone::errorByName(words.front());
+    }
+    return traced;
 }
 
 // --- Items.
@@ -224,10 +257,6 @@ std::string_view withoutDeclaration(std::string_view text) {
 // "->" stands between what was sent and what came back.
 Split split(std::string_view text) {
     Split parts;
-    if (auto request = stracedRequest(text)) {
-        parts.head = std::move(*request);
-        return parts;
-    }
     text = withoutDeclaration(text);
     const size_t arrow = text.find("->");
     if (arrow != std::string_view::npos) {
@@ -274,7 +303,7 @@ uint32_t requestCode(const std::string& head) {
 
 std::string decodeRequestItem(const Split& parts, bool json) {
     const uint32_t code = requestCode(parts.head);
-    if (parts.sent.empty() && !parts.answered) return describeRequest(code, json);
+    if (parts.sent.empty() && !parts.answered) return describeRequest(code, 0, json);
     const std::string name = requestByCode(code) == nullptr ? parts.head : phone::requestName(code);
     const Bytes sent = parseRecord(parts.sent, _IOC_SIZE(code), "the record of " + name);
     // A record alone may have been captured on either side of the call: all of it is shown.
@@ -301,9 +330,42 @@ std::ptrdiff_t openBraces(std::string_view text) {
     return std::count(text.begin(), text.end(), '{') - std::count(text.begin(), text.end(), '}');
 }
 
-std::string decodeItem(const std::string& text, bool json) {
-    if (openBraces(text) > 0) throw BadItem("'{' is not closed");
-    const Split parts = split(text);
+std::string decodeMessage(const Item& item, bool json) {
+    std::string level(phone::name(phone::LogLevel::kDebug));
+    if (item.level == 'E') level = phone::name(phone::LogLevel::kError);
+    if (item.level == 'I') level = phone::name(phone::LogLevel::kInfo);
+    return shownEvent(
+        {.kind = phone::EventKind::kMessage, .name = "log", .fields = {{"level", level}}, .text = item.text},
+        json);
+}
+
+std::string decodeEvent(const Item& item, bool json) {
+    try {
+        const phone::Event event = phone::eventOfJson(item.text);
+        // What stood in no trace has no place in one.
+        const bool inTrace = event.sequence != 0;
+        if (json) return inTrace ? phone::toJson(event) : eventJson(event).dump();
+        return phone::toText(event, inTrace);
+    } catch (const std::invalid_argument& error) {
+        throw BadItem(error.what());
+    }
+}
+
+std::string decodeItem(const Item& item, bool json) {
+    switch (item.kind) {
+        case LineKind::kEvent:
+            return decodeEvent(item, json);
+        case LineKind::kMessage:
+            return decodeMessage(item, json);
+        case LineKind::kNarrated:
+            return item.text;
+        default:
+            break;
+    }
+    if (const auto traced = tracedRequest(item.text))
+        return describeRequest(traced->code, traced->error, json);
+    if (openBraces(item.text) > 0) throw BadItem("'{' is not closed");
+    const Split parts = split(item.text);
     return parts.head.empty() ? decodeHubItem(parts, json) : decodeRequestItem(parts, json);
 }
 
@@ -320,11 +382,6 @@ bool endsOpen(std::string_view line) {
     const size_t last = line.find_last_not_of(" \t\r\n");
     if (last == std::string_view::npos) return false;
     return line[last] == '\\' || (line[last] == ',' && (last == 0 || line[last - 1] != '}'));
-}
-
-// What strace says between calls.
-bool isRemark(std::string_view text) {
-    return text.starts_with("+++") || text.starts_with("---");
 }
 
 // Behind the last of the lines that the one at `first` goes on with.
@@ -344,16 +401,29 @@ size_t endOfItem(const std::vector<std::string>& lines, size_t first) {
     return open > 0 ? first + 1 : end;
 }
 
-std::vector<Item> readItems(std::istream& input, const std::string& name) {
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(input, line);) lines.push_back(withoutComment(line));
+// `foreign` counts the lines that are none of ours.
+std::vector<Item> readItems(std::istream& input, const std::string& name, size_t& foreign) {
+    std::vector<std::string> raw, lines;
+    for (std::string line; std::getline(input, line);) {
+        lines.push_back(withoutComment(line));
+        raw.push_back(std::move(line));
+    }
     std::vector<Item> items;
     for (size_t first = 0; first < lines.size();) {
+        const std::string place = name + ":" + std::to_string(first + 1);
+        const Line line = classify(raw[first]);
+        if (line.kind != LineKind::kItem) {
+            if (line.kind == LineKind::kForeign)
+                ++foreign;
+            else
+                items.push_back({place, std::string(line.text), line.kind, line.level});
+            ++first;
+            continue;
+        }
         const size_t end = endOfItem(lines, first);
         std::string text = lines[first];
         for (size_t next = first + 1; next < end; ++next) text += ' ' + lines[next];
-        if (!isBlank(text) && !isRemark(text))
-            items.push_back({name + ":" + std::to_string(first + 1), std::move(text)});
+        if (!isBlank(text)) items.push_back({place, std::move(text)});
         first = end;
     }
     return items;
@@ -398,20 +468,21 @@ std::vector<Item> argumentItems(const std::vector<std::string>& inputs) {
 int runDecode(const std::vector<std::string>& inputs, const std::optional<std::string>& file, bool json,
               std::istream& standardInput, std::ostream& out, std::ostream& err) {
     std::vector<Item> items;
+    size_t foreign = 0;
     if (!inputs.empty()) {
         items = argumentItems(inputs);
     } else if (file && *file != "-") {
         try {
             std::istringstream text(phone::readTextFile(*file));
-            items = readItems(text, *file);
+            items = readItems(text, *file, foreign);
         } catch (const std::runtime_error& error) {
             err << "oisctl: " << error.what() << '\n';
             return kWrongInput;
         }
     } else {
-        items = readItems(standardInput, "standard input");
+        items = readItems(standardInput, "standard input", foreign);
     }
-    if (items.empty()) {
+    if (items.empty() && foreign == 0) {
         err << "oisctl: nothing to decode: give a request in hex, such as 400456C2, or a hub record of 128 "
                "hex "
                "digits\n";
@@ -420,11 +491,17 @@ int runDecode(const std::vector<std::string>& inputs, const std::optional<std::s
     int status = kSuccess;
     for (const Item& item : items) {
         try {
-            out << decodeItem(item.text, json) << '\n';
+            out << decodeItem(item, json) << '\n';
+        } catch (const NotOurs&) {
+            ++foreign;
         } catch (const BadItem& bad) {
             err << "oisctl: " << item.place << ": " << bad.what() << '\n';
             status = kWrongInput;
         }
+    }
+    if (foreign > 0) {
+        err << fmt::format("oisctl: {} left out: other calls, other requests, other programs' messages\n",
+                           count(foreign, "line"));
     }
     return status;
 }
