@@ -134,13 +134,17 @@ int FileTree::refreshThermal() {
     } else if (const auto* given = std::get_if<std::string>(&mThermal)) {
         text = *given;
     }
-    // A reader that has the file open keeps the old one.
-    fs::path fresh = thermalFile();
-    fresh += ".new";
-    std::ofstream(fresh, std::ios::binary) << text;
     std::error_code error;
-    fs::rename(fresh, thermalFile(), error);
-    if (error) return error.value();
+    // Every request may come here, and a disk may be slow.
+    if (text != mThermalShown || !fs::exists(thermalFile(), error)) {
+        // A reader that has the file open keeps the old one.
+        fs::path fresh = thermalFile();
+        fresh += ".new";
+        std::ofstream(fresh, std::ios::binary) << text;
+        fs::rename(fresh, thermalFile(), error);
+        if (error) return error.value();
+        mThermalShown = text;
+    }
     return std::holds_alternative<Unreadable>(mThermal) ? EACCES : 0;
 }
 

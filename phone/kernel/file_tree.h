@@ -76,6 +76,7 @@ class FileTree {
     std::filesystem::path mThermalFolder = kThermalFolder;
     std::mutex mMutex;
     Thermal mThermal;
+    std::string mThermalShown;  // what the file was last given
 };
 
 }  // namespace phone
