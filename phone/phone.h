@@ -25,7 +25,7 @@ class FileTree;            // kernel/file_tree.h
 class MediaGraph;          // kernel/media_graph.h
 class Controller;          // controllers/controller.h: the OIS controller behind a sub-device
 class Kernel;              // kernel/kernel.h: the driver's system calls
-class SensorHub;           // hub/sensor_hub.h: holds the KorvaChip (controllers/korva_chip.h)
+class SensorHub;           // hub/sensor_hub.h: holds the KorvaChip (controllers/korva/chip.h)
 class Motion;              // motion/motion.h
 struct ModuleDescription;  // modules/module_description.h
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "camera_platform/sensor_provider.h"
-#include "controllers/korva_chip.h"
+#include "controllers/korva/chip.h"
 #include "hub/firmware_image.h"
 #include "wire/hub_commands.h"
 #include "wire/records.h"

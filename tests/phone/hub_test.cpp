@@ -246,7 +246,9 @@ TEST_F(HubTest, RelayedCommandsTakeEffect) {
 
     send(command(4, {2}));
     EXPECT_EQ(chip().peek(0x0002, 1), 16U);
+    phone.faults().add("lens.stuck-x@1000");
     send(command(20, {1, 0, 2100, 2200, 0, 0}));
+    EXPECT_EQ(phone.faults().counts().at(0).reached, 1U) << "a change of mode and target is one command";
     EXPECT_EQ(lensMode(), phone::StabiliserMode::kFixed);
     phone.clock().sleepUs(kSecondUs);
     EXPECT_NEAR(chip().stabiliser().stateAt(phone.clock().nowUs()).hallX, 2100, 8);

@@ -8,7 +8,7 @@
 #include "base/terminal.h"
 #include "commands/commands.h"
 #include "controllers/controller.h"
-#include "controllers/korva_chip.h"
+#include "controllers/korva/chip.h"
 #include "hub/sensor_hub.h"
 #include "session/driver_session.h"
 #include "session/operations.h"

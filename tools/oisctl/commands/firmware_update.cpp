@@ -8,7 +8,7 @@
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
-#include "controllers/korva_chip.h"
+#include "controllers/korva/chip.h"
 #include "hub/firmware_image.h"
 #include "hub/sensor_hub.h"
 #include "session/driver_session.h"

@@ -14,7 +14,7 @@
 #include "base/errors.h"
 #include "base/terminal.h"
 #include "controllers/controller.h"
-#include "controllers/korva_chip.h"
+#include "controllers/korva/chip.h"
 #include "faults/faults.h"
 #include "hub/sensor_hub.h"
 #include "motion/motion.h"

@@ -17,22 +17,10 @@ namespace phone {
 
 class Clock;
 class Faults;
+class KorvaMachine;
 class Motion;
 class Trace;
 struct ModuleDescription;
-
-// How long the chip takes, in microseconds. The driver's waits leave some room above each.
-struct KorvaTiming {
-    int64_t idleUs = 8000;           // from the idle request until the state register says so
-    int64_t restartUs = 10000;       // from the restart until the loop runs again
-    int64_t calibrationUs = 120000;  // gyro offset calibration, which measures for that long
-    int64_t checkValueUs = 3000;     // check value of the other flash data
-    int64_t flashWriteUs = 380000;   // working data to flash
-    int64_t clockUs = 9000;          // change of the clock
-    int64_t eraseUs = 48000;         // flash, when a download opens
-    int64_t blockUs = 11000;         // one block of a download
-    int64_t verifyUs = 150000;       // of the image's check value
-};
 
 // Values of the chip's state register.
 enum class KorvaState : uint8_t { kStarting = 0, kIdle = 1, kRunning = 2 };
@@ -97,14 +85,15 @@ class KorvaChip {
     void powerCycle();
     // Firmware the chip holds, as if it had been made with it.
     void installFirmware(const FirmwareImage& image);
-    void setTiming(const KorvaTiming& timing);
-    KorvaTiming timing() const;
     // Valid until the next fit.
     Stabiliser& stabiliser();
 
   private:
-    struct State;
-    std::unique_ptr<State> mState;
+    class Held;
+    Held held();
+
+    std::mutex mMutex;
+    const std::unique_ptr<KorvaMachine> mMachine;
 };
 
 }  // namespace phone
