@@ -1,6 +1,11 @@
-# Header-only, so that the phone and the tool need no further library at run time.
+# From its headers alone, compiled once here: the phone and the tool need no further library at run time.
 include(${CMAKE_CURRENT_LIST_DIR}/HeaderLibrary.cmake)
 if(NOT TARGET tomlplusplus::tomlplusplus)
-  ois_header_library(tomlplusplus::tomlplusplus toml++ toml.h)
+  ois_header_library(tomlplusplus_headers toml++ toml.h)
+  add_library(ois_toml STATIC ${CMAKE_CURRENT_LIST_DIR}/tomlplusplus.cpp)
+  set_target_properties(ois_toml PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_compile_definitions(ois_toml PUBLIC TOML_HEADER_ONLY=0)
+  target_link_libraries(ois_toml PUBLIC tomlplusplus_headers)
+  add_library(tomlplusplus::tomlplusplus ALIAS ois_toml)
 endif()
 set(tomlplusplus_FOUND TRUE)
