@@ -144,7 +144,7 @@ TEST_F(Oisctl, HelpOfEveryCommandTeachesByExample) {
 
 TEST_F(Oisctl, RegistersByName) {
     const Outcome table = run("registers --write STABILISATION_MODE=16 --json");
-    const json registers = json::parse(table.out);
+    const json registers = json::parse(table.out)["registers"];
     const auto mode = std::find_if(registers.begin(), registers.end(),
                                    [](const json& entry) { return entry["name"] == "STABILISATION_MODE"; });
     ASSERT_NE(mode, registers.end());
