@@ -139,10 +139,6 @@ std::string figure(double value, int decimals, std::string_view unit) {
     return fmt::format("{:.{}f}{}", std::abs(value) < half ? 0 : value, decimals, unit);
 }
 
-Field measured(std::string key, std::string label, double value, int decimals, std::string_view unit) {
-    return {std::move(key), std::move(label), value, figure(value, decimals, unit)};
-}
-
 Field byAxis(std::string key, std::string label, const Value& x, const Value& y, std::string_view unit) {
     const Field fields[] = {{"x", "", x}, {"y", "", y}};
     return {std::move(key), std::move(label), Record{fields[0], fields[1]},

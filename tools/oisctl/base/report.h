@@ -58,7 +58,10 @@ struct Field {
 
 // A value with its unit, as it stands behind the number (" deg"): "-" for NaN and infinity, and never "-0.0".
 std::string figure(double value, int decimals, std::string_view unit = {});
-Field measured(std::string key, std::string label, double value, int decimals, std::string_view unit);
+Field measured(std::string key, std::string label, std::floating_point auto value, int decimals,
+               std::string_view unit) {
+    return {std::move(key), std::move(label), value, figure(value, decimals, unit)};
+}
 // An object with x and y; "x 1, y 2" in the text.
 Field byAxis(std::string key, std::string label, const Value& x, const Value& y, std::string_view unit = {});
 

@@ -30,4 +30,14 @@ const std::vector<CommandEntry>& commands() {
     return all;
 }
 
+const std::vector<Example>& overviewExamples() {
+    static const std::vector<Example> all{
+        {"oisctl session", "one camera session, every command decoded"},
+        {"oisctl session -m dw9786 --scenario video-zoom", "a timeline of 3A requests"},
+        {"oisctl decode 0x400456C2", "what a private request is"},
+        {"oisctl record -o out && oisctl plot out/*_status.txt -o shake.png"},
+    };
+    return all;
+}
+
 }  // namespace oisctl
