@@ -153,7 +153,7 @@ _oisctl() {{
         [[ $word != *,* ]] || done=${{word%,*}},
     fi
     mapfile -t COMPREPLY < <(compgen -P "$done" -W "$words" -- "${{word#"$done"}}")
-    [[ ${{COMPREPLY[0]:-}} != *= ]] || compopt -o nospace 2>/dev/null
+    [[ ${{COMPREPLY[0]:-}} != *[=:] ]] || compopt -o nospace 2>/dev/null
     # Files where the word names none of these.
     [ ${{#COMPREPLY[@]}} -gt 0 ] || compopt -o default 2>/dev/null
 }}

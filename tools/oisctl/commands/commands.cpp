@@ -26,6 +26,7 @@ const std::vector<CommandEntry>& commands() {
         {"Listings", "modules", "List the camera modules, or show one in detail", describeModules},
         {"Listings", "scenarios", "List the scenarios, show one, or check a file", describeScenarios},
         {"Listings", "properties", "List the system properties that the driver reads", describeProperties},
+        {"Listings", "faults", "List what can go wrong on the simulated phone", describeFaults},
     };
     return all;
 }
