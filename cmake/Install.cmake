@@ -1,4 +1,4 @@
-# `cmake --install`: the driver with its headers, the simulated phone, oisctl with its manual and completion, a CMake
+# `cmake --install`: the driver with its headers, the simulated phone, oisctl with its manual and completions, a CMake
 # package and pkg-config files.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -32,9 +32,11 @@ if(OIS_BUILD_TOOLS)
   # Both are compiled in; the files are for copying and changing.
   install(DIRECTORY phone/modules DESTINATION ${CMAKE_INSTALL_DATADIR}/ois_drv FILES_MATCHING PATTERN *.toml)
   install(DIRECTORY tools/oisctl/scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/ois_drv FILES_MATCHING PATTERN *.toml)
-  install(FILES docs/oisctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  install(FILES tools/oisctl/oisctl.bash RENAME oisctl
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  set(documents ${PROJECT_BINARY_DIR}/tools/oisctl/documents)
+  install(FILES ${documents}/oisctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES ${documents}/oisctl DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${documents}/_oisctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+  install(FILES ${documents}/oisctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endif()
 
 foreach(target ${installed})

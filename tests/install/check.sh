@@ -10,8 +10,10 @@ prefix=$work/prefix
 cmake --install "$repo/build/release" --prefix "$prefix" >"$work/install.log"
 "$prefix/bin/oisctl" session --module korvas4sw-hub >/dev/null
 echo "the installed oisctl runs"
-bash -n "$prefix/share/bash-completion/completions/oisctl"
-[ -s "$prefix/share/man/man1/oisctl.1" ]
+for file in man/man1/oisctl.1 bash-completion/completions/oisctl zsh/vendor-completions/_oisctl \
+    fish/vendor_completions.d/oisctl.fish; do
+    grep -q firmware-update "$prefix/share/$file"
+done
 
 # Constructors and destructors have several symbols of one name.
 exported=$(nm -DC --defined-only "$prefix"/lib*/libois_drv.so "$prefix"/lib/*/libois_drv.so 2>/dev/null |

@@ -10,7 +10,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -123,9 +126,7 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
     }
 }
 
-TEST_F(Oisctl, HelpOfEveryCommandTeachesByExample) {
-    const Outcome overview = run("--help");
-    EXPECT_EQ(overview.status, 0);
+TEST_F(Oisctl, SignalsEndEveryCommandInOrderWithTheirStatus) {
     const std::tuple<const char*, const char*, int> cases[] = {
         {"session --hold 60", "INT", 130},    {"session --hold 60", "TERM", 143},
         {"session --hold 60", "HUP", 129},    {"record --seconds 60", "INT", 130},
@@ -142,9 +143,139 @@ TEST_F(Oisctl, HelpOfEveryCommandTeachesByExample) {
         EXPECT_FALSE(entry.is_directory() && entry.path().filename() != "out") << entry.path() << " is left";
 }
 
+// Keys by the path to them: "modules[].name".
+void addKeys(const json& value, const std::string& path, std::set<std::string>& keys) {
+    if (value.is_object()) {
+        for (const auto& [key, part] : value.items()) {
+            const std::string name =
+                path.ends_with("commands") || path.ends_with("customisation") ? "NAME" : key;
+            addKeys(part, path.empty() ? name : path + "." + name, keys);
+        }
+    } else if (value.is_array()) {
+        for (const json& part : value) addKeys(part, path + "[]", keys);
+    } else {
+        keys.insert(path);
+    }
+}
+
+// What is null here and has parts there is told by its parts.
+void removeUnknown(std::set<std::string>& keys) {
+    std::erase_if(keys, [&keys](const std::string& key) {
+        const auto next = keys.upper_bound(key);
+        return next != keys.end() && (next->starts_with(key + ".") || next->starts_with(key + "[]"));
+    });
+}
+
+// The keys that each section of the document names, by its heading.
+std::map<std::string, std::set<std::string>> documentedKeys() {
+    std::map<std::string, std::set<std::string>> sections;
+    std::ifstream document(OIS_SOURCE_DIR "/docs/json.md");
+    std::string section;
+    for (std::string line; std::getline(document, line);) {
+        if (line.starts_with("## ")) section = line.substr(3);
+        if (!line.starts_with("| `")) continue;
+        std::string cell = line.substr(0, line.find(" | "));
+        for (size_t begin = 0; (begin = cell.find('`', begin)) != std::string::npos;) {
+            const size_t end = cell.find('`', begin + 1);
+            sections[section].insert(cell.substr(begin + 1, end - begin - 1));
+            begin = end + 1;
+        }
+    }
+    return sections;
+}
+
+TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
+    const std::string module = run("modules dw9786 --toml").out;
+    write("doubtful.toml", std::regex_replace(module, std::regex("driverName = .*"), "driverName = \"\""));
+    run("record --seconds 0.2");
+    const std::string recording = readFile(mFolder / "ois_dump_tele_dw9786_status.txt");
+    write("cut.txt", recording.substr(0, recording.size() - 9));
+    std::vector<std::pair<const char*, std::vector<const char*>>> cases{
+        {"session, op, mode",
+         {"session --wall-time --fault SET_MODE@3:lost --fault SET_MODE@300:lost",
+          "session --scenario fix-mode", "op read-gain-x", "mode 2"}},
+        {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
+        {"calibrate", {"calibrate"}},
+        {"firmware-update", {"firmware-update", "firmware-update -m dw9786"}},
+        {"registers", {"registers --watch --seconds 0.1"}},
+        {"detect-defect", {"detect-defect"}},
+        {"record, stats", {"record --seconds 0.2", "stats cut.txt"}},
+        {"dump", {"dump otp", "dump flash -o ."}},
+        {"samples", {"samples"}},
+        {"modules", {"modules", "modules no-ois", "modules doubtful.toml"}},
+        {"scenarios", {"scenarios", "scenarios video-zoom", "scenarios --fields"}},
+        {"properties", {"properties"}},
+        {"faults", {"faults"}},
+    };
+    if (std::system("command -v gnuplot >/dev/null") == 0) cases.push_back({"plot", {"plot cut.txt"}});
+    auto documented = documentedKeys();
+    const std::set<std::string> common = documented["Commands that open the driver"];
+    std::set<std::string> seenOfCommon;
+    for (const auto& [section, commands] : cases) {
+        std::set<std::string> seen;
+        for (const char* command : commands) {
+            std::istringstream lines(run(std::string(command) + " --json").out);
+            for (std::string line; std::getline(lines, line);) {
+                const json object = json::parse(line, nullptr, false);
+                addKeys(object, "", seen);
+                EXPECT_TRUE(object.value("format", 0) == 1 || section == std::string("decode"))
+                    << command << line;
+            }
+        }
+        removeUnknown(seen);
+        const bool opens = seen.erase("good") != 0;
+        seen.erase("format");
+        for (const std::string& key : common)
+            if (opens && (seen.erase(key) != 0 || key == "good")) seenOfCommon.insert(key);
+        EXPECT_EQ(seen, documented[section]) << section;
+    }
+    EXPECT_EQ(seenOfCommon, common);
+}
+
+TEST_F(Oisctl, TwoRunsAreEqualByteByByte) {
+    for (const char* command :
+         {"session --json", "record --seconds 0.5 --json", "calibrate --json --trace", "session"})
+        EXPECT_EQ(run(command).out, run(command).out) << command;
+}
+
+TEST_F(Oisctl, ShellsCompleteCommandsOptionsAndValues) {
+    write("oisctl.bash", run("--generate bash").out);
+    write(
+        "ask",
+        "source ./oisctl.bash; COMP_WORDS=(oisctl \"$@\"); COMP_CWORD=$#; _oisctl; echo \"${COMPREPLY[*]}\"");
+    const std::pair<const char*, const char*> cases[] = {
+        {"se", "session"},
+        {"session --ker", "--kernel"},
+        {"session --module dw", "dw9781 dw9786"},
+        {"session --module = dw", "dw9781 dw9786"},
+        {"session --scenario vi", "video-zoom"},
+        {"session --set sineF", "sineFre="},
+        {"session --operations on,acc", "on,acc-on on,acc-off"},
+        {"op wr", "write-gain-x write-gain-y"},
+        {"op --seed o", ""},
+        {"registers -W CL", "CLOCK="},
+    };
+    for (const auto& [words, expected] : cases) {
+        std::FILE* pipe = popen(("cd " + mFolder.string() + " && bash ask " + words).c_str(), "r");
+        std::array<char, 256> answer{};
+        ASSERT_NE(std::fgets(answer.data(), answer.size(), pipe), nullptr);
+        pclose(pipe);
+        EXPECT_EQ(answer.data(), std::string(expected) + "\n") << words;
+    }
+    // Their own shells read the others, and the manual's reader the manual, where there is one.
+    const std::pair<const char*, const char*> readers[] = {
+        {"zsh", "zsh -n"}, {"fish", "fish -n"}, {"man", "LC_ALL=C man -l --warnings 2>&1 >/dev/null"}};
+    for (const auto& [kind, reader] : readers) {
+        write(kind, run(std::string("--generate ") + kind).out);
+        const std::string check = "cd " + mFolder.string() + "; command -v " + kind +
+                                  " >/dev/null || exit 0; test -z \"$(" + reader + " ./" + kind + " 2>&1)\"";
+        EXPECT_EQ(std::system(check.c_str()), 0) << kind;
+    }
+}
+
 TEST_F(Oisctl, RegistersByName) {
     const Outcome table = run("registers --write STABILISATION_MODE=16 --json");
-    const json registers = json::parse(table.out);
+    const json registers = json::parse(table.out)["registers"];
     const auto mode = std::find_if(registers.begin(), registers.end(),
                                    [](const json& entry) { return entry["name"] == "STABILISATION_MODE"; });
     ASSERT_NE(mode, registers.end());

@@ -3,8 +3,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -76,19 +77,6 @@ void printTo(std::FILE* stream, std::string_view text) {
     drawBar();
 }
 
-// What a text takes on the terminal: escapes take nothing, a UTF-8 character one column.
-size_t columns(std::string_view text) {
-    size_t count = 0;
-    bool inEscape = false;
-    for (const char c : text) {
-        if (c == '\x1b') inEscape = true;
-        const bool continuation = (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-        if (!inEscape && !continuation) ++count;
-        if (inEscape && c == 'm') inEscape = false;
-    }
-    return count;
-}
-
 size_t terminalColumns() {
     winsize size{};
     constexpr size_t kUsual = 80;
@@ -110,40 +98,9 @@ void printRemark(std::string_view text) {
     printTo(stderr, text);
 }
 
-Table::Table(std::vector<std::string> headings)
-    : mHeadings(std::move(headings)), mRight(mHeadings.size(), false) {}
-
-void Table::addRow(std::vector<std::string> cells) {
-    cells.resize(mHeadings.size());
-    mRows.push_back(std::move(cells));
-}
-
-void Table::alignRight(size_t column) {
-    mRight.at(column) = true;
-}
-
-void Table::print() const {
-    std::vector<size_t> widths;
-    for (size_t c = 0; c < mHeadings.size(); ++c) {
-        size_t width = columns(mHeadings[c]);
-        for (const auto& row : mRows) width = std::max(width, columns(row[c]));
-        widths.push_back(width);
-    }
-    const auto line = [&](const std::vector<std::string>& cells, Style style) {
-        std::string text;
-        for (size_t c = 0; c < cells.size(); ++c) {
-            const std::string padding(widths[c] - columns(cells[c]), ' ');
-            const bool last = c + 1 == cells.size();
-            if (mRight[c]) text += padding;
-            text += styled(style, cells[c]);
-            if (!mRight[c] && !last) text += padding;
-            if (!last) text += "  ";
-        }
-        printLine(text);
-    };
-    const auto named = [](const std::string& heading) { return !heading.empty(); };
-    if (std::any_of(mHeadings.begin(), mHeadings.end(), named)) line(mHeadings, Style::kBold);
-    for (const auto& row : mRows) line(row, Style::kPlain);
+size_t columnsOf(std::string_view text) {
+    const auto begins = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };  // UTF-8
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins));
 }
 
 Progress::Progress(std::string label, double total) : mLabel(std::move(label)), mTotal(total) {}
@@ -161,10 +118,9 @@ void Progress::update(double done, std::string_view note) {
     if (now - mStart < kPatience || now - mDrawn < kRedraw || isatty(STDERR_FILENO) != 1) return;
     mDrawn = now;
     const double share = mTotal > 0 ? std::clamp(done / mTotal, 0.0, 1.0) : 0;
-    const auto filled = static_cast<int>(std::lround(share * kBarWidth));
-    std::string bar = mLabel + " [";
-    for (int i = 0; i < kBarWidth; ++i) bar += i < filled ? '#' : '.';
-    bar += "] " + number(share * 100, 0) + " %";
+    const auto filled = static_cast<size_t>(std::lround(share * kBarWidth));
+    std::string bar =
+        fmt::format("{} [{:.<{}}] {:.0f} %", mLabel, std::string(filled, '#'), kBarWidth, share * 100);
     const double elapsed = std::chrono::duration<double>(now - mStart).count();
     if (share > 0 && share < 1) bar += "  " + duration(elapsed * (1 - share) / share) + " left";
     if (!note.empty()) bar.append("  ").append(note);
@@ -176,16 +132,15 @@ void Progress::update(double done, std::string_view note) {
 }
 
 std::string number(double value, int decimals) {
-    std::array<char, 64> text{};
-    const int length = std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
-    return {text.data(), static_cast<size_t>(std::clamp(length, 0, static_cast<int>(text.size()) - 1))};
+    return fmt::format("{:.{}f}", value, decimals);
 }
 
 std::string duration(double seconds) {
     constexpr double kMilli = 1e-3;
-    if (seconds >= 1) return number(seconds, seconds >= 100 ? 0 : 2) + " s";
-    if (seconds >= kMilli) return number(seconds / kMilli, 1) + " ms";
-    return number(seconds / kMilli / kMilli, 0) + " us";
+    if (seconds >= 1 || seconds == 0)
+        return fmt::format("{:.{}f} s", seconds, seconds >= 100 || seconds == 0 ? 0 : 2);
+    if (seconds >= kMilli) return fmt::format("{:.1f} ms", seconds / kMilli);
+    return fmt::format("{:.0f} us", seconds / kMilli / kMilli);
 }
 
 std::string grouped(uint64_t value) {
@@ -195,10 +150,7 @@ std::string grouped(uint64_t value) {
 }
 
 std::string hex(uint64_t value, int digits) {
-    std::array<char, 32> text{};
-    const int length =
-        std::snprintf(text.data(), text.size(), "0x%0*llX", digits, static_cast<unsigned long long>(value));
-    return {text.data(), static_cast<size_t>(std::clamp(length, 0, static_cast<int>(text.size()) - 1))};
+    return fmt::format("0x{:0{}X}", value, digits);
 }
 
 }  // namespace oisctl

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace oisctl {
 
@@ -19,20 +18,8 @@ void printLine(std::string_view text = {});
 // One line to standard error, for remarks that are not the result.
 void printRemark(std::string_view text);
 
-// Columns padded to their widest cell.
-class Table {
-  public:
-    explicit Table(std::vector<std::string> headings);
-    void addRow(std::vector<std::string> cells);
-    // Numbers stand better to the right.
-    void alignRight(size_t column);
-    void print() const;
-
-  private:
-    std::vector<std::string> mHeadings;
-    std::vector<std::vector<std::string>> mRows;
-    std::vector<bool> mRight;
-};
+// How many columns a text takes on the terminal.
+size_t columnsOf(std::string_view text);
 
 // A bar on standard error while it lives, if that is a terminal and the work takes more than a second. One at
 // a time.

@@ -51,7 +51,7 @@ struct Option {
 };
 
 struct Example {
-    std::string_view line;  // behind the tool's name
+    std::string_view line;
     std::string_view shows{};
 };
 
@@ -70,6 +70,9 @@ struct CommandEntry {
 };
 // In the order of the help.
 const std::vector<CommandEntry>& commands();
+
+// Of the tool as a whole.
+const std::vector<Example>& overviewExamples();
 
 // {"-m", "--module"}
 std::vector<std::string> namesOf(const Option& option);

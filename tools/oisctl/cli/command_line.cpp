@@ -11,6 +11,7 @@
 #include "base/errors.h"
 #include "base/suggest.h"
 #include "cli/command.h"
+#include "cli/generate.h"
 #include "cli/option_value.h"
 
 namespace oisctl {
@@ -26,6 +27,7 @@ std::vector<std::string> commandNames() {
 std::vector<std::string> optionNames(const CLI::App& command) {
     std::vector<std::string> names;
     for (const CLI::Option* option : command.get_options()) {
+        if (option->get_group().empty()) continue;  // hidden
         for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
         for (const std::string& name : option->get_snames()) names.push_back("-" + name);
     }
@@ -98,29 +100,23 @@ void addOption(CLI::App& app, const Option& option) {
 }
 
 // Lines with their remarks in a column of their own.
-std::string helpFooter(const Command& command) {
-    constexpr size_t kLongest = 52;
+std::string exampleLines(const std::vector<Example>& examples) {
+    constexpr size_t kLongest = 60;
     size_t width = 0;
-    for (const Example& example : command.examples) {
+    for (const Example& example : examples) {
         if (!example.shows.empty() && example.line.size() <= kLongest)
             width = std::max(width, example.line.size());
     }
-    std::string text = command.notes + (command.notes.empty() ? "" : "\n") + "Examples:\n";
-    for (const Example& example : command.examples) {
-        text += example.shows.empty() ? fmt::format("  {}\n", example.line)
-                                      : fmt::format("  {:{}}    {}\n", example.line, width, example.shows);
+    std::string text = "Examples:";
+    for (const Example& example : examples) {
+        text += example.shows.empty() ? fmt::format("\n  {}", example.line)
+                                      : fmt::format("\n  {:{}}    {}", example.line, width, example.shows);
     }
-    text.pop_back();
     return text;
 }
 
-constexpr const char* kFooter =
-    "Examples:\n"
-    "  oisctl session                                    one camera session, every command decoded\n"
-    "  oisctl session -m dw9786 --scenario video-zoom    a timeline of 3A requests\n"
-    "  oisctl decode 0x400456C2                          what a private request is\n"
-    "  oisctl record -o out && oisctl plot out/*_status.txt -o shake.png\n"
-    "\n'oisctl COMMAND --help' shows each command with examples. Exit status: 0 done, 1 something failed,\n"
+constexpr const char* kEnd =
+    "\n\n'oisctl COMMAND --help' shows each command with examples. Exit status: 0 done, 1 something failed,\n"
     "2 wrong input.";
 
 }  // namespace
@@ -131,13 +127,15 @@ int runCommandLine(int argc, char** argv) {
     app.name("oisctl");
     app.set_version_flag("--version", "oisctl " OISCTL_VERSION);
     app.require_subcommand(0, 1);
-    app.footer(kFooter);
+    app.footer(exampleLines(overviewExamples()) + kEnd);
+    std::string document;
+    app.add_option("--generate", document, "man, bash, zsh or fish")->group("");  // for the build
     std::vector<Command> described;
     described.reserve(commands().size());
     for (const CommandEntry& entry : commands()) {
         const Command& command = described.emplace_back(entry.describe());
         CLI::App& added = *app.add_subcommand(std::string(entry.name), std::string(entry.summary));
-        added.footer(helpFooter(command));
+        added.footer(command.notes + (command.notes.empty() ? "" : "\n") + exampleLines(command.examples));
         for (const Option& option : command.options) addOption(added, option);
     }
     try {
@@ -148,6 +146,10 @@ int runCommandLine(int argc, char** argv) {
         throw InputError(unknownWord(app, chosen(app), app.remaining(true).front()));
     } catch (const CLI::ParseError& error) {
         throw InputError(complaint(chosen(app), error));
+    }
+    if (!document.empty()) {
+        fmt::print("{}", generateDocument(document));
+        return kSuccess;
     }
     const CLI::App* const asked = chosen(app);
     if (asked == nullptr) {

@@ -1,11 +1,11 @@
 // oisctl calibrate: the gyro offset, measured, saved and told in words.
 
+#include <fmt/format.h>
+
 #include <array>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
-#include "base/terminal.h"
 #include "commands/commands.h"
 #include "controllers/controller.h"
 #include "controllers/korva/chip.h"
@@ -83,64 +83,100 @@ void Observation::takeRead(const RegisterAccess& access) {
     }
 }
 
+enum class Measured { kYes, kLate, kFailed, kSkipped, kNotTold, kAccepted, kRefused };
+enum class Saved { kYes, kNotIdle, kFailed, kOtherDataChanged, kUntouched, kNotSeen };
+
 struct Verdict {
-    bool good = false;
-    std::string calibration;
-    std::string flash;  // empty: does not apply
+    Measured measured;
+    Saved saved;
+    bool good() const {
+        return (measured == Measured::kYes && saved == Saved::kYes) || measured == Measured::kAccepted;
+    }
 };
 
-std::string errorBits(int64_t status) {
-    std::string text;
-    const auto add = [&](uint8_t bit, const char* meaning) {
-        if ((status & bit) != 0) text += std::string(text.empty() ? "" : ", ") + meaning;
-    };
-    add(phone::korva_status::kMovedX, "the phone moved about x");
-    add(phone::korva_status::kMovedY, "the phone moved about y");
-    add(phone::korva_status::kRefused, "offset out of range, or the chip not idle");
-    return text;
-}
-
-std::string flashVerdict(const Observation& seen, bool& good) {
-    good = false;
-    if (!seen.flashStarted) return "not saved: the controller did not become idle again";
-    if (seen.flashStatus.value_or(0) != 0)
-        return "write failed, status " + hex(static_cast<uint64_t>(*seen.flashStatus), 2);
-    if (seen.checkValues.size() == 2 && seen.checkValues[0] != seen.checkValues[1]) {
-        return "written, but other flash data changed: check value " +
-               hex(static_cast<uint64_t>(seen.checkValues[0]), 4) + " became " +
-               hex(static_cast<uint64_t>(seen.checkValues[1]), 4);
-    }
-    good = true;
-    return "saved, other flash data unchanged";
+Saved judgeFlash(const Observation& seen) {
+    if (!seen.flashStarted) return Saved::kNotIdle;
+    if (seen.flashStatus.value_or(0) != 0) return Saved::kFailed;
+    const bool changed = seen.checkValues.size() == 2 && seen.checkValues[0] != seen.checkValues[1];
+    return changed ? Saved::kOtherDataChanged : Saved::kYes;
 }
 
 Verdict judge(const Observation& seen) {
-    if (!seen.started) return {false, "skipped: controller not idle", "not touched"};
-    const std::string late = seen.done ? "" : "not finished in time; ";
-    const int64_t status = seen.status.value_or(0);
-    if ((status & ois::korva::kCalibrationErrorBits) != 0) {
-        return {false,
-                late + "failed, status " + hex(static_cast<uint64_t>(status), 2) + ": " + errorBits(status),
-                "not touched"};
-    }
-    Verdict verdict;
-    verdict.calibration = seen.done ? "measured" : late + "the driver takes what the controller holds";
-    verdict.flash = flashVerdict(seen, verdict.good);
-    verdict.good = verdict.good && seen.done;
-    return verdict;
+    if (!seen.started) return {Measured::kSkipped, Saved::kUntouched};
+    if ((seen.status.value_or(0) & ois::korva::kCalibrationErrorBits) != 0)
+        return {Measured::kFailed, Saved::kUntouched};
+    return {seen.done ? Measured::kYes : Measured::kLate, judgeFlash(seen)};
 }
 
 // No register was seen: the whole calibration is one command.
 Verdict judgeUnseen(DriverSession& session, int32_t result) {
-    if (session.behindHub()) {
-        return {false,
-                "sent to the hub, which does not tell what came of it; with --set bypassen=0 the driver "
-                "calibrates "
-                "itself, register by register",
-                "not seen"};
+    if (session.behindHub()) return {Measured::kNotTold, Saved::kNotSeen};
+    const bool accepted = result == 0 && session.tally().counts().failures == 0;
+    return {accepted ? Measured::kAccepted : Measured::kRefused, Saved::kNotSeen};
+}
+
+std::string errorBits(int64_t status) {
+    const std::pair<uint8_t, const char*> meanings[] = {
+        {phone::korva_status::kMovedX, "the phone moved about x"},
+        {phone::korva_status::kMovedY, "the phone moved about y"},
+        {phone::korva_status::kRefused, "offset out of range, or the chip not idle"}};
+    std::vector<std::string_view> words;
+    for (const auto& [bit, meaning] : meanings)
+        if ((status & bit) != 0) words.emplace_back(meaning);
+    return fmt::format("{}", fmt::join(words, ", "));
+}
+
+Field measuredField(const Verdict& verdict, const Observation& seen) {
+    const Style style = verdict.good() ? Style::kGood : Style::kBad;
+    const auto field = [style](const char* word, const std::string& text) {
+        return Field{"calibration", "calibration", word, text, style};
+    };
+    const int64_t status = seen.status.value_or(0);
+    switch (verdict.measured) {
+        case Measured::kYes:
+            return field("measured", "measured");
+        case Measured::kLate:
+            return field("late", "not finished in time; the driver takes what the controller holds");
+        case Measured::kFailed:
+            return field("failed",
+                         fmt::format("{}failed, status 0x{:02X}: {}",
+                                     seen.done ? "" : "not finished in time; ", status, errorBits(status)));
+        case Measured::kSkipped:
+            return field("skipped", "skipped: controller not idle");
+        case Measured::kNotTold:
+            return field("not told",
+                         "sent to the hub, which does not tell what came of it; with --set bypassen=0\n"
+                         "the driver calibrates itself, register by register");
+        case Measured::kAccepted:
+            return field("accepted", "accepted by the kernel driver");
+        case Measured::kRefused:
+            break;
     }
-    const bool good = result == 0 && session.tally().counts().failures == 0;
-    return {good, good ? "accepted by the kernel driver" : "refused by the kernel driver", ""};
+    return field("refused", "refused by the kernel driver");
+}
+
+Field savedField(const Verdict& verdict, const Observation& seen) {
+    const auto field = [](const char* word, const std::string& text) {
+        return Field{"flash", "flash", word, text};
+    };
+    switch (verdict.saved) {
+        case Saved::kYes:
+            return field("saved", "saved, other flash data unchanged");
+        case Saved::kNotIdle:
+            return field("not saved", "not saved: the controller did not become idle again");
+        case Saved::kFailed:
+            return field("failed", fmt::format("write failed, status 0x{:02X}", *seen.flashStatus));
+        case Saved::kOtherDataChanged:
+            return field(
+                "other data changed",
+                fmt::format("written, but other flash data changed: check value 0x{:04X} became 0x{:04X}",
+                            seen.checkValues[0], seen.checkValues[1]));
+        case Saved::kUntouched:
+            return field("not touched", "not touched");
+        case Saved::kNotSeen:
+            break;
+    }
+    return field("not seen", "not seen");
 }
 
 // What the controller itself holds, where the driver does not read it.
@@ -155,34 +191,9 @@ std::optional<Offsets> offsetsOf(DriverSession& session) {
     return Offsets{offset[0], offset[1]};
 }
 
-std::string text(const std::optional<Offsets>& offsets) {
-    if (!offsets) return "not known";
-    return "x " + std::to_string((*offsets)[0]) + ", y " + std::to_string((*offsets)[1]) + " (raw counts)";
-}
-
-nlohmann::json json(const std::optional<Offsets>& offsets) {
-    return offsets ? nlohmann::json(*offsets) : nlohmann::json();
-}
-
-void print(const Verdict& verdict, const std::optional<Offsets>& before, const std::optional<Offsets>& after,
-           DriverSession& session) {
-    if (session.settings().json) {
-        printLine(nlohmann::json{{"good", verdict.good},
-                                 {"calibration", verdict.calibration},
-                                 {"flash", verdict.flash},
-                                 {"offset_before", json(before)},
-                                 {"offset_after", json(after)},
-                                 {"simulated_s", session.nowS()}}
-                      .dump());
-        return;
-    }
-    Table table({"", ""});
-    table.addRow({"offset before", text(before)});
-    table.addRow({"offset after", text(after)});
-    table.addRow({"calibration", styled(verdict.good ? Style::kGood : Style::kBad, verdict.calibration)});
-    if (!verdict.flash.empty()) table.addRow({"flash", verdict.flash});
-    table.addRow({"time", duration(session.nowS()) + (session.settings().realTime ? "" : " simulated")});
-    table.print();
+Field offsetField(const char* key, const char* label, const std::optional<Offsets>& offsets) {
+    if (!offsets) return {key, label, {}, "not known"};
+    return byAxis(key, label, (*offsets)[0], (*offsets)[1], " (raw counts)");
 }
 
 int run(Settings settings) {
@@ -199,19 +210,16 @@ int run(Settings settings) {
     const int32_t result = session.setOperation(kGyroOffset);
     session.observe(nullptr);
     std::optional<Offsets> after = offsetsOf(session);
-    Verdict verdict;
-    if (seen.registersSeen) {
-        verdict = judge(seen);
-        before = seen.before;
-        if (seen.after) after = seen.after;
-    } else {
-        verdict = judgeUnseen(session, result);
-    }
+    const Verdict verdict = seen.registersSeen ? judge(seen) : judgeUnseen(session, result);
+    if (seen.registersSeen) before = seen.before;
+    if (seen.after) after = seen.after;
     session.close();
-    print(verdict, before, after, session);
     // A fault that struck need not have harmed the calibration.
-    conclude(session, verdict.good);
-    return verdict.good ? kSuccess : kJobFailed;
+    return conclude(session,
+                    {measuredField(verdict, seen), savedField(verdict, seen),
+                     offsetField("offset_before", "offset before", before),
+                     offsetField("offset_after", "offset after", after)},
+                    Ending::kReport, verdict.good());
 }
 
 }  // namespace

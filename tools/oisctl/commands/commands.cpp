@@ -26,6 +26,17 @@ const std::vector<CommandEntry>& commands() {
         {"Listings", "modules", "List the camera modules, or show one in detail", describeModules},
         {"Listings", "scenarios", "List the scenarios, show one, or check a file", describeScenarios},
         {"Listings", "properties", "List the system properties that the driver reads", describeProperties},
+        {"Listings", "faults", "List what can go wrong on the simulated phone", describeFaults},
+    };
+    return all;
+}
+
+const std::vector<Example>& overviewExamples() {
+    static const std::vector<Example> all{
+        {"oisctl session", "one camera session, every command decoded"},
+        {"oisctl session -m dw9786 --scenario video-zoom", "a timeline of 3A requests"},
+        {"oisctl decode 0x400456C2", "what a private request is"},
+        {"oisctl record -o out && oisctl plot out/*_status.txt -o shake.png"},
     };
     return all;
 }

@@ -21,5 +21,6 @@ Command describeSamples();
 Command describeModules();
 Command describeScenarios();
 Command describeProperties();
+Command describeFaults();
 
 }  // namespace oisctl

@@ -1,14 +1,14 @@
 // oisctl detect-defect: the driver's actuator test, with a verdict per axis.
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
 #include "base/suggest.h"
-#include "base/terminal.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
@@ -83,54 +83,56 @@ void Observation::take(const phone::Event& event, const OisCalibInfo& calibratio
     axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
 }
 
-bool isGood(const AxisErrors& errors, const ois::OisCustInfo& info) {
-    return errors.largest < info.max_error_threshold && errors.sum < info.max_sum_error_threshold;
-}
+enum class AxisVerdict { kGood, kGoodSoFar, kTooFarAtOnce, kTooFarInSum };
 
 // The driver ends the run at the first defect, which leaves the other axis with the positions so far.
-std::string words(const AxisErrors& errors, const ois::OisCustInfo& info, bool wholeRun) {
-    if (errors.largest >= info.max_error_threshold) return "defective: too far off at one position";
-    if (errors.sum >= info.max_sum_error_threshold) return "defective: too far off in sum";
-    return wholeRun ? "good" : "good so far";
+AxisVerdict judge(const AxisErrors& errors, const ois::OisCustInfo& info, bool wholeRun) {
+    if (errors.largest >= info.max_error_threshold) return AxisVerdict::kTooFarAtOnce;
+    if (errors.sum >= info.max_sum_error_threshold) return AxisVerdict::kTooFarInSum;
+    return wholeRun ? AxisVerdict::kGood : AxisVerdict::kGoodSoFar;
 }
 
-void print(DriverSession& session, const Observation& seen, bool tripped) {
-    const ois::OisCustInfo& info = session.module().custInfo;
-    const OISDrv& driver = session.driver();
-    if (session.settings().json) {
-        nlohmann::json json{
-            {"defective", tripped},
-            {"positions", seen.positions},
-            {"of", info.coordinateNum},
-            {"largest_error_below", info.max_error_threshold},
-            {"sum_of_errors_below", info.max_sum_error_threshold},
-            {"driver_error", tripped ? nlohmann::json(driver.mActuatorDefectError) : nlohmann::json()},
-            {"simulated_s", session.nowS()}};
-        for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
-            json[axis == 0 ? "x" : "y"] = {{"good", isGood(seen.axes[axis], info)},
-                                           {"largest_error", seen.axes[axis].largest},
-                                           {"sum_of_errors", seen.axes[axis].sum}};
-        }
-        printLine(json.dump());
-        return;
+Field verdictField(AxisVerdict verdict) {
+    switch (verdict) {
+        case AxisVerdict::kGood:
+            return {"verdict", "", "good", "good", Style::kGood};
+        case AxisVerdict::kGoodSoFar:
+            return {"verdict", "", "good so far", "good so far", Style::kGood};
+        case AxisVerdict::kTooFarAtOnce:
+            return {"verdict", "", "defective", "defective: too far off at one position", Style::kBad};
+        case AxisVerdict::kTooFarInSum:
+            break;
     }
-    const bool wholeRun = seen.positions >= info.coordinateNum;
-    Table table({"AXIS", "LARGEST ERROR", "ALLOWED BELOW", "SUM", "ALLOWED BELOW", "VERDICT"});
-    for (size_t column = 1; column < 5; ++column) table.alignRight(column);
+    return {"verdict", "", "defective", "defective: too far off in sum", Style::kBad};
+}
+
+Record report(DriverSession& session, const Observation& seen, bool tripped) {
+    const ois::OisCustInfo& info = session.module().custInfo;
+    const int32_t error = session.driver().mActuatorDefectError;
+    Table axes{{{"axis", "AXIS"},
+                {"largest_error", "LARGEST ERROR", true},
+                {"largest_error_below", "ALLOWED BELOW", true},
+                {"sum_of_errors", "SUM", true},
+                {"sum_of_errors_below", "ALLOWED BELOW", true},
+                {"verdict", "VERDICT"}},
+               {}};
     for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
         const AxisErrors& errors = seen.axes[axis];
-        table.addRow(
-            {axis == 0 ? "x" : "y", number(errors.largest, 1), number(info.max_error_threshold, 1),
-             number(errors.sum, 1), number(info.max_sum_error_threshold, 1),
-             styled(isGood(errors, info) ? Style::kGood : Style::kBad, words(errors, info, wholeRun))});
+        axes.rows.push_back({{"axis", "", axis == 0 ? "x" : "y"},
+                             measured("largest_error", "", errors.largest, 1, ""),
+                             measured("largest_error_below", "", info.max_error_threshold, 1, ""),
+                             measured("sum_of_errors", "", errors.sum, 1, ""),
+                             measured("sum_of_errors_below", "", info.max_sum_error_threshold, 1, ""),
+                             verdictField(judge(errors, info, seen.positions >= info.coordinateNum))});
     }
-    table.print();
-    printLine(std::to_string(seen.positions) + " of " + std::to_string(info.coordinateNum) +
-              " positions in " + duration(session.nowS()) +
-              (session.settings().realTime ? "" : " simulated") + "; the driver says: " +
-              (tripped ? styled(Style::kBad, "defect, error " + std::to_string(driver.mActuatorDefectError) +
-                                                 " hall counts")
-                       : styled(Style::kGood, "no defect")));
+    return {{"axes", "", axes},
+            {"positions", "positions", seen.positions,
+             fmt::format("{} of {}", seen.positions, info.coordinateNum)},
+            {"test_positions", "", info.coordinateNum},
+            {"defective", "the driver says", tripped,
+             tripped ? fmt::format("defect, error {} hall counts", error) : "no defect",
+             tripped ? Style::kBad : Style::kGood},
+            {"driver_error", "", tripped ? Value(error) : Value()}};
 }
 
 void requireDetector(const phone::ModuleDescription& module) {
@@ -164,12 +166,12 @@ int run(const Options& options) {
     }
     const bool tripped = session.driver().mDefectDetectDone != 0;
     session.close();
-    print(session, seen, tripped);
     if (!seen.hallRead) {
         printRemark(
             "oisctl: the hub reads no hall positions back, so that every position seems to be missed");
     }
-    return conclude(session, !tripped);
+    return conclude(session, report(session, seen, tripped), Ending::kReport,
+                    !tripped && session.tally().counts().failures == 0);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
 #include "base/file_content.h"
@@ -22,18 +21,15 @@ struct Options {
     std::string folder;  // empty: standard output
 };
 
-void show(const std::filesystem::path& file, const Options& options) {
-    const bool json = options.settings.json;
-    if (!options.folder.empty()) {
-        const std::string copy = keepFile(file, options.folder).string();
-        printLine(json ? nlohmann::json{{"file", copy}}.dump() : copy);
-        return;
-    }
+Record report(const std::filesystem::path& file, const Options& options) {
+    if (!options.folder.empty()) return {{"file", "file", keepFile(file, options.folder).string()}};
     requireWritten(file);
     std::string text = phone::readFile(file);
-    if (json) text = nlohmann::json{{"file", file.filename().string()}, {"text", text}}.dump();
-    if (text.ends_with('\n')) text.pop_back();
-    printLine(text);
+    if (!options.settings.json) {
+        if (text.ends_with('\n')) text.pop_back();
+        printLine(text);
+    }
+    return {{"file", "", file.filename().string()}, {"text", "", text}};
 }
 
 // The 3A layer reads the memory and hands the driver a copy, which it dumps.
@@ -62,8 +58,8 @@ int run(Options options) {
     session.openFor("dump");  // dumps the flash
     if (otp) dumpOtp(session);
     session.close();
-    show(dumpFile(session, otp ? "_otp.txt" : "_flash.txt"), options);
-    return conclude(session, true);
+    const Record shown = report(dumpFile(session, otp ? "_otp.txt" : "_flash.txt"), options);
+    return conclude(session, shown, options.folder.empty() ? Ending::kRemarks : Ending::kReport);
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 // oisctl firmware-update: the driver's own update against the chip behind the hub.
 
+#include <fmt/core.h>
+
 #include <charconv>
-#include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
-#include "base/terminal.h"
+#include "base/interrupt.h"
 #include "commands/commands.h"
 #include "controllers/korva/chip.h"
 #include "hub/firmware_image.h"
@@ -70,119 +70,146 @@ void take(Observation& seen, const phone::Event& event) {
     if (access->address == address(Register::kClock)) seen.clock = access->value;
 }
 
-struct Outcome {
-    bool good = false;
-    std::string words;
+enum class Outcome {
+    kUpdated,
+    kUpToDate,
+    kAccepted,
+    kNotIdle,
+    kControllerError,
+    kCheckValueRefused,
+    kOtherVersion,
+    kNoOutcome,
+    kUnknownOutcome,
+    kRefused,
 };
 
-Outcome judge(const phone::FirmwareReport& report, const Observation& seen, uint32_t before,
-              uint32_t wanted) {
-    switch (static_cast<ois::FirmwareOutcome>(report.code)) {
-        case ois::FirmwareOutcome::kUpdated:
-            return {true, "updated"};
-        case ois::FirmwareOutcome::kControllerError:
-            if ((report.value & ois::korva::kImageCheckValid) == 0)
-                return {false, "the controller reported an error after the download"};
-            return {false, "the controller did not accept the image's check value"};
-        case ois::FirmwareOutcome::kNotUpdated:
+struct OutcomeWords {
+    const char* key;
+    const char* text;
+};
+
+OutcomeWords wordsOf(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::kUpdated:
+            return {"updated", "updated"};
+        case Outcome::kUpToDate:
+            return {"up to date", "nothing to do: the controller has this version already"};
+        case Outcome::kAccepted:
+            return {"accepted", "the kernel driver took the update"};
+        case Outcome::kNotIdle:
+            return {"not idle", "not updated: controller not idle"};
+        case Outcome::kControllerError:
+            return {"controller error", "the controller reported an error after the download"};
+        case Outcome::kCheckValueRefused:
+            return {"check value refused", "the controller did not accept the image's check value"};
+        case Outcome::kOtherVersion:
+            return {"other version", "after the download the controller runs another version than the image"};
+        case Outcome::kNoOutcome:
+            return {"no outcome", "the hub received no outcome"};
+        case Outcome::kUnknownOutcome:
+            return {"unknown outcome", "an outcome that no driver reports"};
+        case Outcome::kRefused:
             break;
-        default:
-            return {false, "an outcome that no driver reports"};
     }
-    if (report.value != 0)
-        return {false, "after the download the controller runs another version than the image"};
-    if (!seen.flashOpened && before == wanted)
-        return {true, "nothing to do: the controller has this version already"};
-    return {false, "not updated: controller not idle"};
+    return {"refused", "the kernel driver did not take the update"};
+}
+
+// One run of the driver's update; what the sub-device way does not tell is empty.
+struct Update {
+    Outcome outcome = Outcome::kRefused;
+    Observation seen;
+    std::optional<phone::FirmwareReport> report;
+    std::optional<uint32_t> before;
+    std::optional<uint32_t> after;
+    std::optional<uint32_t> image;
+    double seconds = 0;
+    bool good() const {
+        return outcome == Outcome::kUpdated || outcome == Outcome::kUpToDate || outcome == Outcome::kAccepted;
+    }
+};
+
+Outcome judge(const Update& update) {
+    if (!update.report) return Outcome::kNoOutcome;
+    const int64_t value = update.report->value;
+    switch (static_cast<ois::FirmwareOutcome>(update.report->code)) {
+        case ois::FirmwareOutcome::kUpdated:
+            return Outcome::kUpdated;
+        case ois::FirmwareOutcome::kControllerError:
+            return (value & ois::korva::kImageCheckValid) == 0 ? Outcome::kControllerError
+                                                               : Outcome::kCheckValueRefused;
+        case ois::FirmwareOutcome::kNotUpdated:
+            if (value != 0) return Outcome::kOtherVersion;
+            return !update.seen.flashOpened && update.before == update.image ? Outcome::kUpToDate
+                                                                             : Outcome::kNotIdle;
+        default:
+            return Outcome::kUnknownOutcome;
+    }
 }
 
 // A chip whose download was cut short has no firmware to run.
-std::string versionText(uint32_t version) {
-    constexpr int kDigits = 8;
-    return version == 0 ? "none" : hex(version, kDigits);
+Field versionField(const char* key, std::optional<uint32_t> version) {
+    if (!version) return {key, "", {}};
+    return {key, "", *version, *version == 0 ? "none" : fmt::format("0x{:08X}", *version)};
 }
 
-void printOutcome(DriverSession& session, const Outcome& outcome, const phone::FirmwareReport& report,
-                  const Observation& seen, uint32_t before, uint32_t after, double seconds) {
-    const uint32_t wanted = session.phone().hub().firmware().version();
-    if (session.settings().json) {
-        printLine(nlohmann::json{
-            {"good", outcome.good},
-            {"outcome", outcome.words},
-            {"code", report.code},
-            {"value", report.value},
-            {"version_before", before},
-            {"version_after", after},
-            {"image_version", wanted},
-            {"blocks", seen.blocks},
-            {"clock_hz", seen.clock},
-            {"simulated_s",
-             seconds}}.dump());
-        return;
-    }
-    Table table({"", ""});
-    table.addRow({"outcome", styled(outcome.good ? Style::kGood : Style::kBad, outcome.words)});
-    table.addRow({"hub received", "code " + std::to_string(report.code) + ", value " + hex(report.value, 1)});
-    table.addRow(
-        {"firmware", versionText(before) + " -> " + versionText(after) + ", image " + versionText(wanted)});
-    table.addRow({"blocks", std::to_string(seen.blocks) + " of " + std::to_string(ois::kFirmwareBlockCount)});
-    table.addRow({"clock", grouped(static_cast<uint64_t>(seen.clock)) + " Hz"});
-    table.addRow({"time", duration(seconds) + (session.settings().realTime ? "" : " simulated")});
-    table.print();
+Record fieldsOf(const Update& update) {
+    const OutcomeWords words = wordsOf(update.outcome);
+    const auto hub = [&update](auto value) { return update.report ? Value(value) : Value(); };
+    const phone::FirmwareReport report = update.report.value_or(phone::FirmwareReport{});
+    const bool behindHub = update.image.has_value();
+    return {versionField("version_before", update.before),
+            versionField("version_after", update.after),
+            versionField("image_version", update.image),
+            {"blocks", "", behindHub ? Value(update.seen.blocks) : Value(),
+             behindHub ? fmt::format("{} of {}", update.seen.blocks, ois::kFirmwareBlockCount) : ""},
+            {"clock_hz", "", behindHub ? Value(update.seen.clock) : Value()},
+            {"code", "", hub(report.code)},
+            {"value", "", hub(report.value), update.report ? fmt::format("0x{:X}", report.value) : ""},
+            {"duration_s", "", update.seconds, duration(update.seconds)},
+            {"outcome", "", words.key, words.text, update.good() ? Style::kGood : Style::kBad}};
 }
 
-// Where there is no more to tell.
-void printWords(const DriverSession& session, const Outcome& outcome) {
-    if (session.settings().json) {
-        printLine(nlohmann::json{{"good", outcome.good}, {"outcome", outcome.words}}.dump());
-        return;
-    }
-    Table table({"", ""});
-    table.addRow({"outcome", styled(outcome.good ? Style::kGood : Style::kBad, outcome.words)});
-    table.print();
+std::vector<TableColumn> updateColumns(bool behindHub) {
+    if (!behindHub) return {{"outcome", "OUTCOME"}};
+    return {{"version_before", "BEFORE"}, {"version_after", "AFTER"},     {"image_version", "IMAGE"},
+            {"blocks", "BLOCKS"},         {"clock_hz", "CLOCK HZ", true}, {"code", "CODE", true},
+            {"value", "VALUE", true},     {"duration_s", "TIME", true},   {"outcome", "OUTCOME"}};
 }
 
-bool updateBehindHub(DriverSession& session) {
+Update updateBehindHub(DriverSession& session) {
     phone::SensorHub& hub = session.phone().hub();
-    const uint32_t before = hub.chip().peek(Register::kFirmwareVersion);
+    Update update;
+    update.before = hub.chip().peek(Register::kFirmwareVersion);
+    update.image = hub.firmware().version();
     const double startS = session.nowS();
     const size_t reportsBefore = hub.firmwareReports().size();
-    Observation seen;
     {
         Progress progress("firmware", ois::kFirmwareBlockCount);
         session.observe([&](const phone::Event& event) {
-            take(seen, event);
-            progress.update(
-                static_cast<double>(seen.blocks),
-                "block " + std::to_string(seen.blocks) + " of " + std::to_string(ois::kFirmwareBlockCount));
+            take(update.seen, event);
+            progress.update(static_cast<double>(update.seen.blocks),
+                            fmt::format("block {} of {}", update.seen.blocks, ois::kFirmwareBlockCount));
         });
         session.firmwareUpdate();
         session.observe(nullptr);
     }
-    const uint32_t after = hub.chip().peek(Register::kFirmwareVersion);
+    update.seconds = session.nowS() - startS;
+    update.after = hub.chip().peek(Register::kFirmwareVersion);
     const std::vector<phone::FirmwareReport> reports = hub.firmwareReports();
-    if (reports.size() == reportsBefore) {
-        printWords(session, {false, "the hub received no outcome"});
-        return false;
-    }
-    const Outcome outcome = judge(reports.back(), seen, before, hub.firmware().version());
-    printOutcome(session, outcome, reports.back(), seen, before, after, session.nowS() - startS);
-    return outcome.good;
+    if (reports.size() > reportsBefore) update.report = reports.back();
+    update.outcome = judge(update);
+    return update;
 }
 
-std::string cameraType(const phone::ModuleDescription& module) {
-    const auto& text = module.custInfo.cameraTypeName;
-    return {text, strnlen(text, sizeof text)};
-}
-
-bool updateOnSubDevice(DriverSession& session) {
+Update updateOnSubDevice(DriverSession& session) {
+    const double startS = session.nowS();
+    const uint64_t failuresBefore = session.tally().counts().failures;
     const int32_t result = session.firmwareUpdate();
-    const bool good = result == 1 && session.tally().counts().failures == 0;
-    const std::string words =
-        good ? "the kernel driver took the update for camera type " + cameraType(session.module())
-             : "the kernel driver did not take the update";
-    printWords(session, {good, words});
-    return good;
+    Update update;
+    update.seconds = session.nowS() - startS;
+    const bool accepted = result == 1 && session.tally().counts().failures == failuresBefore;
+    update.outcome = accepted ? Outcome::kAccepted : Outcome::kRefused;
+    return update;
 }
 
 void prepareHub(DriverSession& session, const Options& options) {
@@ -203,12 +230,14 @@ int run(const Options& options) {
     }
     if (session.behindHub()) prepareHub(session, options);
     bool good = false;
-    for (int32_t i = 0; i < options.times; ++i) {
-        good = session.behindHub() ? updateBehindHub(session) : updateOnSubDevice(session);
+    Table updates{updateColumns(session.behindHub()), {}};
+    for (int32_t i = 0; i < options.times && !interrupted(); ++i) {
+        const Update update = session.behindHub() ? updateBehindHub(session) : updateOnSubDevice(session);
+        updates.rows.push_back(fieldsOf(update));
+        good = update.good();
     }
     // A fault that struck may have been repaired by the next update.
-    conclude(session, good);
-    return good ? kSuccess : kJobFailed;
+    return conclude(session, {{"updates", "", updates}}, Ending::kReport, good);
 }
 
 }  // namespace

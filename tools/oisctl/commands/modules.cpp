@@ -1,14 +1,13 @@
 // oisctl modules: the camera modules that ship, or one in detail.
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "base/errors.h"
-#include "base/terminal.h"
+#include "base/report.h"
 #include "commands/commands.h"
 #include "modules/customisation_fields.h"
 #include "modules/module_checks.h"
@@ -27,17 +26,7 @@ struct Options {
     Settings settings;
 };
 
-std::string chip(const ModuleDescription& module) {
-    return module.hasOis ? std::string(module.custInfo.mOisIcName) : "-";
-}
-
-std::string way(const ModuleDescription& module) {
-    if (!module.hasOis) return "-";
-    return module.behindHub() ? "sensor hub" : "sub-device";
-}
-
-std::string gainFormat(const ModuleDescription& module) {
-    if (!module.hasOis) return "-";
+Value gainFormat(const ModuleDescription& module) {
     switch (module.custInfo.gainFormat) {
         case ois::kGainFloat:
             return "float";
@@ -50,8 +39,7 @@ std::string gainFormat(const ModuleDescription& module) {
     }
 }
 
-std::vector<std::string> features(const ModuleDescription& module) {
-    const ois::OisCustInfo& info = module.custInfo;
+std::vector<std::string> features(const ois::OisCustInfo& info) {
     std::vector<std::string> all;
     if (info.accSupport != 0) all.emplace_back("acc");
     if (info.actOisSupport == 1) all.emplace_back("active-ois");
@@ -62,12 +50,6 @@ std::vector<std::string> features(const ModuleDescription& module) {
     return all;
 }
 
-std::string featureText(const ModuleDescription& module) {
-    std::string text;
-    for (const std::string& feature : features(module)) text += (text.empty() ? "" : " ") + feature;
-    return text.empty() ? "-" : text;
-}
-
 // As the driver gets it.
 std::vector<phone::Field> customisationOf(const ModuleDescription& module) {
     const phone::RequestInfo* request = phone::findRequest("SET_CUSTOMISATION");
@@ -75,105 +57,94 @@ std::vector<phone::Field> customisationOf(const ModuleDescription& module) {
     return phone::decodeRecord(*request->record, {bytes, sizeof module.custInfo});
 }
 
-nlohmann::json toJson(const ModuleDescription& module) {
-    nlohmann::json json = {
-        {"name", module.name},
-        {"summary", module.summary},
-        {"source", module.source},
-        {"has_ois", module.hasOis},
-        {"way", way(module)},
-        {"chip", chip(module)},
-        {"driver_name", module.driverName},
-        {"gain_format", gainFormat(module)},
-        {"features", features(module)},
-        {"firmware_version", module.firmwareVersion},
-        {"hall_centre", {module.stabiliser.hallCenterX, module.stabiliser.hallCenterY}},
-        {"lens_travel_deg", module.stabiliser.limitAngle},
-        {"lens_bandwidth_hz", module.stabiliser.bandwidthHz},
-        {"doubts", phone::doubtsAbout(module)},
-    };
-    for (const phone::Field& field : customisationOf(module)) {
-        std::visit([&](const auto& value) { json["customisation"][field.name] = value; }, field.value);
-    }
-    return json;
+Value customisationValues(const ModuleDescription& module) {
+    Record values;
+    for (const phone::Field& field : customisationOf(module))
+        std::visit([&](const auto& value) { values.push_back({field.name, "", value}); }, field.value);
+    return module.hasOis ? values : Value();
 }
 
-void printCustomisation(const ModuleDescription& module) {
-    Table table({"CUSTOMISATION", "VALUE", "", "MEANING"});
-    table.alignRight(1);
+Table customisationTable(const ModuleDescription& module) {
+    Table table{{{"name", "CUSTOMISATION"}, {"value", "VALUE", true}, {"unit", ""}, {"meaning", "MEANING"}},
+                {}};
     const std::vector<phone::Field> values = customisationOf(module);
     for (const phone::CustomisationField& field : phone::kCustomisationFields) {
         if (field.record.type == phone::FieldType::kFloats) continue;  // too long for a cell
         const auto value = std::ranges::find(values, field.record.name, &phone::Field::name);
-        table.addRow({styled(Style::kName, field.record.name), toText(*value), std::string(field.unit),
-                      std::string(field.meaning)});
+        table.rows.push_back({{"name", "", field.record.name, "", Style::kName},
+                              {"value", "", toText(*value)},
+                              {"unit", "", field.unit},
+                              {"meaning", "", field.meaning}});
     }
-    table.print();
+    return table;
 }
 
-void printDetails(const ModuleDescription& module) {
+Record fieldsOf(const ModuleDescription& module) {
+    const bool ois = module.hasOis;
+    const auto label = [ois](const char* text) { return ois ? text : ""; };
+    const auto value = [ois](Value known) { return ois ? std::move(known) : Value(); };
     const phone::StabiliserSettings& lens = module.stabiliser;
-    printLine(styled(Style::kBold, module.name) + "  " + module.summary);
-    Table table({"", ""});
-    table.addRow({"  source", module.source});
-    if (module.hasOis) {
-        const auto row = [&table](const std::string& label, const std::string& text) {
-            table.addRow({"  " + label, text});
-        };
-        row("way to the controller", way(module));
-        row("driver name", module.driverName);
-        row("features", featureText(module));
-        row("firmware", fmt::format("0x{:08x}", module.firmwareVersion));
-        row("hall centre", fmt::format("{}, {}", lens.hallCenterX, lens.hallCenterY));
-        row("lens", fmt::format("travel +/-{:.2f} deg, bandwidth {:.0f} Hz, damping {:.2f}", lens.limitAngle,
-                                lens.bandwidthHz, lens.damping));
-    } else {
-        table.addRow({"  OIS", "none: Init answers 0 and the driver sends nothing"});
-    }
-    table.print();
-    if (module.hasOis) printCustomisation(module);
-    for (const std::string& doubt : phone::doubtsAbout(module)) {
-        printLine(styled(Style::kWarning, "doubtful: " + doubt));
-    }
+    const std::vector<std::string> doubts = phone::doubtsAbout(module);
+    return {{"name", "module", module.name, "", Style::kName},
+            {"summary", "summary", module.summary},
+            {"source", "source", module.source},
+            {"has_ois", ois ? "" : "OIS", ois, "none: Init answers 0 and the driver sends nothing"},
+            {"way", label("way"), wayName(module)},
+            {"chip", "", value(module.custInfo.mOisIcName)},
+            {"driver_name", label("driver name"), value(module.driverName)},
+            {"gain_format", "", value(gainFormat(module))},
+            {"features", label("features"), value(features(module.custInfo))},
+            {"firmware_version", label("firmware"), value(module.firmwareVersion),
+             fmt::format("0x{:08X}", module.firmwareVersion)},
+            byAxis("hall_centre", label("hall centre"), value(lens.hallCenterX), value(lens.hallCenterY)),
+            {"lens_travel_deg", label("lens travel"), value(lens.limitAngle),
+             fmt::format("+/-{:.2f} deg", lens.limitAngle)},
+            {"lens_bandwidth_hz", label("lens bandwidth"), value(lens.bandwidthHz),
+             figure(lens.bandwidthHz, 0, " Hz")},
+            {"lens_damping", label("lens damping"), value(lens.damping), figure(lens.damping, 2)},
+            {"customisation", "", customisationValues(module)},
+            {"doubts", doubts.empty() ? "" : "doubtful", doubts, fmt::format("{}", fmt::join(doubts, "\n")),
+             Style::kWarning}};
 }
 
-void printTable() {
-    Table table({"NAME", "WAY", "CHIP", "GAIN", "FEATURES", "SUMMARY"});
-    for (const ModuleDescription& module : phone::shippedModules()) {
-        table.addRow({styled(Style::kName, module.name), way(module), chip(module), gainFormat(module),
-                      featureText(module), module.summary});
-    }
-    table.print();
+void showList(bool json) {
+    Table table{{{"name", "NAME"},
+                 {"way", "WAY"},
+                 {"chip", "CHIP"},
+                 {"gain_format", "GAIN"},
+                 {"features", "FEATURES"},
+                 {"summary", "SUMMARY"}},
+                {}};
+    for (const ModuleDescription& module : phone::shippedModules()) table.rows.push_back(fieldsOf(module));
+    print({{"modules", "", table}}, json);
 }
 
-void showAll(bool json) {
-    if (!json) return printTable();
-    nlohmann::json list = nlohmann::json::array();
-    for (const ModuleDescription& module : phone::shippedModules()) list.push_back(toJson(module));
-    printLine(list.dump(2));
-}
-
-int show(const Options& options) try {
-    if (options.name.empty()) {
-        if (options.toml) throw InputError("modules --toml: needs a module's name");
-        showAll(options.settings.json);
-        return kSuccess;
-    }
+void showOne(const Options& options) {
     const ModuleDescription module = phone::moduleByName(options.name);
+    Record fields = fieldsOf(module);
     if (options.toml) {
-        std::string text = phone::moduleText(options.name);
-        if (text.ends_with('\n')) text.pop_back();
-        printLine(text);
+        const std::string text = phone::moduleText(options.name);
+        printLine(text.substr(0, text.find_last_not_of('\n') + 1));
     } else if (options.settings.json) {
-        printLine(toJson(module).dump(2));
+        print({{"modules", "", Table{{}, {fields}}}}, true);
     } else {
-        printDetails(module);
+        if (module.hasOis) fields.push_back({"", "", customisationTable(module)});
+        print(fields, false);
+    }
+}
+
+int show(const Options& options) {
+    if (options.toml && options.name.empty()) throw InputError("modules --toml: needs a module's name");
+    try {
+        if (options.name.empty()) {
+            showList(options.settings.json);
+        } else {
+            showOne(options);
+        }
+    } catch (const std::runtime_error& error) {
+        throw InputError(fmt::format("modules {}: {}", options.name, error.what()));
     }
     return kSuccess;
-} catch (const InputError&) {
-    throw;
-} catch (const std::runtime_error& error) {
-    throw InputError(fmt::format("modules {}: {}", options.name, error.what()));
 }
 
 }  // namespace
@@ -192,7 +163,7 @@ Command describeModules() {
                      {"oisctl modules dw9786", "one in detail"},
                      {"oisctl modules dw9786 --toml > mine.toml", "a start for one of your own"},
                      {"oisctl modules ./mine.toml", "checks a description of your own"},
-                     {"oisctl modules --json | jq '.[].name'"}},
+                     {"oisctl modules --json | jq '.modules[].name'"}},
         .run = [options] { return show(*options); },
     };
 }

@@ -1,12 +1,13 @@
 // oisctl op, oisctl mode: one operation or one mode on an open driver.
 
+#include <fmt/core.h>
+
 #include <memory>
 #include <thread>
 
 #include <fmt/core.h>
 
 #include "base/errors.h"
-#include "base/terminal.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
@@ -40,7 +41,7 @@ int runOnce(const Settings& settings, const Work& work) {
         session.fail("Init answered 0: the module has no OIS, or it is switched off");
     }
     session.close();
-    Summary summary = summarise(session);
+    Summary summary;
     summary.operations = results;
     return conclude(session, summary);
 }
@@ -64,23 +65,14 @@ int runMode(const Options& options) {
 
 std::string operationList() {
     std::string text = "Operations:\n";
-    for (const OperationInfo& info : operations()) {
-        std::string line = "  " + std::to_string(info.number);
-        line.resize(6, ' ');
-        line += info.name;
-        line.resize(22, ' ');
-        text += line.append(info.meaning) + "\n";
-    }
+    for (const OperationInfo& info : operations())
+        text += fmt::format("  {:<4}{:16}{}\n", info.number, info.name, info.meaning);
     return text + "  Numbers below -2 write the x gain, those above 26 the y gain, in 1/10000.\n";
 }
 
 std::string modeList() {
     std::string text = "Modes:\n";
-    for (const ModeInfo& info : modes()) {
-        std::string line = "  " + std::to_string(info.number);
-        line.resize(6, ' ');
-        text += line.append(info.meaning) + "\n";
-    }
+    for (const ModeInfo& info : modes()) text += fmt::format("  {:<4}{}\n", info.number, info.meaning);
     return text;
 }
 

@@ -1,10 +1,9 @@
 // oisctl properties: the system properties that the driver reads.
 
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
-#include "base/terminal.h"
+#include "base/report.h"
 #include "commands/commands.h"
 #include "services/property_store.h"
 #include "session/settings.h"
@@ -26,24 +25,16 @@ std::string typeName(phone::PropertyType type) {
 }
 
 int show(const Settings& settings) {
-    if (settings.json) {
-        nlohmann::json list = nlohmann::json::array();
-        for (const auto& property : phone::knownProperties()) {
-            list.push_back({{"key", property.key},
-                            {"type", typeName(property.type)},
-                            {"default", property.defaultValue},
-                            {"meaning", property.meaning}});
-        }
-        printLine(list.dump(2));
-        return kSuccess;
-    }
-    Table table({"PROPERTY", "TYPE", "DEFAULT", "MEANING"});
+    Table table{{{"name", "PROPERTY"}, {"type", "TYPE"}, {"default", "DEFAULT"}, {"meaning", "MEANING"}}, {}};
     for (const auto& property : phone::knownProperties()) {
-        const std::string otherwise(property.defaultValue.empty() ? "(state)" : property.defaultValue);
-        table.addRow({styled(Style::kName, property.key), typeName(property.type), otherwise,
-                      std::string(property.meaning)});
+        const bool known = !property.defaultValue.empty();
+        table.rows.push_back(
+            {{"name", "", property.key, "", Style::kName},
+             {"type", "", typeName(property.type)},
+             {"default", "", known ? Value(property.defaultValue) : Value(), known ? "" : "(state)"},
+             {"meaning", "", property.meaning}});
     }
-    table.print();
+    print({{"properties", "", table}}, settings.json);
     return kSuccess;
 }
 

@@ -1,13 +1,12 @@
 // oisctl record: the driver's own status recorder, on a module that the driver can record.
 
-#include <iostream>
+#include <fmt/core.h>
+
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/suggest.h"
-#include "base/terminal.h"
 #include "commands/commands.h"
 #include "recording/recording.h"
 #include "session/driver_session.h"
@@ -65,25 +64,6 @@ void waitWhileRecording(DriverSession& session, double seconds) {
     }
 }
 
-void print(DriverSession& session, const std::filesystem::path& file) {
-    const Recording recording = loadRecording(file);
-    const RecordingStats stats = computeStats(recording, session.module().stabiliser.limitAngle);
-    if (session.settings().json) {
-        nlohmann::json json = toJson(recording, stats);
-        json["file"] = file.string();
-        printLine(json.dump());
-        return;
-    }
-    printStats(std::cout, recording, stats);
-    printLine("shake left   stabilisation off (target) / on (target minus hall)");
-    for (size_t axis = 0; axis < stats.axes.size(); ++axis) {
-        const AxisStats& a = stats.axes[axis];
-        printLine(std::string("  ") + (axis == 0 ? "x" : "y") + "          " + number(a.shakeRms, 4) +
-                  " deg / " + number(a.residualRms, 4) + " deg RMS");
-    }
-    printLine("plot it with: oisctl plot " + file.string());
-}
-
 int run(Options options) {
     requireFolder(options.folder);
     std::vector<phone::Property>& properties = options.settings.properties;
@@ -101,8 +81,11 @@ int run(Options options) {
     waitWhileRecording(session, options.seconds);
     session.notifyStream(false);
     session.close();
-    print(session, keepFile(dumpFile(session, "_status.txt"), options.folder));
-    return conclude(session, true);
+    const std::filesystem::path file = keepFile(dumpFile(session, "_status.txt"), options.folder);
+    const Recording recording = loadRecording(file);
+    Record report = statsReport(recording, computeStats(recording, session.module().stabiliser.limitAngle));
+    report.push_back({"", "plot it with", {}, fmt::format("oisctl plot {}", file.string())});
+    return conclude(session, report);
 }
 
 }  // namespace

@@ -1,11 +1,9 @@
 // oisctl plot, oisctl stats: what a status recording says, from the simulated phone or from a real one.
 
-#include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
-#include "base/terminal.h"
+#include "base/report.h"
 #include "commands/commands.h"
 #include "recording/plot.h"
 #include "recording/recording.h"
@@ -38,14 +36,27 @@ RecordingStats stats(const Options& options, const Recording& recording) {
     }
 }
 
+std::vector<Option> recordingOptions(Options& options) {
+    return {{"file", "STATUS_FILE", "Status recording", &options.file, {.required = true}},
+            {"--limit",
+             "DEGREES",
+             "The lens's travel either way; else estimated",
+             &options.limitAngle,
+             {.range = Range{0.001, 90}}},
+            jsonOption(options.settings)};
+}
+
+std::vector<Option> withOutput(Options& options) {
+    std::vector<Option> all = recordingOptions(options);
+    all.push_back({"-o,--output", "FILE", "Picture, .png or .svg; else beside you, named after the recording",
+                   &options.output});
+    return all;
+}
+
 int runStats(const Options& options) {
     const Recording recording = load(options);
     const RecordingStats computed = stats(options, recording);
-    if (options.settings.json) {
-        printLine(toJson(recording, computed).dump());
-    } else {
-        printStats(std::cout, recording, computed);
-    }
+    print(statsReport(recording, computed), options.settings.json);
     return kSuccess;
 }
 
@@ -54,18 +65,8 @@ int runPlot(const Options& options) {
     std::filesystem::path output = options.output;
     if (output.empty()) output = std::filesystem::path(options.file).filename().replace_extension(".png");
     plotRecording(recording, stats(options, recording), output);
-    printLine(output.string());
+    print({{"file", "file", output.string()}}, options.settings.json);
     return kSuccess;
-}
-
-std::vector<Option> recordingOptions(Options& options, Option own) {
-    return {{"file", "STATUS_FILE", "Status recording", &options.file, {.required = true}},
-            {"--limit",
-             "DEGREES",
-             "The lens's travel either way; else estimated",
-             &options.limitAngle,
-             {.range = Range{0.001, 90}}},
-            std::move(own)};
 }
 
 }  // namespace
@@ -73,7 +74,7 @@ std::vector<Option> recordingOptions(Options& options, Option own) {
 Command describeStats() {
     auto options = std::make_shared<Options>();
     return {
-        .options = recordingOptions(*options, jsonOption(options->settings)),
+        .options = recordingOptions(*options),
         .examples = {{"oisctl stats out/ois_dump_..._status.txt"}, {"oisctl stats status.txt --json"}},
         .run = [options] { return runStats(*options); },
     };
@@ -82,10 +83,7 @@ Command describeStats() {
 Command describePlot() {
     auto options = std::make_shared<Options>();
     return {
-        .options =
-            recordingOptions(*options, {"-o,--output", "FILE",
-                                        "Picture, .png or .svg; else beside you, named after the recording",
-                                        &options->output}),
+        .options = withOutput(*options),
         .notes = "Works on recordings from a real phone as well.\n",
         .examples = {{"oisctl plot out/ois_dump_..._status.txt"}, {"oisctl plot status.txt -o shake.svg"}},
         .run = [options] { return runPlot(*options); },

@@ -1,14 +1,14 @@
 // oisctl registers: the register map of the chip behind the hub, with values.
 
+#include <fmt/format.h>
+
 #include <bit>
 #include <charconv>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/suggest.h"
-#include "base/terminal.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/register_access.h"
@@ -35,18 +35,24 @@ struct Options {
     std::vector<Write> writes;
 };
 
+Value valueOf(const phone::RegisterInfo& reg, uint32_t bits) {
+    if (reg.format == phone::RegisterFormat::kFloat) return std::bit_cast<float>(bits);
+    if (reg.format == phone::RegisterFormat::kSigned) return static_cast<int16_t>(bits);
+    return bits;
+}
+
 std::string valueText(const phone::RegisterInfo& reg, uint32_t bits) {
     switch (reg.format) {
         case phone::RegisterFormat::kFloat:
-            return number(std::bit_cast<float>(bits), 3);
+            return figure(std::bit_cast<float>(bits), 3);
         case phone::RegisterFormat::kSigned:
-            return std::to_string(static_cast<int16_t>(bits));
+            return fmt::to_string(static_cast<int16_t>(bits));
         case phone::RegisterFormat::kHex:
-            return hex(bits, static_cast<int>(reg.size * 2));
+            return fmt::format("0x{:0{}X}", bits, reg.size * 2);
         case phone::RegisterFormat::kUnsigned:
             break;
     }
-    return std::to_string(bits);
+    return fmt::to_string(bits);
 }
 
 std::vector<std::string> registerNames() {
@@ -105,30 +111,25 @@ std::vector<uint32_t> readAll(DriverSession& session) {
 }
 
 // Values that are not as they were before stand out.
-void printTable(const std::vector<uint32_t>& values, const std::vector<uint32_t>& before) {
-    Table table({"ADDRESS", "REGISTER", "BYTES", "VALUE", "MEANING"});
-    table.alignRight(3);
+Field report(const std::vector<uint32_t>& values, const std::vector<uint32_t>& before) {
+    Table table{{{"address", "ADDRESS"},
+                 {"name", "REGISTER"},
+                 {"bytes", "BYTES"},
+                 {"value", "VALUE", true},
+                 {"meaning", "MEANING"}},
+                {}};
     for (size_t i = 0; i < values.size(); ++i) {
         const phone::RegisterInfo& reg = phone::registers()[i];
         const bool changed = !before.empty() && values[i] != before[i];
-        table.addRow({hex(reg.address, 4), styled(Style::kName, reg.name), std::to_string(reg.size),
-                      styled(changed ? Style::kWarning : Style::kPlain, valueText(reg, values[i])),
-                      std::string(reg.meaning)});
+        table.rows.push_back({{"address", "", reg.address, fmt::format("0x{:04X}", reg.address)},
+                              {"name", "", reg.name, "", Style::kName},
+                              {"bytes", "", reg.size},
+                              {"value", "", valueOf(reg, values[i]), valueText(reg, values[i]),
+                               changed ? Style::kWarning : Style::kPlain},
+                              {"bits", "", values[i]},
+                              {"meaning", "", reg.meaning}});
     }
-    table.print();
-}
-
-nlohmann::json toJson(const std::vector<uint32_t>& values) {
-    nlohmann::json list = nlohmann::json::array();
-    for (size_t i = 0; i < values.size(); ++i) {
-        const phone::RegisterInfo& reg = phone::registers()[i];
-        list.push_back({{"address", reg.address},
-                        {"name", reg.name},
-                        {"bytes", reg.size},
-                        {"value", values[i]},
-                        {"text", valueText(reg, values[i])}});
-    }
-    return list;
+    return {"registers", "", table};
 }
 
 void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
@@ -136,25 +137,26 @@ void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
     for (size_t i = 0; i < values.size(); ++i) {
         if (values[i] == before[i]) continue;
         const phone::RegisterInfo& reg = phone::registers()[i];
-        printLine(styled(Style::kDim, number(session.nowS(), 3) + " s") + "  " +
-                  styled(Style::kName, reg.name) + " " + valueText(reg, before[i]) + " -> " +
-                  styled(Style::kWarning, valueText(reg, values[i])));
+        printLine(fmt::format("{}  {} {} -> {}", styled(Style::kDim, figure(session.nowS(), 3, " s")),
+                              styled(Style::kName, reg.name), valueText(reg, before[i]),
+                              styled(Style::kWarning, valueText(reg, values[i]))));
     }
 }
 
-void watch(DriverSession& session, const Options& options, std::vector<uint32_t> before) {
+// The last values.
+std::vector<uint32_t> watch(DriverSession& session, const Options& options, std::vector<uint32_t> before) {
     const double endS = session.nowS() + options.seconds.value_or(0);
     while (!interrupted() && (!options.seconds || session.nowS() < endS)) {
         session.sleepUs(static_cast<int64_t>(options.intervalS * kMicrosPerSecond));
         std::vector<uint32_t> values = readAll(session);
         if (options.settings.json) {
-            const nlohmann::json look{{"simulated_s", session.nowS()}, {"registers", toJson(values)}};
-            printLine(look.dump());
+            print({{"time_s", "", session.nowS()}, report(values, before)}, true);
         } else {
             printChanges(session, values, before);
         }
         before = std::move(values);
     }
+    return before;
 }
 
 int run(Options options) {
@@ -173,14 +175,14 @@ int run(Options options) {
         writeRegister(session, write.reg->address, static_cast<uint32_t>(write.reg->size), write.value);
     }
     std::vector<uint32_t> values = readAll(session);
-    if (options.settings.json) {
-        printLine(toJson(values).dump());
-    } else {
-        printTable(values, before);
+    Record shown{report(values, before)};
+    if (options.watch) {
+        print({{"time_s", "", session.nowS()}, shown.front()}, options.settings.json);
+        shown = {report(watch(session, options, std::move(values)), {})};
     }
-    if (options.watch) watch(session, options, std::move(values));
     session.close();
-    return conclude(session, true);
+    if (options.watch && !options.settings.json) shown.clear();  // the text showed every change
+    return conclude(session, shown, Ending::kRemarks);
 }
 
 }  // namespace
@@ -210,7 +212,7 @@ Command describeRegisters() {
                      {"oisctl registers --write STABILISATION_MODE=16"},
                      {"oisctl registers --write CONTROL=0 --watch --seconds 0.1 --interval 0.004",
                       "how it becomes idle"},
-                     {"oisctl registers --json | jq '.[] | select(.name==\"CLOCK\").value'"}},
+                     {"oisctl registers --json | jq '.registers[] | select(.name==\"CLOCK\").value'"}},
         .run = [options] { return run(*options); },
     };
 }

@@ -1,14 +1,11 @@
 // oisctl samples: the motion samples of the hub's OIS channel.
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
 #include "base/interrupt.h"
-#include "base/terminal.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/summary.h"
@@ -19,7 +16,6 @@ namespace {
 
 constexpr double kMicrosPerSecond = 1e6;
 constexpr double kNanosPerSecond = 1e9;
-constexpr size_t kValues = 6;
 
 struct Options {
     Settings settings;
@@ -27,30 +23,25 @@ struct Options {
     double everyS = 0.033;
 };
 
-std::array<const std::vector<float>*, kValues> valuesOf(const OISDrv& driver) {
-    return {&driver.mSensorValue1, &driver.mSensorValue2, &driver.mSensorValue3,
-            &driver.mSensorValue4, &driver.mSensorValue5, &driver.mSensorValue6};
-}
-
-void printSamples(const OISDrv& driver, bool json) {
-    Table table({"TIME s", "1 GYRO X", "2 GYRO Y", "3 ACC X", "4 ACC Y", "5 GYRO Z", "6 ACC Z"});
-    for (size_t column = 0; column <= kValues; ++column) table.alignRight(column);
-    const auto values = valuesOf(driver);
+Record report(const OISDrv& driver) {
+    const std::pair<const char*, const std::vector<float>*> values[] = {
+        {"gyro_x", &driver.mSensorValue1}, {"gyro_y", &driver.mSensorValue2},
+        {"acc_x", &driver.mSensorValue3},  {"acc_y", &driver.mSensorValue4},
+        {"gyro_z", &driver.mSensorValue5}, {"acc_z", &driver.mSensorValue6}};
+    Table table{{{"time_s", "TIME s", true},
+                 {"gyro_x", "1 GYRO X", true},
+                 {"gyro_y", "2 GYRO Y", true},
+                 {"acc_x", "3 ACC X", true},
+                 {"acc_y", "4 ACC Y", true},
+                 {"gyro_z", "5 GYRO Z", true},
+                 {"acc_z", "6 ACC Z", true}},
+                {}};
     for (size_t i = 0; i < driver.mSensorTimestamps.size(); ++i) {
         const double seconds = static_cast<double>(driver.mSensorTimestamps[i]) / kNanosPerSecond;
-        std::vector<std::string> cells{number(seconds, 6)};
-        nlohmann::json sample{{"time_s", seconds}};
-        for (const std::vector<float>* value : values) {
-            cells.push_back(number(value->at(i), 6));
-            sample["values"].push_back(value->at(i));
-        }
-        if (json) {
-            printLine(sample.dump());
-        } else {
-            table.addRow(std::move(cells));
-        }
+        Record& row = table.rows.emplace_back(Record{measured("time_s", "", seconds, 6, "")});
+        for (const auto& [name, value] : values) row.push_back(measured(name, "", value->at(i), 6, ""));
     }
-    if (!json) table.print();
+    return {{"samples", "", table}};
 }
 
 int run(const Options& options) {
@@ -75,9 +66,9 @@ int run(const Options& options) {
             progress.update(options.seconds - (endS - session.nowS()));
         }
     }
-    printSamples(session.driver(), options.settings.json);  // the close empties them
+    const Record samples = report(session.driver());  // the close empties them
     session.close();
-    return conclude(session, true);
+    return conclude(session, samples, Ending::kRemarks);
 }
 
 }  // namespace
@@ -92,7 +83,7 @@ Command describeSamples() {
         .notes =
             "The columns are the driver's six sample values, with what this phone's hub puts there: rad/s "
             "and m/s^2.\n",
-        .examples = {{"oisctl samples --motion walk"}, {"oisctl samples --seconds 5 --json > samples.jsonl"}},
+        .examples = {{"oisctl samples --motion walk"}, {"oisctl samples --seconds 5 --json > samples.json"}},
         .run = [options] { return run(*options); },
     };
 }

@@ -1,10 +1,11 @@
 // oisctl scenarios: the timelines that ship, and what one may state.
 
+#include <fmt/core.h>
+
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "base/errors.h"
-#include "base/terminal.h"
+#include "base/report.h"
 #include "commands/commands.h"
 #include "scenario/scenario.h"
 #include "session/settings.h"
@@ -19,83 +20,59 @@ struct Options {
     Settings settings;
 };
 
-std::string plain(double value) {
-    std::string text = number(value, 1);
-    if (text.ends_with(".0")) text.resize(text.size() - 2);
-    return text;
-}
-
-void printFields(bool json) {
-    nlohmann::json list = nlohmann::json::array();
-    Table table({"FIELD OF A SPAN", "LEAST", "GREATEST", "ELSE", "MEANING"});
-    for (size_t column : {1U, 2U, 3U}) table.alignRight(column);
+Record fieldTable() {
+    Table table{{{"name", "FIELD OF A SPAN"},
+                 {"least", "LEAST", true},
+                 {"greatest", "GREATEST", true},
+                 {"otherwise", "ELSE", true},
+                 {"meaning", "MEANING"}},
+                {}};
     for (const SpanField& field : spanFields()) {
-        table.addRow({styled(Style::kName, field.name), plain(field.least), plain(field.greatest),
-                      field.store == nullptr ? "-" : plain(field.otherwise), std::string(field.meaning)});
-        list.push_back(
-            {{"name", field.name},
-             {"least", field.least},
-             {"greatest", field.greatest},
-             {"otherwise", field.store == nullptr ? nlohmann::json() : nlohmann::json(field.otherwise)},
-             {"meaning", field.meaning}});
+        table.rows.push_back({{"name", "", field.name, "", Style::kName},
+                              {"least", "", field.least},
+                              {"greatest", "", field.greatest},
+                              {"otherwise", "", field.store == nullptr ? Value() : Value(field.otherwise)},
+                              {"meaning", "", field.meaning}});
     }
-    if (json) {
-        printLine(list.dump(2));
-    } else {
-        table.print();
-    }
+    return {{"fields", "", table}};
 }
 
-nlohmann::json toJson(const Scenario& scenario) {
-    return {{"name", scenario.name},
-            {"title", scenario.title},
-            {"duration_s", scenario.durationS},
-            {"frames", scenario.frames()}};
+Record fieldsOf(const Scenario& scenario) {
+    return {{"name", "", scenario.name, "", Style::kName},
+            {"title", "", scenario.title},
+            {"duration_s", "", scenario.durationS, fmt::format("{} s", scenario.durationS)},
+            {"frames", "", scenario.frames()}};
 }
 
-void printList(bool json) {
-    nlohmann::json list = nlohmann::json::array();
-    Table table({"NAME", "LENGTH", "FRAMES", "TITLE"});
-    table.alignRight(1);
-    table.alignRight(2);
-    for (const ShippedScenario& shipped : shippedScenarios()) {
-        const Scenario scenario = scenarioByName(std::string(shipped.name));
-        table.addRow({styled(Style::kName, scenario.name), plain(scenario.durationS) + " s",
-                      std::to_string(scenario.frames()), scenario.title});
-        list.push_back(toJson(scenario));
-    }
-    if (json) {
-        printLine(list.dump(2));
-    } else {
-        table.print();
-    }
-}
-
-void printOne(const std::string& name, bool json) {
-    const Scenario scenario = scenarioByName(name);
-    if (json) {
-        printLine(toJson(scenario).dump());
-        return;
-    }
-    for (const ShippedScenario& shipped : shippedScenarios()) {
-        if (shipped.name != name) continue;
-        std::string text(shipped.text);
-        if (text.ends_with('\n')) text.pop_back();
-        printLine(text);
-        return;
-    }
-    printLine(name + ": " + std::to_string(scenario.frames()) + " frames in " + plain(scenario.durationS) +
-              " s, nothing to complain about");
+// The text of a shipped scenario; of another, that it is one.
+std::string textOf(const Scenario& scenario, const std::string& name) {
+    for (const ShippedScenario& shipped : shippedScenarios())
+        if (shipped.name == name)
+            return std::string(shipped.text.substr(0, shipped.text.find_last_not_of('\n') + 1));
+    return fmt::format("{}: {} frames in {} s, nothing to complain about", name, scenario.frames(),
+                       scenario.durationS);
 }
 
 int show(const Options& options) {
+    const bool json = options.settings.json;
+    Table table{
+        {{"name", "NAME"}, {"duration_s", "LENGTH", true}, {"frames", "FRAMES", true}, {"title", "TITLE"}},
+        {}};
     if (options.fields) {
-        printFields(options.settings.json);
-    } else if (options.name.empty()) {
-        printList(options.settings.json);
-    } else {
-        printOne(options.name, options.settings.json);
+        print(fieldTable(), json);
+        return kSuccess;
     }
+    if (!options.name.empty()) {
+        const Scenario scenario = scenarioByName(options.name);
+        table.rows.push_back(fieldsOf(scenario));
+        if (!json) {
+            printLine(textOf(scenario, options.name));
+            return kSuccess;
+        }
+    } else {
+        for (const std::string& name : scenarioNames()) table.rows.push_back(fieldsOf(scenarioByName(name)));
+    }
+    print({{"scenarios", "", table}}, json);
     return kSuccess;
 }
 

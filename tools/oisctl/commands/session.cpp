@@ -64,7 +64,7 @@ Summary Tour::run() {
         mSession.notifyStream(false);
     }
     mSession.close();
-    Summary summary = summarise(mSession);
+    Summary summary;
     summary.operations = mOperations;
     summary.shake = mShake.result();
     return summary;

@@ -266,14 +266,14 @@ class Script {
                range.padded(0.15));
     }
 
-    static std::string angle(double value) { return measured(value, 4, "\u00b0"); }
+    static std::string angle(double value) { return figure(value, 4, "\u00b0"); }
 
     std::string axisTitle(size_t axis) const {
         const AxisStats& stats = mStats.axes[axis];
         std::string title = axis == 0 ? "x: " : "y: ";
         title += "shake " + angle(stats.shakeRms) + " RMS";
         if (std::isfinite(stats.suppressionDb))
-            title += ", suppressed by " + measured(stats.suppressionDb, 1, " dB");
+            title += ", suppressed by " + figure(stats.suppressionDb, 1, " dB");
         if (stats.samplesAtLimit > 0) title += ", " + grouped(stats.samplesAtLimit) + " samples at the limit";
         return title;
     }

@@ -5,15 +5,13 @@
 #include <array>
 #include <cstddef>
 #include <filesystem>
-#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "base/errors.h"
+#include "base/report.h"
 
 namespace oisctl {
 
@@ -100,10 +98,6 @@ RecordingStats computeStats(const Recording& recording, std::optional<double> li
 std::vector<double> targetAngle(const Recording& recording, size_t axis);
 std::vector<double> residualAngle(const Recording& recording, size_t axis);
 
-// A figure with its unit; "-" for NaN and infinity, and never "-0.0".
-std::string measured(double value, int decimals, std::string_view unit);
-
-void printStats(std::ostream& out, const Recording& recording, const RecordingStats& stats);
-nlohmann::json toJson(const Recording& recording, const RecordingStats& stats);
+Record statsReport(const Recording& recording, const RecordingStats& stats);
 
 }  // namespace oisctl

@@ -1,13 +1,13 @@
 // What a status recording says about the stabilisation.
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <complex>
 #include <eigen3/unsupported/Eigen/FFT>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <numbers>
-#include <ostream>
 
 #include "base/terminal.h"
 #include "recording/recording.h"
@@ -212,30 +212,34 @@ void addSpectra(const Recording& recording, RecordingStats& stats) {
     }
 }
 
-std::string angleText(double angle) {
-    return measured(angle, 4, " deg");
+// A line of two columns.
+std::string byAxes(const std::string& x, const std::string& y) {
+    return fmt::format("{:>12}  {:>12}", x, y);
 }
 
-nlohmann::json axisJson(const AxisStats& axis) {
-    // JSON knows no NaN; the library writes null for it.
-    return {{"shake_rms_deg", axis.shakeRms},
-            {"shake_peak_deg", axis.shakePeak},
-            {"residual_rms_deg", axis.residualRms},
-            {"residual_peak_deg", axis.residualPeak},
-            {"residual_mean_deg", axis.residualMean},
-            {"suppression_db", axis.suppressionDb},
-            {"limit_deg", axis.limit},
-            {"samples_at_limit",
-             std::isfinite(axis.limit) ? nlohmann::json(axis.samplesAtLimit) : nlohmann::json()}};
+// One figure of each axis; `member` is a double of AxisStats.
+Field axisField(const char* key, const char* label, const RecordingStats& stats, double AxisStats::*member,
+                int decimals, std::string_view unit) {
+    const double x = stats.axes[0].*member;
+    const double y = stats.axes[1].*member;
+    return {key, label, Record{{"x", "", x}, {"y", "", y}},
+            byAxes(figure(x, decimals, unit), figure(y, decimals, unit))};
+}
+
+Field limitSamples(const RecordingStats& stats) {
+    const auto count = [&stats](size_t axis) {
+        const AxisStats& a = stats.axes.at(axis);
+        return std::isfinite(a.limit) ? Value(a.samplesAtLimit) : Value();
+    };
+    const auto text = [&stats](size_t axis) {
+        const AxisStats& a = stats.axes.at(axis);
+        return std::isfinite(a.limit) ? grouped(a.samplesAtLimit) : "-";
+    };
+    return {"samples_at_limit", "samples at the limit", Record{{"x", "", count(0)}, {"y", "", count(1)}},
+            byAxes(text(0), text(1))};
 }
 
 }  // namespace
-
-std::string measured(double value, int decimals, std::string_view unit) {
-    if (!std::isfinite(value)) return "-";
-    const double half = std::pow(10, -decimals) / 2;
-    return number(std::abs(value) < half ? 0 : value, decimals) + std::string(unit);
-}
 
 std::vector<double> targetAngle(const Recording& recording, size_t axis) {
     std::vector<double> result = recording[kGyroTarget[axis]];
@@ -269,50 +273,33 @@ RecordingStats computeStats(const Recording& recording, std::optional<double> li
     return stats;
 }
 
-void printStats(std::ostream& out, const Recording& recording, const RecordingStats& stats) {
-    out << recording.source << "\n"
-        << "  " << grouped(stats.rows) << " rows, " << number(stats.durationS, 3) << " s at "
-        << number(stats.rateHz, 1) << " Hz\n";
-    out << "  " << stats.gaps << (stats.gaps == 1 ? " gap" : " gaps") << " above " << kGapPeriods
-        << " periods";
-    if (stats.gaps > 0) out << ", the longest " << duration(stats.longestGapS);
-    out << "\n";
-    for (const std::string& note : recording.notes) out << "  note: " << note << "\n";
-
-    const auto line = [&](const char* label, auto&& text) {
-        out << "  " << label;
-        for (const AxisStats& axis : stats.axes) {
-            const std::string cell = text(axis);
-            out << std::string(cell.size() < 14 ? 14 - cell.size() : 1, ' ') << cell;
-        }
-        out << "\n";
+Record statsReport(const Recording& recording, const RecordingStats& stats) {
+    std::string gaps = fmt::format("{} above {} periods", stats.gaps, kGapPeriods);
+    if (stats.gaps > 0) gaps += fmt::format(", the longest {}", duration(stats.longestGapS));
+    const auto& gyro = stats.gyroRawRms;
+    const auto angle = [&stats](const char* key, const char* label, double AxisStats::*member) {
+        return axisField(key, label, stats, member, 4, " deg");
     };
-    out << "                                   x             y\n";
-    line("shake, RMS            ", [](const AxisStats& axis) { return angleText(axis.shakeRms); });
-    line("shake, peak           ", [](const AxisStats& axis) { return angleText(axis.shakePeak); });
-    line("residual, RMS         ", [](const AxisStats& axis) { return angleText(axis.residualRms); });
-    line("residual, peak        ", [](const AxisStats& axis) { return angleText(axis.residualPeak); });
-    line("residual, mean        ", [](const AxisStats& axis) { return angleText(axis.residualMean); });
-    line("suppression           ",
-         [](const AxisStats& axis) { return measured(axis.suppressionDb, 1, " dB"); });
-    line("lens stops at         ", [](const AxisStats& axis) { return angleText(axis.limit); });
-    line("samples at the limit  ", [](const AxisStats& axis) {
-        return std::isfinite(axis.limit) ? grouped(axis.samplesAtLimit) : "-";
-    });
-}
-
-nlohmann::json toJson(const Recording& recording, const RecordingStats& stats) {
-    return {{"file", recording.source},
-            {"notes", recording.notes},
-            {"rows", stats.rows},
-            {"duration_s", stats.durationS},
-            {"rate_hz", stats.rateHz},
-            {"median_period_s", stats.medianPeriodS},
-            {"gaps", stats.gaps},
-            {"longest_gap_s", stats.longestGapS},
-            {"gyro_raw_rms_counts", stats.gyroRawRms},
-            {"x", axisJson(stats.axes[0])},
-            {"y", axisJson(stats.axes[1])}};
+    return {{"file", "file", recording.source},
+            {"notes", recording.notes.empty() ? "" : "left out", recording.notes,
+             fmt::format("{}", fmt::join(recording.notes, "\n"))},
+            {"rows", "rows", stats.rows,
+             fmt::format("{}, {:.3f} s at {:.1f} Hz", grouped(stats.rows), stats.durationS, stats.rateHz)},
+            {"duration_s", "", stats.durationS},
+            {"rate_hz", "", stats.rateHz},
+            {"median_period_s", "", stats.medianPeriodS},
+            {"gaps", "gaps", stats.gaps, gaps},
+            {"longest_gap_s", "", stats.longestGapS},
+            {"gyro_raw_rms_counts", "", Record{{"x", "", gyro[0]}, {"y", "", gyro[1]}, {"z", "", gyro[2]}}},
+            {"", "axis", {}, byAxes("x", "y")},
+            angle("shake_rms_deg", "shake, RMS", &AxisStats::shakeRms),
+            angle("shake_peak_deg", "shake, peak", &AxisStats::shakePeak),
+            angle("residual_rms_deg", "residual, RMS", &AxisStats::residualRms),
+            angle("residual_peak_deg", "residual, peak", &AxisStats::residualPeak),
+            angle("residual_mean_deg", "residual, mean", &AxisStats::residualMean),
+            axisField("suppression_db", "suppression", stats, &AxisStats::suppressionDb, 1, " dB"),
+            angle("limit_deg", "lens stops at", &AxisStats::limit),
+            limitSamples(stats)};
 }
 
 }  // namespace oisctl

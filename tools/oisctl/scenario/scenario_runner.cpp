@@ -57,7 +57,7 @@ Summary Player::play() {
     if (mStreaming) setStream(false);
     mSession.close();
 
-    Summary summary = summarise(mSession);
+    Summary summary;
     summary.scenario = mScenario.name;
     summary.requests = mRequests;
     summary.modes = mModes;

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "faults/faults.h"
-#include "modules/module_description.h"
 #include "motion/motion.h"
 #include "services/property_store.h"
 #include "trace/decode.h"
@@ -116,6 +115,12 @@ std::vector<Option> outputOptions(Settings& settings) {
         {"-v,--verbose", "", "Show the driver's messages too", &settings.verbose, {}, kOutputGroup},
         {"-q,--quiet", "", "Show the result only", &settings.quiet, {}, kOutputGroup},
         jsonOption(settings),
+        {"--wall-time",
+         "",
+         "Tell the machine's own time too, which makes every run another",
+         &settings.wallTime,
+         {},
+         kOutputGroup},
         {"--log-level",
          "LEVEL",
          "Messages that the platform lets through: off, error, info or debug",
@@ -137,6 +142,11 @@ std::vector<std::string> moduleNames() {
     std::vector<std::string> names;
     for (const phone::ModuleDescription& module : phone::shippedModules()) names.push_back(module.name);
     return names;
+}
+
+Value wayName(const phone::ModuleDescription& module) {
+    if (!module.hasOis) return {};
+    return module.behindHub() ? "hub" : "sub-device";
 }
 
 std::vector<std::string> propertyNames() {

@@ -7,8 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "base/report.h"
 #include "cli/command.h"
 #include "faults/faults.h"
+#include "modules/module_description.h"
 #include "services/property_store.h"
 
 namespace oisctl {
@@ -36,6 +38,7 @@ struct Settings {
     bool json = false;
     bool verbose = false;  // the driver's messages too
     bool quiet = false;
+    bool wallTime = false;  // tell the machine's own time too, which differs from run to run
     std::string logLevel = "debug";
     std::string logSinks = "unified";
 };
@@ -46,6 +49,8 @@ Option jsonOption(Settings& settings);
 
 // What options of several commands may be.
 std::vector<std::string> moduleNames();
+// "hub" or "sub-device"; nothing for a module without OIS.
+Value wayName(const phone::ModuleDescription& module);
 std::vector<std::string> propertyNames();
 std::vector<std::string> faultWords();  // how a fault may begin
 

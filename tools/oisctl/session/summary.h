@@ -1,15 +1,14 @@
 #pragma once
-// What stands at the end of a session.
+// What stands at the end of a command that opened the driver.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
+#include "base/report.h"
 #include "session/driver_session.h"
 #include "session/shake_meter.h"
-#include "session/tally.h"
 
 namespace oisctl {
 
@@ -26,32 +25,26 @@ struct OperationResult {
 };
 
 struct Summary {
-    std::string module;
-    std::string way;
     std::string scenario;  // empty: none
-    DriverSession::Opening opening = DriverSession::Opening::kNotTried;
     uint64_t requests = 0;
-    Tally::Counts counts;
     std::vector<ModeSpan> modes;
     std::vector<OperationResult> operations;
     ShakeLeft shake;
-    std::vector<phone::Faults::Count> faults;
-    double simulatedS = 0;
-    double wallS = 0;
-    bool realTime = false;
 };
 
-// What the session itself knows; the rest is the caller's.
-Summary summarise(DriverSession& session);
+// Who tells of module, failures and time.
+enum class Ending {
+    kReport,   // the report's text does
+    kRemarks,  // the text is a result to go on with; failures are remarks beside it
+};
 
-// `quiet`: nothing stands above it.
-void printSummary(const Summary& summary, bool quiet);
-nlohmann::json toJson(const Summary& summary);
-
-// Ends a command: finishes the trace, shows the summary as the settings ask for, and gives the exit status.
+// Ends a command: finishes the trace, prints the report with what all sessions have in common, and gives the
+// exit status. `good`: whether the result is as it should be; by default, when nothing failed.
+int conclude(DriverSession& session, Record report, Ending ending = Ending::kReport,
+             std::optional<bool> good = std::nullopt);
 int conclude(DriverSession& session, const Summary& summary);
-// The same for a command with a result of its own: shows the failures alone, and gives the exit status.
-// `good`: the result is as it should be.
-int conclude(DriverSession& session, bool good);
+
+// What all of a session's reports begin with.
+Record moduleFields(const DriverSession& session);
 
 }  // namespace oisctl
