@@ -109,9 +109,9 @@ constexpr std::array kPlaces{
     platform("customisation", FaultPoint::kCustomisation, kFails,
              "GetOisDriverName; failing, it knows of no OIS", "session --fault customisation:fail"),
     platform("telemetry", FaultPoint::kTelemetry, kMayBeLost, "getService of the telemetry service",
-             "detect-defect --fault lens.stuck-x --fault telemetry:fail"),
+             "session --fault telemetry:fail"),
     platform("telemetry-report", FaultPoint::kTelemetryReport, kMayBeLost, "a report to it",
-             "detect-defect --fault lens.stuck-x --fault telemetry-report:lost"),
+             "session --fault telemetry-report:lost"),
 
     chip("chip.never-idle", "an idle request is ignored", "calibrate --fault chip.never-idle"),
     chip("chip.idle-on-read", "idle at that read of the state after an idle request",

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "faults/faults.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -280,6 +282,19 @@ TEST_F(Oisctl, RegistersByName) {
                                    [](const json& entry) { return entry["name"] == "STABILISATION_MODE"; });
     ASSERT_NE(mode, registers.end());
     EXPECT_EQ((*mode)["value"], 16);
+}
+
+TEST_F(Oisctl, EveryFaultStrikesInItsExample) {
+    for (const phone::FaultPlace& place : phone::faultPlaces()) {
+        const Outcome outcome = run(std::string(place.arguments) + " --json");
+        std::istringstream lines(outcome.out);
+        std::string last;
+        for (std::string line; std::getline(lines, line);) last = line;
+        ASSERT_TRUE(json::accept(last)) << place.arguments << '\n' << outcome.out << outcome.err;
+        const json report = json::parse(last);
+        EXPECT_FALSE(report["faults"].empty()) << place.arguments;
+        for (const json& fault : report["faults"]) EXPECT_GT(fault["strikes"], 0) << place.arguments << fault;
+    }
 }
 
 }  // namespace
