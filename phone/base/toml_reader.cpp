@@ -289,7 +289,7 @@ void TableReader::finish() const {
     for (const auto& [key, node] : *mTable) {
         if (std::ranges::find(mAsked, key.str()) != mAsked.end()) continue;
         const std::vector<std::string_view> known(mAsked.begin(), mAsked.end());
-        failAt(node, key.str(), "is no field of a description; " + nameAdvice(key.str(), known));
+        failAt(node, key.str(), "is no field here; " + nameAdvice(key.str(), known));
     }
 }
 

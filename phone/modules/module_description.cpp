@@ -7,7 +7,6 @@
 #include <cstring>
 #include <optional>
 #include <random>
-#include <ranges>
 #include <span>
 #include <stdexcept>
 #include <utility>
@@ -123,8 +122,9 @@ std::array<double, 2> calibratedHallPerAngle(const ModuleDescription& module) {
         }
         case ois::kGainInteger: {
             // Whole counts: the driver divides integers here.
-            const auto amplitude = [](int64_t value) {
-                return static_cast<double>(value * ois::kIntegerGainNumerator / ois::kIntegerGainDenominator);
+            const auto amplitude = [](int64_t gainValue) {
+                const int64_t counts = gainValue * ois::kIntegerGainNumerator / ois::kIntegerGainDenominator;
+                return static_cast<double>(counts);
             };
             return {amplitude(gain.valueXi), amplitude(gain.valueYi)};
         }
@@ -247,7 +247,8 @@ ModuleDescription moduleByName(const std::string& nameOrFile) {
     if (found != shipped.end()) return *found;
     std::error_code ignored;
     if (std::filesystem::exists(nameOrFile, ignored)) return loadModule(nameOrFile);
-    const auto names = std::views::transform(shipped, &ModuleDescription::name);
+    std::vector<std::string_view> names(shipped.size());
+    std::ranges::transform(shipped, names.begin(), &ModuleDescription::name);
     throw std::runtime_error(
         fmt::format("{}: neither a file nor a module; there are {}", nameOrFile, fmt::join(names, ", ")));
 }
