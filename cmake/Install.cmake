@@ -49,3 +49,18 @@ configure_package_config_file(cmake/ois_drvConfig.cmake.in ois_drvConfig.cmake I
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/ois_drvConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/ois_drvConfig.cmake ${PROJECT_BINARY_DIR}/ois_drvConfigVersion.cmake
         DESTINATION ${OIS_PACKAGE_DIR})
+
+# `cpack -G DEB`: a Debian package, installed in /usr.
+set(CPACK_PACKAGE_NAME oisctl)
+set(CPACK_PACKAGE_CONTACT "the maintainers of ${PROJECT_NAME} <root@localhost>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS gnuplot-nox)  # for plots
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/aaa/peripheraldriver/ois)
+if(OIS_BUILD_TOOLS)
+  list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/phone)
+endif()
+include(CPack)

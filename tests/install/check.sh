@@ -1,18 +1,19 @@
 #!/bin/bash
-# Installs the release build into a fresh folder and uses it from outside: the tool, a CMake project, and a compiler
-# call by pkg-config.
+# check.sh [BUILD]: installs the release build, or BUILD, into a fresh folder and uses it from outside: the tool, a CMake
+# project, and a compiler call by pkg-config. Then the same of its Debian package.
 set -eu
 repo=$(cd "$(dirname "$0")/../.." && pwd)
+build=$(realpath "${1:-$repo/build/release}")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 
-cmake --install "$repo/build/release" --prefix "$prefix" >"$work/install.log"
+cmake --install "$build" --prefix "$prefix" >"$work/install.log"
 "$prefix/bin/oisctl" session --module korvas4sw-hub >/dev/null
 echo "the installed oisctl runs"
 for file in man/man1/oisctl.1 bash-completion/completions/oisctl zsh/vendor-completions/_oisctl \
     fish/vendor_completions.d/oisctl.fish; do
-    grep -q firmware-update "$prefix/share/$file"
+    grep -q samples "$prefix/share/$file"
 done
 
 # Constructors and destructors have several symbols of one name.
@@ -33,3 +34,17 @@ g++ -std=c++20 "$repo/tests/install/consumer.cpp" -o "$work/consumer" \
     $(pkg-config --cflags --libs ois_phone) -Wl,-rpath,"$prefix/lib"
 "$work/consumer"
 echo "pkg-config's flags suffice"
+
+# The package alone: it needs nothing beyond what every C++ program does, and runs from where it was unpacked.
+(cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" >cpack.log) || { cat "$work/cpack.log"; exit 1; }
+package=$(echo "$work"/*.deb)
+needs=$(dpkg-deb -f "$package" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort | xargs)
+[ "$needs" = "libc6 libgcc-s1 libstdc++6" ] || { echo "the package depends on $needs"; exit 1; }
+dpkg-deb -x "$package" "$work/root"
+version=$(dpkg-deb -f "$package" Version)
+[ "$(env -i "$work/root/usr/bin/oisctl" --version)" = "oisctl $version" ]
+env -i "$work/root/usr/bin/oisctl" session -q >/dev/null
+for file in man/man1/oisctl.1 bash-completion/completions/oisctl zsh/vendor-completions/_oisctl; do
+    [ -s "$work/root/usr/share/$file" ] || { echo "the package lacks $file"; exit 1; }
+done
+echo "$(basename "$package") unpacks and runs"
