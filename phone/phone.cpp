@@ -11,6 +11,7 @@
 #endif
 
 #include "controllers/controller.h"
+#include "entry/phone_in_use.h"
 #include "hub/sensor_hub.h"
 #include "kernel/file_tree.h"
 #include "kernel/kernel.h"
@@ -83,7 +84,7 @@ struct Phone::Parts {
           telemetry(clock, trace, faults),
           files(clock, phone.mOptions),
           hub(clock, trace, faults, motion),
-          kernel(phone) {}
+          kernel({clock, trace, faults, media, files, phone.mOptions.kernel == KernelKind::kReal}) {}
 
     Clock clock;
     Trace trace;
@@ -115,9 +116,9 @@ Phone::~Phone() {
 #endif
 }
 
-Phone::Use::Use(bool wanted) : mPhone(wanted ? enter() : nullptr) {}
+PhoneInUse::PhoneInUse(bool wanted) : mPhone(wanted ? enter() : nullptr) {}
 
-Phone::Use::~Use() {
+PhoneInUse::~PhoneInUse() {
     if (mPhone != nullptr) countOut();
 }
 

@@ -1,12 +1,47 @@
 #pragma once
-// The simulated phone: everything around the driver that a real phone would provide.
+// The simulated phone: everything around the driver that a real phone would provide. Read this first.
 //
 // Constructing a Phone makes it the phone of this process; from then on the platform's functions and the
-// system calls that the driver makes are answered by it. One at a time. Each part has three faces: the
-// driver's side (platform and system calls), the state side (these accessors, for tests and tools), and
-// faults().
+// system calls that the driver makes are answered by it. One at a time. A whole program:
+//
+//   #include <cstdio>
+//
+//   #include "modules/module_description.h"
+//   #include "ois_drv.h"
+//   #include "phone.h"
+//
+//   int main() {
+//       phone::Phone phone;
+//       phone.fit(0, phone::moduleByName("dw9786"));     // a camera module for sensor 0
+//       phone.faults().add("SET_MODE@2:errno=EIO");      // the second one fails
+//       OISDrv* driver = OISDrv::GetInstance(0);
+//       driver->Init(0, 0);
+//       phone.clock().sleepUs(1'000'000);                // simulated: the bring-up runs meanwhile
+//       driver->SetMode(2);
+//       driver->SetMode(3);
+//       driver->Uninit();
+//       for (const phone::Event& event : phone.trace().events(phone::EventKind::kSubDevice)) {
+//           std::puts(phone::toText(event).c_str());     // "SET_MODE(0x400456C2) mode=2 -> 0"
+//       }
+//       return phone.faults().counts()[0].strikes == 1 ? 0 : 1;
+//   }
+//
+// Each part has three faces: the driver's side (platform and system calls), the state side (the accessors
+// below, for tests and tools), and faults(). Where the parts are, and where a new one goes:
+//
+//   entry/        what the driver calls: libc, threads, the platform's functions
+//   time/         the clock, which runs faster than time, and the order of threads
+//   trace/        what happened, as data; tables that say what requests, records and registers mean
+//   faults/       the one table of what can go wrong: a new fault is a row in fault_text.cpp, and a
+//                 consult() where it strikes
+//   kernel/       device nodes, requests, the media graph, files
+//   hub/          the sensor hub, its samples, its firmware service
+//   controllers/  what answers behind kernel and hub: the sub-device's controller, the Korva chip, the lens
+//                 with its loop; a new controller stands here
+//   motion/       how the phone's body moves: a new motion is a MotionSource
+//   modules/      camera modules as TOML: a new module is a file there, named in its CMakeLists.txt
+//   services/     properties, log, telemetry
 
-#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -60,21 +95,6 @@ class Phone {
 
     // The phone of this process, or null.
     static Phone* current();
-    // The same for the length of a call from outside: every entry point takes one, and ~Phone waits for it.
-    class Use {
-      public:
-        // Empty too unless `wanted`.
-        explicit Use(bool wanted = true);
-        ~Use();
-        Use(const Use&) = delete;
-        Use& operator=(const Use&) = delete;
-        explicit operator bool() const { return mPhone != nullptr; }
-        Phone& operator*() const { return *mPhone; }
-        Phone* operator->() const { return mPhone; }
-
-      private:
-        Phone* const mPhone;
-    };
 
     const PhoneOptions& options() const { return mOptions; }
 

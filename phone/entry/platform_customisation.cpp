@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "camera_platform/lens_customisation.h"
+#include "entry/phone_in_use.h"
 #include "modules/module_description.h"
-#include "phone.h"
 #include "wire/customisation.h"
 
 namespace {
@@ -36,7 +36,7 @@ Answer answerFor(const phone::ModuleDescription& module) {
 
 int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, int32_t* status,
                          char* driverName, void* custInfo, void* custExt) {
-    const phone::Phone::Use phone;
+    const phone::PhoneInUse phone;
     if (phone) phone->clock().enter();
     const phone::ModuleDescription* module = phone ? phone->module(sensorDev) : nullptr;
     phone::Fate fate;

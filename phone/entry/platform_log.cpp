@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "android/log.h"
+#include "entry/phone_in_use.h"
 #include "kernel/user_memory.h"
-#include "phone.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ constexpr int kAndroidInfo = 4;
 constexpr size_t kMessageSize = 4096;
 
 int deliver(LogSink sink, LogLevel level, const char* tag, const char* format, va_list arguments) {
-    const phone::Phone::Use phone;
+    const phone::PhoneInUse phone;
     if (!phone) return 0;
     std::array<char, kMessageSize> text;
     text[0] = '\0';
@@ -54,7 +54,7 @@ class UnifiedLogger final : public NSCam::Utils::ULog::ULogger {
     void onFlush() override {}
     void onLog(uint32_t /*moduleId*/, const char* tag, int32_t level, const char* text,
                size_t length) override {
-        if (const phone::Phone::Use phone{}) {
+        if (const phone::PhoneInUse phone{}) {
             phone->log().receive(LogSink::kUnifiedLogger, phone::levelOfUnified(level), tag,
                                  std::string_view(text, length));
         }

@@ -7,13 +7,14 @@
 #include <string>
 
 #include "camera_platform/properties.h"
-#include "phone.h"
+#include "entry/phone_in_use.h"
 #include "services/property_store.h"
 
 namespace {
 
 using phone::Fate;
 using phone::Phone;
+using phone::PhoneInUse;
 
 constexpr size_t kTextSize = phone::kPropertyValueMax + 1;
 
@@ -54,7 +55,7 @@ void recordText(Phone& phone, const char* key, const char* defaultValue, const c
 namespace NSCam::Utils {
 
 int32_t Properties::property_get_int32(const char* key, int32_t defaultValue) {
-    const Phone::Use phone;
+    const PhoneInUse phone;
     if (!phone) return defaultValue;
     const Fate fate = consult(*phone, key);
     const int32_t value = valueOf(fate, phone->properties().getInt32(key, defaultValue), defaultValue);
@@ -63,7 +64,7 @@ int32_t Properties::property_get_int32(const char* key, int32_t defaultValue) {
 }
 
 bool Properties::property_get_bool(const char* key, bool defaultValue) {
-    const Phone::Use phone;
+    const PhoneInUse phone;
     if (!phone) return defaultValue;
     const Fate fate = consult(*phone, key);
     const bool value = valueOf(fate, phone->properties().getBool(key, defaultValue), defaultValue);
@@ -73,7 +74,7 @@ bool Properties::property_get_bool(const char* key, bool defaultValue) {
 
 int32_t Properties::property_get(const char* key, char* value, const char* defaultValue) {
     const char* fallback = defaultValue == nullptr ? "" : defaultValue;
-    const Phone::Use phone;
+    const PhoneInUse phone;
     if (!phone) {
         const size_t length = std::min(std::strlen(fallback), kTextSize - 1);
         std::memcpy(value, fallback, length);

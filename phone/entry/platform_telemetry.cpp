@@ -1,7 +1,7 @@
 // The telemetry service's interface and the HIDL types of its reports.
 
+#include "entry/phone_in_use.h"
 #include "hidl/HidlSupport.h"
-#include "phone.h"
 #include "services/telemetry.h"
 #include "vendor/quor/hardware/ruvex/1.0/IRuvex.h"
 
@@ -21,7 +21,7 @@ size_t hidl_string::size() const {
 namespace vendor::quor::hardware::ruvex::V1_0 {
 
 android::sp<IRuvex> IRuvex::getService(const std::string& serviceName, bool getStub) {
-    const phone::Phone::Use phone;
+    const phone::PhoneInUse phone;
     return phone ? phone->telemetry().lookUp(serviceName, getStub) : android::sp<IRuvex>();
 }
 

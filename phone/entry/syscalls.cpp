@@ -10,14 +10,14 @@
 #include <cstdio>
 
 #include "entry/libc.h"
+#include "entry/phone_in_use.h"
 #include "kernel/kernel.h"
-#include "phone.h"
 
 namespace {
 
 using phone::Kernel;
 using phone::libc;
-using phone::Phone;
+using phone::PhoneInUse;
 
 // A file that open creates takes a further argument.
 mode_t modeOf(int flags, va_list arguments) {
@@ -36,7 +36,7 @@ __attribute__((visibility("default"))) int open(const char* path, int flags, ...
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
+    if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().open(path, flags, mode);
 }
 
@@ -45,22 +45,22 @@ __attribute__((visibility("default"))) int open64(const char* path, int flags, .
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
+    if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().open64(path, flags, mode);
 }
 
 __attribute__((visibility("default"))) int __open_2(const char* path, int flags) {
-    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
+    if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().openChecked(path, flags);
 }
 
 __attribute__((visibility("default"))) int __open64_2(const char* path, int flags) {
-    if (const Phone::Use phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
+    if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().open64Checked(path, flags);
 }
 
 __attribute__((visibility("default"))) int close(int fd) {
-    if (const Phone::Use phone; phone && phone->kernel().owns(fd)) return phone->kernel().close(fd);
+    if (const PhoneInUse phone; phone && phone->kernel().owns(fd)) return phone->kernel().close(fd);
     return libc().close(fd);
 }
 
@@ -71,7 +71,7 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
     va_end(arguments);
     // The kernel, too, looks at the lower 32 bits alone.
     const auto code = static_cast<uint32_t>(request);
-    if (const Phone::Use phone; phone && phone->kernel().takes(fd, code)) {
+    if (const PhoneInUse phone; phone && phone->kernel().takes(fd, code)) {
         return phone->kernel().ioctl(fd, code, argument);
     }
     return libc().ioctl(fd, request, argument);
@@ -79,7 +79,7 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
 
 __attribute__((visibility("default"))) ssize_t readlink(const char* path, char* buffer,
                                                         size_t size) noexcept {
-    if (const Phone::Use phone{Kernel::isSysfsLink(path)})
+    if (const PhoneInUse phone{Kernel::isSysfsLink(path)})
         return phone->kernel().readlink(path, buffer, size);
     return libc().readlink(path, buffer, size);
 }
@@ -87,52 +87,52 @@ __attribute__((visibility("default"))) ssize_t readlink(const char* path, char* 
 __attribute__((visibility("default"))) ssize_t __readlink_chk(const char* path, char* buffer, size_t size,
                                                               size_t bufferSize) {
     // libc ends the process when the buffer is too small, as it should.
-    if (const Phone::Use phone{size <= bufferSize && Kernel::isSysfsLink(path)}) {
+    if (const PhoneInUse phone{size <= bufferSize && Kernel::isSysfsLink(path)}) {
         return phone->kernel().readlink(path, buffer, size);
     }
     return libc().readlinkChecked(path, buffer, size, bufferSize);
 }
 
 __attribute__((visibility("default"))) int usleep(unsigned us) {
-    if (const Phone::Use phone{}) return phone->kernel().usleep(us);
+    if (const PhoneInUse phone{}) return phone->kernel().usleep(us);
     return libc().usleep(us);
 }
 
 __attribute__((visibility("default"))) FILE* fopen(const char* path, const char* mode) {
-    if (const Phone::Use phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
+    if (const PhoneInUse phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
     return libc().fopen(path, mode);
 }
 
 __attribute__((visibility("default"))) FILE* fopen64(const char* path, const char* mode) {
-    if (const Phone::Use phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
+    if (const PhoneInUse phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
     return libc().fopen64(path, mode);
 }
 
 __attribute__((visibility("default"))) int fclose(FILE* file) {
-    if (const Phone::Use phone; phone && phone->kernel().owns(file)) return phone->kernel().fclose(file);
+    if (const PhoneInUse phone; phone && phone->kernel().owns(file)) return phone->kernel().fclose(file);
     return libc().fclose(file);
 }
 
 __attribute__((visibility("default"))) int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                                                           void* (*start)(void*), void* argument) noexcept {
-    if (const Phone::Use phone{}) return phone->kernel().createThread(thread, attributes, start, argument);
+    if (const PhoneInUse phone{}) return phone->kernel().createThread(thread, attributes, start, argument);
     return libc().pthreadCreate(thread, attributes, start, argument);
 }
 
 __attribute__((visibility("default"))) int pthread_join(pthread_t thread, void** result) {
-    if (const Phone::Use phone{}) return phone->kernel().joinThread(thread, result);
+    if (const PhoneInUse phone{}) return phone->kernel().joinThread(thread, result);
     return libc().pthreadJoin(thread, result);
 }
 
 __attribute__((visibility("default"))) int pthread_setschedparam(pthread_t thread, int policy,
                                                                  const sched_param* param) noexcept {
-    if (const Phone::Use phone{}) return phone->kernel().setScheduling(thread, policy, param);
+    if (const PhoneInUse phone{}) return phone->kernel().setScheduling(thread, policy, param);
     return libc().pthreadSetSchedParam(thread, policy, param);
 }
 
 __attribute__((visibility("default"))) int pthread_getschedparam(pthread_t thread, int* policy,
                                                                  sched_param* param) noexcept {
-    if (const Phone::Use phone{}) return phone->kernel().getScheduling(thread, policy, param);
+    if (const PhoneInUse phone{}) return phone->kernel().getScheduling(thread, policy, param);
     return libc().pthreadGetSchedParam(thread, policy, param);
 }
 

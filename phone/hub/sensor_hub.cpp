@@ -11,12 +11,12 @@
 #include <string>
 #include <utility>
 
+#include "entry/phone_in_use.h"
 #include "faults/faults.h"
 #include "kernel/user_memory.h"
 #include "modules/module_description.h"
 #include "motion/motion.h"
 #include "ois_drv.h"
-#include "phone.h"
 #include "time/clock.h"
 #include "trace/decode.h"
 #include "trace/trace.h"
@@ -450,7 +450,7 @@ class SensorHub::Provider final : public SensorProvider {
     // What the call returns, or `gone` once the hub's phone is. While a phone is in use it stays.
     template <typename Result, typename Call>
     Result inPhone(Result gone, Call call) const {
-        const Phone::Use phone;
+        const PhoneInUse phone;
         if (!phone || !mState->mPhoneAlive) return gone;
         mState->mClock.enter();
         return call();

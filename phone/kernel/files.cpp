@@ -11,7 +11,6 @@
 #include "kernel/kernel_call.h"
 #include "kernel/media_graph.h"
 #include "kernel/user_memory.h"
-#include "phone.h"
 #include "time/clock.h"
 
 namespace phone {
@@ -33,7 +32,7 @@ bool Kernel::isFile(const char* path) {
 
 bool Kernel::owns(FILE* file) const {
     const std::lock_guard lock(mMutex);
-    return mFiles.contains(file);
+    return mOpenFiles.contains(file);
 }
 
 // The target and its length, or a negative errno.
@@ -48,15 +47,15 @@ ssize_t Kernel::followLink(const char* path, std::string& target) const {
     unsigned major = 0;
     unsigned minor = 0;
     if (std::sscanf(path + kSysfsPath.size(), "%u:%u", &major, &minor) != 2) return -ENOENT;
-    auto link = mPhone.media().sysfsLink(major, minor);
+    auto link = mMedia.sysfsLink(major, minor);
     if (!link) return -ENOENT;
     target = std::move(*link);
     return static_cast<ssize_t>(target.size());
 }
 
 ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
-    mPhone.clock().enter();
-    const Fate fate = mPhone.faults().consult(FaultPoint::kReadlink, path);
+    mClock.enter();
+    const Fate fate = mFaults.consult(FaultPoint::kReadlink, path);
     std::string target;
     ssize_t length = fate.error() != 0 ? -fate.error() : followLink(path, target);
     if (length >= 0) {
@@ -65,7 +64,7 @@ ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
         length = static_cast<ssize_t>(target.size());
         copyToUser(buffer, std::as_bytes(std::span(target)));
     }
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         std::vector<Field> answer;
         if (length >= 0) answer.push_back(textField("target", target));
         traceCall(EventKind::kFile, "readlink", {textField("path", path)}, std::max<ssize_t>(length, -1),
@@ -75,9 +74,9 @@ ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
 }
 
 FILE* Kernel::fopen(const char* path, const char* mode) {
-    mPhone.clock().enter();
-    const Fate fate = mPhone.faults().consult(FaultPoint::kOpen, path);
-    const auto place = mPhone.files().place(path);
+    mClock.enter();
+    const Fate fate = mFaults.consult(FaultPoint::kOpen, path);
+    const auto place = mFiles.place(path);
     FILE* file = nullptr;
     int error = fate.error();
     if (error == 0 && place) error = place->error;
@@ -90,9 +89,9 @@ FILE* Kernel::fopen(const char* path, const char* mode) {
     }
     if (file != nullptr) {
         const std::lock_guard lock(mMutex);
-        mFiles[file] = path;
+        mOpenFiles[file] = path;
     }
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         traceCall(EventKind::kFile, "fopen", {textField("path", path), textField("mode", mode)},
                   error == 0 ? 0 : -1, error, fate);
     }
@@ -101,19 +100,19 @@ FILE* Kernel::fopen(const char* path, const char* mode) {
 }
 
 int Kernel::fclose(FILE* file) {
-    mPhone.clock().enter();
+    mClock.enter();
     std::string path;
     {
         const std::lock_guard lock(mMutex);
-        path = std::move(mFiles.extract(file).mapped());
+        path = std::move(mOpenFiles.extract(file).mapped());
     }
-    const Fate fate = mPhone.faults().consult(FaultPoint::kClose, path);
+    const Fate fate = mFaults.consult(FaultPoint::kClose, path);
     int result = libc().fclose(file);
     int error = result != 0 ? errno : 0;
     // The file is gone even when closing it failed.
     if (fate.error() != 0) error = fate.error();
     if (error != 0) result = EOF;
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         traceCall(EventKind::kFile, "fclose", {textField("path", path)}, result, error, fate);
     }
     if (error != 0) errno = error;
@@ -122,7 +121,7 @@ int Kernel::fclose(FILE* file) {
 
 size_t Kernel::openFiles() const {
     const std::lock_guard lock(mMutex);
-    return mFiles.size();
+    return mOpenFiles.size();
 }
 
 }  // namespace phone

@@ -14,7 +14,6 @@
 #include "entry/libc.h"
 #include "kernel/kernel_call.h"
 #include "kernel/media_graph.h"
-#include "phone.h"
 #include "time/clock.h"
 
 namespace phone {
@@ -42,7 +41,13 @@ std::string openFlags(int flags) {
 
 }  // namespace
 
-Kernel::Kernel(Phone& phone) : mPhone(phone), mReal(phone.options().kernel == KernelKind::kReal) {}
+Kernel::Kernel(const KernelParts& parts)
+    : mClock(parts.clock),
+      mTrace(parts.trace),
+      mFaults(parts.faults),
+      mMedia(parts.media),
+      mFiles(parts.files),
+      mReal(parts.real) {}
 
 Kernel::~Kernel() = default;
 
@@ -57,13 +62,13 @@ Kernel::Node* Kernel::nodeOf(int fd) const {
 
 void Kernel::traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
                        const Fate& fate, std::vector<Field> answer) {
-    mPhone.trace().record({.kind = kind,
-                           .name = name,
-                           .fields = std::move(fields),
-                           .answer = std::move(answer),
-                           .result = result,
-                           .error = error,
-                           .fault = fate.fault()});
+    mTrace.record({.kind = kind,
+                   .name = name,
+                   .fields = std::move(fields),
+                   .answer = std::move(answer),
+                   .result = result,
+                   .error = error,
+                   .fault = fate.fault()});
 }
 
 // What a path leads to at this moment; null when there is no such device.
@@ -71,13 +76,13 @@ Kernel::Node* Kernel::findNode(const std::string& path) {
     if (mReal) return keepNode({path, Node::Kind::kMachine, 0, nullptr});
     if (path.starts_with(kMediaPath)) {
         const std::string number = path.substr(kMediaPath.size());
-        for (const MediaDevice& device : mPhone.media().devices()) {
+        for (const MediaDevice& device : mMedia.devices()) {
             if (std::to_string(device.number) != number) continue;
             return keepNode({path, Node::Kind::kMedia, device.number, nullptr});
         }
         return nullptr;
     }
-    auto entity = mPhone.media().entityByNode(std::string_view(path).substr(kDevFolder.size()));
+    auto entity = mMedia.entityByNode(std::string_view(path).substr(kDevFolder.size()));
     if (!entity) return nullptr;
     return keepNode({path, Node::Kind::kSubDevice, 0, std::move(entity->controller)});
 }
@@ -106,8 +111,8 @@ int Kernel::openNode(const char* path, int flags, Node*& node) {
 }
 
 int Kernel::open(const char* path, int flags) {
-    mPhone.clock().enter();
-    const Fate fate = mPhone.faults().consult(FaultPoint::kOpen, path);
+    mClock.enter();
+    const Fate fate = mFaults.consult(FaultPoint::kOpen, path);
     Node* node = nullptr;
     int fd = 0;
     if (fate.error() != 0) {
@@ -116,7 +121,7 @@ int Kernel::open(const char* path, int flags) {
         fd = openNode(path, flags, node);
         if (fd >= 0) mDescriptors[static_cast<size_t>(fd)].store(node, std::memory_order_release);
     }
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         traceCall(EventKind::kFile, "open", {textField("path", path), textField("flags", openFlags(flags))},
                   std::max(fd, -1), std::max(-fd, 0), fate);
     }
@@ -124,14 +129,14 @@ int Kernel::open(const char* path, int flags) {
 }
 
 int Kernel::close(int fd) {
-    mPhone.clock().enter();
+    mClock.enter();
     const Node* node = mDescriptors[static_cast<size_t>(fd)].exchange(nullptr);
     if (node == nullptr) return libc().close(fd);
-    const Fate fate = mPhone.faults().consult(FaultPoint::kClose, node->path);
+    const Fate fate = mFaults.consult(FaultPoint::kClose, node->path);
     int result = libc().close(fd) == 0 ? 0 : -errno;
     // The descriptor is gone even when closing it failed.
     if (fate.error() != 0) result = -fate.error();
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         traceCall(EventKind::kFile, "close", {textField("path", node->path), {"fd", int64_t{fd}}},
                   std::max(result, -1), std::max(-result, 0), fate);
     }

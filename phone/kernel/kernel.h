@@ -25,7 +25,19 @@
 
 namespace phone {
 
-class Phone;
+class Clock;
+class FileTree;
+class MediaGraph;
+
+// What the kernel works with.
+struct KernelParts {
+    Clock& clock;
+    Trace& trace;
+    Faults& faults;
+    MediaGraph& media;
+    FileTree& files;
+    bool real;  // the machine's own kernel answers
+};
 
 struct Scheduling {
     int policy = 0;  // SCHED_OTHER
@@ -36,7 +48,7 @@ struct Scheduling {
 // errno like them. With the real kernel they pass on to libc, and are traced all the same.
 class Kernel {
   public:
-    explicit Kernel(Phone& phone);
+    explicit Kernel(const KernelParts& parts);
     ~Kernel();
     Kernel(const Kernel&) = delete;
     Kernel& operator=(const Kernel&) = delete;
@@ -88,12 +100,16 @@ class Kernel {
     void traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
                    const Fate& fate, std::vector<Field> answer = {});
 
-    Phone& mPhone;
+    Clock& mClock;
+    Trace& mTrace;
+    Faults& mFaults;
+    MediaGraph& mMedia;
+    FileTree& mFiles;
     const bool mReal;
     std::array<std::atomic<Node*>, kDescriptors> mDescriptors{};
     mutable std::mutex mMutex;
     std::vector<std::unique_ptr<Node>> mNodes;  // all that were ever opened: a request may still be under way
-    std::unordered_map<FILE*, std::string> mFiles;
+    std::unordered_map<FILE*, std::string> mOpenFiles;
     std::map<uint32_t, Scheduling> mScheduling;
 };
 

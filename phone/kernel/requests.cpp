@@ -13,7 +13,6 @@
 #include "kernel/kernel_call.h"
 #include "kernel/media_graph.h"
 #include "kernel/user_memory.h"
-#include "phone.h"
 #include "time/clock.h"
 #include "trace/decode.h"
 
@@ -51,11 +50,11 @@ bool Kernel::takes(int fd, uint32_t request) const {
 
 Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte> record) {
     if (isPrivateRequest(request)) {
-        return mPhone.faults().consult(FaultPoint::kRequest, privateRequestName(request), record);
+        return mFaults.consult(FaultPoint::kRequest, privateRequestName(request), record);
     }
     const RequestInfo* info = findMediaRequest(request);
-    return mPhone.faults().consult(FaultPoint::kMediaRequest,
-                                   info != nullptr ? info->name : std::string_view{}, record);
+    return mFaults.consult(FaultPoint::kMediaRequest, info != nullptr ? info->name : std::string_view{},
+                           record);
 }
 
 void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
@@ -64,11 +63,11 @@ void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::
     event.result = std::max(result, -1);
     event.error = std::max(-result, 0);
     event.fault = fate.fault();
-    mPhone.trace().record(std::move(event));
+    mTrace.record(std::move(event));
 }
 
 int Kernel::ioctl(int fd, uint32_t request, void* argument) {
-    mPhone.clock().enter();
+    mClock.enter();
     const Node* node = nodeOf(fd);
     const bool simulated = node != nullptr && node->kind != Node::Kind::kMachine;
     return toResult(simulated ? this->request(*node, request, argument)
@@ -79,9 +78,9 @@ int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte
     [[maybe_unused]] const InsideKernel inside;
     if (node.kind == Node::Kind::kSubDevice) return node.controller->handle(request, record);
     if (request == MEDIA_IOC_DEVICE_INFO) {
-        return mPhone.media().deviceInfo(node.number, *reinterpret_cast<media_device_info*>(record.data()));
+        return mMedia.deviceInfo(node.number, *reinterpret_cast<media_device_info*>(record.data()));
     }
-    return mPhone.media().enumerateEntity(node.number, *reinterpret_cast<media_entity_desc*>(record.data()));
+    return mMedia.enumerateEntity(node.number, *reinterpret_cast<media_entity_desc*>(record.data()));
 }
 
 // The simulated kernel: the request's code alone says how much moves; the record is copied at entry, and back
@@ -90,7 +89,7 @@ int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
     const bool known = node.kind == Node::Kind::kMedia
                            ? request == MEDIA_IOC_DEVICE_INFO || request == MEDIA_IOC_ENUM_ENTITIES
                            : node.controller != nullptr && Controller::knows(request);
-    const bool traced = mPhone.trace().enabled();
+    const bool traced = mTrace.enabled();
     if (!known || argument == nullptr) {
         const int32_t error = known ? -EFAULT : -ENOTTY;
         if (traced) traceRequest(request, {}, {}, error, {});
@@ -124,7 +123,7 @@ int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
 
 // A request to a device of the machine's kernel, or to a descriptor that is none of the phone's.
 int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node* node) {
-    const bool traced = mPhone.trace().enabled();
+    const bool traced = mTrace.enabled();
     const size_t size = argument != nullptr ? _IOC_SIZE(request) : 0;
     std::vector<std::byte> record(node != nullptr || traced ? size : 0);
     copyFromUser(record, argument);

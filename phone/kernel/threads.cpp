@@ -7,7 +7,6 @@
 
 #include "entry/libc.h"
 #include "kernel/kernel_call.h"
-#include "phone.h"
 #include "time/clock.h"
 
 namespace phone {
@@ -39,23 +38,22 @@ void addScheduling(std::vector<Field>& fields, int policy, int priority) {
 }  // namespace
 
 int Kernel::usleep(uint32_t us) {
-    mPhone.clock().enter();
-    if (mPhone.trace().enabled()) {
-        mPhone.trace().record(
-            {.kind = EventKind::kSleep, .name = "usleep", .fields = {{"us", uint64_t{us}}}});
+    mClock.enter();
+    if (mTrace.enabled()) {
+        mTrace.record({.kind = EventKind::kSleep, .name = "usleep", .fields = {{"us", uint64_t{us}}}});
     }
-    mPhone.clock().sleepUs(us);
+    mClock.sleepUs(us);
     return 0;
 }
 
 int Kernel::createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                          void* argument) {
-    Clock& clock = mPhone.clock();
+    Clock& clock = mClock;
     clock.enter();
-    const Fate fate = mPhone.faults().consult(FaultPoint::kThreadCreate);
+    const Fate fate = mFaults.consult(FaultPoint::kThreadCreate);
     const int error =
         fate.error() != 0 ? fate.error() : clock.createThread(thread, attributes, start, argument);
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         auto fields = error == 0 ? threadFields(clock.threadNumber(*thread)) : std::vector<Field>{};
         traceCall(EventKind::kThread, "pthread_create", std::move(fields), error, error, fate);
     }
@@ -63,23 +61,23 @@ int Kernel::createThread(pthread_t* thread, const pthread_attr_t* attributes, vo
 }
 
 int Kernel::joinThread(pthread_t thread, void** result) {
-    Clock& clock = mPhone.clock();
+    Clock& clock = mClock;
     clock.enter();
     std::optional<uint32_t> number = clock.threadNumber(thread);
     if (!number) number = clock.endedThreadNumber(thread);
     const int error = clock.joinThread(thread, result);
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         traceCall(EventKind::kThread, "pthread_join", threadFields(number), error, error, {});
     }
     return error;
 }
 
 int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param) {
-    Clock& clock = mPhone.clock();
+    Clock& clock = mClock;
     clock.enter();
     clock.threadNumber();  // so that a thread that asks for itself is known
     const std::optional<uint32_t> number = clock.threadNumber(thread);
-    const Fate fate = mPhone.faults().consult(FaultPoint::kThreadSchedule);
+    const Fate fate = mFaults.consult(FaultPoint::kThreadSchedule);
     const bool lost = fate.lost();
     int error = fate.error();
     if (error != 0 || lost) {
@@ -96,7 +94,7 @@ int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param
         const std::lock_guard lock(mMutex);
         mScheduling[*number] = {policy, param->sched_priority};
     }
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         std::vector<Field> fields = threadFields(number);
         addScheduling(fields, policy, param->sched_priority);
         traceCall(EventKind::kThread, "pthread_setschedparam", std::move(fields), error, error, fate);
@@ -105,11 +103,11 @@ int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param
 }
 
 int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
-    Clock& clock = mPhone.clock();
+    Clock& clock = mClock;
     clock.enter();
     clock.threadNumber();
     const std::optional<uint32_t> number = clock.threadNumber(thread);
-    const Fate fate = mPhone.faults().consult(FaultPoint::kThreadPriority);
+    const Fate fate = mFaults.consult(FaultPoint::kThreadPriority);
     int error = fate.error();
     if (error != 0) {
         // Nothing is answered.
@@ -122,7 +120,7 @@ int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
         *policy = known.policy;
         param->sched_priority = known.priority;
     }
-    if (mPhone.trace().enabled()) {
+    if (mTrace.enabled()) {
         std::vector<Field> answer;
         if (error == 0) addScheduling(answer, *policy, param->sched_priority);
         traceCall(EventKind::kThread, "pthread_getschedparam", threadFields(number), error, error, fate,

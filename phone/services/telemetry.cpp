@@ -4,8 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "entry/phone_in_use.h"
 #include "faults/faults.h"
-#include "phone.h"
 #include "time/clock.h"
 #include "trace/trace.h"
 
@@ -36,7 +36,7 @@ class Telemetry::Service final : public IRuvex {
     android::hardware::Return<void> report(const hidl_string& moduleId, const hidl_string& eventId,
                                            const hidl_string& content) override {
         // While one phone is used, no other is; and while ours is, its parts stay.
-        const Phone::Use phone;
+        const PhoneInUse phone;
         if (!phone || !mState->phoneAlive) return android::hardware::Return<void>(false);
         mState->clock.enter();
         const Fate fate = mState->faults.consult(FaultPoint::kTelemetryReport);

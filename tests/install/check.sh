@@ -23,17 +23,24 @@ listed=$(sed -n 's/^ *"\(.*\)";$/\1/p' "$repo/aaa/peripheraldriver/ois/ois_drv.m
 [ "$exported" = "$listed" ] || { diff <(echo "$exported") <(echo "$listed"); exit 1; }
 echo "libois_drv.so exports what ois_drv.map lists, $(echo "$listed" | wc -l) names"
 
-cmake -S "$repo/tests/install" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$work/cmake.log"
+# The example that stands in the phone's first page.
+sed -n '/^\/\/   #include <cstdio>/,/^\/\/   }$/s/^\/\/ \{0,3\}//p' "$prefix/include/ois_drv/phone/phone.h" >"$work/example.cpp"
+cmake -S "$repo/tests/install" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+    -DEXAMPLE="$work/example.cpp" >"$work/cmake.log"
 ninja -C "$work/build" >"$work/ninja.log" || { cat "$work/ninja.log"; exit 1; }
-"$work/build/consumer"
-echo "a CMake project uses the package"
+"$work/build/consumer" >"$work/example.log"
+grep -q "SET_MODE(0x400456C2) mode=3 -> -1 EIO" "$work/example.log"
+echo "a CMake project uses the package: the example in phone.h"
 
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 # shellcheck disable=SC2046 # the flags are words
-g++ -std=c++20 "$repo/tests/install/consumer.cpp" -o "$work/consumer" \
+g++ -std=c++20 "$work/example.cpp" -o "$work/consumer" \
     $(pkg-config --cflags --libs ois_phone) -Wl,-rpath,"$prefix/lib"
-"$work/consumer"
-echo "pkg-config's flags suffice"
+"$work/consumer" >/dev/null
+find "$prefix/include/ois_drv/phone" -name '*.h' -printf '#include "%P"\n' >"$work/headers.cpp"
+# shellcheck disable=SC2046 # the flags are words
+g++ -std=c++20 -fsyntax-only "$work/headers.cpp" $(pkg-config --cflags ois_phone)
+echo "pkg-config's flags suffice, and every installed header of the phone compiles"
 
 # The package alone: it needs nothing beyond what every C++ program does, and runs from where it was unpacked.
 (cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" >cpack.log) || { cat "$work/cpack.log"; exit 1; }
