@@ -33,7 +33,7 @@ std::string valueText(const toml::node& node) {
 }
 
 std::string rangeText(int64_t low, int64_t high) {
-    return fmt::format("integer, {} to {}", low, high);
+    return fmt::format("an integer, {} to {}", low, high);
 }
 
 std::string rangeText(const NumberRange& range) {
@@ -41,10 +41,10 @@ std::string rangeText(const NumberRange& range) {
     const bool lowest = range.least <= kAny.least;
     const bool highest = range.greatest >= kAny.greatest;
     const char* kind = range.whole ? "whole number" : "number";
-    if (lowest && highest) return fmt::format("finite {}", kind);
-    if (highest) return fmt::format("{}, {} or more", kind, range.least);
-    if (lowest) return fmt::format("{}, {} or less", kind, range.greatest);
-    return fmt::format("{}, {} to {}", kind, range.least, range.greatest);
+    if (lowest && highest) return fmt::format("a finite {}", kind);
+    if (highest) return fmt::format("a {}, {} or more", kind, range.least);
+    if (lowest) return fmt::format("a {}, {} or less", kind, range.greatest);
+    return fmt::format("a {}, {} to {}", kind, range.least, range.greatest);
 }
 
 std::string countText(size_t minCount, size_t maxCount) {
@@ -126,37 +126,31 @@ size_t TableReader::count(std::string_view key) const {
     return array == nullptr ? 0 : array->size();
 }
 
-std::optional<int64_t> TableReader::integer(std::string_view key, int64_t low, int64_t high) {
+template <typename Convert>
+auto TableReader::value(std::string_view key, const std::string& allowed, const Convert& convert) {
     const toml::node* node = find(key);
-    if (node == nullptr) return std::nullopt;
-    const auto value = integerOf(*node, low, high);
-    if (!value) fail(key, fmt::format("is {}; it may be an {}", valueText(*node), rangeText(low, high)));
-    return value;
+    auto found = node == nullptr ? std::nullopt : convert(*node);
+    if (node != nullptr && !found) {
+        fail(key, fmt::format("is {}; it may be {}", valueText(*node), allowed));
+    }
+    return found;
+}
+
+std::optional<int64_t> TableReader::integer(std::string_view key, int64_t low, int64_t high) {
+    return value(key, rangeText(low, high),
+                 [&](const toml::node& node) { return integerOf(node, low, high); });
 }
 
 std::optional<double> TableReader::number(std::string_view key, const NumberRange& range) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return std::nullopt;
-    const auto value = numberOf(*node, range);
-    if (!value) fail(key, fmt::format("is {}; it may be a {}", valueText(*node), rangeText(range)));
-    return value;
+    return value(key, rangeText(range), [&](const toml::node& node) { return numberOf(node, range); });
 }
 
 std::optional<bool> TableReader::boolean(std::string_view key) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return std::nullopt;
-    if (!node->is_boolean()) fail(key, fmt::format("is {}; it may be true or false", valueText(*node)));
-    return node->value<bool>();
+    return value(key, "true or false", [](const toml::node& node) { return node.value_exact<bool>(); });
 }
 
 std::optional<std::string> TableReader::scalar(std::string_view key) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return std::nullopt;
-    auto value = scalarOf(*node);
-    if (!value) {
-        fail(key, fmt::format("is {}; it may be a whole number, true, false or a text", valueText(*node)));
-    }
-    return value;
+    return value(key, "a whole number, true, false or a text", scalarOf);
 }
 
 std::optional<std::string> TableReader::text(std::string_view key, size_t maxLength) {
@@ -175,7 +169,7 @@ const toml::array* TableReader::findArray(std::string_view key, size_t minCount,
     if (node == nullptr) return nullptr;
     const toml::array* array = node->as_array();
     if (array != nullptr && array->size() >= minCount && array->size() <= maxCount) return array;
-    fail(key, fmt::format("is {}; it may be an array of {}, each a {}", valueText(*node),
+    fail(key, fmt::format("is {}; it may be an array of {}, each {}", valueText(*node),
                           countText(minCount, maxCount), of));
 }
 
@@ -218,12 +212,12 @@ std::optional<std::vector<TableReader::Point>> TableReader::points(std::string_v
             const NumberRange& range = i == 0 ? x : y;
             if (found[i]) continue;
             failAt(node, key,
-                   fmt::format("has a point whose {} value is {}; it may be a {}",
-                               i == 0 ? "first" : "second", valueText(*pair->get(i)), rangeText(range)));
+                   fmt::format("has a point whose {} value is {}; it may be {}", i == 0 ? "first" : "second",
+                               valueText(*pair->get(i)), rangeText(range)));
         }
         return Point(*found[0], *found[1]);
     };
-    auto found = elements(key, 1, kAnyCount, "point [x, y]", pointOf);
+    auto found = elements(key, 1, kAnyCount, "a point [x, y]", pointOf);
     if (found &&
         std::ranges::adjacent_find(*found, std::ranges::greater_equal{}, &Point::first) != found->end()) {
         fail(key,
@@ -233,11 +227,10 @@ std::optional<std::vector<TableReader::Point>> TableReader::points(std::string_v
 }
 
 std::optional<TableReader> TableReader::table(std::string_view key) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return std::nullopt;
-    const toml::table* table = node->as_table();
-    if (table == nullptr) fail(key, fmt::format("is {}; it may be a table", valueText(*node)));
-    return TableReader(*table, nameOf(key), mSource);
+    return value(key, "a table", [&](const toml::node& node) {
+        const toml::table* table = node.as_table();
+        return table ? std::optional(TableReader(*table, nameOf(key), mSource)) : std::nullopt;
+    });
 }
 
 std::vector<TableReader> TableReader::tables(std::string_view key) {
@@ -272,7 +265,7 @@ void TableReader::takeTexts(std::string_view key, const Taker& taker) {
         if (value) handOver(node, key, [&] { taker(*value); });
         return value;
     };
-    static_cast<void>(elements(key, 0, kAnyCount, "text", take));
+    static_cast<void>(elements(key, 0, kAnyCount, "a text", take));
 }
 
 void TableReader::takeScalars(std::string_view key,

@@ -105,6 +105,9 @@ class TableReader {
     const toml::node* find(std::string_view key);
     const toml::array* findArray(std::string_view key, size_t minCount, size_t maxCount,
                                  const std::string& of);
+    // What `convert` makes of the field; `allowed` says what it takes.
+    template <typename Convert>
+    auto value(std::string_view key, const std::string& allowed, const Convert& convert);
     template <typename Convert>
     auto elements(std::string_view key, size_t minCount, size_t maxCount, const std::string& of,
                   const Convert& convert);

@@ -100,7 +100,7 @@ TEST(Scenario, RefusesWhatCannotBePlayed) {
         {span + "zoom_ratio = []", 3, "it may be a number"},
         {span + "zoom_ratio = [[0, 1], [0, 2]]", 3, "ascend"},
         {span + "zoom_ratio = [\n[0, 1],\n[0.5, 2000]]", 5, "second value is 2000; it may be a number, 0 to"},
-        {span + "zoom_ratio = [[0, 1], 2]", 3, "holds 2; it may hold: point"},
+        {span + "zoom_ratio = [[0, 1], 2]", 3, "holds 2; it may hold: a point"},
         {span + "from_s = 0.5\nzoom_ratio = [[0, 1], [1, 2]]", 4,
          "has a point at 1 s; its span is 0.5 s long"},
         {span + "from_s = 0.5\nto_s = 0.2\nvideo_mode = 1", 2, "before it begins"},
