@@ -131,10 +131,6 @@ void Progress::update(double done, std::string_view note) {
     drawBar();
 }
 
-std::string number(double value, int decimals) {
-    return fmt::format("{:.{}f}", value, decimals);
-}
-
 std::string duration(double seconds) {
     constexpr double kMilli = 1e-3;
     if (seconds >= 1 || seconds == 0)
@@ -147,10 +143,6 @@ std::string grouped(uint64_t value) {
     std::string text = std::to_string(value);
     for (size_t place = text.size(); place > 3; place -= 3) text.insert(place - 3, ",");
     return text;
-}
-
-std::string hex(uint64_t value, int digits) {
-    return fmt::format("0x{:0{}X}", value, digits);
 }
 
 }  // namespace oisctl

@@ -42,10 +42,7 @@ class Progress {
 
 // "12.3 s", "45.0 ms", "830 us".
 std::string duration(double seconds);
-// printf-like, for numbers in texts.
-std::string number(double value, int decimals);
 // 28672 as "28,672".
 std::string grouped(uint64_t value);
-std::string hex(uint64_t value, int digits);
 
 }  // namespace oisctl

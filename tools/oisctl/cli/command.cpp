@@ -33,7 +33,7 @@ std::string defaultOf(const Option& option) {
             return fmt::format("{}", *target);
         }
     };
-    return std::visit(text, option.target);
+    return option.rules.otherwise.empty() ? std::visit(text, option.target) : option.rules.otherwise;
 }
 
 }  // namespace oisctl

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -35,10 +36,11 @@ struct OptionRules {
     std::vector<std::string> choices{};  // no other value is taken
     Words words = nullptr;               // other values are taken too; for the shell to complete
     bool required = false;
-    bool repeats = false;    // may stand several times
-    bool commas = false;     // one word holds several values, which commas separate
-    bool* given = nullptr;   // set when it stands there; its value may be left out then
-    std::string excludes{};  // another option that cannot stand beside it
+    bool repeats = false;     // may stand several times
+    bool commas = false;      // one word holds several values, which commas separate
+    bool* given = nullptr;    // set when it stands there; its value may be left out then
+    std::string excludes{};   // another option that cannot stand beside it
+    std::string otherwise{};  // the default, where the target does not hold it
 };
 
 struct Option {
@@ -49,6 +51,14 @@ struct Option {
     OptionRules rules{};
     std::string_view group{};  // options of a group are the same for every command that has them
 };
+
+inline Option value(std::string names, std::string valueName, std::string help, Target target,
+                    OptionRules rules = {}) {
+    return {std::move(names), std::move(valueName), std::move(help), std::move(target), std::move(rules)};
+}
+inline Option flag(std::string names, std::string help, bool* target) {
+    return {std::move(names), "", std::move(help), target};
+}
 
 struct Example {
     std::string_view line;

@@ -59,17 +59,17 @@ void parse(const OptionRules& rules, const std::string& word, std::optional<doub
     parse(rules, word, value.emplace());
 }
 
-void parse(const OptionRules& rules, const std::string& word, std::string& value) {
-    const std::vector<std::string>& choices = rules.choices;
-    if (!choices.empty() && std::find(choices.begin(), choices.end(), word) == choices.end())
-        throw InputError(fmt::format("no such choice as '{}'{}", word, suggestion(word, choices)));
+void parse(const OptionRules&, const std::string& word, std::string& value) {
     value = word;
 }
 
-void parse(const OptionRules& rules, const std::string& word, std::filesystem::path& value) {
-    std::string text;
-    parse(rules, word, text);
-    value = text;
+void parse(const OptionRules&, const std::string& word, std::filesystem::path& value) {
+    value = word;
+}
+
+void requireChoice(const std::vector<std::string>& choices, const std::string& word) {
+    if (!choices.empty() && std::find(choices.begin(), choices.end(), word) == choices.end())
+        throw InputError(fmt::format("no such choice as '{}'{}", word, suggestion(word, choices)));
 }
 
 }  // namespace
@@ -88,6 +88,7 @@ void storeValue(const Option& option, const std::vector<std::string>& words) {
             parse(option.rules, words.back(), *target);
         }
     };
+    for (const std::string& word : words) requireChoice(option.rules.choices, word);
     try {
         std::visit(store, option.target);
     } catch (const std::invalid_argument& error) {

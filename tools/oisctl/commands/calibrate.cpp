@@ -83,6 +83,7 @@ void Observation::takeRead(const RegisterAccess& access) {
     }
 }
 
+// Their words are below, in the same order.
 enum class Measured { kYes, kLate, kFailed, kSkipped, kNotTold, kAccepted, kRefused };
 enum class Saved { kYes, kNotIdle, kFailed, kOtherDataChanged, kUntouched, kNotSeen };
 
@@ -127,56 +128,39 @@ std::string errorBits(int64_t status) {
 }
 
 Field measuredField(const Verdict& verdict, const Observation& seen) {
-    const Style style = verdict.good() ? Style::kGood : Style::kBad;
-    const auto field = [style](const char* word, const std::string& text) {
-        return Field{"calibration", "calibration", word, text, style};
-    };
-    const int64_t status = seen.status.value_or(0);
-    switch (verdict.measured) {
-        case Measured::kYes:
-            return field("measured", "measured");
-        case Measured::kLate:
-            return field("late", "not finished in time; the driver takes what the controller holds");
-        case Measured::kFailed:
-            return field("failed",
-                         fmt::format("{}failed, status 0x{:02X}: {}",
-                                     seen.done ? "" : "not finished in time; ", status, errorBits(status)));
-        case Measured::kSkipped:
-            return field("skipped", "skipped: controller not idle");
-        case Measured::kNotTold:
-            return field("not told",
-                         "sent to the hub, which does not tell what came of it; with --set bypassen=0\n"
-                         "the driver calibrates itself, register by register");
-        case Measured::kAccepted:
-            return field("accepted", "accepted by the kernel driver");
-        case Measured::kRefused:
-            break;
-    }
-    return field("refused", "refused by the kernel driver");
+    static constexpr std::pair<const char*, const char*> kWords[] = {
+        {"measured", "measured"},
+        {"late", "not finished in time; the driver takes what the controller holds"},
+        {"failed", ""},
+        {"skipped", "skipped: controller not idle"},
+        {"not told",
+         "sent to the hub, which does not tell what came of it; with --set bypassen=0\n"
+         "the driver calibrates itself, register by register"},
+        {"accepted", "accepted by the kernel driver"},
+        {"refused", "refused by the kernel driver"}};
+    const auto& [key, words] = kWords[static_cast<size_t>(verdict.measured)];
+    std::string text = words;
+    if (verdict.measured == Measured::kFailed)
+        text = fmt::format("{}failed, status 0x{:02X}: {}", seen.done ? "" : "not finished in time; ",
+                           *seen.status, errorBits(*seen.status));
+    return {"calibration", "calibration", key, text, verdict.good() ? Style::kGood : Style::kBad};
 }
 
 Field savedField(const Verdict& verdict, const Observation& seen) {
-    const auto field = [](const char* word, const std::string& text) {
-        return Field{"flash", "flash", word, text};
-    };
-    switch (verdict.saved) {
-        case Saved::kYes:
-            return field("saved", "saved, other flash data unchanged");
-        case Saved::kNotIdle:
-            return field("not saved", "not saved: the controller did not become idle again");
-        case Saved::kFailed:
-            return field("failed", fmt::format("write failed, status 0x{:02X}", *seen.flashStatus));
-        case Saved::kOtherDataChanged:
-            return field(
-                "other data changed",
-                fmt::format("written, but other flash data changed: check value 0x{:04X} became 0x{:04X}",
-                            seen.checkValues[0], seen.checkValues[1]));
-        case Saved::kUntouched:
-            return field("not touched", "not touched");
-        case Saved::kNotSeen:
-            break;
-    }
-    return field("not seen", "not seen");
+    static constexpr std::pair<const char*, const char*> kWords[] = {
+        {"saved", "saved, other flash data unchanged"},
+        {"not saved", "not saved: the controller did not become idle again"},
+        {"failed", "write failed"},
+        {"other data changed", "written, but other flash data changed"},
+        {"not touched", "not touched"},
+        {"not seen", "not seen"}};
+    const auto& [key, words] = kWords[static_cast<size_t>(verdict.saved)];
+    std::string text = words;
+    if (verdict.saved == Saved::kFailed) text += fmt::format(", status 0x{:02X}", *seen.flashStatus);
+    if (verdict.saved == Saved::kOtherDataChanged)
+        text +=
+            fmt::format(": check value 0x{:04X} became 0x{:04X}", seen.checkValues[0], seen.checkValues[1]);
+    return {"flash", "flash", key, text};
 }
 
 // What the controller itself holds, where the driver does not read it.

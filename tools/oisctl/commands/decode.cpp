@@ -27,12 +27,9 @@ int decode(const Options& options) {
 Command describeDecode() {
     auto options = std::make_shared<Options>();
     return {
-        .options = {{"-f,--file", "FILE", "Lines from this file", &options->file},
-                    {"input",
-                     "HEX",
-                     "Request codes and records; none: lines from standard input",
-                     &options->inputs,
-                     {.repeats = true, .excludes = "--file"}},
+        .options = {value("-f,--file", "FILE", "Lines from this file", &options->file),
+                    value("input", "HEX", "Request codes and records; none: lines from standard input",
+                          &options->inputs, {.repeats = true, .excludes = "--file"}),
                     jsonOption(options->settings)},
         .notes =
             "A line is a request in hex or by name, with its record behind a colon, a line of strace, or the "

@@ -93,17 +93,14 @@ AxisVerdict judge(const AxisErrors& errors, const ois::OisCustInfo& info, bool w
 }
 
 Field verdictField(AxisVerdict verdict) {
-    switch (verdict) {
-        case AxisVerdict::kGood:
-            return {"verdict", "", "good", "good", Style::kGood};
-        case AxisVerdict::kGoodSoFar:
-            return {"verdict", "", "good so far", "good so far", Style::kGood};
-        case AxisVerdict::kTooFarAtOnce:
-            return {"verdict", "", "defective", "defective: too far off at one position", Style::kBad};
-        case AxisVerdict::kTooFarInSum:
-            break;
-    }
-    return {"verdict", "", "defective", "defective: too far off in sum", Style::kBad};
+    static constexpr std::pair<const char*, const char*> kWords[] = {
+        {"good", "good"},
+        {"good so far", "good so far"},
+        {"defective", "defective: too far off at one position"},
+        {"defective", "defective: too far off in sum"}};
+    const auto& [key, text] = kWords[static_cast<size_t>(verdict)];
+    const bool good = verdict == AxisVerdict::kGood || verdict == AxisVerdict::kGoodSoFar;
+    return {"verdict", "", key, text, good ? Style::kGood : Style::kBad};
 }
 
 Record report(DriverSession& session, const Observation& seen, bool tripped) {
@@ -180,17 +177,16 @@ Command describeDetectDefect() {
     auto options = std::make_shared<Options>();
     options->settings.module = "dw9786";
     return {
-        .options = withPhoneOptions({{"--defect",
-                                      "DEFECT,DEFECT",
-                                      "What is wrong with the lens: stuck, sluggish or off-centre; with -x "
-                                      "or -y, one axis of it; short for "
-                                      "--fault lens.DEFECT",
-                                      [options](const std::string& word) {
-                                          options->settings.faults.push_back(
-                                              phone::parseFault(std::string(kLensPrefix) + word));
-                                      },
-                                      {.words = defectWords, .commas = true}}},
-                                    options->settings),
+        .options = withPhoneOptions(
+            {value("--defect", "DEFECT,DEFECT",
+                   "What is wrong with the lens: stuck, sluggish or off-centre; with -x "
+                   "or -y, one axis of it; short for "
+                   "--fault lens.DEFECT",
+                   [options](const std::string& word) {
+                       options->settings.faults.push_back(phone::parseFault(std::string(kLensPrefix) + word));
+                   },
+                   {.words = defectWords, .commas = true})},
+            options->settings),
         .notes = "Exit status 1 when the actuator is defective.\n",
         .examples = {{"oisctl detect-defect"},
                      {"oisctl detect-defect --defect stuck-x"},

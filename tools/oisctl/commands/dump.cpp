@@ -69,12 +69,9 @@ Command describeDump() {
     options->settings.module = "dw9786";
     return {
         .options = withPhoneOptions(
-            {{"what",
-              "otp|flash",
-              "Which of them",
-              &options->what,
-              {.choices = {"otp", "flash"}, .required = true}},
-             {"-o,--output", "DIR", "Folder to keep the file in; else it is shown", &options->folder}},
+            {value("what", "otp|flash", "Which of them", &options->what,
+                   {.choices = {"otp", "flash"}, .required = true}),
+             value("-o,--output", "DIR", "Folder to keep the file in; else it is shown", &options->folder)},
             options->settings),
         .examples = {{"oisctl dump otp -m korvas4sw-hub"}, {"oisctl dump flash -m dw9786 -o out"}},
         .run = [options] { return run(*options); },

@@ -83,36 +83,19 @@ enum class Outcome {
     kRefused,
 };
 
-struct OutcomeWords {
-    const char* key;
-    const char* text;
+// In the same order: for programs, and for people.
+constexpr std::pair<const char*, const char*> kOutcomeWords[] = {
+    {"updated", "updated"},
+    {"up to date", "nothing to do: the controller has this version already"},
+    {"accepted", "the kernel driver took the update"},
+    {"not idle", "not updated: controller not idle"},
+    {"controller error", "the controller reported an error after the download"},
+    {"check value refused", "the controller did not accept the image's check value"},
+    {"other version", "after the download the controller runs another version than the image"},
+    {"no outcome", "the hub received no outcome"},
+    {"unknown outcome", "an outcome that no driver reports"},
+    {"refused", "the kernel driver did not take the update"},
 };
-
-OutcomeWords wordsOf(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::kUpdated:
-            return {"updated", "updated"};
-        case Outcome::kUpToDate:
-            return {"up to date", "nothing to do: the controller has this version already"};
-        case Outcome::kAccepted:
-            return {"accepted", "the kernel driver took the update"};
-        case Outcome::kNotIdle:
-            return {"not idle", "not updated: controller not idle"};
-        case Outcome::kControllerError:
-            return {"controller error", "the controller reported an error after the download"};
-        case Outcome::kCheckValueRefused:
-            return {"check value refused", "the controller did not accept the image's check value"};
-        case Outcome::kOtherVersion:
-            return {"other version", "after the download the controller runs another version than the image"};
-        case Outcome::kNoOutcome:
-            return {"no outcome", "the hub received no outcome"};
-        case Outcome::kUnknownOutcome:
-            return {"unknown outcome", "an outcome that no driver reports"};
-        case Outcome::kRefused:
-            break;
-    }
-    return {"refused", "the kernel driver did not take the update"};
-}
 
 // One run of the driver's update; what the sub-device way does not tell is empty.
 struct Update {
@@ -153,7 +136,7 @@ Field versionField(const char* key, std::optional<uint32_t> version) {
 }
 
 Record fieldsOf(const Update& update) {
-    const OutcomeWords words = wordsOf(update.outcome);
+    const auto& [outcome, words] = kOutcomeWords[static_cast<size_t>(update.outcome)];
     const auto hub = [&update](auto value) { return update.report ? Value(value) : Value(); };
     const phone::FirmwareReport report = update.report.value_or(phone::FirmwareReport{});
     const bool behindHub = update.image.has_value();
@@ -166,7 +149,7 @@ Record fieldsOf(const Update& update) {
             {"code", "", hub(report.code)},
             {"value", "", hub(report.value), update.report ? fmt::format("0x{:X}", report.value) : ""},
             {"duration_s", "", update.seconds, duration(update.seconds)},
-            {"outcome", "", words.key, words.text, update.good() ? Style::kGood : Style::kBad}};
+            {"outcome", "", outcome, words, update.good() ? Style::kGood : Style::kBad}};
 }
 
 std::vector<TableColumn> updateColumns(bool behindHub) {
@@ -246,11 +229,11 @@ Command describeFirmwareUpdate() {
     auto options = std::make_shared<Options>();
     return {
         .options = withPhoneOptions(
-            {{"--image", "FILE", "Image that the hub holds; else one is made up for a newer version",
-              &options->image},
-             {"--image-version", "VERSION", "Version of that image", version(options->imageVersion)},
-             {"--from", "VERSION", "Version that the controller runs at first", version(options->from)},
-             {"--times", "N", "Update so often", &options->times, {.range = Range{1, 100}}}},
+            {value("--image", "FILE", "Image that the hub holds; else one is made up for a newer version",
+                   &options->image),
+             value("--image-version", "VERSION", "Version of that image", version(options->imageVersion)),
+             value("--from", "VERSION", "Version that the controller runs at first", version(options->from)),
+             value("--times", "N", "Update so often", &options->times, {.range = Range{1, 100}})},
             options->settings),
         .notes = "Exit status 0 when the controller runs the image's version in the end.\n",
         .examples = {{"oisctl firmware-update"},

@@ -152,12 +152,9 @@ int show(const Options& options) {
 Command describeModules() {
     auto options = std::make_shared<Options>();
     return {
-        .options = {{"name",
-                     "NAME|FILE",
-                     "A shipped module, or a TOML file, which is checked",
-                     &options->name,
-                     {.words = moduleNames}},
-                    {"--toml", "", "Print the description itself, to start one of your own", &options->toml},
+        .options = {value("name", "NAME|FILE", "A shipped module, or a TOML file, which is checked",
+                          &options->name, {.words = moduleNames}),
+                    flag("--toml", "Print the description itself, to start one of your own", &options->toml),
                     jsonOption(options->settings)},
         .examples = {{"oisctl modules", "the modules that ship"},
                      {"oisctl modules dw9786", "one in detail"},

@@ -82,12 +82,10 @@ Command describeOperation() {
     auto options = std::make_shared<Options>();
     return {
         .options = withPhoneOptions(
-            {{"operation",
-              "NAME|NUMBER",
-              "Operation by name or number",
-              [options](const std::string& word) { options->operation = operationNumber(word); },
-              {.words = operationNames, .required = true}},
-             {"value", "GAIN", "Gain to write", &options->gain}},
+            {value("operation", "NAME|NUMBER", "Operation by name or number",
+                   [options](const std::string& word) { options->operation = operationNumber(word); },
+                   {.words = operationNames, .required = true}),
+             value("value", "GAIN", "Gain to write", &options->gain)},
             options->settings),
         .notes = operationList(),
         .examples = {{"oisctl op read-gain-x -m dw9786"},
@@ -102,7 +100,7 @@ Command describeMode() {
     auto options = std::make_shared<Options>();
     return {
         .options = withPhoneOptions(
-            {{"mode", "N", "Mode", &options->mode, {.words = modeNumbers, .required = true}}},
+            {value("mode", "N", "Mode", &options->mode, {.words = modeNumbers, .required = true})},
             options->settings),
         .notes = modeList(),
         .examples = {{"oisctl mode 2"}, {"oisctl mode 5 --set sineFre=3 --trace"}},

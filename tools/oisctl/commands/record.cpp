@@ -95,14 +95,12 @@ Command describeRecord() {
     options->settings.module = "dw9786";
     return {
         .options = withPhoneOptions(
-            {{"--seconds", "S", "How long, in seconds", &options->seconds, {.range = Range{0.1, 86400}}},
-             {"--interval",
-              "MS",
-              "Milliseconds between two rows, up to 255; 0: as fast as it goes, in real time",
-              &options->intervalMs,
-              {.range = Range{0, 255}}},
-             {"--mode", "N", "Working mode meanwhile", &options->mode, {.words = modeNumbers}},
-             {"-o,--output", "DIR", "Folder for the status file", &options->folder}},
+            {value("--seconds", "S", "How long, in seconds", &options->seconds, {.range = Range{0.1, 86400}}),
+             value("--interval", "MS",
+                   "Milliseconds between two rows, up to 255; 0: as fast as it goes, in real time",
+                   &options->intervalMs, {.range = Range{0, 255}}),
+             value("--mode", "N", "Working mode meanwhile", &options->mode, {.words = modeNumbers}),
+             value("-o,--output", "DIR", "Folder for the status file", &options->folder)},
             options->settings),
         .examples = {{"oisctl record -o out", "ten seconds of hand shake"},
                      {"oisctl record --motion ride.csv --seconds 60",

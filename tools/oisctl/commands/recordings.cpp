@@ -37,19 +37,17 @@ RecordingStats stats(const Options& options, const Recording& recording) {
 }
 
 std::vector<Option> recordingOptions(Options& options) {
-    return {{"file", "STATUS_FILE", "Status recording", &options.file, {.required = true}},
-            {"--limit",
-             "DEGREES",
-             "The lens's travel either way; else estimated",
-             &options.limitAngle,
-             {.range = Range{0.001, 90}}},
+    return {value("file", "STATUS_FILE", "Status recording", &options.file, {.required = true}),
+            value("--limit", "DEGREES", "The lens's travel either way; else estimated", &options.limitAngle,
+                  {.range = Range{0.001, 90}}),
             jsonOption(options.settings)};
 }
 
 std::vector<Option> withOutput(Options& options) {
     std::vector<Option> all = recordingOptions(options);
-    all.push_back({"-o,--output", "FILE", "Picture, .png or .svg; else beside you, named after the recording",
-                   &options.output});
+    all.push_back(value("-o,--output", "FILE",
+                        "Picture, .png or .svg; else beside you, named after the recording",
+                        &options.output));
     return all;
 }
 

@@ -76,10 +76,11 @@ int run(const Options& options) {
 Command describeSamples() {
     auto options = std::make_shared<Options>();
     return {
-        .options = withPhoneOptions(
-            {{"--seconds", "S", "How long, in seconds", &options->seconds, {.range = Range{0.001, 86400}}},
-             {"--every", "S", "Seconds between two drains", &options->everyS, {.range = Range{0.001, 3600}}}},
-            options->settings),
+        .options = withPhoneOptions({value("--seconds", "S", "How long, in seconds", &options->seconds,
+                                           {.range = Range{0.001, 86400}}),
+                                     value("--every", "S", "Seconds between two drains", &options->everyS,
+                                           {.range = Range{0.001, 3600}})},
+                                    options->settings),
         .notes =
             "The columns are the driver's six sample values, with what this phone's hub puts there: rad/s "
             "and m/s^2.\n",

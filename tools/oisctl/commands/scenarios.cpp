@@ -81,12 +81,9 @@ int show(const Options& options) {
 Command describeScenarios() {
     auto options = std::make_shared<Options>();
     return {
-        .options = {{"name",
-                     "NAME|FILE",
-                     "Show this shipped scenario's text, or check this file",
-                     &options->name,
-                     {.words = scenarioNames}},
-                    {"--fields", "", "List what a span may state", &options->fields},
+        .options = {value("name", "NAME|FILE", "Show this shipped scenario's text, or check this file",
+                          &options->name, {.words = scenarioNames}),
+                    flag("--fields", "List what a span may state", &options->fields),
                     jsonOption(options->settings)},
         .examples = {{"oisctl scenarios", "what ships"},
                      {"oisctl scenarios video-zoom > mine.toml", "a start for one of your own"},

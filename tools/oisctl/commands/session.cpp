@@ -116,8 +116,7 @@ int run(const Options& options) {
         return conclude(session, Tour(session, options).run());
     }
     const Scenario scenario = scenarioByName(options.scenario, options.settings.seed);
-    if (options.settings.kernel == "real" && options.settings.thermalFolder.empty() &&
-        scenario.setsTemperature()) {
+    if (options.settings.realKernel && options.settings.thermalFolder.empty() && scenario.setsTemperature()) {
         throw InputError("--scenario " + options.scenario +
                          ": sets the temperature, which --kernel real allows only with --thermal-folder");
     }
@@ -134,26 +133,16 @@ Command describeSession() {
     auto options = std::make_shared<Options>();
     return {
         .options = withPhoneOptions(
-            {{"--scenario",
-              "NAME|FILE",
-              "Play a timeline of 3A requests instead ('oisctl scenarios')",
-              &options->scenario,
-              {.words = scenarioNames}},
-             {"--modes",
-              "N,N",
-              "Modes to go through",
-              &options->modes,
-              {.words = modeNumbers, .commas = true, .excludes = "--scenario"}},
-             {"--operations",
-              "NAME,NAME",
-              "Operations to run; else all but detect-defect",
-              [options](const std::string& word) { options->operations.push_back(operationNumber(word)); },
-              {.words = operationNames, .commas = true, .excludes = "--scenario"}},
-             {"--hold",
-              "S",
-              "Seconds to stay in each mode",
-              &options->holdS,
-              {.range = Range{0, 86400}, .excludes = "--scenario"}}},
+            {value("--scenario", "NAME|FILE", "Play a timeline of 3A requests instead ('oisctl scenarios')",
+                   &options->scenario, {.words = scenarioNames}),
+             value("--modes", "N,N", "Modes to go through", &options->modes,
+                   {.words = modeNumbers, .commas = true, .excludes = "--scenario"}),
+             value(
+                 "--operations", "NAME,NAME", "Operations to run; else all but detect-defect",
+                 [options](const std::string& word) { options->operations.push_back(operationNumber(word)); },
+                 {.words = operationNames, .commas = true, .excludes = "--scenario"}),
+             value("--hold", "S", "Seconds to stay in each mode", &options->holdS,
+                   {.range = Range{0, 86400}, .excludes = "--scenario"})},
             options->settings),
         .examples = {{"oisctl session", "the controller behind the sensor hub"},
                      {"oisctl session -m dw9786", "one on the sub-device"},

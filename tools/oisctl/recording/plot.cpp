@@ -128,8 +128,8 @@ class Script {
         const std::string name = fs::path(mRecording.source).filename().string();
         mOut << "set label 1 " << quoted(name) << " at screen 0.04,0.985 left noenhanced font ',22'\n"
              << "set label 2 "
-             << quoted(grouped(mStats.rows) + " rows, " + number(mStats.durationS, 2) + " s at " +
-                       number(mStats.rateHz, 1) + " Hz, " + std::to_string(mStats.gaps) +
+             << quoted(grouped(mStats.rows) + " rows, " + figure(mStats.durationS, 2) + " s at " +
+                       figure(mStats.rateHz, 1) + " Hz, " + std::to_string(mStats.gaps) +
                        (mStats.gaps == 1 ? " gap" : " gaps") +
                        "; to the right: where the residual is largest")
              << " at screen 0.04,0.969 left noenhanced font ',15'\n";

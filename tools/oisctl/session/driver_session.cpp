@@ -32,7 +32,7 @@ constexpr int64_t kBringUpLimitUs = 2'000'000;
 
 phone::PhoneOptions phoneOptions(const Settings& settings) {
     phone::PhoneOptions options;
-    options.kernel = settings.kernel == "real" ? phone::KernelKind::kReal : phone::KernelKind::kSimulated;
+    options.kernel = settings.realKernel ? phone::KernelKind::kReal : phone::KernelKind::kSimulated;
     options.clock = settings.realTime ? phone::ClockMode::kRealTime : phone::ClockMode::kSimulated;
     options.folder = settings.folder;
     options.dumpFolder = settings.dumpFolder;
@@ -84,7 +84,7 @@ std::unique_ptr<phone::Phone> makePhone(const Settings& settings) {
 }
 
 void requireMatchingFolders(const Settings& settings) {
-    if (settings.kernel == "real") return;
+    if (settings.realKernel) return;
     for (const auto& [option, folder] : {std::pair("--dump-folder ", &settings.dumpFolder),
                                          std::pair("--thermal-folder ", &settings.thermalFolder)}) {
         if (!folder->empty()) {
@@ -108,9 +108,8 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
         mTraceOutput.show(event, ended);
         if (mObserver) mObserver(event);
     });
-    mPhone->log().setLevel(phone::logLevelByName(settings.logLevel));
-    mPhone->log().setSinks(settings.logSinks == "debug" || settings.logSinks == "both",
-                           settings.logSinks == "unified" || settings.logSinks == "both");
+    mPhone->log().setLevel(settings.logLevel);
+    mPhone->log().setSinks(settings.debugLog, settings.unifiedLog);
     mPhone->fit(settings.sensorDev, mModule);
     setMotion(settings.motion.empty() ? "hand" : settings.motion);
     setProperties();
@@ -145,7 +144,7 @@ void DriverSession::setMotion(const std::string& nameOrFile) {
 }
 
 phone::Stabiliser* DriverSession::stabiliser() {
-    if (mSettings.kernel == "real" && !behindHub()) return nullptr;
+    if (mSettings.realKernel && !behindHub()) return nullptr;
     if (!mModule.hasOis) return nullptr;
     if (behindHub()) return &mPhone->hub().chip().stabiliser();
     phone::Controller* controller = mPhone->controller(mSettings.sensorDev);

@@ -11,6 +11,7 @@
 #include "cli/command.h"
 #include "faults/faults.h"
 #include "modules/module_description.h"
+#include "services/log_service.h"
 #include "services/property_store.h"
 
 namespace oisctl {
@@ -28,7 +29,7 @@ struct Settings {
     uint64_t seed = 1;
 
     bool realTime = false;
-    std::string kernel = "simulated";
+    bool realKernel = false;  // this machine's own
     std::filesystem::path dumpFolder;
     std::filesystem::path thermalFolder;
     std::filesystem::path folder;
@@ -39,8 +40,9 @@ struct Settings {
     bool verbose = false;  // the driver's messages too
     bool quiet = false;
     bool wallTime = false;  // tell the machine's own time too, which differs from run to run
-    std::string logLevel = "debug";
-    std::string logSinks = "unified";
+    phone::LogLevel logLevel = phone::LogLevel::kDebug;
+    bool debugLog = false;
+    bool unifiedLog = true;
 };
 
 // The options that fill `settings`, which must outlive them, behind a command's `own`.

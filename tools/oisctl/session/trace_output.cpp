@@ -1,5 +1,7 @@
 #include "session/trace_output.h"
 
+#include <fmt/core.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -19,9 +21,7 @@ constexpr size_t kTimeColumns = 10;
 constexpr size_t kLongestLine = 180;
 
 std::string timeColumn(int64_t timeUs) {
-    const std::string text = number(static_cast<double>(timeUs) * kMicro, 4);
-    const std::string padding(text.size() < kTimeColumns ? kTimeColumns - text.size() : 0, ' ');
-    return styled(Style::kDim, padding + text + " s");
+    return styled(Style::kDim, fmt::format("{:{}.4f} s", static_cast<double>(timeUs) * kMicro, kTimeColumns));
 }
 
 bool failed(const Event& event) {
