@@ -68,6 +68,10 @@ int Kernel::joinThread(pthread_t thread, void** result) {
     std::optional<uint32_t> number = clock.threadNumber(thread);
     if (!number) number = clock.endedThreadNumber(thread);
     const int error = clock.joinThread(thread, result);
+    if (error == 0 && number) {
+        const std::lock_guard lock(mMutex);
+        mScheduling.erase(*number);
+    }
     if (mPhone.trace().enabled()) {
         traceCall(EventKind::kThread, "pthread_join", threadFields(number), error, error, {});
     }
