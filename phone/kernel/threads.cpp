@@ -48,24 +48,26 @@ int Kernel::usleep(uint32_t us) {
 
 int Kernel::createThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                          void* argument) {
-    Clock& clock = mClock;
-    clock.enter();
+    mClock.enter();
     const Fate fate = mFaults.consult(FaultPoint::kThreadCreate);
     const int error =
-        fate.error() != 0 ? fate.error() : clock.createThread(thread, attributes, start, argument);
+        fate.error() != 0 ? fate.error() : mClock.createThread(thread, attributes, start, argument);
     if (mTrace.enabled()) {
-        auto fields = error == 0 ? threadFields(clock.threadNumber(*thread)) : std::vector<Field>{};
+        auto fields = error == 0 ? threadFields(mClock.threadNumber(*thread)) : std::vector<Field>{};
         traceCall(EventKind::kThread, "pthread_create", std::move(fields), error, error, fate);
     }
     return error;
 }
 
 int Kernel::joinThread(pthread_t thread, void** result) {
-    Clock& clock = mClock;
-    clock.enter();
-    std::optional<uint32_t> number = clock.threadNumber(thread);
-    if (!number) number = clock.endedThreadNumber(thread);
-    const int error = clock.joinThread(thread, result);
+    mClock.enter();
+    std::optional<uint32_t> number = mClock.threadNumber(thread);
+    if (!number) number = mClock.endedThreadNumber(thread);
+    const int error = mClock.joinThread(thread, result);
+    if (error == 0 && number) {
+        const std::lock_guard lock(mMutex);
+        mScheduling.erase(*number);
+    }
     if (mTrace.enabled()) {
         traceCall(EventKind::kThread, "pthread_join", threadFields(number), error, error, {});
     }
@@ -73,10 +75,9 @@ int Kernel::joinThread(pthread_t thread, void** result) {
 }
 
 int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param) {
-    Clock& clock = mClock;
-    clock.enter();
-    clock.threadNumber();  // so that a thread that asks for itself is known
-    const std::optional<uint32_t> number = clock.threadNumber(thread);
+    mClock.enter();
+    mClock.threadNumber();  // so that a thread that asks for itself is known
+    const std::optional<uint32_t> number = mClock.threadNumber(thread);
     const Fate fate = mFaults.consult(FaultPoint::kThreadSchedule);
     const bool lost = fate.lost();
     int error = fate.error();
@@ -103,10 +104,9 @@ int Kernel::setScheduling(pthread_t thread, int policy, const sched_param* param
 }
 
 int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
-    Clock& clock = mClock;
-    clock.enter();
-    clock.threadNumber();
-    const std::optional<uint32_t> number = clock.threadNumber(thread);
+    mClock.enter();
+    mClock.threadNumber();
+    const std::optional<uint32_t> number = mClock.threadNumber(thread);
     const Fate fate = mFaults.consult(FaultPoint::kThreadPriority);
     int error = fate.error();
     if (error != 0) {

@@ -1,7 +1,6 @@
 #include "services/telemetry.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
 #include "entry/phone_in_use.h"
@@ -22,10 +21,7 @@ struct Telemetry::State {
     Clock& clock;
     Faults& faults;
     Trace& trace;
-    std::mutex mutex;  // of the rest
-    std::vector<TelemetryReport> reports;
-    uint64_t lookups = 0;
-    bool present = true;
+    std::atomic<bool> present{true};
     std::atomic<int32_t> references{0};
 };
 
@@ -40,11 +36,6 @@ class Telemetry::Service final : public IRuvex {
         if (!phone || !mState->phoneAlive) return android::hardware::Return<void>(false);
         mState->clock.enter();
         const Fate fate = mState->faults.consult(FaultPoint::kTelemetryReport);
-        const std::lock_guard lock(mState->mutex);
-        if (!fate.fails() && !fate.lost()) {
-            mState->reports.push_back(
-                {moduleId.c_str(), eventId.c_str(), content.c_str(), mState->clock.nowUs()});
-        }
         if (mState->trace.enabled()) {
             mState->trace.record({.kind = EventKind::kTelemetry,
                                   .name = "report",
@@ -71,23 +62,7 @@ Telemetry::~Telemetry() {
 }
 
 void Telemetry::setPresent(bool present) {
-    const std::lock_guard lock(mState->mutex);
     mState->present = present;
-}
-
-bool Telemetry::present() const {
-    const std::lock_guard lock(mState->mutex);
-    return mState->present;
-}
-
-std::vector<TelemetryReport> Telemetry::reports() const {
-    const std::lock_guard lock(mState->mutex);
-    return mState->reports;
-}
-
-uint64_t Telemetry::lookups() const {
-    const std::lock_guard lock(mState->mutex);
-    return mState->lookups;
 }
 
 int32_t Telemetry::references() const {
@@ -97,12 +72,7 @@ int32_t Telemetry::references() const {
 android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getStub) {
     mState->clock.enter();
     const Fate fate = mState->faults.consult(FaultPoint::kTelemetry);
-    bool found = false;
-    {
-        const std::lock_guard lock(mState->mutex);
-        ++mState->lookups;
-        found = mState->present && !fate.fails() && !fate.lost();
-    }
+    const bool found = mState->present && !fate.fails() && !fate.lost();
     if (mState->trace.enabled()) {
         mState->trace.record({.kind = EventKind::kTelemetry,
                               .name = "getService",

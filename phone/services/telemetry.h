@@ -1,10 +1,9 @@
 #pragma once
-// The phone's telemetry service: keeps what was reported to it.
+// The phone's telemetry service; the trace has what was reported to it.
 
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "vendor/quor/hardware/ruvex/1.0/IRuvex.h"
 
@@ -14,14 +13,7 @@ class Clock;
 class Faults;
 class Trace;
 
-struct TelemetryReport {
-    std::string moduleId;
-    std::string eventId;
-    std::string content;
-    int64_t timeUs = 0;
-};
-
-// Any thread. A reference to the service that outlives the phone takes reports without keeping them.
+// Any thread. A reference to the service that outlives the phone fails every report.
 class Telemetry {
   public:
     Telemetry(Clock& clock, Trace& trace, Faults& faults);
@@ -31,10 +23,7 @@ class Telemetry {
 
     // Whether the phone has the service; it does at first.
     void setPresent(bool present);
-    bool present() const;
-    std::vector<TelemetryReport> reports() const;
-    // How often the service was looked up, and how many of the references handed out are still held.
-    uint64_t lookups() const;
+    // How many of the references handed out are still held.
     int32_t references() const;
 
     // For the platform's entry point: the service, or null.
