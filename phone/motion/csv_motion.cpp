@@ -1,10 +1,12 @@
 // Recorded motions.
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
+#include <ranges>
 #include <sstream>
 #include <stdexcept>
 
@@ -14,9 +16,17 @@
 namespace phone {
 namespace {
 
-constexpr size_t kColumns = 7;
-constexpr std::array<std::string_view, kColumns> kNames = {
-    "time_s", "gyro_x_rad_s", "gyro_y_rad_s", "gyro_z_rad_s", "acc_x_m_s2", "acc_y_m_s2", "acc_z_m_s2"};
+struct Column {
+    std::string_view name;
+    double limit;  // either way: far beyond what a hand can do, so what lies further is in another unit
+};
+constexpr std::array<Column, 7> kColumns = {{{"time_s", 1e10},
+                                             {"gyro_x_rad_s", 100},
+                                             {"gyro_y_rad_s", 100},
+                                             {"gyro_z_rad_s", 100},
+                                             {"acc_x_m_s2", 1000},
+                                             {"acc_y_m_s2", 1000},
+                                             {"acc_z_m_s2", 1000}}};
 
 std::vector<std::string_view> split(std::string_view line) {
     std::vector<std::string_view> cells;
@@ -26,10 +36,6 @@ std::vector<std::string_view> split(std::string_view line) {
         if (comma == std::string_view::npos) return cells;
         begin = comma + 1;
     }
-}
-
-std::string counted(size_t count, const char* what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 class Reader {
@@ -45,22 +51,21 @@ class Reader {
         }
         if (mSamples.size() < 2) {
             mLine = std::max<size_t>(mLine, 1);  // of an empty file
-            fail("the file ends after " + counted(mSamples.size(), "sample") + "; a motion needs at least 2");
+            fail(fmt::format("the file ends after {} of at least 2 samples", mSamples.size()));
         }
         return std::move(mSamples);
     }
 
   private:
     [[noreturn]] void fail(const std::string& reason) const {
-        throw std::runtime_error(mFile + ":" + std::to_string(mLine) + ": " + reason);
+        throw std::runtime_error(fmt::format("{}:{}: {}", mFile, mLine, reason));
     }
 
     void takeLine(std::string_view text) {
         const std::vector<std::string_view> cells = split(text);
-        if (cells.size() != kColumns) {
-            fail(counted(cells.size(), "column") +
-                 ", expected 7: time_s, gyro x, y, z in rad/s, "
-                 "acceleration x, y, z in m/s^2");
+        if (cells.size() != kColumns.size()) {
+            fail(fmt::format("{} columns, expected {}: {}", cells.size(), kColumns.size(),
+                             fmt::join(kColumns | std::views::transform(&Column::name), ",")));
         }
         const bool first = !mSeenContent;
         mSeenContent = true;
@@ -72,27 +77,29 @@ class Reader {
     }
 
     void checkNames(const std::vector<std::string_view>& cells) const {
-        for (size_t i = 0; i < kColumns; ++i) {
-            if (cells[i] == kNames[i]) continue;
-            fail("column " + std::to_string(i + 1) + " is \"" + std::string(cells[i]) + "\", expected \"" +
-                 std::string(kNames[i]) + "\"");
+        for (size_t i = 0; i < cells.size(); ++i) {
+            if (cells[i] == kColumns[i].name) continue;
+            fail(fmt::format("column {} is \"{}\", expected \"{}\"", i + 1, cells[i], kColumns[i].name));
         }
     }
 
     void takeSample(const std::vector<std::string_view>& cells) {
-        std::array<double, kColumns> values{};
-        for (size_t i = 0; i < kColumns; ++i) values[i] = number(cells[i], kNames[i]);
+        std::array<double, kColumns.size()> values{};
+        for (size_t i = 0; i < values.size(); ++i) values[i] = number(cells[i], kColumns[i]);
         if (!mSamples.empty() && values[0] <= mSamples.back().timeS) {
-            fail("time_s " + std::string(cells[0]) + " is not after that of the sample before");
+            fail(fmt::format("time_s {} is not after {}, that of the sample before", values[0],
+                             mSamples.back().timeS));
         }
         mSamples.push_back({values[0], {values[1], values[2], values[3]}, {values[4], values[5], values[6]}});
     }
 
-    double number(std::string_view cell, std::string_view name) const {
+    double number(std::string_view cell, const Column& column) const {
         double value = 0;
         const auto [end, error] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
-        if (error != std::errc() || end != cell.data() + cell.size() || !std::isfinite(value)) {
-            fail(std::string(name) + " is \"" + std::string(cell) + "\", expected a number");
+        // A NaN compares with nothing.
+        if (error != std::errc() || end != cell.data() + cell.size() || !(std::abs(value) <= column.limit)) {
+            fail(fmt::format("{} is \"{}\", expected a number from {} to {}", column.name, cell,
+                             -column.limit, column.limit));
         }
         return value;
     }
@@ -119,10 +126,8 @@ class CsvMotion : public MotionSource {
     }
 
     std::string describe() const override {
-        char text[64];
-        std::snprintf(text, sizeof text, ": %.1f s at %.1f Hz", mDurationS,
-                      static_cast<double>(mSamples.size()) / mDurationS);
-        return mName + text;
+        return fmt::format("{}: {:.1f} s at {:.1f} Hz", mName, mDurationS,
+                           static_cast<double>(mSamples.size()) / mDurationS);
     }
     double durationS() const override { return mDurationS; }
 

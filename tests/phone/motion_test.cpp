@@ -97,11 +97,13 @@ TEST(MotionFile, InterpolatesAndStartsOver) {
 
 TEST(MotionFile, SaysWhatIsWrongAndWhere) {
     const std::pair<const char*, const char*> cases[] = {
-        {"", ":1: the file ends after 0 samples"},
-        {"0,0,0,0,0,0,0\n1,0,0,0,0,0\n", ":2: 6 columns, expected 7"},
-        {"0,0,0,0,0,nan,0\n", ":1: acc_y_m_s2 is \"nan\", expected a number"},
+        {"", ":1: the file ends after 0 of at least 2 samples"},
+        {"0,0,0,0,0,0,0\n1,0,0,0,0,0\n", ":2: 6 columns, expected 7: time_s,gyro_x_rad_s,"},
+        {"0,0,0,0,0,nan,0\n", ":1: acc_y_m_s2 is \"nan\", expected a number from -1000 to 1000"},
         {"0,0,0,0,0,0,1.5g\n", ":1: acc_z_m_s2 is \"1.5g\", expected a number"},
-        {"0,0,0,0,0,0,0\n0.0,0,0,0,0,0,0\n", ":2: time_s 0.0 is not after"},
+        {"0,-100.5,0,0,0,0,0\n", ":1: gyro_x_rad_s is \"-100.5\", expected a number from -100 to 100"},
+        {"1e11,0,0,0,0,0,0\n", ":1: time_s is \"1e11\", expected a number from -10000000000"},
+        {"0.5,0,0,0,0,0,0\n0.50,0,0,0,0,0,0\n", ":2: time_s 0.5 is not after 0.5,"},
         {"# c\ntime_s,gyro_x_dps,gyro_y_rad_s,gyro_z_rad_s,acc_x_m_s2,acc_y_m_s2,acc_z_m_s2\n",
          ":2: column 2 is \"gyro_x_dps\", expected \"gyro_x_rad_s\""},
     };
