@@ -11,13 +11,11 @@ namespace phone {
 
 enum class ClockMode {
     // Time stands still while any thread works and jumps to the next wake-up when all sleep or join. A new
-    // thread
-    // takes its first turn when its creator sleeps or joins. One run is like the next.
+    // thread takes its first turn when its creator sleeps or joins. One run is like the next.
     kSimulated,
     // Sleeps last as long as they say; the clock is the machine's.
     kRealTime,
-    // Sleeps return at once and only add to the clock; threads run as the machine schedules them. For stress
-    // tests.
+    // For stress tests: sleeps return at once and only add to the clock; the machine schedules the threads.
     kFreeRunning,
 };
 
