@@ -94,13 +94,12 @@ Event read(const Json& json) {
 
 }  // namespace
 
-std::string toJson(const Event& event) {
+std::string toJson(const Event& event, bool inTrace) {
     const Decoded decoded = decode(event);
-    Json object{{"sequence", event.sequence},
-                {"time_us", event.timeUs},
-                {"thread", event.thread},
-                {"kind", name(event.kind)},
-                {"name", decoded.name}};
+    Json object;
+    if (inTrace) object = {{"sequence", event.sequence}, {"time_us", event.timeUs}, {"thread", event.thread}};
+    object["kind"] = name(event.kind);
+    object["name"] = decoded.name;
     if (isCommand(event.kind) || event.kind == EventKind::kMedia) object["code"] = event.code;
     if (event.phase != HubPhase::kUnknown) object["phase"] = kPhaseNames[static_cast<size_t>(event.phase)];
     if (!event.sent.empty()) object["sent"] = hexOf(event.sent);
@@ -111,6 +110,14 @@ std::string toJson(const Event& event) {
     if (event.result) object["result"] = *event.result;
     if (event.error != 0) object["error"] = errorName(event.error);
     if (event.fault != nullptr) object["fault"] = event.fault->text;
+    // A request alone, as somebody asks what it is.
+    if (!inTrace && event.sent.empty() && event.kind != EventKind::kHub && event.code != 0) {
+        const RequestInfo* info = findRequest(event.code);
+        if (info == nullptr) info = findMediaRequest(event.code);
+        object["direction"] = direction(event.code);
+        object["size"] = _IOC_SIZE(event.code);
+        if (info != nullptr) object["meaning"] = info->meaning;
+    }
     // Bytes that are no UTF-8 become U+FFFD: a garbled record must not end the trace.
     return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

@@ -89,8 +89,8 @@ std::string toText(const Event& event, bool withHead = true);
 // A call as it would be written: "SetMode(2 on)".
 std::string callText(const Event& event);
 // One JSON object, no newline. The bytes of a command stand beside what they mean, so that eventOfJson gets
-// all of it back.
-std::string toJson(const Event& event);
+// all of it back. Without `inTrace` it says nothing of when and where.
+std::string toJson(const Event& event, bool inTrace = true);
 // Throws std::invalid_argument that says what is missing or wrong.
 Event eventOfJson(std::string_view json);
 

@@ -10,7 +10,6 @@
 #include <tuple>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "base/closest_name.h"
 #include "base/errors.h"
@@ -151,15 +150,8 @@ bool looksLikeCode(std::string_view token) {
     return type == ois::kRequestType || type == '|';
 }
 
-nlohmann::ordered_json eventJson(const phone::Event& event) {
-    auto object = nlohmann::ordered_json::parse(phone::toJson(event));
-    // A capture says nothing of when and where.
-    for (const char* key : {"sequence", "time_us", "thread"}) object.erase(key);
-    return object;
-}
-
 std::string shownEvent(const phone::Event& event, bool json) {
-    return json ? eventJson(event).dump() : toText(event, false);
+    return json ? toJson(event, false) : toText(event, false);
 }
 
 std::string describeRequest(uint32_t code, int error, bool json) {
@@ -167,13 +159,7 @@ std::string describeRequest(uint32_t code, int error, bool json) {
     phone::Event event = phone::requestEvent(code, {}, {});
     if (error != 0) event.result = -1;
     event.error = error;
-    if (json) {
-        auto object = eventJson(event);
-        object["direction"] = phone::direction(code);
-        object["size"] = _IOC_SIZE(code);
-        if (info != nullptr) object["meaning"] = info->meaning;
-        return object.dump();
-    }
+    if (json) return toJson(event, false);
     std::string text = toText(event, false);
     if (info == nullptr) return text;
     return text + "  " + std::string(phone::direction(code)) + ", " + count(_IOC_SIZE(code), "byte") + " (" +
@@ -342,9 +328,8 @@ std::string decodeMessage(const Item& item, bool json) {
 std::string decodeEvent(const Item& item, bool json) {
     try {
         const phone::Event event = phone::eventOfJson(item.text);
-        // What stood in no trace has no place in one.
         const bool inTrace = event.sequence != 0;
-        if (json) return inTrace ? phone::toJson(event) : eventJson(event).dump();
+        if (json) return phone::toJson(event, inTrace);
         return phone::toText(event, inTrace);
     } catch (const std::invalid_argument& error) {
         throw BadItem(error.what());
