@@ -129,11 +129,15 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
 }
 
 TEST_F(Oisctl, SignalsEndEveryCommandInOrderWithTheirStatus) {
-    const std::tuple<const char*, const char*, int> cases[] = {
-        {"session --hold 60", "INT", 130},    {"session --hold 60", "TERM", 143},
-        {"session --hold 60", "HUP", 129},    {"record --seconds 60", "INT", 130},
-        {"samples --seconds 60", "INT", 130}, {"registers --watch", "TERM", 143},
-        {"detect-defect", "INT", 130}};
+    const std::tuple<const char*, const char*, int> cases[] = {{"session --hold 60", "INT", 130},
+                                                               {"session --hold 60", "TERM", 143},
+                                                               {"session --hold 60", "HUP", 129},
+                                                               {"record --seconds 60", "INT", 130},
+                                                               {"samples --seconds 60", "INT", 130},
+                                                               {"registers --watch", "TERM", 143},
+                                                               {"detect-defect", "INT", 130},
+                                                               {"calibrate", "HUP", 129},
+                                                               {"firmware-update --times 9", "TERM", 143}};
     for (const auto& [command, signal, status] : cases) {
         SCOPED_TRACE(std::string(command) + ' ' + signal);
         const Outcome result =
