@@ -18,10 +18,10 @@ Json toJson(const Record& record);
 
 struct ToJson {
     Json operator()(std::monostate) const { return nullptr; }
-    Json operator()(const Record& record) const { return toJson(record); }
-    Json operator()(const Table& table) const {
+    Json operator()(const std::shared_ptr<const Record>& record) const { return toJson(*record); }
+    Json operator()(const std::shared_ptr<const Table>& table) const {
         Json rows = Json::array();
-        for (const Record& row : table.rows) rows.push_back(toJson(row));
+        for (const Record& row : table->rows) rows.push_back(toJson(row));
         return rows;
     }
     // Twelve digits are more than anything here is measured to, and hide what binary fractions add.
@@ -45,8 +45,8 @@ struct ToText {
     std::string operator()(const std::vector<std::string>& words) const {
         return words.empty() ? "-" : fmt::format("{}", fmt::join(words, ", "));
     }
-    std::string operator()(const Record&) const { return {}; }
-    std::string operator()(const Table&) const { return {}; }
+    std::string operator()(const std::shared_ptr<const Record>&) const { return {}; }
+    std::string operator()(const std::shared_ptr<const Table>&) const { return {}; }
     std::string operator()(const auto& plain) const { return fmt::format("{}", plain); }
 };
 
@@ -117,9 +117,9 @@ void printText(const Record& report) {
         alone = alone && field.label.empty();
     }
     for (const Field& field : report) {
-        const Table* const table = std::get_if<Table>(&field.value.data);
-        if (table != nullptr && !table->columns.empty()) {
-            printTable(*table, alone ? "" : "  ");
+        const auto* const table = std::get_if<std::shared_ptr<const Table>>(&field.value.data);
+        if (table != nullptr && !(*table)->columns.empty()) {
+            printTable(**table, alone ? "" : "  ");
         } else if (!field.label.empty()) {
             printEntry(field, width);
         }
@@ -130,8 +130,8 @@ void printText(const Record& report) {
 
 // What it reads as, not the binary fraction behind it.
 Value::Value(float value) : data(std::isfinite(value) ? std::stod(fmt::to_string(value)) : double{value}) {}
-Value::Value(Record value) : data(std::move(value)) {}
-Value::Value(Table value) : data(std::move(value)) {}
+Value::Value(Record value) : data(std::make_shared<const Record>(std::move(value))) {}
+Value::Value(Table value) : data(std::make_shared<const Table>(std::move(value))) {}
 
 std::string figure(double value, int decimals, std::string_view unit) {
     if (!std::isfinite(value)) return "-";

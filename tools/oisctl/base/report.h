@@ -4,6 +4,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,23 +16,13 @@
 namespace oisctl {
 
 struct Field;
+struct Table;
 using Record = std::vector<Field>;
 
-struct TableColumn {
-    std::string_view key;
-    std::string_view heading;
-    bool right = false;  // numbers stand better to the right
-};
-
-// Records of the same fields. The text shows the columns, the JSON every field that has a key.
-struct Table {
-    std::vector<TableColumn> columns;
-    std::vector<Record> rows;
-};
-
 struct Value {
-    using Data = std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string,
-                              std::vector<std::string>, Record, Table>;
+    using Data =
+        std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, std::vector<std::string>,
+                     std::shared_ptr<const Record>, std::shared_ptr<const Table>>;
     Value() = default;  // not known
     Value(bool value) : data(value) {}
     Value(std::signed_integral auto value) : data(int64_t{value}) {}
@@ -54,6 +45,18 @@ struct Field {
     Value value;
     std::string text{};  // what the text says instead of the value; lines ended by newlines
     Style style = Style::kPlain;
+};
+
+struct TableColumn {
+    std::string_view key;
+    std::string_view heading;
+    bool right = false;  // numbers stand better to the right
+};
+
+// Records of the same fields. The text shows the columns, the JSON every field that has a key.
+struct Table {
+    std::vector<TableColumn> columns;
+    std::vector<Record> rows;
 };
 
 // A value with its unit, as it stands behind the number (" deg"): "-" for NaN and infinity, and never "-0.0".

@@ -56,8 +56,8 @@ inline Option value(std::string names, std::string valueName, std::string help, 
                     OptionRules rules = {}) {
     return {std::move(names), std::move(valueName), std::move(help), std::move(target), std::move(rules)};
 }
-inline Option flag(std::string names, std::string help, bool* target) {
-    return {std::move(names), "", std::move(help), target};
+inline Option flag(std::string names, std::string help, Target target) {
+    return {std::move(names), "", std::move(help), std::move(target)};
 }
 
 struct Example {

@@ -153,7 +153,7 @@ Record fieldsOf(const Update& update) {
 }
 
 std::vector<TableColumn> updateColumns(bool behindHub) {
-    if (!behindHub) return {{"outcome", "OUTCOME"}};
+    if (!behindHub) return {{"duration_s", "TIME", true}, {"outcome", "OUTCOME"}};
     return {{"version_before", "BEFORE"}, {"version_after", "AFTER"},     {"image_version", "IMAGE"},
             {"blocks", "BLOCKS"},         {"clock_hz", "CLOCK HZ", true}, {"code", "CODE", true},
             {"value", "VALUE", true},     {"duration_s", "TIME", true},   {"outcome", "OUTCOME"}};

@@ -165,10 +165,9 @@ void remark(DriverSession& session, const Tally::Counts& counts) {
 
 Record moduleFields(const DriverSession& session) {
     const phone::ModuleDescription& module = session.module();
-    return {{"module", "module", module.name,
-             fmt::format("{}, {}", module.name,
-                         module.behindHub() ? "behind the sensor hub" : "on its sub-device")},
-            {"way", "", wayName(module)}};
+    std::string text = module.name;
+    if (module.hasOis) text += module.behindHub() ? ", behind the sensor hub" : ", on its sub-device";
+    return {{"module", "module", module.name, text}, {"way", "", wayName(module)}};
 }
 
 int conclude(DriverSession& session, Record report, Ending ending, std::optional<bool> good) {
