@@ -37,6 +37,12 @@ if(OIS_BUILD_TOOLS)
   install(FILES ${documents}/oisctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endif()
 
+# What is installed, and no more.
+add_custom_target(product DEPENDS ${installed})
+if(OIS_BUILD_TOOLS)
+  add_dependencies(product oisctl oisctl_documents)
+endif()
+
 foreach(target ${installed})
   target_include_directories(${target} INTERFACE
       $<INSTALL_INTERFACE:${OIS_INCLUDE_DIR}> $<INSTALL_INTERFACE:${OIS_PLATFORM_INCLUDE_DIR}>)

@@ -69,12 +69,14 @@ need() {
     rm -f "$apt_log"
 }
 
-# build PRESET TARGET...: configures the preset when it is new and brings its targets up to date. Quiet unless it
-# takes a while or fails; writes to standard error only.
+# build PRESET TARGET...: configures the preset when it is new and brings its targets up to date. On a terminal ninja
+# shows how far it is; elsewhere one line says that something is built. Writes to standard error only.
 build() {
     local preset=$1 folder=$REPO/build/$1 log
     shift
     command -v ccache >/dev/null && export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+    # What ccache must overlook to store what uses a precompiled header.
+    export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS:-pch_defines,time_macros}
     mkdir -p "$folder"
     log=$folder/setup.log
     if [ ! -e "$folder/build.ninja" ]; then
@@ -83,10 +85,14 @@ build() {
             fail "cannot configure the preset '$preset'"
         }
     fi
-    if ! ninja -C "$folder" -n "$@" 2>/dev/null | grep -q 'no work to do'; then
-        echo "Building $preset (the first time takes a minute or two) ..." >&2
+    if [ -t 2 ]; then
+        ninja -C "$folder" -n "$@" | grep -q 'no work to do' || ninja -C "$folder" -j "$(nproc)" "$@" >&2 ||
+            fail "the build of '$preset' failed"
+        return
     fi
-    ninja -C "$folder" -j "$(nproc)" "$@" >"$log" 2>&1 || {
+    ninja -C "$folder" -j "$(nproc)" "$@" 2>&1 | tee "$log" |
+        awk -v preset="$preset" '!said && /\] (Building|Linking)/ { said = 1; print "Building " preset " ..." }' >&2
+    [ "${PIPESTATUS[0]}" = 0 ] || {
         grep -v '^\[[0-9]*/[0-9]*\] \(Building\|Linking\)' "$log" >&2
         fail "the build of '$preset' failed"
     }
