@@ -302,4 +302,15 @@ TEST_F(Oisctl, EveryFaultStrikesInItsExample) {
     }
 }
 
+TEST_F(Oisctl, TheDocumentsScenarioDoesWhatItSays) {
+    const std::string document = readFile(OIS_SOURCE_DIR "/docs/simulated-phone.md");
+    const size_t begin = document.find("```toml\n") + 8;
+    std::ofstream(mFolder / "example.toml") << document.substr(begin, document.find("```", begin) - begin);
+    for (const char* module : {"korvas4sw-hub", "dw9786"}) {
+        const Outcome outcome = run(std::string("session --scenario example.toml --json -m ") + module);
+        ASSERT_TRUE(json::accept(outcome.out)) << outcome.err;
+        EXPECT_EQ(json::parse(outcome.out)["faults"][0]["strikes"], 1) << module;
+    }
+}
+
 }  // namespace
