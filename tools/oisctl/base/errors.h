@@ -2,8 +2,11 @@
 // How a command of the tool ends: with one of these codes, or with 128 and the signal that ended it early
 // (main.cpp).
 
+#include <fmt/core.h>
+
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace oisctl {
 
@@ -24,5 +27,15 @@ class JobError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
+
+// What `work` gives. What it throws is wrong input; `prefix` says whose, as in "--module: ".
+template <typename Work>
+auto asInput(std::string_view prefix, const Work& work) {
+    try {
+        return work();
+    } catch (const std::runtime_error& error) {
+        throw InputError(fmt::format("{}{}", prefix, error.what()));
+    }
+}
 
 }  // namespace oisctl

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -21,7 +22,7 @@ struct ToJson {
     Json operator()(const std::shared_ptr<const Record>& record) const { return toJson(*record); }
     Json operator()(const std::shared_ptr<const Table>& table) const {
         Json rows = Json::array();
-        for (const Record& row : table->rows) rows.push_back(toJson(row));
+        for (const Record& row : *table) rows.push_back(toJson(row));
         return rows;
     }
     // Twelve digits are more than anything here is measured to, and hide what binary fractions add.
@@ -60,41 +61,31 @@ std::string padded(const std::string& text, size_t width, bool right, Style styl
     return right ? padding + styled(style, text) : styled(style, text) + padding;
 }
 
-using Line = std::vector<Field>;
-
-std::vector<Line> linesOf(const Table& table) {
-    std::vector<Line> lines(1);
-    for (const TableColumn& column : table.columns)
-        lines[0].push_back({"", "", {}, std::string(column.heading), Style::kBold});
-    for (const Record& row : table.rows) {
-        Line& line = lines.emplace_back();
-        for (const TableColumn& column : table.columns) {
-            const auto found = std::find_if(row.begin(), row.end(),
-                                            [&](const Field& field) { return field.key == column.key; });
-            line.push_back({"",
-                            "",
-                            {},
-                            found == row.end() ? "-" : textOf(*found),
-                            found == row.end() ? Style::kPlain : found->style});
-        }
-    }
-    return lines;
+bool isNumber(const Field& field) {
+    const auto is = []<typename T>(const T&) { return std::is_arithmetic_v<T> && !std::is_same_v<T, bool>; };
+    return std::visit(is, field.value.data);
 }
 
+bool hasColumns(const Table& table) {
+    return !table.empty() && !std::ranges::all_of(table.front(), &std::string::empty, &Field::label);
+}
+
+// Column by column. Numbers stand to the right.
 void printTable(const Table& table, std::string_view indent) {
-    const std::vector<Line> lines = linesOf(table);
-    std::vector<size_t> widths(table.columns.size());
-    for (const Line& line : lines)
-        for (size_t c = 0; c < line.size(); ++c) widths[c] = std::max(widths[c], columnsOf(line[c].text));
-    if (!table.columns.empty() && !table.columns.back().right) widths.back() = 0;
-    for (const Line& line : lines) {
-        std::string text(indent);
-        for (size_t c = 0; c < line.size(); ++c) {
-            if (c > 0) text += "  ";
-            text += padded(line[c].text, widths[c], table.columns[c].right, line[c].style);
-        }
-        printLine(text);
+    std::vector<std::string> lines(table.size() + 1, std::string(indent));
+    for (size_t c = 0; c < table.front().size(); ++c) {
+        std::string heading = table.front()[c].label;
+        if (heading.empty()) continue;
+        for (char& letter : heading)
+            letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+        size_t width = heading.size();
+        for (const Record& row : table) width = std::max(width, columnsOf(textOf(row[c])));
+        const bool right = std::ranges::any_of(table, [c](const Record& row) { return isNumber(row[c]); });
+        lines[0] += padded(heading, width, right, Style::kBold) + "  ";
+        for (size_t i = 0; i < table.size(); ++i)
+            lines[i + 1] += padded(textOf(table[i][c]), width, right, table[i][c].style) + "  ";
     }
+    for (const std::string& line : lines) printLine(line.substr(0, line.find_last_not_of(' ') + 1));
 }
 
 // The label stands in front of the first line only.
@@ -118,7 +109,7 @@ void printText(const Record& report) {
     }
     for (const Field& field : report) {
         const auto* const table = std::get_if<std::shared_ptr<const Table>>(&field.value.data);
-        if (table != nullptr && !(*table)->columns.empty()) {
+        if (table != nullptr && hasColumns(**table)) {
             printTable(**table, alone ? "" : "  ");
         } else if (!field.label.empty()) {
             printEntry(field, width);

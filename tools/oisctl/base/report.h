@@ -16,8 +16,10 @@
 namespace oisctl {
 
 struct Field;
-struct Table;
 using Record = std::vector<Field>;
+// Records of the same fields. The text shows those with a label, which heads their column; the JSON those
+// with a key.
+using Table = std::vector<Record>;
 
 struct Value {
     using Data =
@@ -45,18 +47,6 @@ struct Field {
     Value value;
     std::string text{};  // what the text says instead of the value; lines ended by newlines
     Style style = Style::kPlain;
-};
-
-struct TableColumn {
-    std::string_view key;
-    std::string_view heading;
-    bool right = false;  // numbers stand better to the right
-};
-
-// Records of the same fields. The text shows the columns, the JSON every field that has a key.
-struct Table {
-    std::vector<TableColumn> columns;
-    std::vector<Record> rows;
 };
 
 // A value with its unit, as it stands behind the number (" deg"): "-" for NaN and infinity, and never "-0.0".

@@ -1,5 +1,7 @@
 #include "base/suggest.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "base/closest_name.h"
@@ -19,12 +21,7 @@ std::string nearest(std::string_view typed, const std::vector<std::string>& cand
 }
 
 std::string joined(const std::vector<std::string>& words, std::string_view separator) {
-    std::string text;
-    for (const std::string& word : words) {
-        if (!text.empty()) text += separator;
-        text += word;
-    }
-    return text;
+    return fmt::format("{}", fmt::join(words, separator));
 }
 
 std::string suggestion(std::string_view typed, const std::vector<std::string>& candidates) {

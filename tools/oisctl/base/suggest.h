@@ -1,6 +1,7 @@
 #pragma once
 // "Did you mean": what a mistyped name was probably meant to be.
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,14 @@ std::string nearest(std::string_view typed, const std::vector<std::string>& cand
 
 // "; did you mean 'x'?", or "; it may be: a, b, c" when nothing is near.
 std::string suggestion(std::string_view typed, const std::vector<std::string>& candidates);
+
+// What `name` gives of each entry.
+template <typename Entries, typename Name>
+std::vector<std::string> namesIn(const Entries& entries, const Name& name) {
+    std::vector<std::string> names;
+    for (const auto& entry : entries) names.emplace_back(std::invoke(name, entry));
+    return names;
+}
 
 std::string joined(const std::vector<std::string>& words, std::string_view separator = ", ");
 

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -32,27 +33,8 @@ bool hasColours() {
     return has;
 }
 
-std::string_view escape(Style style) {
-    switch (style) {
-        case Style::kPlain:
-            return "";
-        case Style::kBold:
-            return "\x1b[1m";
-        case Style::kDim:
-            return "\x1b[2m";
-        case Style::kGood:
-            return "\x1b[32m";
-        case Style::kWarning:
-            return "\x1b[33m";
-        case Style::kBad:
-            return "\x1b[31m";
-        case Style::kName:
-            return "\x1b[36m";
-        case Style::kValue:
-            return "\x1b[35m";
-    }
-    return "";
-}
+// In the order of Style.
+constexpr std::array<std::string_view, 8> kEscapes = {"", "1", "2", "32", "33", "31", "36", "35"};
 
 void write(std::FILE* stream, std::string_view text) {
     if (!text.empty()) std::fwrite(text.data(), 1, text.size(), stream);
@@ -88,7 +70,7 @@ size_t terminalColumns() {
 
 std::string styled(Style style, std::string_view text) {
     if (!hasColours() || style == Style::kPlain) return std::string(text);
-    return std::string(escape(style)).append(text).append("\x1b[0m");
+    return fmt::format("\x1b[{}m{}\x1b[0m", kEscapes[static_cast<size_t>(style)], text);
 }
 
 void printLine(std::string_view text) {

@@ -18,12 +18,6 @@ namespace oisctl {
 
 namespace {
 
-std::vector<std::string> commandNames() {
-    std::vector<std::string> names;
-    for (const CommandEntry& entry : commands()) names.emplace_back(entry.name);
-    return names;
-}
-
 std::vector<std::string> optionNames(const CLI::App& command) {
     std::vector<std::string> names;
     for (const CLI::Option* option : command.get_options()) {
@@ -38,7 +32,7 @@ std::vector<std::string> optionNames(const CLI::App& command) {
 std::string unknownWord(const CLI::App& app, const CLI::App* command, const std::string& word) {
     if (command == nullptr) {
         if (word.starts_with("-")) return word + ": no such option" + suggestion(word, optionNames(app));
-        return word + ": no such command" + suggestion(word, commandNames());
+        return word + ": no such command" + suggestion(word, namesIn(commands(), &CommandEntry::name));
     }
     const std::string name = command->get_name();
     if (!word.starts_with("-"))

@@ -85,12 +85,6 @@ std::string bashOptions(const std::vector<Described>& all) {
     return text;
 }
 
-std::string commandWords() {
-    std::vector<std::string> names;
-    for (const CommandEntry& entry : commands()) names.emplace_back(entry.name);
-    return joined(names, " ");
-}
-
 std::string zshOption(const Option& option, size_t place) {
     const std::string words = wordsOf(option);
     std::string action = takesPath(option) ? "_files" : "";
@@ -159,7 +153,8 @@ _oisctl() {{
 }}
 complete -F _oisctl oisctl
 )",
-                       OISCTL_VERSION, commandWords(), bashOptions(all), bashValues(all));
+                       OISCTL_VERSION, joined(namesIn(commands(), &CommandEntry::name), " "),
+                       bashOptions(all), bashValues(all));
 }
 
 std::string zshCompletion() {

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/errors.h"
+#include "base/suggest.h"
 #include "commands/commands.h"
 #include "controllers/controller.h"
 #include "controllers/korva/chip.h"
@@ -121,10 +122,10 @@ std::string errorBits(int64_t status) {
         {phone::korva_status::kMovedX, "the phone moved about x"},
         {phone::korva_status::kMovedY, "the phone moved about y"},
         {phone::korva_status::kRefused, "offset out of range, or the chip not idle"}};
-    std::vector<std::string_view> words;
+    std::vector<std::string> words;
     for (const auto& [bit, meaning] : meanings)
         if ((status & bit) != 0) words.emplace_back(meaning);
-    return fmt::format("{}", fmt::join(words, ", "));
+    return joined(words, ", ");
 }
 
 Field measuredField(const Verdict& verdict, const Observation& seen) {
@@ -184,7 +185,7 @@ int run(Settings settings) {
     // The hub's own calibration would tell nothing; the family parser goes through the registers.
     settings.presets.push_back(phone::knownProperty("bypassen", "0"));
     if (settings.motion.empty()) settings.motion = "rest";
-    DriverSession session(settings, settings.verbose ? Narration::kCalls : Narration::kNothing);
+    DriverSession session(settings, Narration::kIfVerbose);
     session.requireStreaming();
     session.openFor("calibrate");
     session.notifyStream(true);

@@ -100,27 +100,21 @@ Field verdictField(AxisVerdict verdict) {
         {"defective", "defective: too far off in sum"}};
     const auto& [key, text] = kWords[static_cast<size_t>(verdict)];
     const bool good = verdict == AxisVerdict::kGood || verdict == AxisVerdict::kGoodSoFar;
-    return {"verdict", "", key, text, good ? Style::kGood : Style::kBad};
+    return {"verdict", "verdict", key, text, good ? Style::kGood : Style::kBad};
 }
 
 Record report(DriverSession& session, const Observation& seen, bool tripped) {
     const ois::OisCustInfo& info = session.module().custInfo;
     const int32_t error = session.driver().mActuatorDefectError;
-    Table axes{{{"axis", "AXIS"},
-                {"largest_error", "LARGEST ERROR", true},
-                {"largest_error_below", "ALLOWED BELOW", true},
-                {"sum_of_errors", "SUM", true},
-                {"sum_of_errors_below", "ALLOWED BELOW", true},
-                {"verdict", "VERDICT"}},
-               {}};
+    Table axes;
     for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
         const AxisErrors& errors = seen.axes[axis];
-        axes.rows.push_back({{"axis", "", axis == 0 ? "x" : "y"},
-                             measured("largest_error", "", errors.largest, 1, ""),
-                             measured("largest_error_below", "", info.max_error_threshold, 1, ""),
-                             measured("sum_of_errors", "", errors.sum, 1, ""),
-                             measured("sum_of_errors_below", "", info.max_sum_error_threshold, 1, ""),
-                             verdictField(judge(errors, info, seen.positions >= info.coordinateNum))});
+        axes.push_back({{"axis", "axis", axis == 0 ? "x" : "y"},
+                        measured("largest_error", "largest error", errors.largest, 1, ""),
+                        measured("largest_error_below", "allowed below", info.max_error_threshold, 1, ""),
+                        measured("sum_of_errors", "sum", errors.sum, 1, ""),
+                        measured("sum_of_errors_below", "allowed below", info.max_sum_error_threshold, 1, ""),
+                        verdictField(judge(errors, info, seen.positions >= info.coordinateNum))});
     }
     return {{"axes", "", axes},
             {"positions", "positions", seen.positions,
@@ -143,8 +137,7 @@ void requireDetector(const phone::ModuleDescription& module) {
 }
 
 int run(const Options& options) {
-    DriverSession session(options.settings,
-                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    DriverSession session(options.settings, Narration::kIfVerbose);
     requireDetector(session.module());
     session.openFor("detect-defect");
 

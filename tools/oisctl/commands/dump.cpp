@@ -48,8 +48,7 @@ int run(Options options) {
     if (!options.folder.empty()) requireFolder(options.folder);
     options.settings.properties.push_back(
         phone::knownProperty("dump", std::to_string(otp ? kDumpOtp : kDumpFlash)));
-    DriverSession session(options.settings,
-                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    DriverSession session(options.settings, Narration::kIfVerbose);
     if (!session.module().hasOis) throw InputError("dump: " + session.module().name + " has no OIS");
     if (!otp && session.behindHub()) {
         throw InputError("dump flash: the driver reads the flash only on the sub-device way, which " +

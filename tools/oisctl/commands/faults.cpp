@@ -24,17 +24,18 @@ std::string grammar(const phone::FaultPlace& place) {
 }
 
 int show(const Settings& settings) {
-    Table table{{{"place", "PLACE"}, {"effects", "EFFECT"}, {"meaning", "MEANING"}}, {}};
-    Table examples{{{"example", "RUNS IN WHICH THEY STRIKE"}}, {}};
+    Table table;
+    Table examples;
     for (const phone::FaultPlace& place : phone::faultPlaces()) {
         const auto unless = [](std::string_view text) { return text.empty() ? Value() : Value(text); };
-        table.rows.push_back({{"place", "", unless(place.name), grammar(place), Style::kName},
-                              {"names", "", unless(place.names)},
-                              {"value", "", unless(place.value)},
-                              {"effects", "", unless(place.effects)},
-                              {"meaning", "", place.meaning},
-                              {"example", "", fmt::format("oisctl {}", place.arguments)}});
-        examples.rows.push_back({table.rows.back().back()});
+        table.push_back({{"place", "place", unless(place.name), grammar(place), Style::kName},
+                         {"names", "", unless(place.names)},
+                         {"value", "", unless(place.value)},
+                         {"effects", "effect", unless(place.effects)},
+                         {"meaning", "meaning", place.meaning},
+                         {"example", "", fmt::format("oisctl {}", place.arguments)}});
+        examples.push_back({table.back().back()});
+        examples.back().back().label = "runs in which they strike";
     }
     print({{"faults", "", table}, {"", "", examples}}, settings.json);
     return kSuccess;

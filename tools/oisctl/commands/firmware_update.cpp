@@ -44,11 +44,8 @@ Take version(std::optional<uint32_t>& version) {
 
 phone::FirmwareImage loadImage(const Options& options) {
     if (options.image.empty()) return phone::FirmwareImage::generate(*options.imageVersion);
-    try {
-        return phone::FirmwareImage::fromFile(options.image, options.imageVersion);
-    } catch (const std::runtime_error& error) {
-        throw InputError(std::string("--image: ") + error.what());
-    }
+    return asInput("--image: ",
+                   [&] { return phone::FirmwareImage::fromFile(options.image, options.imageVersion); });
 }
 
 // What passed on the way, as far as the outcome's code and value do not tell.
@@ -130,9 +127,9 @@ Outcome judge(const Update& update) {
 }
 
 // A chip whose download was cut short has no firmware to run.
-Field versionField(const char* key, std::optional<uint32_t> version) {
-    if (!version) return {key, "", {}};
-    return {key, "", *version, *version == 0 ? "none" : fmt::format("0x{:08X}", *version)};
+Field versionField(const char* key, const char* label, std::optional<uint32_t> version) {
+    if (!version) return {key, label, {}};
+    return {key, label, *version, *version == 0 ? "none" : fmt::format("0x{:08X}", *version)};
 }
 
 Record fieldsOf(const Update& update) {
@@ -140,23 +137,18 @@ Record fieldsOf(const Update& update) {
     const auto hub = [&update](auto value) { return update.report ? Value(value) : Value(); };
     const phone::FirmwareReport report = update.report.value_or(phone::FirmwareReport{});
     const bool behindHub = update.image.has_value();
-    return {versionField("version_before", update.before),
-            versionField("version_after", update.after),
-            versionField("image_version", update.image),
-            {"blocks", "", behindHub ? Value(update.seen.blocks) : Value(),
+    const auto label = [behindHub](const char* text) { return behindHub ? text : ""; };
+    return {versionField("version_before", label("before"), update.before),
+            versionField("version_after", label("after"), update.after),
+            versionField("image_version", label("image"), update.image),
+            {"blocks", label("blocks"), behindHub ? Value(update.seen.blocks) : Value(),
              behindHub ? fmt::format("{} of {}", update.seen.blocks, ois::kFirmwareBlockCount) : ""},
-            {"clock_hz", "", behindHub ? Value(update.seen.clock) : Value()},
-            {"code", "", hub(report.code)},
-            {"value", "", hub(report.value), update.report ? fmt::format("0x{:X}", report.value) : ""},
-            {"duration_s", "", update.seconds, duration(update.seconds)},
-            {"outcome", "", outcome, words, update.good() ? Style::kGood : Style::kBad}};
-}
-
-std::vector<TableColumn> updateColumns(bool behindHub) {
-    if (!behindHub) return {{"duration_s", "TIME", true}, {"outcome", "OUTCOME"}};
-    return {{"version_before", "BEFORE"}, {"version_after", "AFTER"},     {"image_version", "IMAGE"},
-            {"blocks", "BLOCKS"},         {"clock_hz", "CLOCK HZ", true}, {"code", "CODE", true},
-            {"value", "VALUE", true},     {"duration_s", "TIME", true},   {"outcome", "OUTCOME"}};
+            {"clock_hz", label("clock Hz"), behindHub ? Value(update.seen.clock) : Value()},
+            {"code", label("code"), hub(report.code)},
+            {"value", label("value"), hub(report.value),
+             update.report ? fmt::format("0x{:X}", report.value) : ""},
+            {"duration_s", "time", update.seconds, duration(update.seconds)},
+            {"outcome", "outcome", outcome, words, update.good() ? Style::kGood : Style::kBad}};
 }
 
 Update updateBehindHub(DriverSession& session) {
@@ -202,8 +194,7 @@ void prepareHub(DriverSession& session, const Options& options) {
 }
 
 int run(const Options& options) {
-    DriverSession session(options.settings,
-                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    DriverSession session(options.settings, Narration::kIfVerbose);
     if (!session.module().hasOis) throw JobError("firmware-update: " + session.module().name + " has no OIS");
     const bool ownImage = !options.image.empty() || options.imageVersion || options.from;
     if (!session.behindHub() && ownImage) {
@@ -213,10 +204,10 @@ int run(const Options& options) {
     }
     if (session.behindHub()) prepareHub(session, options);
     bool good = false;
-    Table updates{updateColumns(session.behindHub()), {}};
+    Table updates;
     for (int32_t i = 0; i < options.times && !interrupted(); ++i) {
         const Update update = session.behindHub() ? updateBehindHub(session) : updateOnSubDevice(session);
-        updates.rows.push_back(fieldsOf(update));
+        updates.push_back(fieldsOf(update));
         good = update.good();
     }
     // A fault that struck may have been repaired by the next update.

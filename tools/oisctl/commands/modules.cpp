@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 #include <stdexcept>
 
 #include "base/errors.h"
 #include "base/report.h"
+#include "base/suggest.h"
 #include "commands/commands.h"
 #include "modules/customisation_fields.h"
 #include "modules/module_checks.h"
@@ -65,16 +67,17 @@ Value customisationValues(const ModuleDescription& module) {
 }
 
 Table customisationTable(const ModuleDescription& module) {
-    Table table{{{"name", "CUSTOMISATION"}, {"value", "VALUE", true}, {"unit", ""}, {"meaning", "MEANING"}},
-                {}};
+    Table table;
     const std::vector<phone::Field> values = customisationOf(module);
     for (const phone::CustomisationField& field : phone::kCustomisationFields) {
         if (field.record.type == phone::FieldType::kFloats) continue;  // too long for a cell
         const auto value = std::ranges::find(values, field.record.name, &phone::Field::name);
-        table.rows.push_back({{"name", "", field.record.name, "", Style::kName},
-                              {"value", "", toText(*value)},
-                              {"unit", "", field.unit},
-                              {"meaning", "", field.meaning}});
+        table.push_back(
+            {{"name", "customisation", field.record.name, "", Style::kName},
+             {"value", "value", std::visit([](const auto& plain) { return Value(plain); }, value->value),
+              toText(*value)},
+             {"unit", "unit", field.unit},
+             {"meaning", "meaning", field.meaning}});
     }
     return table;
 }
@@ -86,14 +89,14 @@ Record fieldsOf(const ModuleDescription& module) {
     const phone::StabiliserSettings& lens = module.stabiliser;
     const std::vector<std::string> doubts = phone::doubtsAbout(module);
     return {{"name", "module", module.name, "", Style::kName},
-            {"summary", "summary", module.summary},
-            {"source", "source", module.source},
             {"has_ois", ois ? "" : "OIS", ois, "none: Init answers 0 and the driver sends nothing"},
             {"way", label("way"), wayName(module)},
             {"chip", "", value(module.custInfo.mOisIcName)},
             {"driver_name", label("driver name"), value(module.driverName)},
             {"gain_format", "", value(gainFormat(module))},
             {"features", label("features"), value(features(module.custInfo))},
+            {"summary", "summary", module.summary},
+            {"source", "source", module.source},
             {"firmware_version", label("firmware"), value(module.firmwareVersion),
              fmt::format("0x{:08X}", module.firmwareVersion)},
             byAxis("hall_centre", label("hall centre"), value(lens.hallCenterX), value(lens.hallCenterY)),
@@ -103,19 +106,17 @@ Record fieldsOf(const ModuleDescription& module) {
              figure(lens.bandwidthHz, 0, " Hz")},
             {"lens_damping", label("lens damping"), value(lens.damping), figure(lens.damping, 2)},
             {"customisation", "", customisationValues(module)},
-            {"doubts", doubts.empty() ? "" : "doubtful", doubts, fmt::format("{}", fmt::join(doubts, "\n")),
-             Style::kWarning}};
+            {"doubts", doubts.empty() ? "" : "doubtful", doubts, joined(doubts, "\n"), Style::kWarning}};
 }
 
 void showList(bool json) {
-    Table table{{{"name", "NAME"},
-                 {"way", "WAY"},
-                 {"chip", "CHIP"},
-                 {"gain_format", "GAIN"},
-                 {"features", "FEATURES"},
-                 {"summary", "SUMMARY"}},
-                {}};
-    for (const ModuleDescription& module : phone::shippedModules()) table.rows.push_back(fieldsOf(module));
+    static const std::set<std::string_view> kListed{"name",        "way",      "chip",
+                                                    "gain_format", "features", "summary"};
+    Table table;
+    for (const ModuleDescription& module : phone::shippedModules()) {
+        table.push_back(fieldsOf(module));
+        for (Field& field : table.back()) field.label = kListed.contains(field.key) ? field.key : "";
+    }
     print({{"modules", "", table}}, json);
 }
 
@@ -126,7 +127,7 @@ void showOne(const Options& options) {
         const std::string text = phone::moduleText(options.name);
         printLine(text.substr(0, text.find_last_not_of('\n') + 1));
     } else if (options.settings.json) {
-        print({{"modules", "", Table{{}, {fields}}}}, true);
+        print({{"modules", "", Table{fields}}}, true);
     } else {
         if (module.hasOis) fields.push_back({"", "", customisationTable(module)});
         print(fields, false);
@@ -135,15 +136,8 @@ void showOne(const Options& options) {
 
 int show(const Options& options) {
     if (options.toml && options.name.empty()) throw InputError("modules --toml: needs a module's name");
-    try {
-        if (options.name.empty()) {
-            showList(options.settings.json);
-        } else {
-            showOne(options);
-        }
-    } catch (const std::runtime_error& error) {
-        throw InputError(fmt::format("modules {}: {}", options.name, error.what()));
-    }
+    asInput(fmt::format("modules {}: ", options.name),
+            [&] { options.name.empty() ? showList(options.settings.json) : showOne(options); });
     return kSuccess;
 }
 

@@ -12,27 +12,18 @@ namespace oisctl {
 
 namespace {
 
-std::string typeName(phone::PropertyType type) {
-    switch (type) {
-        case phone::PropertyType::kBool:
-            return "switch";
-        case phone::PropertyType::kInt32:
-            return "integer";
-        case phone::PropertyType::kText:
-            return "text";
-    }
-    return "";
-}
+// In the order of phone::PropertyType.
+constexpr const char* kTypeNames[] = {"switch", "integer", "text"};
 
 int show(const Settings& settings) {
-    Table table{{{"name", "PROPERTY"}, {"type", "TYPE"}, {"default", "DEFAULT"}, {"meaning", "MEANING"}}, {}};
+    Table table;
     for (const auto& property : phone::knownProperties()) {
         const bool known = !property.defaultValue.empty();
-        table.rows.push_back(
-            {{"name", "", property.key, "", Style::kName},
-             {"type", "", typeName(property.type)},
-             {"default", "", known ? Value(property.defaultValue) : Value(), known ? "" : "(state)"},
-             {"meaning", "", property.meaning}});
+        table.push_back(
+            {{"name", "property", property.key, "", Style::kName},
+             {"type", "type", kTypeNames[static_cast<size_t>(property.type)]},
+             {"default", "default", known ? Value(property.defaultValue) : Value(), known ? "" : "(state)"},
+             {"meaning", "meaning", property.meaning}});
     }
     print({{"properties", "", table}}, settings.json);
     return kSuccess;

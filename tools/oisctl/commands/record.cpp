@@ -71,8 +71,7 @@ int run(Options options) {
     properties.push_back(phone::knownProperty("dump.interval.time", std::to_string(options.intervalMs)));
     // Simulated time stands still for a recorder that never sleeps.
     if (options.intervalMs == 0) options.settings.realTime = true;
-    DriverSession session(options.settings,
-                          options.settings.verbose ? Narration::kCommands : Narration::kNothing);
+    DriverSession session(options.settings, Narration::kIfVerbose);
     requireSubDevice(session.module());
     session.openFor("record");
     session.notifyStream(true);

@@ -20,22 +20,6 @@ struct Options {
     Settings settings;
 };
 
-Recording load(const Options& options) {
-    try {
-        return loadRecording(options.file);
-    } catch (const std::runtime_error& error) {
-        throw InputError(error.what());
-    }
-}
-
-RecordingStats stats(const Options& options, const Recording& recording) {
-    try {
-        return computeStats(recording, options.limitAngle);
-    } catch (const std::runtime_error& error) {
-        throw InputError(error.what());
-    }
-}
-
 std::vector<Option> recordingOptions(Options& options) {
     return {value("file", "STATUS_FILE", "Status recording", &options.file, {.required = true}),
             value("--limit", "DEGREES", "The lens's travel either way; else estimated", &options.limitAngle,
@@ -52,17 +36,17 @@ std::vector<Option> withOutput(Options& options) {
 }
 
 int runStats(const Options& options) {
-    const Recording recording = load(options);
-    const RecordingStats computed = stats(options, recording);
+    const Recording recording = loadRecording(options.file);
+    const RecordingStats computed = computeStats(recording, options.limitAngle);
     print(statsReport(recording, computed), options.settings.json);
     return kSuccess;
 }
 
 int runPlot(const Options& options) {
-    const Recording recording = load(options);
+    const Recording recording = loadRecording(options.file);
     std::filesystem::path output = options.output;
     if (output.empty()) output = std::filesystem::path(options.file).filename().replace_extension(".png");
-    plotRecording(recording, stats(options, recording), output);
+    plotRecording(recording, computeStats(recording, options.limitAngle), output);
     print({{"file", "file", output.string()}}, options.settings.json);
     return kSuccess;
 }

@@ -56,15 +56,11 @@ std::string valueText(const phone::RegisterInfo& reg, uint32_t bits) {
 }
 
 std::vector<std::string> registerNames() {
-    std::vector<std::string> names;
-    for (const phone::RegisterInfo& info : phone::registers()) names.emplace_back(info.name);
-    return names;
+    return namesIn(phone::registers(), &phone::RegisterInfo::name);
 }
 
 std::vector<std::string> registerWords() {
-    std::vector<std::string> words = registerNames();
-    for (std::string& word : words) word += '=';
-    return words;
+    return namesIn(registerNames(), [](const std::string& name) { return name + '='; });
 }
 
 // "STABILISATION_MODE=5", "0x0588=1200.0"
@@ -112,22 +108,17 @@ std::vector<uint32_t> readAll(DriverSession& session) {
 
 // Values that are not as they were before stand out.
 Field report(const std::vector<uint32_t>& values, const std::vector<uint32_t>& before) {
-    Table table{{{"address", "ADDRESS"},
-                 {"name", "REGISTER"},
-                 {"bytes", "BYTES"},
-                 {"value", "VALUE", true},
-                 {"meaning", "MEANING"}},
-                {}};
+    Table table;
     for (size_t i = 0; i < values.size(); ++i) {
         const phone::RegisterInfo& reg = phone::registers()[i];
         const bool changed = !before.empty() && values[i] != before[i];
-        table.rows.push_back({{"address", "", reg.address, fmt::format("0x{:04X}", reg.address)},
-                              {"name", "", reg.name, "", Style::kName},
-                              {"bytes", "", reg.size},
-                              {"value", "", valueOf(reg, values[i]), valueText(reg, values[i]),
-                               changed ? Style::kWarning : Style::kPlain},
-                              {"bits", "", values[i]},
-                              {"meaning", "", reg.meaning}});
+        table.push_back({{"address", "address", reg.address, fmt::format("0x{:04X}", reg.address)},
+                         {"name", "register", reg.name, "", Style::kName},
+                         {"bytes", "bytes", reg.size},
+                         {"value", "value", valueOf(reg, values[i]), valueText(reg, values[i]),
+                          changed ? Style::kWarning : Style::kPlain},
+                         {"bits", "", values[i]},
+                         {"meaning", "meaning", reg.meaning}});
     }
     return {"registers", "", table};
 }

@@ -24,29 +24,22 @@ struct Options {
 };
 
 Record report(const OISDrv& driver) {
-    const std::pair<const char*, const std::vector<float>*> values[] = {
-        {"gyro_x", &driver.mSensorValue1}, {"gyro_y", &driver.mSensorValue2},
-        {"acc_x", &driver.mSensorValue3},  {"acc_y", &driver.mSensorValue4},
-        {"gyro_z", &driver.mSensorValue5}, {"acc_z", &driver.mSensorValue6}};
-    Table table{{{"time_s", "TIME s", true},
-                 {"gyro_x", "1 GYRO X", true},
-                 {"gyro_y", "2 GYRO Y", true},
-                 {"acc_x", "3 ACC X", true},
-                 {"acc_y", "4 ACC Y", true},
-                 {"gyro_z", "5 GYRO Z", true},
-                 {"acc_z", "6 ACC Z", true}},
-                {}};
+    const std::tuple<const char*, const char*, const std::vector<float>*> values[] = {
+        {"gyro_x", "1 gyro x", &driver.mSensorValue1}, {"gyro_y", "2 gyro y", &driver.mSensorValue2},
+        {"acc_x", "3 acc x", &driver.mSensorValue3},   {"acc_y", "4 acc y", &driver.mSensorValue4},
+        {"gyro_z", "5 gyro z", &driver.mSensorValue5}, {"acc_z", "6 acc z", &driver.mSensorValue6}};
+    Table table;
     for (size_t i = 0; i < driver.mSensorTimestamps.size(); ++i) {
         const double seconds = static_cast<double>(driver.mSensorTimestamps[i]) / kNanosPerSecond;
-        Record& row = table.rows.emplace_back(Record{measured("time_s", "", seconds, 6, "")});
-        for (const auto& [name, value] : values) row.push_back(measured(name, "", value->at(i), 6, ""));
+        Record& row = table.emplace_back(Record{measured("time_s", "time s", seconds, 6, "")});
+        for (const auto& [key, label, value] : values)
+            row.push_back(measured(key, label, value->at(i), 6, ""));
     }
     return {{"samples", "", table}};
 }
 
 int run(const Options& options) {
-    DriverSession session(options.settings,
-                          options.settings.verbose ? Narration::kCalls : Narration::kNothing);
+    DriverSession session(options.settings, Narration::kIfVerbose);
     if (!session.behindHub() || !session.module().hasOis) {
         throw InputError("samples: only the sensor hub has motion samples, and " + session.module().name +
                          " is not behind it; try -m korvas4sw-hub");

@@ -21,27 +21,22 @@ struct Options {
 };
 
 Record fieldTable() {
-    Table table{{{"name", "FIELD OF A SPAN"},
-                 {"least", "LEAST", true},
-                 {"greatest", "GREATEST", true},
-                 {"otherwise", "ELSE", true},
-                 {"meaning", "MEANING"}},
-                {}};
+    Table table;
     for (const SpanField& field : spanFields()) {
-        table.rows.push_back({{"name", "", field.name, "", Style::kName},
-                              {"least", "", field.least},
-                              {"greatest", "", field.greatest},
-                              {"otherwise", "", field.store == nullptr ? Value() : Value(field.otherwise)},
-                              {"meaning", "", field.meaning}});
+        table.push_back({{"name", "field of a span", field.name, "", Style::kName},
+                         {"least", "least", field.least},
+                         {"greatest", "greatest", field.greatest},
+                         {"otherwise", "else", field.store == nullptr ? Value() : Value(field.otherwise)},
+                         {"meaning", "meaning", field.meaning}});
     }
     return {{"fields", "", table}};
 }
 
 Record fieldsOf(const Scenario& scenario) {
-    return {{"name", "", scenario.name, "", Style::kName},
-            {"title", "", scenario.title},
-            {"duration_s", "", scenario.durationS, fmt::format("{} s", scenario.durationS)},
-            {"frames", "", scenario.frames()}};
+    return {{"name", "name", scenario.name, "", Style::kName},
+            {"duration_s", "length", scenario.durationS, fmt::format("{} s", scenario.durationS)},
+            {"frames", "frames", scenario.frames()},
+            {"title", "title", scenario.title}};
 }
 
 // The text of a shipped scenario; of another, that it is one.
@@ -55,22 +50,20 @@ std::string textOf(const Scenario& scenario, const std::string& name) {
 
 int show(const Options& options) {
     const bool json = options.settings.json;
-    Table table{
-        {{"name", "NAME"}, {"duration_s", "LENGTH", true}, {"frames", "FRAMES", true}, {"title", "TITLE"}},
-        {}};
+    Table table;
     if (options.fields) {
         print(fieldTable(), json);
         return kSuccess;
     }
     if (!options.name.empty()) {
         const Scenario scenario = scenarioByName(options.name);
-        table.rows.push_back(fieldsOf(scenario));
+        table.push_back(fieldsOf(scenario));
         if (!json) {
             printLine(textOf(scenario, options.name));
             return kSuccess;
         }
     } else {
-        for (const std::string& name : scenarioNames()) table.rows.push_back(fieldsOf(scenarioByName(name)));
+        for (const std::string& name : scenarioNames()) table.push_back(fieldsOf(scenarioByName(name)));
     }
     print({{"scenarios", "", table}}, json);
     return kSuccess;

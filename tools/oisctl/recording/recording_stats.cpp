@@ -9,6 +9,7 @@
 #include <limits>
 #include <numbers>
 
+#include "base/suggest.h"
 #include "base/terminal.h"
 #include "recording/recording.h"
 
@@ -280,26 +281,26 @@ Record statsReport(const Recording& recording, const RecordingStats& stats) {
     const auto angle = [&stats](const char* key, const char* label, double AxisStats::*member) {
         return axisField(key, label, stats, member, 4, " deg");
     };
-    return {{"file", "file", recording.source},
-            {"notes", recording.notes.empty() ? "" : "left out", recording.notes,
-             fmt::format("{}", fmt::join(recording.notes, "\n"))},
-            {"rows", "rows", stats.rows,
-             fmt::format("{}, {:.3f} s at {:.1f} Hz", grouped(stats.rows), stats.durationS, stats.rateHz)},
-            {"duration_s", "", stats.durationS},
-            {"rate_hz", "", stats.rateHz},
-            {"median_period_s", "", stats.medianPeriodS},
-            {"gaps", "gaps", stats.gaps, gaps},
-            {"longest_gap_s", "", stats.longestGapS},
-            {"gyro_raw_rms_counts", "", Record{{"x", "", gyro[0]}, {"y", "", gyro[1]}, {"z", "", gyro[2]}}},
-            {"", "axis", {}, byAxes("x", "y")},
-            angle("shake_rms_deg", "shake, RMS", &AxisStats::shakeRms),
-            angle("shake_peak_deg", "shake, peak", &AxisStats::shakePeak),
-            angle("residual_rms_deg", "residual, RMS", &AxisStats::residualRms),
-            angle("residual_peak_deg", "residual, peak", &AxisStats::residualPeak),
-            angle("residual_mean_deg", "residual, mean", &AxisStats::residualMean),
-            axisField("suppression_db", "suppression", stats, &AxisStats::suppressionDb, 1, " dB"),
-            angle("limit_deg", "lens stops at", &AxisStats::limit),
-            limitSamples(stats)};
+    return {
+        {"file", "file", recording.source},
+        {"notes", recording.notes.empty() ? "" : "left out", recording.notes, joined(recording.notes, "\n")},
+        {"rows", "rows", stats.rows,
+         fmt::format("{}, {:.3f} s at {:.1f} Hz", grouped(stats.rows), stats.durationS, stats.rateHz)},
+        {"duration_s", "", stats.durationS},
+        {"rate_hz", "", stats.rateHz},
+        {"median_period_s", "", stats.medianPeriodS},
+        {"gaps", "gaps", stats.gaps, gaps},
+        {"longest_gap_s", "", stats.longestGapS},
+        {"gyro_raw_rms_counts", "", Record{{"x", "", gyro[0]}, {"y", "", gyro[1]}, {"z", "", gyro[2]}}},
+        {"", "axis", {}, byAxes("x", "y")},
+        angle("shake_rms_deg", "shake, RMS", &AxisStats::shakeRms),
+        angle("shake_peak_deg", "shake, peak", &AxisStats::shakePeak),
+        angle("residual_rms_deg", "residual, RMS", &AxisStats::residualRms),
+        angle("residual_peak_deg", "residual, peak", &AxisStats::residualPeak),
+        angle("residual_mean_deg", "residual, mean", &AxisStats::residualMean),
+        axisField("suppression_db", "suppression", stats, &AxisStats::suppressionDb, 1, " dB"),
+        angle("limit_deg", "lens stops at", &AxisStats::limit),
+        limitSamples(stats)};
 }
 
 }  // namespace oisctl

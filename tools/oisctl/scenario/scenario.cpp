@@ -154,14 +154,6 @@ void into(ois_params& params, double value) {
     params.*kField = static_cast<std::remove_reference_t<decltype(params.*kField)>>(value);
 }
 
-std::string textOf(const std::string& file) {
-    try {
-        return phone::readTextFile(file);
-    } catch (const std::runtime_error& error) {
-        throw InputError(std::string("--scenario: ") + error.what());
-    }
-}
-
 }  // namespace
 
 double Curve::at(double s) const {
@@ -262,17 +254,12 @@ bool Scenario::setsTemperature() const {
 }
 
 Scenario parseScenario(std::string_view text, const std::string& source, uint64_t seed) {
-    try {
-        return readScenario(TableReader(phone::parseToml(text, source), "", source), seed);
-    } catch (const std::runtime_error& error) {
-        throw InputError(error.what());
-    }
+    return asInput(
+        "", [&] { return readScenario(TableReader(phone::parseToml(text, source), "", source), seed); });
 }
 
 std::vector<std::string> scenarioNames() {
-    std::vector<std::string> names;
-    for (const ShippedScenario& shipped : shippedScenarios()) names.emplace_back(shipped.name);
-    return names;
+    return namesIn(shippedScenarios(), &ShippedScenario::name);
 }
 
 Scenario scenarioByName(const std::string& nameOrFile, uint64_t seed) {
@@ -290,7 +277,8 @@ Scenario scenarioByName(const std::string& nameOrFile, uint64_t seed) {
         throw InputError("--scenario " + nameOrFile + ": no such file, and no such scenario" +
                          suggestion(nameOrFile, scenarioNames()));
     }
-    Scenario scenario = parseScenario(textOf(nameOrFile), nameOrFile, seed);
+    const std::string text = asInput("--scenario: ", [&] { return phone::readTextFile(nameOrFile); });
+    Scenario scenario = parseScenario(text, nameOrFile, seed);
     scenario.name = std::filesystem::path(nameOrFile).stem();
     return scenario;
 }

@@ -67,22 +67,6 @@ std::vector<phone::Field> fieldsOf(const ois_params& params) {
     return fields;
 }
 
-phone::ModuleDescription moduleOf(const Settings& settings) {
-    try {
-        return phone::moduleByName(settings.module);
-    } catch (const std::runtime_error& error) {
-        throw InputError(std::string("--module: ") + error.what());
-    }
-}
-
-std::unique_ptr<phone::Phone> makePhone(const Settings& settings) {
-    try {
-        return std::make_unique<phone::Phone>(phoneOptions(settings));
-    } catch (const std::runtime_error& error) {
-        throw InputError((settings.folder.empty() ? "" : "--folder: ") + std::string(error.what()));
-    }
-}
-
 void requireMatchingFolders(const Settings& settings) {
     if (settings.realKernel) return;
     for (const auto& [option, folder] : {std::pair("--dump-folder ", &settings.dumpFolder),
@@ -97,10 +81,13 @@ void requireMatchingFolders(const Settings& settings) {
 }  // namespace
 
 DriverSession::DriverSession(const Settings& settings, Narration narration)
-    : mSettings(settings), mModule(moduleOf(settings)), mTraceOutput(settings, narration) {
+    : mSettings(settings),
+      mModule(asInput("--module: ", [&] { return phone::moduleByName(settings.module); })),
+      mTraceOutput(settings, narration) {
     requireMatchingFolders(settings);
     for (const phone::Fault& fault : settings.faults) requireItsPlace(fault);
-    mPhone = makePhone(settings);
+    mPhone = asInput(settings.folder.empty() ? "" : "--folder: ",
+                     [&] { return std::make_unique<phone::Phone>(phoneOptions(settings)); });
     mPhone->trace().setKeep(false);
     mPhone->trace().setListener([this](const phone::Event& event) {
         const std::optional<EndedCall> ended = mCalls.take(event);
@@ -126,21 +113,16 @@ DriverSession::~DriverSession() {
 
 void DriverSession::setProperties() {
     std::vector<phone::Property> fromFile;
-    try {
-        if (!mSettings.propertiesFile.empty()) fromFile = phone::loadProperties(mSettings.propertiesFile);
-    } catch (const std::runtime_error& error) {
-        throw InputError(fmt::format("--properties: {}", error.what()));
-    }
+    if (!mSettings.propertiesFile.empty())
+        fromFile =
+            asInput("--properties: ", [this] { return phone::loadProperties(mSettings.propertiesFile); });
     for (const auto& properties : {mSettings.presets, fromFile, mSettings.properties})
         for (const phone::Property& property : properties) mPhone->properties().set(property);
 }
 
 void DriverSession::setMotion(const std::string& nameOrFile) {
-    try {
-        mPhone->motion().set(phone::motionByName(nameOrFile, mSettings.seed));
-    } catch (const std::runtime_error& error) {
-        throw InputError(std::string("--motion: ") + error.what());
-    }
+    mPhone->motion().set(
+        asInput("--motion: ", [&] { return phone::motionByName(nameOrFile, mSettings.seed); }));
 }
 
 phone::Stabiliser* DriverSession::stabiliser() {

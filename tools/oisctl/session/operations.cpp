@@ -41,9 +41,7 @@ const std::vector<OperationInfo>& operations() {
 }
 
 std::vector<std::string> operationNames() {
-    std::vector<std::string> names;
-    for (const OperationInfo& info : operations()) names.emplace_back(info.name);
-    return names;
+    return namesIn(operations(), &OperationInfo::name);
 }
 
 const OperationInfo* findOperation(int32_t number) {
@@ -96,9 +94,7 @@ const std::vector<ModeInfo>& modes() {
 }
 
 std::vector<std::string> modeNumbers() {
-    std::vector<std::string> numbers;
-    for (const ModeInfo& info : modes()) numbers.push_back(std::to_string(info.number));
-    return numbers;
+    return namesIn(modes(), [](const ModeInfo& info) { return std::to_string(info.number); });
 }
 
 std::string_view modeMeaning(int32_t mode) {

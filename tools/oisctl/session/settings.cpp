@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/suggest.h"
 #include "faults/faults.h"
 #include "motion/motion.h"
 #include "services/property_store.h"
@@ -14,9 +15,7 @@ namespace {
 constexpr const char* kOutputGroup = "Output";
 
 std::vector<std::string> assignmentWords() {
-    std::vector<std::string> words = propertyNames();
-    for (std::string& word : words) word += '=';
-    return words;
+    return namesIn(propertyNames(), [](const std::string& name) { return name + '='; });
 }
 
 std::vector<Option> phoneOptions(Settings& settings) {
@@ -80,9 +79,7 @@ std::vector<Option> outputOptions(Settings& settings) {
 }  // namespace
 
 std::vector<std::string> moduleNames() {
-    std::vector<std::string> names;
-    for (const phone::ModuleDescription& module : phone::shippedModules()) names.push_back(module.name);
-    return names;
+    return namesIn(phone::shippedModules(), &phone::ModuleDescription::name);
 }
 
 Value wayName(const phone::ModuleDescription& module) {
@@ -91,11 +88,9 @@ Value wayName(const phone::ModuleDescription& module) {
 }
 
 std::vector<std::string> propertyNames() {
-    std::vector<std::string> names;
-    for (const phone::KnownProperty& property : phone::knownProperties()) {
-        names.emplace_back(phone::shortPropertyName(property.key));
-    }
-    return names;
+    return namesIn(phone::knownProperties(), [](const phone::KnownProperty& property) {
+        return phone::shortPropertyName(property.key);
+    });
 }
 
 std::vector<Option> withPhoneOptions(std::vector<Option> own, Settings& settings) {

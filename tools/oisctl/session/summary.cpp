@@ -6,6 +6,7 @@
 
 #include "base/errors.h"
 #include "base/interrupt.h"
+#include "base/suggest.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
 
@@ -43,7 +44,7 @@ Field callField(const Tally::Counts& counts) {
     Table table;
     std::vector<std::string> entries;
     for (const auto& [name, calls] : counts.calls) {
-        table.rows.push_back(
+        table.push_back(
             {{"call", "", name}, {"made", "", calls.made}, {"sent_nothing", "", calls.sentNothing}});
         entries.push_back(fmt::format("{} {}", name, grouped(calls.made)));
         if (calls.sentNothing > 0)
@@ -62,15 +63,15 @@ Field modeField(const std::vector<ModeSpan>& modes) {
     Table table;
     std::vector<std::string> lines;
     for (const ModeSpan& span : modes) {
-        table.rows.push_back({{"mode", "", span.mode},
-                              {"first_frame", "", span.firstFrame},
-                              {"last_frame", "", span.lastFrame}});
+        table.push_back({{"mode", "", span.mode},
+                         {"first_frame", "", span.firstFrame},
+                         {"last_frame", "", span.lastFrame}});
         const std::string range = span.firstFrame == span.lastFrame
                                       ? fmt::format("frame {}", span.firstFrame)
                                       : fmt::format("frames {}-{}", span.firstFrame, span.lastFrame);
         lines.push_back(fmt::format("{:18}mode {}  {}", range, span.mode, modeMeaning(span.mode)));
     }
-    return {"modes", modes.empty() ? "" : "modes", table, fmt::format("{}", fmt::join(lines, "\n"))};
+    return {"modes", modes.empty() ? "" : "modes", table, joined(lines, "\n")};
 }
 
 Field operationField(const std::vector<OperationResult>& operations) {
@@ -79,12 +80,10 @@ Field operationField(const std::vector<OperationResult>& operations) {
     for (const OperationResult& done : operations) {
         const OperationInfo* info = findOperation(done.operation);
         const std::string_view name = info == nullptr ? "unsupported" : info->name;
-        table.rows.push_back(
-            {{"operation", "", done.operation}, {"name", "", name}, {"result", "", done.result}});
+        table.push_back({{"operation", "", done.operation}, {"name", "", name}, {"result", "", done.result}});
         lines.push_back(fmt::format("{} ({}) = {}", name, done.operation, done.result));
     }
-    return {"operations", operations.empty() ? "" : "operations", table,
-            fmt::format("{}", fmt::join(lines, "\n"))};
+    return {"operations", operations.empty() ? "" : "operations", table, joined(lines, "\n")};
 }
 
 Field shakeField(const ShakeLeft& shake) {
@@ -118,7 +117,7 @@ Field failureField(const Tally::Counts& counts) {
 Table firstFailures(const Tally::Counts& counts) {
     Table table;
     for (const Failure& failure : counts.firstFailures)
-        table.rows.push_back({{"time_s", "", failure.timeS}, {"what", "", toText(failure)}});
+        table.push_back({{"time_s", "", failure.timeS}, {"what", "", toText(failure)}});
     return table;
 }
 
@@ -133,11 +132,11 @@ Field faultField(const std::vector<phone::Faults::Count>& faults) {
     Table table;
     std::vector<std::string> lines;
     for (const phone::Faults::Count& fault : faults) {
-        table.rows.push_back(
+        table.push_back(
             {{"fault", "", fault.text}, {"strikes", "", fault.strikes}, {"reached", "", fault.reached}});
         lines.push_back(faultText(fault));
     }
-    return {"faults", faults.empty() ? "" : "faults", table, fmt::format("{}", fmt::join(lines, "\n"))};
+    return {"faults", faults.empty() ? "" : "faults", table, joined(lines, "\n")};
 }
 
 Record endFields(DriverSession& session, const Tally::Counts& counts, bool good) {

@@ -46,7 +46,8 @@ TraceOutput::TraceOutput(const Settings& settings, Narration narration)
     if (settings.traceWanted && mFileName.empty()) {
         mTerminal = settings.json ? Terminal::kJson : Terminal::kText;
     } else if (!settings.json && !settings.quiet) {
-        if (narration == Narration::kCalls) mTerminal = Terminal::kCalls;
+        const bool calls = narration == Narration::kCalls || (narration == Narration::kIfVerbose && mVerbose);
+        if (calls) mTerminal = Terminal::kCalls;
         if (narration == Narration::kCommands) mTerminal = Terminal::kCommands;
     }
 }

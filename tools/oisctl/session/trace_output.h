@@ -16,8 +16,9 @@ namespace oisctl {
 // What stands on the terminal when no trace is asked for.
 enum class Narration {
     kNothing,
-    kCommands,  // the commands that reach the controller
-    kCalls,     // the same, each under the call that sent it
+    kCommands,   // the commands that reach the controller
+    kCalls,      // the same, each under the call that sent it
+    kIfVerbose,  // that, with --verbose; else nothing
 };
 
 class TraceOutput {
