@@ -1,20 +1,18 @@
-// Plots by gnuplot: a script with its data inline, run in a folder of its own, so that no name from outside
-// ever stands in the script.
+// Plots by gnuplot: a script with its data inline. Every name from outside stands in single quotes, in which
+// gnuplot replaces nothing.
 
 #include "recording/plot.h"
 
-#include <fcntl.h>
-#include <spawn.h>
+#include <fmt/format.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <limits>
-#include <sstream>
 
 #include "base/errors.h"
 #include "base/terminal.h"
@@ -32,10 +30,6 @@ constexpr size_t kMaxBuckets = 1400;
 
 constexpr double kCloseUpS = 1.5;
 constexpr double kMinRange = 1e-3;  // so that a flat line has a scale
-
-constexpr const char* kScriptName = "script.gp";
-constexpr const char* kPictureName = "picture";
-constexpr const char* kErrorsName = "errors.txt";
 
 // Colours that the colour-blind can tell apart.
 constexpr const char* kTargetColour = "#0072B2";
@@ -74,25 +68,25 @@ using Series = std::vector<const std::vector<double>*>;
 
 class Script {
   public:
-    Script(const Recording& recording, const RecordingStats& stats, std::string_view terminal)
+    Script(const Recording& recording, const RecordingStats& stats, std::string_view terminal,
+           const fs::path& picture)
         : mRecording(recording), mStats(stats), mTimeS(recording[Column::kTimestamp]) {
         for (size_t axis = 0; axis < 2; ++axis) {
             mTarget[axis] = targetAngle(recording, axis);
             mResidual[axis] = residualAngle(recording, axis);
         }
-        mWhole = {0, mTimeS.size()};
         mCloseUp = worstMoment();
-        begin(terminal);
+        begin(terminal, picture);
         addGyro();
         addAxis(0, kFirstRow - kRowStep);
         addAxis(1, kFirstRow - 2 * kRowStep);
         addResidual(kFirstRow - 3 * kRowStep);
         addPath();
         addSpectrum();
-        mOut << "unset multiplot\n";
+        add("unset multiplot\n");
     }
 
-    std::string text() const { return mOut.str(); }
+    const std::string& text() const { return mText; }
 
   private:
     // Places, as parts of the picture from its lower left corner.
@@ -104,6 +98,11 @@ class Script {
     static constexpr double kBottom = 0.035;
     static constexpr double kBottomHeight = 0.245;
 
+    template <typename... Arguments>
+    void add(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+        fmt::format_to(std::back_inserter(mText), format, std::forward<Arguments>(arguments)...);
+    }
+
     // In quotes for gnuplot.
     static std::string quoted(std::string_view text) {
         std::string result = "'";
@@ -114,25 +113,24 @@ class Script {
         return result + "'";
     }
 
-    void begin(std::string_view terminal) {
-        mOut.precision(9);
-        mOut << "set encoding utf8\n"
-             << "set terminal " << terminal << "\n"
-             << "set output '" << kPictureName << "'\n"
-             << "set datafile missing NaN\n"
-             << "set multiplot\n"
-             << "set border linecolor '#444444'\n"
-             << "set grid linecolor '#DDDDDD' linetype 1 linewidth 1\n"
-             << "set tics nomirror textcolor '#222222'\n"
-             << "set key opaque box linecolor '#CCCCCC' samplen 2 spacing 1.1 horizontal top right\n";
-        const std::string name = fs::path(mRecording.source).filename().string();
-        mOut << "set label 1 " << quoted(name) << " at screen 0.04,0.985 left noenhanced font ',22'\n"
-             << "set label 2 "
-             << quoted(grouped(mStats.rows) + " rows, " + figure(mStats.durationS, 2) + " s at " +
-                       figure(mStats.rateHz, 1) + " Hz, " + std::to_string(mStats.gaps) +
-                       (mStats.gaps == 1 ? " gap" : " gaps") +
-                       "; to the right: where the residual is largest")
-             << " at screen 0.04,0.969 left noenhanced font ',15'\n";
+    void begin(std::string_view terminal, const fs::path& picture) {
+        add(R"(set encoding utf8
+set terminal {} size {},{} background '#FFFFFF'
+set output {}
+set datafile missing 'nan'
+set multiplot
+set border linecolor '#444444'
+set grid linecolor '#DDDDDD' linetype 1 linewidth 1
+set tics nomirror textcolor '#222222'
+set key opaque box linecolor '#CCCCCC' samplen 2 spacing 1.1 horizontal top right
+set label 1 {} at screen 0.04,0.985 left noenhanced font ',22'
+)",
+            terminal, kWidth, kHeight, quoted(picture.string()),
+            quoted(fs::path(mRecording.source).filename().string()));
+        add("set label 2 '{} rows, {} s at {} Hz, {} {}; to the right: where the residual is largest' "
+            "at screen 0.04,0.969 left noenhanced font ',15'\n",
+            grouped(mStats.rows), figure(mStats.durationS, 2), figure(mStats.rateHz, 1), mStats.gaps,
+            mStats.gaps == 1 ? "gap" : "gaps");
     }
 
     // Around the largest excursion of a residual.
@@ -157,36 +155,40 @@ class Script {
         return {row(beginS), std::min(row(beginS + lengthS) + 1, mTimeS.size())};
     }
 
-    void writeValue(double value) {
-        if (std::isfinite(value)) {
-            mOut << ' ' << value;
-        } else {
-            mOut << " NaN";
-        }
+    void addValue(double value) {
+        add(" {:.9g}", std::isfinite(value) ? value : std::numeric_limits<double>::quiet_NaN());
     }
 
-    // Defines the data block: time and each series. Long ones are thinned to the extremes of each stretch, in
-    // the order in which they came.
-    void writeData(const std::string& name, Window window, const Series& series) {
+    // Defines the data block: each series is a column.
+    void addData(std::string_view name, const Series& series) {
+        add("${} << END_OF_DATA\n", name);
+        for (size_t row = 0; row < series[0]->size(); ++row) {
+            for (const std::vector<double>* values : series) addValue((*values)[row]);
+            add("\n");
+        }
+        add("END_OF_DATA\n");
+    }
+
+    // The same over time. Long ones are thinned to the extremes of each stretch, in the order in which they
+    // came.
+    void addTimedData(std::string_view name, Window window, const Series& series) {
         const size_t bucket = std::max<size_t>(1, (window.end - window.begin) / kMaxBuckets);
-        mOut << "$" << name << " << END_OF_DATA\n";
+        add("${} << END_OF_DATA\n", name);
         for (size_t begin = window.begin; begin < window.end; begin += bucket) {
             const size_t last = std::min(begin + bucket, window.end) - 1;
-            writeRow(mTimeS[begin], begin, last, series, true);
-            if (last > begin) writeRow(mTimeS[last], begin, last, series, false);
+            addRow(mTimeS[begin], begin, last, series, true);
+            if (last > begin) addRow(mTimeS[last], begin, last, series, false);
         }
-        mOut << "END_OF_DATA\n";
+        add("END_OF_DATA\n");
     }
 
-    void writeRow(double timeS, size_t begin, size_t last, const Series& series, bool first) {
-        mOut << timeS;
+    void addRow(double timeS, size_t begin, size_t last, const Series& series, bool first) {
+        addValue(timeS);
         for (const std::vector<double>* values : series) {
-            const auto from = values->begin() + static_cast<std::ptrdiff_t>(begin);
-            const auto [low, high] =
-                std::minmax_element(from, values->begin() + static_cast<std::ptrdiff_t>(last + 1));
-            writeValue((low < high) == first ? *low : *high);
+            const auto [low, high] = std::minmax_element(values->data() + begin, values->data() + last + 1);
+            addValue((low < high) == first ? *low : *high);
         }
-        mOut << '\n';
+        add("\n");
     }
 
     struct Panel {
@@ -195,26 +197,19 @@ class Script {
     static Panel leftPanel(double bottom) { return {kLeft, 0.60, bottom, bottom + kRowHeight}; }
     static Panel rightPanel(double bottom) { return {0.675, kRight, bottom, bottom + kRowHeight}; }
 
-    void place(const Panel& panel, const std::string& title, const char* xLabel, const char* yLabel) {
-        mOut << "set lmargin at screen " << panel.left << "\nset rmargin at screen " << panel.right
-             << "\nset bmargin at screen " << panel.bottom << "\nset tmargin at screen " << panel.top << "\n"
-             << "set title " << quoted(title) << " noenhanced font ',16' offset 0,-0.4\n"
-             << "set xlabel " << quoted(xLabel) << " offset 0,0.4\n"
-             << "set ylabel " << quoted(yLabel) << " offset 0.5,0\n";
+    void place(const Panel& panel, std::string_view title, std::string_view xLabel, std::string_view yLabel) {
+        add("set lmargin at screen {}\nset rmargin at screen {}\nset bmargin at screen {}\nset tmargin at "
+            "screen {}\n"
+            "set title {} noenhanced font ',16' offset 0,-0.4\n"
+            "set xlabel '{}' offset 0,0.4\nset ylabel '{}' offset 0.5,0\n",
+            panel.left, panel.right, panel.bottom, panel.top, quoted(title), xLabel, yLabel);
     }
 
-    void setRange(const char* axis, Range range) {
-        mOut << "set " << axis << "range [" << range.low << ":" << range.high << "]\n";
+    void setRange(char axis, Range range) {
+        add("set {}range [{:.9g}:{:.9g}]\n", axis, range.low, range.high);
     }
 
-    void timeRange(Window window) { setRange("x", {mTimeS[window.begin], mTimeS[window.end - 1]}); }
-
-    void markCloseUp() {
-        mOut << "set object 1 rectangle from first " << mTimeS[mCloseUp.begin] << ", graph 0 to first "
-             << mTimeS[mCloseUp.end - 1]
-             << ", graph 1 behind fillcolor rgb '#F0E6C0' fillstyle solid noborder\n";
-    }
-    void unmarkCloseUp() { mOut << "unset object 1\nunset label 1\nunset label 2\n"; }
+    void timeRange(Window window) { setRange('x', {mTimeS[window.begin], mTimeS[window.end - 1]}); }
 
     struct Curve {
         const char* name;
@@ -222,38 +217,38 @@ class Script {
         double width;
     };
 
-    void plotCurves(const std::string& data, const std::vector<Curve>& curves) {
-        mOut << "plot ";
-        for (size_t i = 0; i < curves.size(); ++i) {
-            mOut << (i == 0 ? "" : ", ") << "$" << data << " using 1:" << i + 2
-                 << " with lines linecolor rgb '" << curves[i].colour << "' linewidth " << curves[i].width
-                 << " title " << quoted(curves[i].name);
-        }
-        mOut << "\n";
+    void plotCurves(std::string_view data, const std::vector<Curve>& curves) {
+        add("plot");
+        for (size_t i = 0; i < curves.size(); ++i)
+            add("{} ${} using 1:{} with lines linecolor rgb '{}' linewidth {} title '{}'", i == 0 ? "" : ",",
+                data, i + 2, curves[i].colour, curves[i].width, curves[i].name);
+        add("\n");
     }
 
     // The whole recording to the left, the close-up to the right, at one scale each for the row.
-    void addRow(const std::string& name, double bottom, const std::string& title, const char* yLabel,
-                const Series& series, const std::vector<Curve>& curves, Range range) {
-        setRange("y", range);
-        writeData(name, mWhole, series);
+    void addPanels(const std::string& name, double bottom, const std::string& title, const char* yLabel,
+                   const Series& series, const std::vector<Curve>& curves, Range range) {
+        const Window whole{0, mTimeS.size()};
+        setRange('y', range);
+        addTimedData(name, whole, series);
         place(leftPanel(bottom), title, "time [s]", yLabel);
-        timeRange(mWhole);
-        markCloseUp();
+        timeRange(whole);
+        add("set object 1 rectangle from first {:.9g}, graph 0 to first {:.9g}, graph 1 behind "
+            "fillcolor rgb '#F0E6C0' fillstyle solid noborder\n",
+            mTimeS[mCloseUp.begin], mTimeS[mCloseUp.end - 1]);
         plotCurves(name, curves);
-        unmarkCloseUp();
+        add("unset object 1\nunset label 1\nunset label 2\n");
 
         Range near;
-        for (const std::vector<double>* values : series) {
+        for (const std::vector<double>* values : series)
             for (size_t i = mCloseUp.begin; i < mCloseUp.end; ++i) near.include((*values)[i]);
-        }
-        setRange("y", near.padded());
-        writeData(name + "_near", mCloseUp, series);
+        setRange('y', near.padded());
+        addTimedData(name + "_near", mCloseUp, series);
         place(rightPanel(bottom), "", "time [s]", yLabel);
         timeRange(mCloseUp);
-        mOut << "set key off\n";
+        add("set key off\n");
         plotCurves(name + "_near", curves);
-        mOut << "set key on\n";
+        add("set key on\n");
     }
 
     void addGyro() {
@@ -261,20 +256,20 @@ class Script {
                                &mRecording[Column::kGyroRawZ]};
         Range range;
         for (const std::vector<double>* values : series) range.include(*values);
-        addRow("gyro", kFirstRow, "gyro, raw", "gyro [counts]", series,
-               {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}, {"z", kAxisColours[2], 1}},
-               range.padded(0.15));
+        addPanels("gyro", kFirstRow, "gyro, raw", "gyro [counts]", series,
+                  {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}, {"z", kAxisColours[2], 1}},
+                  range.padded(0.15));
     }
 
     static std::string angle(double value) { return figure(value, 4, "\u00b0"); }
 
     std::string axisTitle(size_t axis) const {
         const AxisStats& stats = mStats.axes[axis];
-        std::string title = axis == 0 ? "x: " : "y: ";
-        title += "shake " + angle(stats.shakeRms) + " RMS";
+        std::string title = fmt::format("{}: shake {} RMS", axis == 0 ? "x" : "y", angle(stats.shakeRms));
         if (std::isfinite(stats.suppressionDb))
-            title += ", suppressed by " + figure(stats.suppressionDb, 1, " dB");
-        if (stats.samplesAtLimit > 0) title += ", " + grouped(stats.samplesAtLimit) + " samples at the limit";
+            title += fmt::format(", suppressed by {}", figure(stats.suppressionDb, 1, " dB"));
+        if (stats.samplesAtLimit > 0)
+            title += fmt::format(", {} samples at the limit", grouped(stats.samplesAtLimit));
         return title;
     }
 
@@ -285,67 +280,53 @@ class Script {
         range.include(mRecording[Column::kAngleHallX]);
         range.include(mRecording[Column::kAngleHallY]);
         const Column hall = axis == 0 ? Column::kAngleHallX : Column::kAngleHallY;
-        addRow(axis == 0 ? "axis_x" : "axis_y", bottom, axisTitle(axis),
-               axis == 0 ? "angle x [\u00b0]" : "angle y [\u00b0]", {&mTarget[axis], &mRecording[hall]},
-               {{"target", kLightTargetColour, 3.5}, {"hall", kHallColour, 1.3}}, range.padded(0.15));
+        addPanels(axis == 0 ? "axis_x" : "axis_y", bottom, axisTitle(axis),
+                  axis == 0 ? "angle x [\u00b0]" : "angle y [\u00b0]", {&mTarget[axis], &mRecording[hall]},
+                  {{"target", kLightTargetColour, 3.5}, {"hall", kHallColour, 1.3}}, range.padded(0.15));
     }
 
     void addResidual(double bottom) {
         Range range;
         for (const auto& residual : mResidual) range.include(residual);
-        addRow("residual", bottom,
-               "residual, target minus hall: x " + angle(mStats.axes[0].residualRms) + " RMS, y " +
-                   angle(mStats.axes[1].residualRms) + " RMS",
-               "residual [\u00b0]", {&mResidual[0], &mResidual[1]},
-               {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}}, range.padded(0.15));
+        addPanels("residual", bottom,
+                  fmt::format("residual, target minus hall: x {} RMS, y {} RMS",
+                              angle(mStats.axes[0].residualRms), angle(mStats.axes[1].residualRms)),
+                  "residual [\u00b0]", {&mResidual[0], &mResidual[1]},
+                  {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}}, range.padded(0.15));
     }
 
     void addPath() {
-        const std::vector<double>& hallX = mRecording[Column::kAngleHallX];
-        const std::vector<double>& hallY = mRecording[Column::kAngleHallY];
+        const Series path{&mTarget[0], &mTarget[1], &mRecording[Column::kAngleHallX],
+                          &mRecording[Column::kAngleHallY]};
         Range range;
-        range.include(hallX);
-        range.include(hallY);
-        range.include(mTarget[0]);
-        range.include(mTarget[1]);
-        const Range square = range.padded();
-
-        mOut << "$path << END_OF_DATA\n";
-        for (size_t i = 0; i < mTimeS.size(); ++i) {
-            for (const double value : {mTarget[0][i], mTarget[1][i], hallX[i], hallY[i]}) writeValue(value);
-            mOut << '\n';
-        }
-        mOut << "END_OF_DATA\n";
+        for (const std::vector<double>* values : path) range.include(*values);
+        addData("path", path);
         constexpr double kAsWideAsHigh = kBottomHeight * kHeight / kWidth;
         place({kLeft, kLeft + kAsWideAsHigh, kBottom, kBottom + kBottomHeight}, "path of the lens",
               "angle x [\u00b0]", "angle y [\u00b0]");
-        setRange("x", square);
-        setRange("y", square);
-        mOut << "plot $path using 1:2 with lines linecolor rgb '" << kLightTargetColour
-             << "' linewidth 1 title 'target', "
-             << "$path using 3:4 with lines linecolor rgb '" << kHallColour << "' linewidth 1 title 'hall'\n";
+        setRange('x', range.padded());
+        setRange('y', range.padded());
+        add("plot $path using 1:2 with lines linecolor rgb '{}' linewidth 1 title 'target', "
+            "$path using 3:4 with lines linecolor rgb '{}' linewidth 1 title 'hall'\n",
+            kLightTargetColour, kHallColour);
     }
 
     void addSpectrum() {
+        const auto& [x, y] = mStats.axes;
+        const Series densities{&x.shakeDensity, &y.shakeDensity, &x.residualDensity, &y.residualDensity};
+        Range range;
+        for (const std::vector<double>* values : densities)
+            for (const double value : *values)
+                if (value > 0) range.include(value);  // the scale is logarithmic
+        if (range.low > range.high) return;
+        Series columns{&mStats.frequencyHz};
+        columns.insert(columns.end(), densities.begin(), densities.end());
+        addData("spectrum", columns);
         place({0.52, kRight, kBottom, kBottom + kBottomHeight}, "spectrum", "frequency [Hz]",
               "density [\u00b0/\u221aHz]");
-        mOut << "set logscale xy\nset format y '%g'\n";
-        Range range;
-        mOut << "$spectrum << END_OF_DATA\n";
-        const auto& axes = mStats.axes;
-        for (size_t i = 0; i < mStats.frequencyHz.size(); ++i) {
-            mOut << mStats.frequencyHz[i];
-            for (const double value : {axes[0].shakeDensity[i], axes[1].shakeDensity[i],
-                                       axes[0].residualDensity[i], axes[1].residualDensity[i]}) {
-                writeValue(value > 0 ? value : std::numeric_limits<double>::quiet_NaN());
-                if (value > 0) range.include(value);
-            }
-            mOut << '\n';
-        }
-        mOut << "END_OF_DATA\n";
-        if (range.low > range.high) return;
-        setRange("x", {mStats.frequencyHz.front(), mStats.frequencyHz.back()});
-        setRange("y", {range.low / 2, range.high * 4});
+        add("set logscale xy\nset format y '%g'\n");
+        setRange('x', {mStats.frequencyHz.front(), mStats.frequencyHz.back()});
+        setRange('y', {range.low / 2, range.high * 4});
         plotCurves("spectrum", {{"target x", kTargetColour, 1.5},
                                 {"target y", kLightTargetColour, 1.5},
                                 {"residual x", kHallColour, 1.5},
@@ -357,97 +338,56 @@ class Script {
     const std::vector<double>& mTimeS;
     std::array<std::vector<double>, 2> mTarget;
     std::array<std::vector<double>, 2> mResidual;
-    Window mWhole;
     Window mCloseUp;
-    std::ostringstream mOut;
+    std::string mText;
 };
 
-// A folder that goes with the object.
-class TemporaryFolder {
-  public:
-    TemporaryFolder() {
-        std::string name = (fs::temp_directory_path() / "oisctl_plot_XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw JobError("cannot make a temporary folder " + name + ": " + std::strerror(errno));
-        }
-        mPath = name;
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        fs::remove_all(mPath, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    const fs::path& path() const { return mPath; }
-
-  private:
-    fs::path mPath;
-};
-
-std::string terminalFor(const fs::path& out) {
-    const std::string size = std::to_string(kWidth) + "," + std::to_string(kHeight);
-    if (out.extension() == ".png")
-        return "pngcairo noenhanced size " + size + " background '#FFFFFF' font 'Sans,14'";
-    if (out.extension() == ".svg")
-        return "svg noenhanced size " + size + " background '#FFFFFF' font 'Sans,17'";
+std::string_view terminalFor(const fs::path& out) {
+    if (out.extension() == ".png") return "pngcairo noenhanced font 'Sans,14'";
+    if (out.extension() == ".svg") return "svg noenhanced font 'Sans,17'";
     throw InputError(out.string() + ": a plot is a .png or an .svg file");
 }
 
-std::string firstLine(const fs::path& file) {
-    std::ifstream in(file);
-    for (std::string line; std::getline(in, line);) {
-        if (line.find_first_not_of(" \t^") != std::string::npos) return line;
-    }
-    return "it says nothing";
+std::string firstLine(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n^"), text.size()));
+    return text.empty() ? "it says nothing" : std::string(text.substr(0, text.find('\n')));
 }
 
-// Runs gnuplot on the script in `folder`; its messages go to a file there.
-void runGnuplot(const fs::path& folder) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, kErrorsName, O_WRONLY | O_CREAT, 0600);
-    posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
-    std::string program = "gnuplot", noSettings = "-d", script = kScriptName;
-    char* const arguments[] = {program.data(), noSettings.data(), script.data(), nullptr};
-    pid_t child = 0;
-    const int error = posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    const char* const absent = "gnuplot is not installed; the package gnuplot-nox has it";
-    if (error == ENOENT) throw JobError(absent);
-    if (error != 0) throw JobError(std::string("gnuplot cannot be started: ") + std::strerror(error));
-
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR) throw JobError(std::string("waiting for gnuplot: ") + std::strerror(errno));
-    }
-    // Some systems only notice in the child that there is no such program.
-    constexpr int kNotFound = 127;
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound) throw JobError(absent);
-    if (status != 0) throw JobError("gnuplot failed: " + firstLine(folder / kErrorsName));
-}
-
-// By a copy beside it, as `out` may lie in another file system.
-void moveInto(const fs::path& picture, const fs::path& out) {
-    const fs::path part = out.string() + ".part";
-    std::error_code error;
-    fs::copy_file(picture, part, fs::copy_options::overwrite_existing, error);
-    if (!error) fs::rename(part, out, error);
-    if (!error) return;
-    std::error_code ignored;
-    fs::remove(part, ignored);
-    throw JobError(out.string() + ": cannot be written: " + error.message());
+// The script has no name that another could take: gnuplot inherits the open file.
+void runGnuplot(const std::string& script) {
+    std::FILE* const file = std::tmpfile();
+    if (file == nullptr)
+        throw JobError(fmt::format("cannot make a temporary file: {}", std::strerror(errno)));
+    std::fwrite(script.data(), 1, script.size(), file);
+    std::fflush(file);
+    std::FILE* const pipe = popen(fmt::format("gnuplot -d /dev/fd/{} 2>&1", fileno(file)).c_str(), "r");
+    if (pipe == nullptr) throw JobError(fmt::format("gnuplot cannot be started: {}", std::strerror(errno)));
+    std::string said;
+    for (std::array<char, 256> piece{}; std::fgets(piece.data(), piece.size(), pipe) != nullptr;)
+        said += piece.data();
+    const int status = pclose(pipe);
+    std::fclose(file);
+    constexpr int kNotFound = 127;  // the shell's
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound)
+        throw JobError("gnuplot is not installed; the package gnuplot-nox has it");
+    if (status != 0) throw JobError("gnuplot failed: " + firstLine(said));
 }
 
 }  // namespace
 
 void plotRecording(const Recording& recording, const RecordingStats& stats, const fs::path& out) {
-    const std::string terminal = terminalFor(out);
-    const TemporaryFolder folder;
-    std::ofstream(folder.path() / kScriptName) << Script(recording, stats, terminal).text();
-    runGnuplot(folder.path());
-    moveInto(folder.path() / kPictureName, out);
+    const std::string_view terminal = terminalFor(out);
+    const fs::path part = out.string() + ".part";
+    if (!std::ofstream(part)) throw JobError(out.string() + ": cannot be written: " + std::strerror(errno));
+    std::error_code error;
+    try {
+        runGnuplot(Script(recording, stats, terminal, part).text());
+        fs::rename(part, out, error);
+        if (error) throw JobError(out.string() + ": cannot be written: " + error.message());
+    } catch (const JobError&) {
+        fs::remove(part, error);
+        throw;
+    }
 }
 
 }  // namespace oisctl

@@ -2,43 +2,21 @@
 
 #include "recording/recording.h"
 
-#include <algorithm>
-#include <cerrno>
+#include <fmt/core.h>
+
 #include <charconv>
 #include <cstdint>
-#include <cstring>
-#include <fstream>
-#include <sstream>
+
+#include "base/file_content.h"
 
 namespace oisctl {
 
-const std::array<std::string_view, kColumnCount> kColumnNames = {
-    "chose",
-    "sys_timestamp",
-    "gyro_raw_x",
-    "gyro_raw_y",
-    "gyro_raw_z",
-    "acc_raw_x",
-    "acc_raw_y",
-    "acc_raw_z",
-    "gyro_target_x",
-    "gyro_target_y",
-    "acc_target_x",
-    "acc_target_y",
-    "hall_x",
-    "hall_y",
-    "synthetic_x",
-    "synthetic_y",
-    "angle_gyro_target_x",
-    "angle_gyro_target_y",
-    "angle_acc_target_x",
-    "angle_acc_target_y",
-    "angle_hall_x",
-    "angle_hall_y",
-};
-
 namespace {
 
+constexpr const char* kHeader =
+    "chose sys_timestamp gyro_raw_x gyro_raw_y gyro_raw_z acc_raw_x acc_raw_y acc_raw_z gyro_target_x "
+    "gyro_target_y acc_target_x acc_target_y hall_x hall_y synthetic_x synthetic_y angle_gyro_target_x "
+    "angle_gyro_target_y angle_acc_target_x angle_acc_target_y angle_hall_x angle_hall_y";
 constexpr size_t kTimestampColumn = static_cast<size_t>(Column::kTimestamp);
 constexpr size_t kFirstAngleColumn = static_cast<size_t>(Column::kAngleGyroTargetX);
 constexpr double kSecondsPerMicrosecond = 1e-6;
@@ -50,10 +28,6 @@ bool parse(std::string_view text, Number& value) {
     const char* end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, value);
     return result.ec == std::errc() && result.ptr == end && !text.empty();
-}
-
-std::string quoted(std::string_view text) {
-    return "\"" + std::string(text) + "\"";
 }
 
 struct Timestamp {
@@ -84,40 +58,28 @@ class StatusReader {
     }
 
     Recording read() {
-        const std::string content = readAll();
+        const std::string content = asInput("", [this] { return phone::readFile(mFile); });
         std::string_view rest = content;
-        while (!rest.empty()) {
+        for (size_t end = 0; (end = rest.find('\n')) != std::string_view::npos; rest.remove_prefix(end + 1)) {
             ++mLine;
-            const size_t end = rest.find('\n');
-            if (end == std::string_view::npos) break;
-            std::string_view line = rest.substr(0, end);
-            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+            const std::string_view line = phone::trimmed(rest.substr(0, end));
             if (mLine == 1) {
                 takeHeader(line);
             } else {
                 takeRow(line);
             }
-            rest.remove_prefix(end + 1);
         }
-        if (mLine == 0 || (mLine == 1 && !rest.empty()))
-            fail(1, "no header line; this is no status recording");
-        addNotes(!rest.empty());
+        if (mLine == 0) fail(1, "no header line; this is no status recording");
+        note(mUnanswered, "all zero, the controller did not answer");
+        note(mRepeats, "time does not go on");
+        if (!rest.empty())
+            mRecording.notes.push_back(fmt::format("line {} left out: cut while being written", mLine + 1));
         return std::move(mRecording);
     }
 
   private:
     [[noreturn]] void fail(size_t line, const std::string& reason) const {
-        throw InputError(mFile + ":" + std::to_string(line) + ": " + reason);
-    }
-
-    std::string readAll() const {
-        std::ifstream in(mFile, std::ios::binary);
-        if (!in || std::filesystem::is_directory(mFile)) {
-            throw InputError(mFile + ": cannot be read: " + std::strerror(in ? EISDIR : errno));
-        }
-        std::ostringstream content;
-        content << in.rdbuf();
-        return std::move(content).str();
+        throw InputError(fmt::format("{}:{}: {}", mFile, line, reason));
     }
 
     Cells split(std::string_view line) const {
@@ -130,9 +92,8 @@ class StatusReader {
             begin = line.find_first_not_of(' ', end);
         }
         if (count != kColumnCount) {
-            fail(mLine, std::to_string(count) + (count == 1 ? " column" : " columns") + ", expected " +
-                            std::to_string(kColumnCount) +
-                            (mLine == 1 ? "; this is no status recording" : ""));
+            fail(mLine, fmt::format("{} column{}, expected {}{}", count, count == 1 ? "" : "s", kColumnCount,
+                                    mLine == 1 ? "; this is no status recording" : ""));
         }
         return cells;
     }
@@ -140,9 +101,9 @@ class StatusReader {
     void takeHeader(std::string_view line) const {
         const Cells cells = split(line);
         for (size_t i = 0; i < kColumnCount; ++i) {
-            if (cells[i] == kColumnNames[i]) continue;
-            fail(mLine, "column " + std::to_string(i + 1) + " is " + quoted(cells[i]) + ", expected " +
-                            quoted(kColumnNames[i]) + "; this is no status recording");
+            if (cells[i] == mNames[i]) continue;
+            fail(mLine, fmt::format("column {} is \"{}\", expected \"{}\"; this is no status recording",
+                                    i + 1, cells[i], mNames[i]));
         }
     }
 
@@ -153,7 +114,8 @@ class StatusReader {
         bool answered = time.seconds != 0 || time.microseconds != 0;
         for (size_t i = 0; i < kColumnCount; ++i) {
             if (i == kTimestampColumn) continue;
-            values[i] = i < kFirstAngleColumn ? whole(cells[i], i) : number(cells[i], i);
+            values[i] = i < kFirstAngleColumn ? number<int>(cells[i], i, "a whole number")
+                                              : number<double>(cells[i], i, "a number");
             answered |= i > kTimestampColumn && i < kFirstAngleColumn && values[i] != 0;
         }
         if (!answered) {
@@ -174,7 +136,7 @@ class StatusReader {
     }
 
     [[noreturn]] void failValue(std::string_view cell, size_t column, const char* expected) const {
-        fail(mLine, std::string(kColumnNames[column]) + " is " + quoted(cell) + ", expected " + expected);
+        fail(mLine, fmt::format("{} is \"{}\", expected {}", mNames[column], cell, expected));
     }
 
     Timestamp timestamp(std::string_view cell) const {
@@ -187,34 +149,21 @@ class StatusReader {
         return time;
     }
 
-    double whole(std::string_view cell, size_t column) const {
-        int value = 0;
-        if (!parse(cell, value)) failValue(cell, column, "a whole number");
-        return value;
-    }
-
-    double number(std::string_view cell, size_t column) const {
-        double value = 0;
-        if (!parse(cell, value)) failValue(cell, column, "a number");
+    template <typename Number>
+    double number(std::string_view cell, size_t column, const char* expected) const {
+        Number value{};
+        if (!parse(cell, value)) failValue(cell, column, expected);
         return value;
     }
 
     void note(const LeftOut& out, const char* what) {
         if (out.rows == 0) return;
-        const std::string rows = std::to_string(out.rows) + (out.rows == 1 ? " row" : " rows");
-        mRecording.notes.push_back(rows + " left out, the first in line " + std::to_string(out.firstLine) +
-                                   ": " + what);
-    }
-
-    void addNotes(bool cut) {
-        note(mUnanswered, "all zero, the controller did not answer");
-        note(mRepeats, "time does not go on");
-        if (cut)
-            mRecording.notes.push_back("line " + std::to_string(mLine) +
-                                       " left out: cut while being written");
+        mRecording.notes.push_back(fmt::format("{} row{} left out, the first in line {}: {}", out.rows,
+                                               out.rows == 1 ? "" : "s", out.firstLine, what));
     }
 
     const std::string mFile;
+    const Cells mNames = split(kHeader);
     size_t mLine = 0;
     Timestamp mStart;
     LeftOut mUnanswered;

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "base/errors.h"
@@ -15,25 +14,13 @@
 
 namespace oisctl {
 
-// In file order.
-enum class Column {
-    kChose,
-    kTimestamp,
+// Those that are asked for by name, by their place in the file.
+enum class Column : size_t {
+    kTimestamp = 1,
     kGyroRawX,
     kGyroRawY,
     kGyroRawZ,
-    kAccRawX,
-    kAccRawY,
-    kAccRawZ,
-    kGyroTargetX,
-    kGyroTargetY,
-    kAccTargetX,
-    kAccTargetY,
-    kHallX,
-    kHallY,
-    kSyntheticX,
-    kSyntheticY,
-    kAngleGyroTargetX,
+    kAngleGyroTargetX = 16,
     kAngleGyroTargetY,
     kAngleAccTargetX,
     kAngleAccTargetY,
@@ -41,7 +28,6 @@ enum class Column {
     kAngleHallY,
 };
 constexpr size_t kColumnCount = 22;
-extern const std::array<std::string_view, kColumnCount> kColumnNames;
 
 // One recording, column by column. Timestamps are in seconds from `startS` on and strictly increase; every
 // other column holds what the file says, "inf" and "nan" included.

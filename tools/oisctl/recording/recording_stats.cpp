@@ -258,9 +258,9 @@ std::vector<double> residualAngle(const Recording& recording, size_t axis) {
 
 RecordingStats computeStats(const Recording& recording, std::optional<double> limitAngle) {
     if (recording.rows() < 2) {
-        throw InputError(recording.source + ": " + std::to_string(recording.rows()) +
-                         (recording.rows() == 1 ? " row" : " rows") + " of data; statistics need at least 2" +
-                         (recording.notes.empty() ? "" : " (" + recording.notes.front() + ")"));
+        throw InputError(fmt::format("{}: {} of data; statistics need at least 2{}", recording.source,
+                                     recording.rows() == 1 ? "1 row" : "0 rows",
+                                     recording.notes.empty() ? "" : " (" + recording.notes.front() + ")"));
     }
     RecordingStats stats;
     stats.rows = recording.rows();
