@@ -1,25 +1,20 @@
 #include "hub/sensor_hub.h"
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstring>
-#include <limits>
-#include <mutex>
 #include <string>
 #include <utility>
 
+#include "controllers/controller.h"
 #include "entry/phone_in_use.h"
 #include "faults/faults.h"
 #include "kernel/user_memory.h"
 #include "modules/module_description.h"
 #include "motion/motion.h"
-#include "ois_drv.h"
 #include "time/clock.h"
 #include "trace/decode.h"
-#include "trace/trace.h"
 
 namespace phone {
 
@@ -35,9 +30,7 @@ namespace {
 constexpr int64_t kUsPerMs = 1000;
 constexpr int64_t kNsPerUs = 1000;
 constexpr double kSecondsPerUs = 1e-6;
-constexpr size_t kCommandIds = 256;
 constexpr int32_t kDisableFailed = -1;
-constexpr uint32_t kGenericFirmwareVersion = 2;
 
 // What a command carries, as far as it came; the rest is zero.
 template <typename Record>
@@ -63,91 +56,9 @@ SensorData sampleOf(const MotionSample& motion, int64_t timeUs) {
     return sample;
 }
 
-// A word that says nothing until it was sent.
-class ToldWord {
-  public:
-    void tell(int32_t word) { mWord.store(word, std::memory_order_relaxed); }
-    void forget() { mWord.store(kNothing, std::memory_order_relaxed); }
-    std::optional<int32_t> get() const {
-        const int64_t word = mWord.load(std::memory_order_relaxed);
-        return word == kNothing ? std::nullopt : std::optional(static_cast<int32_t>(word));
-    }
-
-  private:
-    static constexpr int64_t kNothing = std::numeric_limits<int64_t>::min();
-    std::atomic<int64_t> mWord{kNothing};
-};
-
 }  // namespace
 
-// Outlives the phone in the providers that the driver still holds; they touch nothing else from then on.
-class SensorHub::State {
-  public:
-    State(Clock& clock, Trace& trace, Faults& faults, const Motion& motion)
-        : mClock(clock),
-          mTrace(trace),
-          mFaults(faults),
-          mMotion(motion),
-          mChip(clock, trace, motion, faults) {}
-
-    // The channel.
-    bool enable(eSensorType type, uint32_t intervalMs);
-    bool isEnabled(eSensorType type);
-    int32_t disable(eSensorType type);
-    bool drain(eSensorType type, std::vector<SensorData>& samples);
-    std::vector<SensorData> takeSamples();
-
-    // Commands.
-    int32_t command(eSensorType type, OisCustomCmd& command);
-    int32_t execute(OisCustomCmd& command);
-    void remember(const OisCustomCmd& command);
-    void carryOut(OisCustomCmd& command);
-    void switchBypass(const OisCustomCmd& command);
-    void applyAccParams(const ois_acc_params& params);
-    void endSession();
-    void answerGain(OisCustomCmd& command);
-    void storeGain(const ois::OisGain& gain);
-    void serveFirmware(OisCustomCmd& command);
-    void record(const OisCustomCmd& sent, const OisCustomCmd& answered, HubPhase phase, int32_t result,
-                const Fate& fate);
-    void recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
-                    const Fate& fate);
-
-    Clock& mClock;
-    Trace& mTrace;
-    Faults& mFaults;
-    const Motion& mMotion;
-    KorvaChip mChip;
-    std::atomic<bool> mPhoneAlive{true};
-    std::atomic<int32_t> mProviders{0};
-
-    std::atomic<bool> mEnabled{false};
-    std::atomic<uint32_t> mIntervalMs{0};
-    std::atomic<int> mReportedEnabled{-1};  // -1: the truth
-    std::mutex mChannelMutex;
-    int64_t mEnabledSinceUs = 0;
-    int64_t mSamplesTaken = 0;
-    SampleOrder mOrder = SampleOrder::kOldestFirst;
-    std::optional<std::vector<SensorData>> mNextSamples;
-
-    struct Relayed {
-        std::mutex mutex;
-        RelayedCommand command;
-    };
-    std::array<Relayed, kCommandIds> mRelayed;
-    std::atomic<bool> mBringUp{false};  // the channel was enabled and the bring-up command has not come yet
-    std::atomic<bool> mBypass{true};
-    std::atomic<bool> mStreaming{false};
-    ToldWord mTemperature;
-    ToldWord mTemperatureStrategy;
-    std::mutex mMutex;  // of the rest
-    std::optional<ois::HubInit> mInit;
-    ois::OisGain mGain{};
-    FirmwareImage mFirmware = FirmwareImage::generate(kGenericFirmwareVersion);
-    std::vector<FirmwareReport> mReports;
-};
-
-bool SensorHub::State::enable(eSensorType type, uint32_t intervalMs) {
+bool SensorHub::enable(eSensorType type, uint32_t intervalMs) {
     const Fate fate = mFaults.consult(FaultPoint::kSensorEnable);
     const bool refused = type != ois::kOisSensorType || intervalMs == 0 || fate.fails();
     if (!refused && !fate.lost()) {
@@ -163,7 +74,7 @@ bool SensorHub::State::enable(eSensorType type, uint32_t intervalMs) {
     return !refused;
 }
 
-bool SensorHub::State::isEnabled(eSensorType type) {
+bool SensorHub::isEnabled(eSensorType type) {
     const Fate fate = mFaults.consult(FaultPoint::kSensorEnabled);
     const int reported = mReportedEnabled.load(std::memory_order_relaxed);
     const bool enabled = type == ois::kOisSensorType && !fate.fails() &&
@@ -172,7 +83,7 @@ bool SensorHub::State::isEnabled(eSensorType type) {
     return enabled;
 }
 
-int32_t SensorHub::State::disable(eSensorType type) {
+int32_t SensorHub::disable(eSensorType type) {
     const Fate fate = mFaults.consult(FaultPoint::kSensorDisable);
     int32_t result = type != ois::kOisSensorType || fate.fails() ? kDisableFailed : 0;
     if (result == 0 && !fate.lost()) {
@@ -184,7 +95,7 @@ int32_t SensorHub::State::disable(eSensorType type) {
     return result;
 }
 
-bool SensorHub::State::drain(eSensorType type, std::vector<SensorData>& samples) {
+bool SensorHub::drain(eSensorType type, std::vector<SensorData>& samples) {
     const Fate fate = mFaults.consult(FaultPoint::kSensorSamples);
     const bool works = type == ois::kOisSensorType && mEnabled && !fate.fails();
     samples = works ? takeSamples() : std::vector<SensorData>();
@@ -196,7 +107,7 @@ bool SensorHub::State::drain(eSensorType type, std::vector<SensorData>& samples)
 }
 
 // One sample per interval since the channel was enabled.
-std::vector<SensorData> SensorHub::State::takeSamples() {
+std::vector<SensorData> SensorHub::takeSamples() {
     const std::lock_guard lock(mChannelMutex);
     const int64_t intervalUs = int64_t{mIntervalMs} * kUsPerMs;
     const int64_t due = (mClock.nowUs() - mEnabledSinceUs) / intervalUs;
@@ -212,11 +123,10 @@ std::vector<SensorData> SensorHub::State::takeSamples() {
         const int64_t timeUs = mEnabledSinceUs + i * intervalUs;
         samples.push_back(sampleOf(source->at(static_cast<double>(timeUs) * kSecondsPerUs), timeUs));
     }
-    if (mOrder == SampleOrder::kNewestFirst) std::ranges::reverse(samples);
     return samples;
 }
 
-int32_t SensorHub::State::command(eSensorType type, OisCustomCmd& command) {
+int32_t SensorHub::command(eSensorType type, OisCustomCmd& command) {
     if (type != ois::kOisSensorType) return -EINVAL;
     const bool bringUp = command.id == ois::idByte(HubCommand::kInit) && mBringUp.exchange(false);
     const HubPhase phase = bringUp ? HubPhase::kBringUp : HubPhase::kRunning;
@@ -236,7 +146,7 @@ int32_t SensorHub::State::command(eSensorType type, OisCustomCmd& command) {
     return result;
 }
 
-int32_t SensorHub::State::execute(OisCustomCmd& command) {
+int32_t SensorHub::execute(OisCustomCmd& command) {
     if (command.inputLength > ois::kHubPayloadSize || command.outputLength > ois::kHubPayloadSize)
         return -EINVAL;
     // The hub is another processor: its locks order nothing in the driver's threads.
@@ -246,42 +156,46 @@ int32_t SensorHub::State::execute(OisCustomCmd& command) {
     return 0;
 }
 
-void SensorHub::State::remember(const OisCustomCmd& command) {
+void SensorHub::remember(const OisCustomCmd& command) {
     Relayed& relayed = mRelayed[command.id];
     const std::lock_guard lock(relayed.mutex);
     relayed.command.record = command;
     ++relayed.command.count;
 }
 
-void SensorHub::State::carryOut(OisCustomCmd& command) {
+void SensorHub::carryOut(OisCustomCmd& command) {
     switch (static_cast<HubCommand>(command.id)) {
         case HubCommand::kKorvaReadReg: {
             const auto access = inputOf<ois::HubRegisterAccess>(command);
-            answer(command, mChip.readRegister(access.address, access.byteCount));
+            answer(command, mChip.held()->read(access.address, access.byteCount));
             break;
         }
         case HubCommand::kKorvaWriteReg: {
             const auto access = inputOf<ois::HubRegisterAccess>(command);
-            mChip.writeRegister(access.address, access.byteCount, access.value);
+            mChip.held()->write(access.address, access.byteCount, access.value);
             break;
         }
         case HubCommand::kSetMode: {
             const bool on = inputOf<int32_t>(command) != 0;
-            mChip.writeRegister(address(Register::kStabilisationMode), 1,
+            mChip.held()->write(address(Register::kStabilisationMode), 1,
                                 on ? ois::korva::kModeOn : ois::korva::kModeOff);
             break;
         }
-        case HubCommand::kWriteGain:
-            storeGain(inputOf<ois::OisGain>(command));
+        case HubCommand::kWriteGain: {
+            const std::lock_guard lock(mMutex);
+            writeGain(mGain, inputOf<ois::OisGain>(command));
             break;
+        }
         case HubCommand::kSetAccParams:
             applyAccParams(inputOf<ois_acc_params>(command));
             break;
-        case HubCommand::kReadGain:
-            answerGain(command);
+        case HubCommand::kReadGain: {
+            const std::lock_guard lock(mMutex);
+            answer(command, gainAnswer(mGain, inputOf<ois::OisGain>(command)));
             break;
+        }
         case HubCommand::kSetGyroOffset:
-            mChip.calibrate();
+            mChip.held()->calibrate();
             break;
         case HubCommand::kKorvaFwCmd:
             serveFirmware(command);
@@ -291,7 +205,7 @@ void SensorHub::State::carryOut(OisCustomCmd& command) {
             break;
         case HubCommand::kSetFixMode: {
             const auto fixMode = inputOf<ois::OisFixMode>(command);
-            mChip.holdLens(fixMode.target_x, fixMode.target_y);
+            mChip.held()->holdLens(fixMode.target_x, fixMode.target_y);
             break;
         }
         case HubCommand::kNotifyStream:
@@ -301,72 +215,48 @@ void SensorHub::State::carryOut(OisCustomCmd& command) {
             // The driver sends two bytes, which leaves the angle out.
             const auto active = inputOf<ois_act_parameters>(command);
             constexpr int32_t kWithAngle = 2;
-            mChip.setActive(active.enable != 0,
-                            active.enable == kWithAngle ? double{std::bit_cast<float>(active.angle)} : 0);
+            mChip.held()->setActive(active.enable != 0, active.enable == kWithAngle
+                                                            ? double{std::bit_cast<float>(active.angle)}
+                                                            : 0);
             break;
         }
-        case HubCommand::kSetTemperature:
-            mTemperature.tell(inputOf<int32_t>(command));
-            break;
         case HubCommand::kEndSession:
             endSession();
-            break;
-        case HubCommand::kSetTempStrategy:
-            mTemperatureStrategy.tell(inputOf<int32_t>(command));
             break;
         case HubCommand::kOperation18:
         case HubCommand::kCapture:
         case HubCommand::kSetAfPosition:
+        case HubCommand::kSetTemperature:
+        case HubCommand::kSetTempStrategy:
         case HubCommand::kNoHubMeaning:
             break;  // remembered, and nothing else is known about them
     }
 }
 
 // The bring-up command carries the bypass switch; the same id with zeros alone ends the bypass.
-void SensorHub::State::switchBypass(const OisCustomCmd& command) {
+void SensorHub::switchBypass(const OisCustomCmd& command) {
     const auto init = inputOf<ois::HubInit>(command);
     mBypass = init.bypass != 0;
     const std::lock_guard lock(mMutex);
     if (!mInit) mInit = init;
 }
 
-void SensorHub::State::applyAccParams(const ois_acc_params& params) {
+void SensorHub::applyAccParams(const ois_acc_params& params) {
     const float distance = params.enable != 0 ? params.distanceF : ois::korva::kAccDistanceOff;
-    mChip.writeRegister(address(Register::kAccCompensation), 1, params.enable != 0 ? 1 : 0);
-    mChip.writeRegister(address(Register::kAccObjectDistance), 4, std::bit_cast<uint32_t>(distance));
+    mChip.held()->write(address(Register::kAccCompensation), 1, params.enable != 0 ? 1 : 0);
+    mChip.held()->write(address(Register::kAccObjectDistance), 4, std::bit_cast<uint32_t>(distance));
 }
 
-void SensorHub::State::endSession() {
+void SensorHub::endSession() {
     mStreaming = false;
     mBypass = true;
-    mTemperature.forget();
-    mTemperatureStrategy.forget();
-    mChip.setActive(false, 0);
-    mChip.writeRegister(address(Register::kStabilisationMode), 1, ois::korva::kModeOff);
+    mChip.held()->setActive(false, 0);
+    mChip.held()->write(address(Register::kStabilisationMode), 1, ois::korva::kModeOff);
     const std::lock_guard lock(mMutex);
     mInit.reset();
 }
 
-void SensorHub::State::answerGain(OisCustomCmd& command) {
-    const uint32_t axis = inputOf<ois::OisGain>(command).axis;
-    const std::lock_guard lock(mMutex);
-    ois::OisGain gain = mGain;
-    gain.axis = axis;
-    answer(command, gain);
-}
-
-void SensorHub::State::storeGain(const ois::OisGain& gain) {
-    const std::lock_guard lock(mMutex);
-    if (gain.axis == 0) {
-        mGain.valueXf = gain.valueXf;
-        mGain.valueXi = gain.valueXi;
-    } else {
-        mGain.valueYf = gain.valueYf;
-        mGain.valueYi = gain.valueYi;
-    }
-}
-
-void SensorHub::State::serveFirmware(OisCustomCmd& command) {
+void SensorHub::serveFirmware(OisCustomCmd& command) {
     const auto request = inputOf<ois::HubFirmwareCommand>(command);
     const std::unique_lock lock(mMutex);
     switch (request.op) {
@@ -381,7 +271,7 @@ void SensorHub::State::serveFirmware(OisCustomCmd& command) {
             const std::span<const uint8_t> image = mFirmware.bytes();
             const size_t at = std::min<size_t>(request.argument1, image.size());
             const size_t length = std::min<size_t>(request.argument2, image.size() - at);
-            mChip.programBlock(request.argument1, image.subspan(at, length));
+            mChip.held()->program(request.argument1, image.subspan(at, length));
             break;
         }
         case ois::FirmwareOp::kCheckValue:
@@ -390,8 +280,8 @@ void SensorHub::State::serveFirmware(OisCustomCmd& command) {
     }
 }
 
-void SensorHub::State::record(const OisCustomCmd& sent, const OisCustomCmd& answered, HubPhase phase,
-                              int32_t result, const Fate& fate) {
+void SensorHub::record(const OisCustomCmd& sent, const OisCustomCmd& answered, HubPhase phase, int32_t result,
+                       const Fate& fate) {
     if (!mTrace.enabled()) return;
     const bool answers = !fate.lost() && result >= 0;
     Event event = hubEvent(sent, answers ? &answered : nullptr, phase);
@@ -401,8 +291,8 @@ void SensorHub::State::record(const OisCustomCmd& sent, const OisCustomCmd& answ
     mTrace.record(std::move(event));
 }
 
-void SensorHub::State::recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
-                                  const Fate& fate) {
+void SensorHub::recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
+                           const Fate& fate) {
     if (!mTrace.enabled()) return;
     mTrace.record({.kind = EventKind::kSensor,
                    .name = name,
@@ -414,33 +304,33 @@ void SensorHub::State::recordCall(const char* name, std::vector<Field> fields, s
 // The driver's handle on the hub.
 class SensorHub::Provider final : public SensorProvider {
   public:
-    explicit Provider(std::shared_ptr<State> state) : mState(std::move(state)) { ++mState->mProviders; }
+    explicit Provider(std::shared_ptr<Link> link) : mLink(std::move(link)) { ++mLink->providers; }
     ~Provider() override {
-        --mState->mProviders;
-        inPhone(false, [&] {
-            mState->recordCall("release", {}, std::nullopt, {});
+        --mLink->providers;
+        inPhone(false, [](SensorHub& hub) {
+            hub.recordCall("release", {}, std::nullopt, {});
             return true;
         });
     }
 
     bool enableSensor(eSensorType type, uint32_t intervalMs) override {
-        return inPhone(false, [&] { return mState->enable(type, intervalMs); });
+        return inPhone(false, [&](SensorHub& hub) { return hub.enable(type, intervalMs); });
     }
     bool isEnabled(eSensorType type) override {
-        return inPhone(false, [&] { return mState->isEnabled(type); });
+        return inPhone(false, [&](SensorHub& hub) { return hub.isEnabled(type); });
     }
     int32_t disableSensor(eSensorType type) override {
-        return inPhone(kDisableFailed, [&] { return mState->disable(type); });
+        return inPhone(kDisableFailed, [&](SensorHub& hub) { return hub.disable(type); });
     }
     bool getAllSensorData(eSensorType type, std::vector<SensorData>& samples) override {
-        return inPhone(false, [&] { return mState->drain(type, samples); });
+        return inPhone(false, [&](SensorHub& hub) { return hub.drain(type, samples); });
     }
     int32_t customCmd(eSensorType type, void* record) override {
-        return inPhone(-ENODEV, [&] {
+        return inPhone(-ENODEV, [&](SensorHub& hub) {
             // The caller's bytes need no alignment.
             OisCustomCmd command;
             std::memcpy(&command, record, sizeof command);
-            const int32_t result = mState->command(type, command);
+            const int32_t result = hub.command(type, command);
             std::memcpy(record, &command, sizeof command);
             return result;
         });
@@ -451,95 +341,55 @@ class SensorHub::Provider final : public SensorProvider {
     template <typename Result, typename Call>
     Result inPhone(Result gone, Call call) const {
         const PhoneInUse phone;
-        if (!phone || !mState->mPhoneAlive) return gone;
-        mState->mClock.enter();
-        return call();
+        SensorHub* hub = phone ? mLink->hub.load() : nullptr;
+        if (hub == nullptr) return gone;
+        hub->mClock.enter();
+        return call(*hub);
     }
 
-    const std::shared_ptr<State> mState;
+    const std::shared_ptr<Link> mLink;
 };
 
 SensorHub::SensorHub(Clock& clock, Trace& trace, Faults& faults, const Motion& motion)
-    : mState(std::make_shared<State>(clock, trace, faults, motion)) {}
+    : mClock(clock),
+      mTrace(trace),
+      mFaults(faults),
+      mMotion(motion),
+      mChip(clock, trace, motion, faults),
+      mLink(std::make_shared<Link>(this)) {}
 
 SensorHub::~SensorHub() {
-    mState->mPhoneAlive = false;
+    mLink->hub = nullptr;
 }
 
 void SensorHub::fit(const ModuleDescription& module) {
-    mState->mChip.fit(module);
-    const std::lock_guard lock(mState->mMutex);
-    mState->mGain = module.gain;
-    mState->mFirmware = FirmwareImage::generate(module.firmwareVersion + 1);
-}
-
-KorvaChip& SensorHub::chip() {
-    return mState->mChip;
+    mChip.held()->fit(module);
+    const std::lock_guard lock(mMutex);
+    mGain = module.gain;
+    mFirmware = FirmwareImage::generate(module.firmwareVersion + 1);
 }
 
 std::shared_ptr<SensorProvider> SensorHub::createProvider(const char* userName) {
-    mState->mClock.enter();
-    const Fate fate = mState->mFaults.consult(FaultPoint::kSensorProvider);
+    mClock.enter();
+    const Fate fate = mFaults.consult(FaultPoint::kSensorProvider);
     const bool failed = fate.fails() || fate.lost();
-    mState->recordCall("createInstance", {{"user", std::string(userName == nullptr ? "" : userName)}},
-                       failed ? 0 : 1, fate);
-    return failed ? nullptr : std::make_shared<Provider>(mState);
-}
-
-bool SensorHub::channelEnabled() const {
-    return mState->mEnabled;
-}
-
-uint32_t SensorHub::intervalMs() const {
-    return mState->mIntervalMs;
-}
-
-void SensorHub::setReportedEnabled(std::optional<bool> enabled) {
-    mState->mReportedEnabled = enabled ? (*enabled ? 1 : 0) : -1;
-}
-
-void SensorHub::setSampleOrder(SampleOrder order) {
-    const std::lock_guard lock(mState->mChannelMutex);
-    mState->mOrder = order;
+    recordCall("createInstance", {{"user", std::string(userName == nullptr ? "" : userName)}}, failed ? 0 : 1,
+               fate);
+    return failed ? nullptr : std::make_shared<Provider>(mLink);
 }
 
 void SensorHub::setNextSamples(std::vector<SensorData> samples) {
-    const std::lock_guard lock(mState->mChannelMutex);
-    mState->mNextSamples = std::move(samples);
-}
-
-int32_t SensorHub::providers() const {
-    return mState->mProviders;
+    const std::lock_guard lock(mChannelMutex);
+    mNextSamples = std::move(samples);
 }
 
 std::optional<ois::HubInit> SensorHub::init() const {
-    const std::lock_guard lock(mState->mMutex);
-    return mState->mInit;
-}
-
-bool SensorHub::bypass() const {
-    return mState->mBypass;
-}
-
-bool SensorHub::streaming() const {
-    return mState->mStreaming;
-}
-
-std::optional<int32_t> SensorHub::temperature() const {
-    return mState->mTemperature.get();
-}
-
-std::optional<int32_t> SensorHub::temperatureStrategy() const {
-    return mState->mTemperatureStrategy.get();
-}
-
-ois::OisGain SensorHub::gain() const {
-    const std::lock_guard lock(mState->mMutex);
-    return mState->mGain;
+    const std::lock_guard lock(mMutex);
+    return mInit;
 }
 
 RelayedCommand SensorHub::relayed(uint8_t commandId) const {
-    State::Relayed& relayed = mState->mRelayed[commandId];
+    const Relayed& relayed = mRelayed[commandId];
     const std::lock_guard lock(relayed.mutex);
     return relayed.command;
 }
@@ -553,18 +403,18 @@ uint64_t SensorHub::commands() const {
 }
 
 void SensorHub::setFirmware(FirmwareImage image) {
-    const std::lock_guard lock(mState->mMutex);
-    mState->mFirmware = std::move(image);
+    const std::lock_guard lock(mMutex);
+    mFirmware = std::move(image);
 }
 
 FirmwareImage SensorHub::firmware() const {
-    const std::lock_guard lock(mState->mMutex);
-    return mState->mFirmware;
+    const std::lock_guard lock(mMutex);
+    return mFirmware;
 }
 
 std::vector<FirmwareReport> SensorHub::firmwareReports() const {
-    const std::lock_guard lock(mState->mMutex);
-    return mState->mReports;
+    const std::lock_guard lock(mMutex);
+    return mReports;
 }
 
 }  // namespace phone

@@ -2,27 +2,23 @@
 // The phone's sensor hub: the OIS channel with its motion samples, and the commands to the controller behind
 // it.
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "camera_platform/sensor_provider.h"
 #include "controllers/korva/chip.h"
 #include "hub/firmware_image.h"
+#include "ois_drv.h"
+#include "trace/trace.h"
 #include "wire/hub_commands.h"
 #include "wire/records.h"
 
 namespace phone {
-
-class Clock;
-class Faults;
-class Motion;
-class Trace;
-struct ModuleDescription;
-
-enum class SampleOrder { kOldestFirst, kNewestFirst };
 
 // Outcome of a firmware update as the driver reported it: an ois::FirmwareOutcome, and a value.
 struct FirmwareReport {
@@ -52,28 +48,25 @@ class SensorHub {
     // Puts the module's controller behind the hub. Not while the driver uses it.
     void fit(const ModuleDescription& module);
     // The controller; it answers from the start, as that of a generic module, also when none was fitted.
-    KorvaChip& chip();
+    KorvaChip& chip() { return mChip; }
 
     // For the platform's entry point: a provider, or empty.
     std::shared_ptr<NSCam::Utils::SensorProvider> createProvider(const char* userName);
 
     // --- State: the channel.
-    bool channelEnabled() const;
-    uint32_t intervalMs() const;  // as enabled last; 0 before
+    bool channelEnabled() const { return mEnabled; }
     // What isEnabled answers, whatever the channel's state; empty: the truth.
-    void setReportedEnabled(std::optional<bool> enabled);
-    void setSampleOrder(SampleOrder order);
+    void setReportedEnabled(std::optional<bool> enabled) {
+        mReportedEnabled = enabled ? (*enabled ? 1 : 0) : -1;
+    }
     // Makes the next drain deliver exactly these, in this order, instead of samples of the motion.
     void setNextSamples(std::vector<NSCam::Utils::SensorData> samples);
-    int32_t providers() const;  // held at the moment
+    int32_t providers() const { return mLink->providers; }  // held at the moment
 
     // --- State: what the hub was told.
     std::optional<ois::HubInit> init() const;  // the bring-up command, until the session ends
-    bool bypass() const;                       // the hub relays for the driver, until told otherwise
-    bool streaming() const;
-    std::optional<int32_t> temperature() const;
-    std::optional<int32_t> temperatureStrategy() const;
-    ois::OisGain gain() const;
+    bool bypass() const { return mBypass; }    // the hub relays for the driver, until told otherwise
+    bool streaming() const { return mStreaming; }
     // By command id; count 0 when there was none.
     RelayedCommand relayed(uint8_t commandId) const;
     uint64_t commands() const;  // of all ids
@@ -86,8 +79,64 @@ class SensorHub {
 
   private:
     class Provider;
-    class State;
-    std::shared_ptr<State> mState;
+    // Outlives the phone in the providers that the driver still holds.
+    struct Link {
+        std::atomic<SensorHub*> hub;
+        std::atomic<int32_t> providers{0};
+    };
+    struct Relayed {
+        mutable std::mutex mutex;
+        RelayedCommand command;
+    };
+    using SensorType = NSCam::Utils::eSensorType;
+    static constexpr size_t kCommandIds = 256;
+    static constexpr uint32_t kGenericFirmwareVersion = 2;
+
+    // The channel.
+    bool enable(SensorType type, uint32_t intervalMs);
+    bool isEnabled(SensorType type);
+    int32_t disable(SensorType type);
+    bool drain(SensorType type, std::vector<NSCam::Utils::SensorData>& samples);
+    std::vector<NSCam::Utils::SensorData> takeSamples();
+
+    // Commands.
+    int32_t command(SensorType type, ois::OisCustomCmd& command);
+    int32_t execute(ois::OisCustomCmd& command);
+    void remember(const ois::OisCustomCmd& command);
+    void carryOut(ois::OisCustomCmd& command);
+    void switchBypass(const ois::OisCustomCmd& command);
+    void applyAccParams(const ois_acc_params& params);
+    void endSession();
+    void serveFirmware(ois::OisCustomCmd& command);
+    void record(const ois::OisCustomCmd& sent, const ois::OisCustomCmd& answered, HubPhase phase,
+                int32_t result, const Fate& fate);
+    void recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
+                    const Fate& fate);
+
+    Clock& mClock;
+    Trace& mTrace;
+    Faults& mFaults;
+    const Motion& mMotion;
+    KorvaChip mChip;
+    const std::shared_ptr<Link> mLink;
+
+    std::atomic<bool> mEnabled{false};
+    std::atomic<uint32_t> mIntervalMs{0};
+    std::atomic<int> mReportedEnabled{-1};  // -1: the truth
+    std::mutex mChannelMutex;
+    int64_t mEnabledSinceUs = 0;
+    int64_t mSamplesTaken = 0;
+    std::optional<std::vector<NSCam::Utils::SensorData>> mNextSamples;
+
+    std::array<Relayed, kCommandIds> mRelayed;
+    std::atomic<bool> mBringUp{false};  // the channel was enabled and the bring-up command has not come yet
+    std::atomic<bool> mBypass{true};
+    std::atomic<bool> mStreaming{false};
+    mutable std::mutex mMutex;  // of the rest
+    std::optional<ois::HubInit> mInit;
+    ois::OisGain mGain{};
+    FirmwareImage mFirmware = FirmwareImage::generate(kGenericFirmwareVersion);
+    std::vector<FirmwareReport> mReports;
 };
 
 }  // namespace phone

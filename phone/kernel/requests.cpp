@@ -32,16 +32,6 @@ std::span<const uint8_t> asUint8(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
 }
 
-// The names under which faults know requests, by number; found once, since every request asks.
-std::string_view privateRequestName(uint32_t request) {
-    static const auto names = [] {
-        std::array<std::string_view, 256> found{};
-        for (const RequestInfo& info : privateRequests()) found[_IOC_NR(info.code)] = info.name;
-        return found;
-    }();
-    return names[_IOC_NR(request)];
-}
-
 }  // namespace
 
 bool Kernel::takes(int fd, uint32_t request) const {
@@ -49,12 +39,9 @@ bool Kernel::takes(int fd, uint32_t request) const {
 }
 
 Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte> record) {
-    if (isPrivateRequest(request)) {
-        return mFaults.consult(FaultPoint::kRequest, privateRequestName(request), record);
-    }
-    const RequestInfo* info = findMediaRequest(request);
-    return mFaults.consult(FaultPoint::kMediaRequest, info != nullptr ? info->name : std::string_view{},
-                           record);
+    const RequestInfo* info = findRequest(request);
+    const auto point = isPrivateRequest(request) ? FaultPoint::kRequest : FaultPoint::kMediaRequest;
+    return mFaults.consult(point, info != nullptr ? info->name : std::string_view{}, record);
 }
 
 void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
@@ -86,9 +73,10 @@ int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte
 // The simulated kernel: the request's code alone says how much moves; the record is copied at entry, and back
 // as a whole unless the request failed.
 int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
-    const bool known = node.kind == Node::Kind::kMedia
-                           ? request == MEDIA_IOC_DEVICE_INFO || request == MEDIA_IOC_ENUM_ENTITIES
-                           : node.controller != nullptr && Controller::knows(request);
+    const RequestInfo* info = findRequest(request);
+    const auto kind = node.kind == Node::Kind::kMedia ? EventKind::kMedia : EventKind::kSubDevice;
+    const bool known =
+        info != nullptr && info->kind == kind && (kind == EventKind::kMedia || node.controller != nullptr);
     const bool traced = mTrace.enabled();
     if (!known || argument == nullptr) {
         const int32_t error = known ? -EFAULT : -ENOTTY;

@@ -167,7 +167,6 @@ Decoded unknownRequest(uint32_t request, std::span<const uint8_t> in, std::span<
 
 Decoded decodeRequest(uint32_t request, std::span<const uint8_t> in, std::span<const uint8_t> out) {
     const RequestInfo* info = findRequest(request);
-    if (info == nullptr) info = findMediaRequest(request);
     if (info == nullptr) return unknownRequest(request, in, out);
     return {.name = std::string(info->name),
             .fields = sentFields(*info->record, info->reads, in),
@@ -367,7 +366,6 @@ std::vector<uint8_t> bytesOfHex(std::string_view text) {
 
 std::string requestName(uint32_t request) {
     const RequestInfo* info = findRequest(request);
-    if (info == nullptr) info = findMediaRequest(request);
     if (info != nullptr) return std::string(info->name);
     std::string text = fmt::format("type {} number 0x{:02X} size {} {}: unknown", typeName(request),
                                    _IOC_NR(request), _IOC_SIZE(request), direction(request));

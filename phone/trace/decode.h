@@ -93,8 +93,6 @@ std::span<const RegisterInfo> registers();
 // Null when there is none. Names are exact.
 const RequestInfo* findRequest(std::string_view name);
 const RequestInfo* findRequest(uint32_t code);
-const RequestInfo* findMediaRequest(std::string_view name);
-const RequestInfo* findMediaRequest(uint32_t code);
 const HubCommandInfo* findHubCommand(std::string_view name);
 // Id 17 has two meanings; see `hubCommand`.
 const HubCommandInfo* findHubCommand(int32_t id);

@@ -356,16 +356,20 @@ std::span<const RegisterInfo> registers() {
 }
 
 const RequestInfo* findRequest(std::string_view name) {
-    return findIn(kPrivateRequests, [name](const RequestInfo& info) { return info.name == name; });
+    const auto named = [name](const RequestInfo& info) { return info.name == name; };
+    const RequestInfo* info = findIn(kPrivateRequests, named);
+    return info != nullptr ? info : findIn(kMediaRequests, named);
 }
 const RequestInfo* findRequest(uint32_t code) {
-    return findIn(kPrivateRequests, [code](const RequestInfo& info) { return info.code == code; });
-}
-const RequestInfo* findMediaRequest(std::string_view name) {
-    return findIn(kMediaRequests, [name](const RequestInfo& info) { return info.name == name; });
-}
-const RequestInfo* findMediaRequest(uint32_t code) {
-    return findIn(kMediaRequests, [code](const RequestInfo& info) { return info.code == code; });
+    // Every request asks. No two of the private and media requests have one number.
+    static constexpr auto kByNumber = [] {
+        std::array<const RequestInfo*, _IOC_NRMASK + 1> found{};
+        for (const RequestInfo& info : kPrivateRequests) found[_IOC_NR(info.code)] = &info;
+        for (const RequestInfo& info : kMediaRequests) found[_IOC_NR(info.code)] = &info;
+        return found;
+    }();
+    const RequestInfo* info = kByNumber[_IOC_NR(code)];
+    return info != nullptr && info->code == code ? info : nullptr;
 }
 const HubCommandInfo* findHubCommand(std::string_view name) {
     return findIn(kHubCommands, [name](const HubCommandInfo& info) { return info.name == name; });

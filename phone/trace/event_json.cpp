@@ -113,7 +113,6 @@ std::string toJson(const Event& event, bool inTrace) {
     // A request alone, as somebody asks what it is.
     if (!inTrace && event.sent.empty() && event.kind != EventKind::kHub && event.code != 0) {
         const RequestInfo* info = findRequest(event.code);
-        if (info == nullptr) info = findMediaRequest(event.code);
         object["direction"] = direction(event.code);
         object["size"] = _IOC_SIZE(event.code);
         if (info != nullptr) object["meaning"] = info->meaning;

@@ -217,7 +217,7 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         return std::to_string(result);
     }
     void idleChip() {
-        phone.hub().chip().writeRegister(0x0000, 1, 0);
+        phone.hub().chip().held()->write(0x0000, 1, 0);
         phone.clock().sleepUs(50000);
         forget();
     }
@@ -296,7 +296,7 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         {"fault", does([this](const Words& w) { fault(w.at(0)); })},
         {"repair", does([this](const Words&) { phone.faults().clear(); })},
         {"poke", does([this](const Words& w) {
-             phone.hub().chip().poke(static_cast<uint32_t>(number(w, 0)), static_cast<uint32_t>(number(w, 1)),
+             phone.hub().chip().held()->poke(static_cast<uint32_t>(number(w, 0)), static_cast<uint32_t>(number(w, 1)),
                                      static_cast<uint32_t>(number(w, 2)));
          })},
         {"idle-chip", does([this](const Words&) { idleChip(); })},

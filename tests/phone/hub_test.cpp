@@ -93,7 +93,7 @@ TEST_F(HubTest, ModeAndAccelerationRegistersDriveTheLoop) {
     EXPECT_EQ(lensMode(), phone::StabiliserMode::kOn);
     writeRegister(0x0000, 1, 0);
     phone.clock().sleepUs(kSecondUs);
-    EXPECT_EQ(chip().state(), KorvaState::kIdle);
+    EXPECT_EQ(chip().held()->state(), KorvaState::kIdle);
     EXPECT_EQ(lensMode(), phone::StabiliserMode::kOff);
     EXPECT_EQ(readRegister(0x0002, 1), 16U);
 
@@ -138,7 +138,7 @@ TEST_F(HubTest, WhatSpoilsACalibrationSpoilsItAsTheDriverJudges) {
         EXPECT_EQ(driver.korvas4sw_set_offset_calibration(), result);
         EXPECT_TRUE(std::ranges::any_of(
             messages(), [&](const std::string& said) { return said.find(message) != std::string::npos; }));
-        EXPECT_EQ(chip().savedGyroOffset() != (std::array<int16_t, 2>{}), saved);
+        EXPECT_EQ(chip().held()->flash.gyroOffset != (std::array<int16_t, 2>{}), saved);
     }
 }
 
@@ -148,17 +148,18 @@ TEST_F(HubTest, ACalibrationThatTheHubRelaysFindsTheBiasAndGoesOnAsBefore) {
     writeRegister(0x0002, 1, 16);
     send(command(12, {0}));
     phone.clock().sleepUs(50000);
-    EXPECT_EQ(chip().state(), KorvaState::kIdle);
+    EXPECT_EQ(chip().held()->state(), KorvaState::kIdle);
     phone.clock().sleepUs(kSecondUs);
-    EXPECT_EQ(chip().state(), KorvaState::kRunning);
+    EXPECT_EQ(chip().held()->state(), KorvaState::kRunning);
     EXPECT_EQ(readRegister(0x0014, 1), 0U);
     const phone::StabiliserSettings& sensor = chip().stabiliser().settings();
     const double bias = sensor.gyroBiasRadS[0] * sensor.gyroLsbPerRadS;
     EXPECT_NEAR(static_cast<int16_t>(readRegister(0x0248, 2)), bias, 1.0);
     // What is in flash survives, what is not does not.
-    chip().poke(0x0248, 2, 1234);
-    chip().powerCycle();
-    EXPECT_EQ(static_cast<int16_t>(readRegister(0x0248, 2)), chip().savedGyroOffset()[0]);
+    chip().held()->poke(0x0248, 2, 1234);
+    chip().held()->powerOn();
+    const int16_t saved = chip().held()->flash.gyroOffset[0];
+    EXPECT_EQ(static_cast<int16_t>(readRegister(0x0248, 2)), saved);
 }
 
 // --- Firmware.
@@ -171,7 +172,8 @@ TEST_F(HubTest, ABlockThatComesTooEarlyIsNotTaken) {
     phone.clock().sleepUs(55000);
     send(command(14, {1, 28672, 256}));
     EXPECT_EQ(readRegister(0x0006, 2), phone::korva_update::kTooEarly | phone::korva_update::kAddress);
-    EXPECT_TRUE(std::ranges::all_of(chip().flash(), [](uint8_t byte) { return byte == 0xff; }));
+    EXPECT_TRUE(
+        std::ranges::all_of(chip().held()->flash.firmware, [](uint8_t byte) { return byte == 0xff; }));
 }
 
 TEST_F(HubTest, AnUpdateDisturbedAtAnyBlockIsRepairedByTheNext) {
@@ -188,9 +190,9 @@ TEST_F(HubTest, AnUpdateDisturbedAtAnyBlockIsRepairedByTheNext) {
         // come.
         const bool cutBeforeTheLast = fault.starts_with("chip.power-cut") && !fault.ends_with("=111");
         EXPECT_EQ(phone.hub().firmwareReports().back().value == 256, cutBeforeTheLast);
-        if (!fault.starts_with("chip.power-cut")) chip().powerCycle();
-        EXPECT_FALSE(chip().hasFirmware());
-        EXPECT_FALSE(chip().downloadOpen());
+        if (!fault.starts_with("chip.power-cut")) chip().held()->powerOn();
+        EXPECT_FALSE(chip().held()->flash.firmwareGood);
+        EXPECT_FALSE(chip().held()->downloadOpen());
         EXPECT_EQ(updateFirmware(), 1U);
         EXPECT_EQ(readRegister(0x00fc, 4), kNewVersion);
     }
@@ -245,7 +247,7 @@ TEST_F(HubTest, RelayedCommandsTakeEffect) {
     EXPECT_TRUE(phone.hub().streaming());
 
     send(command(4, {2}));
-    EXPECT_EQ(chip().peek(0x0002, 1), 16U);
+    EXPECT_EQ(chip().held()->registers.load(0x0002, 1), 16U);
     phone.faults().add("lens.stuck-x@1000");
     send(command(20, {1, 0, 2100, 2200, 0, 0}));
     EXPECT_EQ(phone.faults().counts().at(0).reached, 1U) << "a change of mode and target is one command";
@@ -258,7 +260,7 @@ TEST_F(HubTest, RelayedCommandsTakeEffect) {
     send(active);
     EXPECT_EQ(lensMode(), phone::StabiliserMode::kActive);
     send(command(6, {0, 1, 0, 300, std::bit_cast<uint32_t>(300.0F), 0, 8}));
-    EXPECT_EQ(std::bit_cast<float>(chip().peek(0x0588, 4)), 300.0F);
+    EXPECT_EQ(std::bit_cast<float>(chip().held()->registers.load(0x0588, 4)), 300.0F);
     send(command(18, {640}));
     send(command(18, {641}));
     ois::OisCustomCmd overlong = command(18, {642});

@@ -194,7 +194,7 @@ TEST_F(LensTest, TheStatusRecordShowsTheLoopAtThisMoment) {
     EXPECT_EQ(ask(0xC03856DAU, record), 0);
     EXPECT_EQ(record.timestampSeconds, 2U);
     EXPECT_EQ(record.timestampFraction, 5007U);
-    const phone::StabiliserState now = controller().stabiliserState();
+    const phone::StabiliserState now = controller().stabiliser().stateAt(phone.clock().nowUs());
     EXPECT_EQ(record.gyro_target_x, std::lround(now.gyroTargetX * 1000));
     EXPECT_NE(record.gyro_target_x, 0);
     EXPECT_EQ(record.hall_x, now.hallX);
@@ -203,10 +203,10 @@ TEST_F(LensTest, TheStatusRecordShowsTheLoopAtThisMoment) {
 
 TEST_F(LensTest, TheGyroOffsetIsMeasured) {
     usleep(500000);
-    EXPECT_FALSE(controller().state().gyroOffset.has_value());
+    EXPECT_FALSE(controller().gyroOffset().has_value());
     int32_t zero = 0;
     EXPECT_EQ(ask(0xC00456C4U, zero), 0);
-    const auto offset = controller().state().gyroOffset.value();
+    const auto offset = controller().gyroOffset().value();
     EXPECT_NEAR(offset[0], 0.01 * 939.65, 1);
     EXPECT_NEAR(offset[1], -0.02 * 939.65, 1);
 }

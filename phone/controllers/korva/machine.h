@@ -12,7 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "controllers/korva/chip.h"
 #include "controllers/korva/register_file.h"
 #include "controllers/lens_faults.h"
 #include "controllers/stabiliser.h"
@@ -22,6 +21,32 @@
 #include "wire/registers.h"
 
 namespace phone {
+
+class Clock;
+class Motion;
+class Trace;
+struct ModuleDescription;
+
+// Values of the chip's state register.
+enum class KorvaState : uint8_t { kStarting = 0, kIdle = 1, kRunning = 2 };
+
+// Bits of the status register (one byte), as calibration and flash write leave them.
+namespace korva_status {
+constexpr uint8_t kMovedX = 0x01;      // calibration: the phone was not still about x
+constexpr uint8_t kMovedY = 0x02;      // ... about y
+constexpr uint8_t kFlashWrite = 0x04;  // flash write failed
+constexpr uint8_t kRefused = 0x20;     // calibration: offset out of range, or the chip not idle
+constexpr uint8_t kBusy = 0x80;        // still writing
+}  // namespace korva_status
+
+// Bits of the update status register (two bytes).
+namespace korva_update {
+constexpr uint16_t kNotOpen = 0x0001;     // block or check value while the flash was not open, or not idle
+constexpr uint16_t kCheckValue = 0x0002;  // flash does not add up to the check value
+constexpr uint16_t kTooEarly = 0x0004;    // block while the flash was still busy; not taken
+constexpr uint16_t kAddress = 0x0008;     // block outside the flash
+constexpr uint16_t kBusy = 0x8000;        // still verifying
+}  // namespace korva_update
 
 // How long the chip takes, in microseconds. The driver's waits leave some room above each.
 struct KorvaTiming {
@@ -54,8 +79,12 @@ class KorvaMachine {
   public:
     KorvaMachine(Clock& clock, Trace& trace, const Motion& motion, Faults& faults);
 
+    // Becomes the controller of that module, freshly powered on, with the module's firmware, clock and flash
+    // data. Not while the driver uses it.
     void fit(const ModuleDescription& module);
+    // From a loss of power: registers from flash, no download open.
     void powerOn();
+    // Holds that firmware, as if it had been made with it.
     void install(const FirmwareImage& image);
 
     // Brings the registers to where they are by now.
@@ -63,16 +92,19 @@ class KorvaMachine {
     // Lets the stabilisation loop do what the registers say.
     void updateLoop();
 
-    // As the bus does it.
+    // As the bus does it: 1, 2 or 4 bytes, little-endian. Addresses without a register read 0 and ignore
+    // writes.
     uint32_t read(uint32_t at, uint32_t byteCount);
     void write(uint32_t at, uint32_t byteCount, uint32_t value);
+    // One block of a download.
     void program(uint32_t at, std::span<const uint8_t> block);
     // As a test does it.
     void poke(uint32_t at, uint32_t byteCount, uint32_t value);
 
-    // For the hub.
+    // What the hub asks of it on behalf of relayed commands. A held lens stays until the next mode.
     void holdLens(int32_t targetHallX, int32_t targetHallY);
     void setActive(bool active, double angle);
+    // Idle, offset calibration, and on as before.
     void calibrate();
 
     KorvaState state() const { return static_cast<KorvaState>(registers.get(Register::kState)); }

@@ -133,15 +133,6 @@ std::optional<uint32_t> parseCode(std::string_view token) {
     return hexValue(digits);
 }
 
-const phone::RequestInfo* requestByName(std::string_view name) {
-    const phone::RequestInfo* info = phone::findRequest(name);
-    return info != nullptr ? info : phone::findMediaRequest(name);
-}
-const phone::RequestInfo* requestByCode(uint32_t code) {
-    const phone::RequestInfo* info = phone::findRequest(code);
-    return info != nullptr ? info : phone::findMediaRequest(code);
-}
-
 // Whether eight bare digits in front of further ones are a request. In a hub record the byte that tells the
 // request's type is the output length, which never is as large.
 bool looksLikeCode(std::string_view token) {
@@ -155,7 +146,7 @@ std::string shownEvent(const phone::Event& event, bool json) {
 }
 
 std::string describeRequest(uint32_t code, int error, bool json) {
-    const phone::RequestInfo* info = requestByCode(code);
+    const phone::RequestInfo* info = phone::findRequest(code);
     phone::Event event = phone::requestEvent(code, {}, {});
     if (error != 0) event.result = -1;
     event.error = error;
@@ -213,7 +204,7 @@ std::optional<Traced> tracedRequest(std::string_view text) {
     Traced traced;
     if (request == "_IOC") {
         traced.code = composedCode({parts.begin() + kRequest + 1, parts.end()});
-    } else if (const phone::RequestInfo* info = requestByName(request)) {
+    } else if (const phone::RequestInfo* info = phone::findRequest(request)) {
         traced.code = info->code;
     } else if (const auto code = hasHexPrefix(request) ? parseCode(request) : std::nullopt) {
         traced.code = *code;
@@ -273,7 +264,7 @@ Split split(std::string_view text) {
 }
 
 uint32_t requestCode(const std::string& head) {
-    if (const phone::RequestInfo* info = requestByName(head)) return info->code;
+    if (const phone::RequestInfo* info = phone::findRequest(head)) return info->code;
     if (const auto code = parseCode(head)) return *code;
     if (isHex(withoutPrefix(head))) {
         throw BadItem(shown(head) + " has " + std::to_string(withoutPrefix(head).size()) +
@@ -290,7 +281,7 @@ uint32_t requestCode(const std::string& head) {
 std::string decodeRequestItem(const Split& parts, bool json) {
     const uint32_t code = requestCode(parts.head);
     if (parts.sent.empty() && !parts.answered) return describeRequest(code, 0, json);
-    const std::string name = requestByCode(code) == nullptr ? parts.head : phone::requestName(code);
+    const std::string name = phone::findRequest(code) == nullptr ? parts.head : phone::requestName(code);
     const Bytes sent = parseRecord(parts.sent, _IOC_SIZE(code), "the record of " + name);
     // A record alone may have been captured on either side of the call: all of it is shown.
     const Bytes answered =

@@ -167,12 +167,13 @@ Field savedField(const Verdict& verdict, const Observation& seen) {
 // What the controller itself holds, where the driver does not read it.
 std::optional<Offsets> offsetsOf(DriverSession& session) {
     if (session.behindHub()) {
-        phone::KorvaChip& chip = session.phone().hub().chip();
-        return Offsets{chip.peek(Register::kGyroOffsetX), chip.peek(Register::kGyroOffsetY)};
+        const auto chip = session.phone().hub().chip().held();
+        return Offsets{chip->registers.get(Register::kGyroOffsetX),
+                       chip->registers.get(Register::kGyroOffsetY)};
     }
     phone::Controller* controller = session.phone().controller(session.settings().sensorDev);
     if (controller == nullptr) return std::nullopt;
-    const auto offset = controller->state().gyroOffset.value_or(std::array<int16_t, 2>{});
+    const auto offset = controller->gyroOffset().value_or(std::array<int16_t, 2>{});
     return Offsets{offset[0], offset[1]};
 }
 

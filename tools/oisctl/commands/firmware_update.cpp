@@ -154,7 +154,7 @@ Record fieldsOf(const Update& update) {
 Update updateBehindHub(DriverSession& session) {
     phone::SensorHub& hub = session.phone().hub();
     Update update;
-    update.before = hub.chip().peek(Register::kFirmwareVersion);
+    update.before = hub.chip().held()->registers.get(Register::kFirmwareVersion);
     update.image = hub.firmware().version();
     const double startS = session.nowS();
     const size_t reportsBefore = hub.firmwareReports().size();
@@ -169,7 +169,7 @@ Update updateBehindHub(DriverSession& session) {
         session.observe(nullptr);
     }
     update.seconds = session.nowS() - startS;
-    update.after = hub.chip().peek(Register::kFirmwareVersion);
+    update.after = hub.chip().held()->registers.get(Register::kFirmwareVersion);
     const std::vector<phone::FirmwareReport> reports = hub.firmwareReports();
     if (reports.size() > reportsBefore) update.report = reports.back();
     update.outcome = judge(update);
@@ -190,7 +190,7 @@ Update updateOnSubDevice(DriverSession& session) {
 void prepareHub(DriverSession& session, const Options& options) {
     phone::SensorHub& hub = session.phone().hub();
     if (!options.image.empty() || options.imageVersion) hub.setFirmware(loadImage(options));
-    if (options.from) hub.chip().installFirmware(phone::FirmwareImage::generate(*options.from));
+    if (options.from) hub.chip().held()->install(phone::FirmwareImage::generate(*options.from));
 }
 
 int run(const Options& options) {
