@@ -126,19 +126,13 @@ Record report(DriverSession& session, const Observation& seen, bool tripped) {
             {"driver_error", "", tripped ? Value(error) : Value()}};
 }
 
-void requireDetector(const phone::ModuleDescription& module) {
-    if (module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0) return;
-    std::vector<std::string> able;
-    for (const phone::ModuleDescription& shipped : phone::shippedModules()) {
-        if (shipped.custInfo.actuatorDetectSupport != 0 && shipped.custInfo.coordinateNum != 0)
-            able.push_back(shipped.name);
-    }
-    throw InputError("detect-defect: " + module.name + " has no test positions; these have: " + joined(able));
+bool hasTestPositions(const phone::ModuleDescription& module) {
+    return module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0;
 }
 
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
-    requireDetector(session.module());
+    session.requireModule("detect-defect", "with test positions", hasTestPositions);
     session.openFor("detect-defect");
 
     const OisCalibInfo calibration = session.driver().mOisCalibInfo;

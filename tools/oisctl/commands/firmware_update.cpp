@@ -2,7 +2,6 @@
 
 #include <fmt/core.h>
 
-#include <charconv>
 #include <memory>
 
 #include "base/errors.h"
@@ -30,17 +29,6 @@ struct Options {
     std::optional<uint32_t> from;
     int32_t times = 1;
 };
-
-Take version(std::optional<uint32_t>& version) {
-    return [&version](const std::string& word) {
-        const bool isHex = word.starts_with("0x") || word.starts_with("0X");
-        const char* const end = word.data() + word.size();
-        const auto [stop, error] =
-            std::from_chars(word.data() + (isHex ? 2 : 0), end, version.emplace(), isHex ? 16 : 10);
-        if (error != std::errc() || stop != end)
-            throw InputError(word + " is no number of 32 bits, as a version is: 0x01020304 or 16909060");
-    };
-}
 
 phone::FirmwareImage loadImage(const Options& options) {
     if (options.image.empty()) return phone::FirmwareImage::generate(*options.imageVersion);
@@ -195,7 +183,7 @@ void prepareHub(DriverSession& session, const Options& options) {
 
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
-    if (!session.module().hasOis) throw JobError("firmware-update: " + session.module().name + " has no OIS");
+    session.requireModule("firmware-update", "with OIS", hasOis);
     const bool ownImage = !options.image.empty() || options.imageVersion || options.from;
     if (!session.behindHub() && ownImage) {
         throw InputError("--image, --image-version and --from are for a controller behind the hub; " +
@@ -222,8 +210,8 @@ Command describeFirmwareUpdate() {
         .options = withPhoneOptions(
             {value("--image", "FILE", "Image that the hub holds; else one is made up for a newer version",
                    &options->image),
-             value("--image-version", "VERSION", "Version of that image", version(options->imageVersion)),
-             value("--from", "VERSION", "Version that the controller runs at first", version(options->from)),
+             value("--image-version", "VERSION", "Version of that image", &options->imageVersion),
+             value("--from", "VERSION", "Version that the controller runs at first", &options->from),
              value("--times", "N", "Update so often", &options->times, {.range = Range{1, 100}})},
             options->settings),
         .notes = "Exit status 0 when the controller runs the image's version in the end.\n",
