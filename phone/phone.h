@@ -31,16 +31,20 @@
 //
 //   entry/        what the driver calls: libc, threads, the platform's functions
 //   time/         the clock, which runs faster than time, and the order of threads
-//   trace/        what happened, as data; tables that say what requests, records and registers mean
-//   faults/       the one table of what can go wrong: a new fault is a row in fault_text.cpp, and a
-//                 consult() where it strikes
-//   kernel/       device nodes, requests, the media graph, files
+//   trace/        what happened, as data, and what it means: a new request is a row in decode_tables.cpp,
+//                 behind the driver's wire/ and in docs/wire-formats.md
+//   faults/       the one table of what can go wrong: a new fault is a row in fault_text.cpp, a FaultPoint in
+//                 faults.h if it strikes at a new kind of place (the driver's calls also stand in
+//                 tests/driver/courses/sweep.txt), and a consult() where it strikes
+//   kernel/       device nodes, how requests travel, the media graph, files
 //   hub/          the sensor hub, its samples, its firmware service
-//   controllers/  what answers behind kernel and hub: the sub-device's controller, the Korva chip, the lens
-//                 with its loop; a new controller stands here
+//   controllers/  who answers: the sub-device's controller, the Korva chip behind the hub, the lens with its
+//                 loop. A new controller stands here; so far the hub holds a KorvaChip by type (sensor_hub.h)
 //   motion/       how the phone's body moves: a new motion is a MotionSource
 //   modules/      camera modules as TOML: a new module is a file there, named in its CMakeLists.txt
 //   services/     properties, log, telemetry
+//
+// tests/phone/ has a file for each of these; tests/driver/ tests the driver with all of them.
 
 #include <cstdint>
 #include <filesystem>
