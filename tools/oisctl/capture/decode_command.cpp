@@ -1,19 +1,19 @@
 #include "capture/decode_command.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <istream>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
-#include <tuple>
 
 #include <fmt/format.h>
 
-#include "base/closest_name.h"
 #include "base/errors.h"
 #include "base/file_content.h"
+#include "base/suggest.h"
 #include "capture/log_line.h"
 #include "services/log_service.h"
 #include "trace/decode.h"
@@ -33,7 +33,7 @@ class BadItem : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// A traced call that is none of ours.
+// A line that is none of ours.
 struct NotOurs {};
 
 struct Item {
@@ -43,11 +43,8 @@ struct Item {
     char level = 'D';  // of a message
 };
 
-bool isHexDigit(char c) {
-    return std::isxdigit(static_cast<unsigned char>(c)) != 0;
-}
 bool isHex(std::string_view text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), isHexDigit);
+    return !text.empty() && text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
 }
 bool hasHexPrefix(std::string_view token) {
     return token.starts_with("0x") || token.starts_with("0X");
@@ -57,7 +54,7 @@ std::string_view withoutPrefix(std::string_view token) {
 }
 
 std::string count(size_t number, const std::string& what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+    return fmt::format("{} {}{}", number, what, number == 1 ? "" : "s");
 }
 
 // As far as it helps to find the place, and without what a terminal would take for more than text.
@@ -66,10 +63,6 @@ std::string shown(std::string_view token) {
     std::string text = "'";
     for (const char c : token.substr(0, kShown)) text += c >= ' ' && c <= '~' ? c : '?';
     return text + (token.size() > kShown ? "...'" : "'");
-}
-
-uint32_t hexValue(std::string_view digits) {
-    return static_cast<uint32_t>(std::stoul(std::string(digits), nullptr, 16));
 }
 
 // Blanks, and what C arrays put between bytes.
@@ -94,8 +87,8 @@ std::string recordDigits(const std::vector<std::string_view>& parts) {
         const std::string_view bare = withoutPrefix(part);
         if (!isHex(bare)) throw BadItem(shown(part) + " is not hexadecimal");
         if (hasHexPrefix(part) && bare.size() > kDigitsPerByte) {
-            throw BadItem(shown(part) +
-                          " is a number of several bytes: write the bytes in memory order, without 0x");
+            throw BadItem(fmt::format(
+                "{} is a number of several bytes: write the bytes in memory order, without 0x", shown(part)));
         }
         if (bare.size() == 1 && (oneByOne || hasHexPrefix(part))) digits += '0';
         digits += bare;
@@ -109,36 +102,32 @@ Bytes parseRecord(const std::vector<std::string_view>& parts, size_t size, const
     if (digits.size() != wanted) {
         const bool fewer = digits.size() < wanted;
         const size_t difference = fewer ? wanted - digits.size() : digits.size() - wanted;
-        throw BadItem(what + " has " + count(size, "byte") + ", that is " + count(wanted, "hex digit") +
-                      "; here " + (difference == 1 ? "is " : "are ") + std::to_string(digits.size()) + ", " +
-                      std::to_string(difference) + (fewer ? " missing" : " too many"));
+        throw BadItem(fmt::format("{} has {}, that is {}; here {} {}, {} {}", what, count(size, "byte"),
+                                  count(wanted, "hex digit"), difference == 1 ? "is" : "are", digits.size(),
+                                  difference, fewer ? "missing" : "too many"));
     }
-    Bytes bytes;
-    for (size_t at = 0; at < digits.size(); at += kDigitsPerByte) {
-        bytes.push_back(static_cast<uint8_t>(hexValue(std::string_view(digits).substr(at, kDigitsPerByte))));
-    }
-    return bytes;
+    return phone::bytesOfHex(digits);
 }
 
 // --- Requests.
 
 // A request's digits; some tools print it as a negative 64-bit number.
 std::optional<uint32_t> parseCode(std::string_view token) {
-    constexpr std::string_view kSign = "ffffffff";
-    std::string digits(withoutPrefix(token));
-    std::transform(digits.begin(), digits.end(), digits.begin(),
-                   [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
-    if (digits.size() == 2 * kCodeDigits && digits.starts_with(kSign)) digits.erase(0, kSign.size());
-    if (!isHex(digits) || digits.size() > kCodeDigits) return std::nullopt;
-    return hexValue(digits);
+    constexpr uint64_t kSign = 0xFFFFFFFF;
+    const std::string_view digits = withoutPrefix(token);
+    uint64_t code = 0;
+    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
+    if (!isHex(digits) || result.ec != std::errc()) return std::nullopt;
+    const bool isNegative = digits.size() == 2 * kCodeDigits && code >> 32U == kSign;
+    if (digits.size() > kCodeDigits && !isNegative) return std::nullopt;
+    return static_cast<uint32_t>(code);
 }
 
 // Whether eight bare digits in front of further ones are a request. In a hub record the byte that tells the
 // request's type is the output length, which never is as large.
 bool looksLikeCode(std::string_view token) {
-    if (token.size() != kCodeDigits || !isHex(token)) return false;
-    const unsigned type = _IOC_TYPE(hexValue(token));
-    return type == ois::kRequestType || type == '|';
+    const auto code = token.size() == kCodeDigits ? parseCode(token) : std::nullopt;
+    return code && (_IOC_TYPE(*code) == ois::kRequestType || _IOC_TYPE(*code) == '|');
 }
 
 std::string shownEvent(const phone::Event& event, bool json) {
@@ -153,8 +142,8 @@ std::string describeRequest(uint32_t code, int error, bool json) {
     if (json) return toJson(event, false);
     std::string text = toText(event, false);
     if (info == nullptr) return text;
-    return text + "  " + std::string(phone::direction(code)) + ", " + count(_IOC_SIZE(code), "byte") + " (" +
-           std::string(info->record->name) + "): " + std::string(info->meaning);
+    return fmt::format("{}  {}, {} ({}): {}", text, phone::direction(code), count(_IOC_SIZE(code), "byte"),
+                       info->record->name, info->meaning);
 }
 
 // The request that four arguments of _IOC make.
@@ -162,18 +151,16 @@ uint32_t composedCode(const std::vector<std::string_view>& arguments) {
     constexpr size_t kArguments = 4;
     if (arguments.size() < kArguments)
         throw BadItem("_IOC has four arguments: direction, type, number, size");
-    const std::string_view direction = arguments[0];
-    uint32_t code = direction.find("_IOC_READ") == std::string_view::npos ? 0 : _IOC(_IOC_READ, 0, 0, 0);
-    if (direction.find("_IOC_WRITE") != std::string_view::npos) code |= _IOC(_IOC_WRITE, 0, 0, 0);
-    for (const auto& [part, shift, mask] :
-         {std::tuple{1, _IOC_TYPESHIFT, _IOC_TYPEMASK}, std::tuple{2, _IOC_NRSHIFT, _IOC_NRMASK},
-          std::tuple{3, _IOC_SIZESHIFT, _IOC_SIZEMASK}}) {
-        const std::string_view number = arguments[static_cast<size_t>(part)];
-        const auto value = parseCode(number);
-        if (!value || *value > static_cast<uint32_t>(mask)) {
-            throw BadItem(shown(number) + " does not fit into a request");
-        }
-        code |= *value << static_cast<uint32_t>(shift);
+    uint32_t code = 0;
+    if (arguments[0].find("_IOC_READ") != std::string_view::npos) code |= _IOC(_IOC_READ, 0, 0, 0);
+    if (arguments[0].find("_IOC_WRITE") != std::string_view::npos) code |= _IOC(_IOC_WRITE, 0, 0, 0);
+    constexpr std::pair<unsigned, unsigned> kParts[] = {
+        {_IOC_TYPESHIFT, _IOC_TYPEMASK}, {_IOC_NRSHIFT, _IOC_NRMASK}, {_IOC_SIZESHIFT, _IOC_SIZEMASK}};
+    auto argument = arguments.begin();
+    for (const auto& [shift, mask] : kParts) {
+        const auto value = parseCode(*++argument);
+        if (!value || *value > mask) throw BadItem(shown(*argument) + " does not fit into a request");
+        code |= *value << shift;
     }
     return code;
 }
@@ -267,15 +254,15 @@ uint32_t requestCode(const std::string& head) {
     if (const phone::RequestInfo* info = phone::findRequest(head)) return info->code;
     if (const auto code = parseCode(head)) return *code;
     if (isHex(withoutPrefix(head))) {
-        throw BadItem(shown(head) + " has " + std::to_string(withoutPrefix(head).size()) +
-                      " digits; a request has 8");
+        throw BadItem(fmt::format("{} has {}; a request has 8", shown(head),
+                                  count(withoutPrefix(head).size(), "digit")));
     }
-    std::vector<std::string_view> names;
-    for (const phone::RequestInfo& info : phone::privateRequests()) names.push_back(info.name);
-    for (const phone::RequestInfo& info : phone::mediaRequests()) names.push_back(info.name);
-    const std::string_view closest = phone::closestName(head, names);
-    throw BadItem(shown(head) + " is neither a request in hex, such as 400456C2, nor the name of one" +
-                  (closest.empty() ? std::string() : "; did you mean '" + std::string(closest) + "'?"));
+    std::vector<std::string> names = namesIn(phone::privateRequests(), &phone::RequestInfo::name);
+    for (const phone::RequestInfo& info : phone::mediaRequests()) names.emplace_back(info.name);
+    const std::string closest = nearest(head, names);
+    throw BadItem(fmt::format("{} is neither a request in hex, such as 400456C2, nor the name of one{}",
+                              shown(head),
+                              closest.empty() ? "" : fmt::format("; did you mean '{}'?", closest)));
 }
 
 std::string decodeRequestItem(const Split& parts, bool json) {
@@ -308,20 +295,22 @@ std::ptrdiff_t openBraces(std::string_view text) {
 }
 
 std::string decodeMessage(const Item& item, bool json) {
-    std::string level(phone::name(phone::LogLevel::kDebug));
-    if (item.level == 'E') level = phone::name(phone::LogLevel::kError);
-    if (item.level == 'I') level = phone::name(phone::LogLevel::kInfo);
-    return shownEvent(
-        {.kind = phone::EventKind::kMessage, .name = "log", .fields = {{"level", level}}, .text = item.text},
-        json);
+    using phone::LogLevel;
+    const LogLevel level = item.level == 'E'   ? LogLevel::kError
+                           : item.level == 'I' ? LogLevel::kInfo
+                                               : LogLevel::kDebug;
+    return shownEvent({.kind = phone::EventKind::kMessage,
+                       .name = "log",
+                       .fields = {{"level", std::string(phone::name(level))}},
+                       .text = item.text},
+                      json);
 }
 
 std::string decodeEvent(const Item& item, bool json) {
     try {
         const phone::Event event = phone::eventOfJson(item.text);
         const bool inTrace = event.sequence != 0;
-        if (json) return phone::toJson(event, inTrace);
-        return phone::toText(event, inTrace);
+        return json ? phone::toJson(event, inTrace) : phone::toText(event, inTrace);
     } catch (const std::invalid_argument& error) {
         throw BadItem(error.what());
     }
@@ -335,7 +324,9 @@ std::string decodeItem(const Item& item, bool json) {
             return decodeMessage(item, json);
         case LineKind::kNarrated:
             return item.text;
-        default:
+        case LineKind::kForeign:
+            throw NotOurs();
+        case LineKind::kItem:
             break;
     }
     if (const auto traced = tracedRequest(item.text))
@@ -377,30 +368,20 @@ size_t endOfItem(const std::vector<std::string>& lines, size_t first) {
     return open > 0 ? first + 1 : end;
 }
 
-// `foreign` counts the lines that are none of ours.
-std::vector<Item> readItems(std::istream& input, const std::string& name, size_t& foreign) {
+std::vector<Item> readItems(std::istream& input, const std::string& name) {
     std::vector<std::string> raw, lines;
     for (std::string line; std::getline(input, line);) {
         lines.push_back(withoutComment(line));
         raw.push_back(std::move(line));
     }
     std::vector<Item> items;
-    for (size_t first = 0; first < lines.size();) {
-        const std::string place = name + ":" + std::to_string(first + 1);
+    for (size_t first = 0, end = 0; first < lines.size(); first = end) {
         const Line line = classify(raw[first]);
-        if (line.kind != LineKind::kItem) {
-            if (line.kind == LineKind::kForeign)
-                ++foreign;
-            else
-                items.push_back({place, std::string(line.text), line.kind, line.level});
-            ++first;
-            continue;
-        }
-        const size_t end = endOfItem(lines, first);
-        std::string text = lines[first];
+        end = line.kind == LineKind::kItem ? endOfItem(lines, first) : first + 1;
+        std::string text(line.kind == LineKind::kItem ? lines[first] : line.text);
         for (size_t next = first + 1; next < end; ++next) text += ' ' + lines[next];
-        if (!isBlank(text)) items.push_back({place, std::move(text)});
-        first = end;
+        if (!isBlank(text))
+            items.push_back({fmt::format("{}:{}", name, first + 1), std::move(text), line.kind, line.level});
     }
     return items;
 }
@@ -444,26 +425,24 @@ std::vector<Item> argumentItems(const std::vector<std::string>& inputs) {
 int runDecode(const std::vector<std::string>& inputs, const std::optional<std::string>& file, bool json,
               std::istream& standardInput, std::ostream& out, std::ostream& err) {
     std::vector<Item> items;
-    size_t foreign = 0;
-    if (!inputs.empty()) {
-        items = argumentItems(inputs);
-    } else if (file && *file != "-") {
-        try {
+    try {
+        if (!inputs.empty()) {
+            items = argumentItems(inputs);
+        } else if (file && *file != "-") {
             std::istringstream text(phone::readTextFile(*file));
-            items = readItems(text, *file, foreign);
-        } catch (const std::runtime_error& error) {
-            err << "oisctl: " << error.what() << '\n';
-            return kWrongInput;
+            items = readItems(text, *file);
+        } else {
+            items = readItems(standardInput, "standard input");
         }
-    } else {
-        items = readItems(standardInput, "standard input", foreign);
-    }
-    if (items.empty() && foreign == 0) {
-        err << "oisctl: nothing to decode: give a request in hex, such as 400456C2, or a hub record of 128 "
-               "hex "
-               "digits\n";
+        if (items.empty())
+            throw InputError(
+                "nothing to decode: give a request in hex, such as 400456C2, or a hub record of 128 hex "
+                "digits");
+    } catch (const std::runtime_error& error) {
+        err << fmt::format("oisctl: {}\n", error.what());
         return kWrongInput;
     }
+    size_t foreign = 0;
     int status = kSuccess;
     for (const Item& item : items) {
         try {

@@ -22,7 +22,7 @@ std::string defaultOf(const Option& option) {
         using T = std::remove_pointer_t<std::decay_t<decltype(target)>>;
         if constexpr (std::is_same_v<T, bool> || std::is_same_v<T, Take>) {
             return {};
-        } else if constexpr (std::is_same_v<T, std::optional<double>>) {
+        } else if constexpr (requires { target->has_value(); }) {
             return *target ? fmt::to_string(**target) : "";
         } else if constexpr (std::is_same_v<T, std::filesystem::path>) {
             return target->string();

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <map>
-
 #include "base/errors.h"
 #include "base/suggest.h"
 #include "cli/command.h"
@@ -42,36 +40,24 @@ std::string inQuotes(std::string_view text) {
 }
 
 // The patterns of bash's case, each with the words behind it: what stands before the word, as COMMAND:OPTION.
+// The first one that fits counts: places come last, and the first command has what all have in common.
 std::string bashValues(const std::vector<Described>& all) {
-    std::map<std::string, std::map<std::string, std::vector<std::string_view>>> commandsByWords;  // by option
-    std::string positionals;
+    std::string options;
+    std::string places;
     for (const auto& [entry, command] : all) {
-        bool first = true;
         for (const Option& option : command.options) {
-            const std::string words = wordsOf(option);
-            if (isPositional(option)) {
-                if (first)
-                    positionals +=
-                        fmt::format("            {}:*) words={} ;;\n", entry.name, inQuotes(words));
-                first = false;
-            } else if (!option.valueName.empty()) {
-                for (const std::string& name : namesOf(option))
-                    commandsByWords[name][words].push_back(entry.name);
-            }
+            const bool common = !option.group.empty();
+            if (option.valueName.empty() || (common && entry.name != all.front().entry.name)) continue;
+            const std::vector<std::string> names =
+                isPositional(option) ? std::vector<std::string>{"*"} : namesOf(option);
+            const std::vector<std::string> patterns = namesIn(names, [&](const std::string& name) {
+                return fmt::format("{}:{}", common ? "*" : entry.name, name);
+            });
+            (isPositional(option) ? places : options) += fmt::format(
+                "            {}) words={} ;;\n", joined(patterns, " | "), inQuotes(wordsOf(option)));
         }
     }
-    std::map<std::string, std::vector<std::string>> patternsByWords;
-    for (const auto& [name, byWords] : commandsByWords) {
-        for (const auto& [words, names] : byWords) {
-            if (byWords.size() == 1) patternsByWords[words].push_back("*:" + name);
-            for (const std::string_view command : names)
-                if (byWords.size() > 1) patternsByWords[words].push_back(fmt::format("{}:{}", command, name));
-        }
-    }
-    std::string text;
-    for (const auto& [words, patterns] : patternsByWords)
-        text += fmt::format("            {}) words={} ;;\n", joined(patterns, " | "), inQuotes(words));
-    return text + positionals;
+    return options + places;
 }
 
 std::string bashOptions(const std::vector<Described>& all) {
@@ -120,8 +106,6 @@ std::string fishOption(std::string_view command, const Option& option) {
     if (!words.empty()) text += " -a " + inQuotes(words);
     return text + " -d " + inQuotes(option.help) + "\n";
 }
-
-}  // namespace
 
 std::string bashCompletion() {
     const std::vector<Described> all = described();
@@ -190,17 +174,15 @@ std::string fishCompletion() {
     return text;
 }
 
-std::vector<std::string> documentKinds() {
-    return {"man", "bash", "zsh", "fish"};
-}
+}  // namespace
 
-std::string generateDocument(std::string_view kind) {
-    if (kind == "man") return manual();
-    if (kind == "bash") return bashCompletion();
-    if (kind == "zsh") return zshCompletion();
-    if (kind == "fish") return fishCompletion();
+std::string generateDocument(const std::string& kind) {
+    constexpr std::pair<const char*, std::string (*)()> kKinds[] = {
+        {"man", manual}, {"bash", bashCompletion}, {"zsh", zshCompletion}, {"fish", fishCompletion}};
+    for (const auto& [name, make] : kKinds)
+        if (name == kind) return make();
     throw InputError(
-        fmt::format("--generate: no such document as '{}'{}", kind, suggestion(kind, documentKinds())));
+        fmt::format("--generate: no such document as '{}'; it may be: man, bash, zsh, fish", kind));
 }
 
 }  // namespace oisctl

@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 
 #include "base/errors.h"
+#include "base/number.h"
 #include "base/suggest.h"
 
 namespace oisctl {
@@ -19,43 +19,31 @@ constexpr bool kIsList = false;
 template <typename T>
 constexpr bool kIsList<std::vector<T>> = true;
 
-[[noreturn]] void refuseNumber(const std::string& word) {
-    throw InputError(fmt::format("'{}' is no number", word));
-}
-
-[[noreturn]] void refuseRange(const std::string& word, const std::string& least,
-                              const std::string& greatest) {
-    throw InputError(fmt::format("{} is not in the range {} to {}", word, least, greatest));
-}
-
-// Decimal, or hex behind 0x.
+// What is no number at all, and what is too large for one.
 template <typename T>
-void parseNumber(const std::string& word, T& value) {
-    const char* const end = word.data() + word.size();
-    std::from_chars_result result{};
-    if constexpr (std::is_integral_v<T>) {
-        const bool isHex = word.starts_with("0x");
-        result = std::from_chars(word.data() + (isHex ? 2 : 0), end, value, isHex ? 16 : 10);
-    } else {
-        result = std::from_chars(word.data(), end, value);
-        if (!std::isfinite(value)) refuseNumber(word);
-    }
-    const bool fits = result.ec != std::errc::result_out_of_range;
-    if (result.ptr != end || (fits && result.ec != std::errc())) refuseNumber(word);
+T parseNumber(const std::string& word) {
+    if (const auto number = numberOf<T>(word); number && (std::is_integral_v<T> || std::isfinite(*number)))
+        return *number;
     using Limits = std::numeric_limits<T>;
-    if (!fits) refuseRange(word, fmt::to_string(Limits::lowest()), fmt::to_string(Limits::max()));
+    const bool isLarge = std::is_integral_v<T> && std::isfinite(numberOf<double>(word).value_or(NAN));
+    throw InputError(
+        isLarge
+            ? fmt::format("{} is no whole number of {} to {}", word, Limits::min(), Limits::max())
+            : fmt::format("'{}' is no number{}", word, std::is_integral_v<T> ? ", such as 12 or 0x0C" : ""));
 }
 
 template <typename T>
 void parse(const OptionRules& rules, const std::string& word, T& value) {
-    parseNumber(word, value);
+    value = parseNumber<T>(word);
     if (!rules.range) return;
     const auto number = static_cast<double>(value);
     if (number < rules.range->least || number > rules.range->greatest)
-        refuseRange(word, fmt::to_string(rules.range->least), fmt::to_string(rules.range->greatest));
+        throw InputError(
+            fmt::format("{} is not in the range {} to {}", word, rules.range->least, rules.range->greatest));
 }
 
-void parse(const OptionRules& rules, const std::string& word, std::optional<double>& value) {
+template <typename T>
+void parse(const OptionRules& rules, const std::string& word, std::optional<T>& value) {
     parse(rules, word, value.emplace());
 }
 

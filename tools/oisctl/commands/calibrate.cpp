@@ -84,37 +84,44 @@ void Observation::takeRead(const RegisterAccess& access) {
     }
 }
 
-// Their words are below, in the same order.
-enum class Measured { kYes, kLate, kFailed, kSkipped, kNotTold, kAccepted, kRefused };
-enum class Saved { kYes, kNotIdle, kFailed, kOtherDataChanged, kUntouched, kNotSeen };
+constexpr Verdict kMeasured{"measured", "measured", true};
+constexpr Verdict kLate{"late", "not finished in time; the driver takes what the controller holds"};
+constexpr Verdict kFailed{"failed", "failed"};
+constexpr Verdict kSkipped{"skipped", "skipped: controller not idle"};
+constexpr Verdict kNotTold{"not told",
+                           "sent to the hub, which does not tell what came of it; with --set bypassen=0\n"
+                           "the driver calibrates itself, register by register"};
+constexpr Verdict kAccepted{"accepted", "accepted by the kernel driver", true};
+constexpr Verdict kRefused{"refused", "refused by the kernel driver"};
 
-struct Verdict {
-    Measured measured;
-    Saved saved;
-    bool good() const {
-        return (measured == Measured::kYes && saved == Saved::kYes) || measured == Measured::kAccepted;
-    }
-};
+// The offset in the flash.
+constexpr Verdict kSaved{"saved", "saved, other flash data unchanged", true};
+constexpr Verdict kNotSaved{"not saved", "not saved: the controller did not become idle again"};
+constexpr Verdict kWriteFailed{"failed", "write failed"};
+constexpr Verdict kOtherDataChanged{"other data changed", "written, but other flash data changed"};
+constexpr Verdict kUntouched{"not touched", "not touched"};
+constexpr Verdict kNotSeen{"not seen", "not seen", true};  // the kernel driver's business
 
-Saved judgeFlash(const Observation& seen) {
-    if (!seen.flashStarted) return Saved::kNotIdle;
-    if (seen.flashStatus.value_or(0) != 0) return Saved::kFailed;
+const Verdict& judgeFlash(const Observation& seen) {
+    if (!seen.flashStarted) return kNotSaved;
+    if (seen.flashStatus.value_or(0) != 0) return kWriteFailed;
     const bool changed = seen.checkValues.size() == 2 && seen.checkValues[0] != seen.checkValues[1];
-    return changed ? Saved::kOtherDataChanged : Saved::kYes;
+    return changed ? kOtherDataChanged : kSaved;
 }
 
-Verdict judge(const Observation& seen) {
-    if (!seen.started) return {Measured::kSkipped, Saved::kUntouched};
-    if ((seen.status.value_or(0) & ois::korva::kCalibrationErrorBits) != 0)
-        return {Measured::kFailed, Saved::kUntouched};
-    return {seen.done ? Measured::kYes : Measured::kLate, judgeFlash(seen)};
+using Verdicts = std::pair<const Verdict&, const Verdict&>;  // of the measurement, of the flash
+
+Verdicts judge(const Observation& seen) {
+    if (!seen.started) return {kSkipped, kUntouched};
+    if ((seen.status.value_or(0) & ois::korva::kCalibrationErrorBits) != 0) return {kFailed, kUntouched};
+    return {seen.done ? kMeasured : kLate, judgeFlash(seen)};
 }
 
 // No register was seen: the whole calibration is one command.
-Verdict judgeUnseen(DriverSession& session, int32_t result) {
-    if (session.behindHub()) return {Measured::kNotTold, Saved::kNotSeen};
+Verdicts judgeUnseen(DriverSession& session, int32_t result) {
+    if (session.behindHub()) return {kNotTold, kNotSeen};
     const bool accepted = result == 0 && session.tally().counts().failures == 0;
-    return {accepted ? Measured::kAccepted : Measured::kRefused, Saved::kNotSeen};
+    return {accepted ? kAccepted : kRefused, kNotSeen};
 }
 
 std::string errorBits(int64_t status) {
@@ -128,40 +135,17 @@ std::string errorBits(int64_t status) {
     return joined(words, ", ");
 }
 
-Field measuredField(const Verdict& verdict, const Observation& seen) {
-    static constexpr std::pair<const char*, const char*> kWords[] = {
-        {"measured", "measured"},
-        {"late", "not finished in time; the driver takes what the controller holds"},
-        {"failed", ""},
-        {"skipped", "skipped: controller not idle"},
-        {"not told",
-         "sent to the hub, which does not tell what came of it; with --set bypassen=0\n"
-         "the driver calibrates itself, register by register"},
-        {"accepted", "accepted by the kernel driver"},
-        {"refused", "refused by the kernel driver"}};
-    const auto& [key, words] = kWords[static_cast<size_t>(verdict.measured)];
-    std::string text = words;
-    if (verdict.measured == Measured::kFailed)
-        text = fmt::format("{}failed, status 0x{:02X}: {}", seen.done ? "" : "not finished in time; ",
-                           *seen.status, errorBits(*seen.status));
-    return {"calibration", "calibration", key, text, verdict.good() ? Style::kGood : Style::kBad};
+std::string measuredText(const Verdict& verdict, const Observation& seen) {
+    if (&verdict != &kFailed) return {};
+    return fmt::format("{}failed, status 0x{:02X}: {}", seen.done ? "" : "not finished in time; ",
+                       *seen.status, errorBits(*seen.status));
 }
 
-Field savedField(const Verdict& verdict, const Observation& seen) {
-    static constexpr std::pair<const char*, const char*> kWords[] = {
-        {"saved", "saved, other flash data unchanged"},
-        {"not saved", "not saved: the controller did not become idle again"},
-        {"failed", "write failed"},
-        {"other data changed", "written, but other flash data changed"},
-        {"not touched", "not touched"},
-        {"not seen", "not seen"}};
-    const auto& [key, words] = kWords[static_cast<size_t>(verdict.saved)];
-    std::string text = words;
-    if (verdict.saved == Saved::kFailed) text += fmt::format(", status 0x{:02X}", *seen.flashStatus);
-    if (verdict.saved == Saved::kOtherDataChanged)
-        text +=
-            fmt::format(": check value 0x{:04X} became 0x{:04X}", seen.checkValues[0], seen.checkValues[1]);
-    return {"flash", "flash", key, text};
+std::string flashText(const Verdict& verdict, const Observation& seen) {
+    if (&verdict == &kWriteFailed) return fmt::format("{}, status 0x{:02X}", verdict.text, *seen.flashStatus);
+    if (&verdict != &kOtherDataChanged) return {};
+    return fmt::format("{}: check value 0x{:04X} became 0x{:04X}", verdict.text, seen.checkValues[0],
+                       seen.checkValues[1]);
 }
 
 // What the controller itself holds, where the driver does not read it.
@@ -196,16 +180,17 @@ int run(Settings settings) {
     const int32_t result = session.setOperation(kGyroOffset);
     session.observe(nullptr);
     std::optional<Offsets> after = offsetsOf(session);
-    const Verdict verdict = seen.registersSeen ? judge(seen) : judgeUnseen(session, result);
+    const auto [measured, flash] = seen.registersSeen ? judge(seen) : judgeUnseen(session, result);
     if (seen.registersSeen) before = seen.before;
     if (seen.after) after = seen.after;
     session.close();
     // A fault that struck need not have harmed the calibration.
     return conclude(session,
-                    {measuredField(verdict, seen), savedField(verdict, seen),
+                    {verdictField("calibration", measured, measuredText(measured, seen)),
+                     verdictField("flash", flash, flashText(flash, seen)),
                      offsetField("offset_before", "offset before", before),
                      offsetField("offset_after", "offset after", after)},
-                    Ending::kReport, verdict.good());
+                    Ending::kReport, measured.good && flash.good);
 }
 
 }  // namespace

@@ -83,24 +83,16 @@ void Observation::take(const phone::Event& event, const OisCalibInfo& calibratio
     axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
 }
 
-enum class AxisVerdict { kGood, kGoodSoFar, kTooFarAtOnce, kTooFarInSum };
+constexpr Verdict kGood{"good", "good", true};
+constexpr Verdict kGoodSoFar{"good so far", "good so far", true};
+constexpr Verdict kTooFarAtOnce{"defective", "defective: too far off at one position"};
+constexpr Verdict kTooFarInSum{"defective", "defective: too far off in sum"};
 
 // The driver ends the run at the first defect, which leaves the other axis with the positions so far.
-AxisVerdict judge(const AxisErrors& errors, const ois::OisCustInfo& info, bool wholeRun) {
-    if (errors.largest >= info.max_error_threshold) return AxisVerdict::kTooFarAtOnce;
-    if (errors.sum >= info.max_sum_error_threshold) return AxisVerdict::kTooFarInSum;
-    return wholeRun ? AxisVerdict::kGood : AxisVerdict::kGoodSoFar;
-}
-
-Field verdictField(AxisVerdict verdict) {
-    static constexpr std::pair<const char*, const char*> kWords[] = {
-        {"good", "good"},
-        {"good so far", "good so far"},
-        {"defective", "defective: too far off at one position"},
-        {"defective", "defective: too far off in sum"}};
-    const auto& [key, text] = kWords[static_cast<size_t>(verdict)];
-    const bool good = verdict == AxisVerdict::kGood || verdict == AxisVerdict::kGoodSoFar;
-    return {"verdict", "verdict", key, text, good ? Style::kGood : Style::kBad};
+const Verdict& judge(const AxisErrors& errors, const ois::OisCustInfo& info, bool wholeRun) {
+    if (errors.largest >= info.max_error_threshold) return kTooFarAtOnce;
+    if (errors.sum >= info.max_sum_error_threshold) return kTooFarInSum;
+    return wholeRun ? kGood : kGoodSoFar;
 }
 
 Record report(DriverSession& session, const Observation& seen, bool tripped) {
@@ -114,7 +106,7 @@ Record report(DriverSession& session, const Observation& seen, bool tripped) {
                         measured("largest_error_below", "allowed below", info.max_error_threshold, 1, ""),
                         measured("sum_of_errors", "sum", errors.sum, 1, ""),
                         measured("sum_of_errors_below", "allowed below", info.max_sum_error_threshold, 1, ""),
-                        verdictField(judge(errors, info, seen.positions >= info.coordinateNum))});
+                        verdictField("verdict", judge(errors, info, seen.positions >= info.coordinateNum))});
     }
     return {{"axes", "", axes},
             {"positions", "positions", seen.positions,
@@ -126,19 +118,13 @@ Record report(DriverSession& session, const Observation& seen, bool tripped) {
             {"driver_error", "", tripped ? Value(error) : Value()}};
 }
 
-void requireDetector(const phone::ModuleDescription& module) {
-    if (module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0) return;
-    std::vector<std::string> able;
-    for (const phone::ModuleDescription& shipped : phone::shippedModules()) {
-        if (shipped.custInfo.actuatorDetectSupport != 0 && shipped.custInfo.coordinateNum != 0)
-            able.push_back(shipped.name);
-    }
-    throw InputError("detect-defect: " + module.name + " has no test positions; these have: " + joined(able));
+bool hasTestPositions(const phone::ModuleDescription& module) {
+    return module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0;
 }
 
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
-    requireDetector(session.module());
+    session.requireModule("detect-defect", "with test positions", hasTestPositions);
     session.openFor("detect-defect");
 
     const OisCalibInfo calibration = session.driver().mOisCalibInfo;

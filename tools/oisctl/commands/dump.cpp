@@ -49,10 +49,10 @@ int run(Options options) {
     options.settings.properties.push_back(
         phone::knownProperty("dump", std::to_string(otp ? kDumpOtp : kDumpFlash)));
     DriverSession session(options.settings, Narration::kIfVerbose);
-    if (!session.module().hasOis) throw InputError("dump: " + session.module().name + " has no OIS");
-    if (!otp && session.behindHub()) {
-        throw InputError("dump flash: the driver reads the flash only on the sub-device way, which " +
-                         session.module().name + " is not on; try -m dw9786");
+    if (otp) {
+        session.requireModule("dump otp", "with OIS", hasOis);
+    } else {
+        session.requireModule("dump flash", "on a sub-device", onSubDevice);
     }
     session.openFor("dump");  // dumps the flash
     if (otp) dumpOtp(session);

@@ -2,7 +2,6 @@
 
 #include <fmt/core.h>
 
-#include <charconv>
 #include <memory>
 
 #include "base/errors.h"
@@ -31,17 +30,6 @@ struct Options {
     int32_t times = 1;
 };
 
-Take version(std::optional<uint32_t>& version) {
-    return [&version](const std::string& word) {
-        const bool isHex = word.starts_with("0x") || word.starts_with("0X");
-        const char* const end = word.data() + word.size();
-        const auto [stop, error] =
-            std::from_chars(word.data() + (isHex ? 2 : 0), end, version.emplace(), isHex ? 16 : 10);
-        if (error != std::errc() || stop != end)
-            throw InputError(word + " is no number of 32 bits, as a version is: 0x01020304 or 16909060");
-    };
-}
-
 phone::FirmwareImage loadImage(const Options& options) {
     if (options.image.empty()) return phone::FirmwareImage::generate(*options.imageVersion);
     return asInput("--image: ",
@@ -67,62 +55,43 @@ void take(Observation& seen, const phone::Event& event) {
     if (access->address == address(Register::kClock)) seen.clock = access->value;
 }
 
-enum class Outcome {
-    kUpdated,
-    kUpToDate,
-    kAccepted,
-    kNotIdle,
-    kControllerError,
-    kCheckValueRefused,
-    kOtherVersion,
-    kNoOutcome,
-    kUnknownOutcome,
-    kRefused,
-};
-
-// In the same order: for programs, and for people.
-constexpr std::pair<const char*, const char*> kOutcomeWords[] = {
-    {"updated", "updated"},
-    {"up to date", "nothing to do: the controller has this version already"},
-    {"accepted", "the kernel driver took the update"},
-    {"not idle", "not updated: controller not idle"},
-    {"controller error", "the controller reported an error after the download"},
-    {"check value refused", "the controller did not accept the image's check value"},
-    {"other version", "after the download the controller runs another version than the image"},
-    {"no outcome", "the hub received no outcome"},
-    {"unknown outcome", "an outcome that no driver reports"},
-    {"refused", "the kernel driver did not take the update"},
-};
+constexpr Verdict kUpdated{"updated", "updated", true};
+constexpr Verdict kUpToDate{"up to date", "nothing to do: the controller has this version already", true};
+constexpr Verdict kAccepted{"accepted", "the kernel driver took the update", true};
+constexpr Verdict kRefused{"refused", "the kernel driver did not take the update"};
+constexpr Verdict kNotIdle{"not idle", "not updated: controller not idle"};
+constexpr Verdict kControllerError{"controller error", "the controller reported an error after the download"};
+constexpr Verdict kCheckValueRefused{"check value refused",
+                                     "the controller did not accept the image's check value"};
+constexpr Verdict kOtherVersion{"other version",
+                                "after the download the controller runs another version than the image"};
+constexpr Verdict kNoOutcome{"no outcome", "the hub received no outcome"};
+constexpr Verdict kUnknownOutcome{"unknown outcome", "an outcome that no driver reports"};
 
 // One run of the driver's update; what the sub-device way does not tell is empty.
 struct Update {
-    Outcome outcome = Outcome::kRefused;
+    Verdict outcome = kRefused;
     Observation seen;
     std::optional<phone::FirmwareReport> report;
     std::optional<uint32_t> before;
     std::optional<uint32_t> after;
     std::optional<uint32_t> image;
     double seconds = 0;
-    bool good() const {
-        return outcome == Outcome::kUpdated || outcome == Outcome::kUpToDate || outcome == Outcome::kAccepted;
-    }
 };
 
-Outcome judge(const Update& update) {
-    if (!update.report) return Outcome::kNoOutcome;
+Verdict judge(const Update& update) {
+    if (!update.report) return kNoOutcome;
     const int64_t value = update.report->value;
     switch (static_cast<ois::FirmwareOutcome>(update.report->code)) {
         case ois::FirmwareOutcome::kUpdated:
-            return Outcome::kUpdated;
+            return kUpdated;
         case ois::FirmwareOutcome::kControllerError:
-            return (value & ois::korva::kImageCheckValid) == 0 ? Outcome::kControllerError
-                                                               : Outcome::kCheckValueRefused;
+            return (value & ois::korva::kImageCheckValid) == 0 ? kControllerError : kCheckValueRefused;
         case ois::FirmwareOutcome::kNotUpdated:
-            if (value != 0) return Outcome::kOtherVersion;
-            return !update.seen.flashOpened && update.before == update.image ? Outcome::kUpToDate
-                                                                             : Outcome::kNotIdle;
+            if (value != 0) return kOtherVersion;
+            return !update.seen.flashOpened && update.before == update.image ? kUpToDate : kNotIdle;
         default:
-            return Outcome::kUnknownOutcome;
+            return kUnknownOutcome;
     }
 }
 
@@ -133,7 +102,6 @@ Field versionField(const char* key, const char* label, std::optional<uint32_t> v
 }
 
 Record fieldsOf(const Update& update) {
-    const auto& [outcome, words] = kOutcomeWords[static_cast<size_t>(update.outcome)];
     const auto hub = [&update](auto value) { return update.report ? Value(value) : Value(); };
     const phone::FirmwareReport report = update.report.value_or(phone::FirmwareReport{});
     const bool behindHub = update.image.has_value();
@@ -148,7 +116,7 @@ Record fieldsOf(const Update& update) {
             {"value", label("value"), hub(report.value),
              update.report ? fmt::format("0x{:X}", report.value) : ""},
             {"duration_s", "time", update.seconds, duration(update.seconds)},
-            {"outcome", "outcome", outcome, words, update.good() ? Style::kGood : Style::kBad}};
+            verdictField("outcome", update.outcome)};
 }
 
 Update updateBehindHub(DriverSession& session) {
@@ -183,7 +151,7 @@ Update updateOnSubDevice(DriverSession& session) {
     Update update;
     update.seconds = session.nowS() - startS;
     const bool accepted = result == 1 && session.tally().counts().failures == failuresBefore;
-    update.outcome = accepted ? Outcome::kAccepted : Outcome::kRefused;
+    update.outcome = accepted ? kAccepted : kRefused;
     return update;
 }
 
@@ -195,7 +163,7 @@ void prepareHub(DriverSession& session, const Options& options) {
 
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
-    if (!session.module().hasOis) throw JobError("firmware-update: " + session.module().name + " has no OIS");
+    session.requireModule("firmware-update", "with OIS", hasOis);
     const bool ownImage = !options.image.empty() || options.imageVersion || options.from;
     if (!session.behindHub() && ownImage) {
         throw InputError("--image, --image-version and --from are for a controller behind the hub; " +
@@ -208,7 +176,7 @@ int run(const Options& options) {
     for (int32_t i = 0; i < options.times && !interrupted(); ++i) {
         const Update update = session.behindHub() ? updateBehindHub(session) : updateOnSubDevice(session);
         updates.push_back(fieldsOf(update));
-        good = update.good();
+        good = update.outcome.good;
     }
     // A fault that struck may have been repaired by the next update.
     return conclude(session, {{"updates", "", updates}}, Ending::kReport, good);
@@ -222,8 +190,8 @@ Command describeFirmwareUpdate() {
         .options = withPhoneOptions(
             {value("--image", "FILE", "Image that the hub holds; else one is made up for a newer version",
                    &options->image),
-             value("--image-version", "VERSION", "Version of that image", version(options->imageVersion)),
-             value("--from", "VERSION", "Version that the controller runs at first", version(options->from)),
+             value("--image-version", "VERSION", "Version of that image", &options->imageVersion),
+             value("--from", "VERSION", "Version that the controller runs at first", &options->from),
              value("--times", "N", "Update so often", &options->times, {.range = Range{1, 100}})},
             options->settings),
         .notes = "Exit status 0 when the controller runs the image's version in the end.\n",

@@ -28,10 +28,10 @@ struct Options {
 template <typename Work>
 int runOnce(const Settings& settings, const Work& work) {
     DriverSession session(settings, Narration::kCalls);
-    std::vector<OperationResult> results;
+    Summary summary;
     if (session.open()) {
         session.waitForBringUp();
-        work(session, results);
+        work(session, summary.operations);
         const auto call = session.tally().lastCall();
         if (call && call->sentNothing()) {
             session.fail(fmt::format("{} sent nothing{}{}", call->name, call->lastMessage.empty() ? "" : ": ",
@@ -41,8 +41,6 @@ int runOnce(const Settings& settings, const Work& work) {
         session.fail("Init answered 0: the module has no OIS, or it is switched off");
     }
     session.close();
-    Summary summary;
-    summary.operations = results;
     return conclude(session, summary);
 }
 

@@ -31,17 +31,6 @@ struct Options {
     std::string folder = ".";
 };
 
-// The recorder asks the sub-device; on the hub way the driver has nothing to ask.
-void requireSubDevice(const phone::ModuleDescription& module) {
-    if (module.hasOis && !module.behindHub()) return;
-    std::vector<std::string> able;
-    for (const phone::ModuleDescription& shipped : phone::shippedModules()) {
-        if (shipped.hasOis && !shipped.behindHub()) able.push_back(shipped.name);
-    }
-    throw InputError("record: the driver records only on the sub-device way, which " + module.name +
-                     " is not on; these are: " + joined(able));
-}
-
 // Started by an engineering request rather than by the bring-up, so that stream on does not wait for its end:
 // the dump switch is set, but without the bit that makes the bring-up record.
 void startRecorder(DriverSession& session) {
@@ -85,7 +74,7 @@ int run(Options options) {
     // Simulated time stands still for a recorder that never sleeps.
     if (options.intervalMs == 0) options.settings.realTime = true;
     DriverSession session(options.settings, Narration::kIfVerbose);
-    requireSubDevice(session.module());
+    session.requireModule("record", "on a sub-device", onSubDevice);
     session.openFor("record");
     session.notifyStream(true);
     session.setMode(options.mode);

@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <bit>
-#include <charconv>
 #include <memory>
 
 #include "base/errors.h"
 #include "base/interrupt.h"
+#include "base/number.h"
 #include "base/suggest.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
@@ -72,32 +72,19 @@ Write parseWrite(const std::string& text) {
     if (equals == std::string::npos) throw refuse("write REGISTER=VALUE, as in STABILISATION_MODE=5");
     const std::string name = text.substr(0, equals);
     const phone::RegisterInfo* reg = phone::findRegister(name);
-    uint32_t address = 0;
-    const char* const nameEnd = name.data() + name.size();
-    const bool isHex =
-        name.starts_with("0x") && std::from_chars(name.data() + 2, nameEnd, address, 16).ptr == nameEnd;
-    if (reg == nullptr && isHex) reg = phone::findRegister(address);
+    if (const auto address = numberOf<uint32_t>(name); reg == nullptr && address)
+        reg = phone::findRegister(*address);
     if (reg == nullptr) throw refuse("no such register" + suggestion(name, registerNames()));
     const std::string value = text.substr(equals + 1);
-    try {
-        size_t used = 0;
-        if (reg->format == phone::RegisterFormat::kFloat) {
-            const float number = std::stof(value, &used);
-            if (used == value.size()) return {reg, std::bit_cast<uint32_t>(number)};
-        } else {
-            const int64_t number = std::stoll(value, &used, 0);
-            const auto end = int64_t{1} << (kBitsPerByte * reg->size);
-            const int64_t least = reg->format == phone::RegisterFormat::kSigned ? -end / 2 : 0;
-            if (used == value.size() && number >= least && number < end)
-                return {reg, static_cast<uint32_t>(number)};
-            if (used == value.size()) {
-                throw refuse("the register holds " + std::to_string(least) + " to " +
-                             std::to_string(end - 1));
-            }
-        }
-    } catch (const std::logic_error&) {  // what std::stof throws; told below
+    if (reg->format == phone::RegisterFormat::kFloat) {
+        if (const auto number = numberOf<float>(value)) return {reg, std::bit_cast<uint32_t>(*number)};
+    } else if (const auto number = numberOf<int64_t>(value)) {
+        const auto end = int64_t{1} << (kBitsPerByte * reg->size);
+        const int64_t least = reg->format == phone::RegisterFormat::kSigned ? -end / 2 : 0;
+        if (*number >= least && *number < end) return {reg, static_cast<uint32_t>(*number)};
+        throw refuse(fmt::format("the register holds {} to {}", least, end - 1));
     }
-    throw refuse("'" + value + "' is no number");
+    throw refuse(fmt::format("'{}' is no number that it can hold", value));
 }
 
 // What the registers hold, in their order; empty where a read did not get through.
@@ -158,11 +145,7 @@ int run(Options options) {
     // Somebody watches: the time is theirs, unless an end is given.
     if (options.watch && !options.seconds) options.settings.realTime = true;
     DriverSession session(options.settings, Narration::kNothing);
-    if (!session.behindHub() || !session.module().hasOis) {
-        throw InputError(
-            "registers: " + session.module().name +
-            " has no register access from here; choose a module behind the hub ('oisctl modules')");
-    }
+    session.requireModule("registers", "behind the sensor hub", onHub);
     session.openFor("registers");
     Values before;
     if (!options.writes.empty()) before = readAll(session);

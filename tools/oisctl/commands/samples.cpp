@@ -40,10 +40,7 @@ Record report(const OISDrv& driver) {
 
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
-    if (!session.behindHub() || !session.module().hasOis) {
-        throw InputError("samples: only the sensor hub has motion samples, and " + session.module().name +
-                         " is not behind it; try -m korvas4sw-hub");
-    }
+    session.requireModule("samples", "behind the sensor hub", onHub);
     session.openFor("samples");
     session.notifyStream(true);
     const double endS = session.nowS() + options.seconds;

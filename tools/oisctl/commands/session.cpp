@@ -49,7 +49,7 @@ class Tour {
     const Options& mOptions;
     Progress mProgress;
     ShakeMeter mShake;
-    std::vector<OperationResult> mOperations;
+    Summary mSummary;
 };
 
 Summary Tour::run() {
@@ -64,10 +64,8 @@ Summary Tour::run() {
         mSession.notifyStream(false);
     }
     mSession.close();
-    Summary summary;
-    summary.operations = mOperations;
-    summary.shake = mShake.result();
-    return summary;
+    mSummary.shake = mShake.result();
+    return mSummary;
 }
 
 void Tour::goThroughModes() {
@@ -99,7 +97,7 @@ void Tour::runOperations() {
         if (mOptions.operations.empty() && info.number != kDetectDefect) wanted.push_back(info.number);
     for (const int32_t operation : wanted) {
         if (interrupted()) return;
-        mOperations.push_back({operation, mSession.setOperation(operation)});
+        mSummary.operations.push_back({operation, mSession.setOperation(operation)});
     }
 }
 

@@ -4,10 +4,11 @@
 
 #include <fmt/core.h>
 
-#include <charconv>
+#include <algorithm>
 #include <cstdint>
 
 #include "base/file_content.h"
+#include "base/number.h"
 
 namespace oisctl {
 
@@ -22,13 +23,6 @@ constexpr size_t kFirstAngleColumn = static_cast<size_t>(Column::kAngleGyroTarge
 constexpr double kSecondsPerMicrosecond = 1e-6;
 
 using Cells = std::array<std::string_view, kColumnCount>;
-
-template <typename Number>
-bool parse(std::string_view text, Number& value) {
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, value);
-    return result.ec == std::errc() && result.ptr == end && !text.empty();
-}
 
 struct Timestamp {
     uint64_t seconds = 0;
@@ -140,20 +134,18 @@ class StatusReader {
     }
 
     Timestamp timestamp(std::string_view cell) const {
-        Timestamp time;
-        const size_t dot = cell.find('.');
-        if (dot == std::string_view::npos || !parse(cell.substr(0, dot), time.seconds) ||
-            !parse(cell.substr(dot + 1), time.microseconds)) {
-            failValue(cell, kTimestampColumn, "seconds.microseconds");
-        }
-        return time;
+        const size_t dot = std::min(cell.find('.'), cell.size());
+        const auto seconds = numberOf<uint64_t>(cell.substr(0, dot));
+        const auto micros = numberOf<uint64_t>(cell.substr(std::min(dot + 1, cell.size())));
+        if (!seconds || !micros) failValue(cell, kTimestampColumn, "seconds.microseconds");
+        return {*seconds, *micros};
     }
 
     template <typename Number>
     double number(std::string_view cell, size_t column, const char* expected) const {
-        Number value{};
-        if (!parse(cell, value)) failValue(cell, column, expected);
-        return value;
+        const auto value = numberOf<Number>(cell);
+        if (!value) failValue(cell, column, expected);
+        return *value;
     }
 
     void note(const LeftOut& out, const char* what) {

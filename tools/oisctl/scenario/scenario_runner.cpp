@@ -36,11 +36,9 @@ class Player {
     const Scenario& mScenario;
     size_t mNextMoment = 0;
     uint64_t mFrame = 0;
-    uint64_t mRequests = 0;
     bool mStreaming = false;
     std::optional<long> mTemperature;
-    std::vector<ModeSpan> mModes;
-    std::vector<OperationResult> mOperations;
+    Summary mSummary;
     ShakeMeter mShake;
 };
 
@@ -57,13 +55,9 @@ Summary Player::play() {
     if (mStreaming) setStream(false);
     mSession.close();
 
-    Summary summary;
-    summary.scenario = mScenario.name;
-    summary.requests = mRequests;
-    summary.modes = mModes;
-    summary.operations = mOperations;
-    summary.shake = mShake.result();
-    return summary;
+    mSummary.scenario = mScenario.name;
+    mSummary.shake = mShake.result();
+    return mSummary;
 }
 
 void Player::playFrames() {
@@ -101,7 +95,7 @@ void Player::apply(const Moment& moment) {
     if (moment.dynamic) mSession.enableOis(*moment.dynamic);
     if (moment.mode) mSession.setMode(*moment.mode);
     if (moment.operation)
-        mOperations.push_back({*moment.operation, mSession.setOperation(*moment.operation)});
+        mSummary.operations.push_back({*moment.operation, mSession.setOperation(*moment.operation)});
     if (moment.checkStatus) mSession.checkStatus();
 }
 
@@ -145,17 +139,19 @@ void Player::sendFocus(double timeS) {
 
 void Player::sendRequest(double timeS) {
     if (mScenario.value("requests", timeS) == 0) return;
-    ++mRequests;
+    ++mSummary.requests;
     ois_params params = mScenario.requestAt(timeS, mSession.settings().sensorDev);
     mSession.setParams(params);
-    if (params.op_result_ptr != nullptr) mOperations.push_back({params.engineer_operation, params.op_result});
+    if (params.op_result_ptr != nullptr)
+        mSummary.operations.push_back({params.engineer_operation, params.op_result});
 }
 
 void Player::noteMode() {
     if (mSession.driver().mIsOisSupport == 0) return;
     const int32_t mode = mSession.driver().mOisMode;
-    if (mModes.empty() || mModes.back().mode != mode) mModes.push_back({mode, mFrame, mFrame});
-    mModes.back().lastFrame = mFrame;
+    std::vector<ModeSpan>& modes = mSummary.modes;
+    if (modes.empty() || modes.back().mode != mode) modes.push_back({mode, mFrame, mFrame});
+    modes.back().lastFrame = mFrame;
 }
 
 void Player::measureShake() {

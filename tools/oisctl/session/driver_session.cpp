@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include "base/errors.h"
+#include "base/suggest.h"
 #include "base/terminal.h"
 #include "controllers/controller.h"
 #include "controllers/korva/chip.h"
@@ -142,6 +143,15 @@ void DriverSession::requireItsPlace(const phone::Fault& fault) const {
 void DriverSession::addFault(const phone::Fault& fault) {
     requireItsPlace(fault);
     mPhone->faults().add(fault);
+}
+
+void DriverSession::requireModule(std::string_view command, std::string_view needed,
+                                  bool (*fits)(const phone::ModuleDescription&)) const {
+    if (fits(mModule)) return;
+    std::vector<phone::ModuleDescription> able = phone::shippedModules();
+    std::erase_if(able, [fits](const phone::ModuleDescription& module) { return !fits(module); });
+    throw InputError(fmt::format("{}: {} is no module {}; these are: {}", command, mModule.name, needed,
+                                 joined(namesIn(able, &phone::ModuleDescription::name))));
 }
 
 void DriverSession::clearFaults() {

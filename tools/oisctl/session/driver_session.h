@@ -45,6 +45,9 @@ class DriverSession {
     // Throws InputError when the module has no such place.
     void addFault(const phone::Fault& fault);
     void clearFaults();
+    // Throws InputError with the modules that would do; `needed` is what they have in common.
+    void requireModule(std::string_view command, std::string_view needed,
+                       bool (*fits)(const phone::ModuleDescription&)) const;
     // Throws InputError when the properties make a stream's start wait without end.
     void requireStreaming();
     // A built-in motion's name or a file. Throws InputError.

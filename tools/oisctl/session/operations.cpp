@@ -3,10 +3,10 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 #include "base/errors.h"
+#include "base/number.h"
 #include "base/suggest.h"
 
 namespace oisctl {
@@ -56,10 +56,7 @@ const OperationInfo* findOperation(int32_t number) {
 int32_t operationNumber(const std::string& nameOrNumber) {
     for (const OperationInfo& info : operations())
         if (info.name == nameOrNumber) return info.number;
-    int32_t number = 0;
-    const char* const end = nameOrNumber.data() + nameOrNumber.size();
-    const auto [stop, error] = std::from_chars(nameOrNumber.data(), end, number);
-    if (error == std::errc() && stop == end) return number;
+    if (const auto number = numberOf<int32_t>(nameOrNumber)) return *number;
     const std::vector<std::string> names = operationNames();
     throw InputError(nameOrNumber + ": no such operation" + suggestion(nameOrNumber, names) +
                      (nearest(nameOrNumber, names).empty() ? ", or a number" : ""));

@@ -82,9 +82,20 @@ std::vector<std::string> moduleNames() {
     return namesIn(phone::shippedModules(), &phone::ModuleDescription::name);
 }
 
+bool hasOis(const phone::ModuleDescription& module) {
+    return module.hasOis;
+}
+
+bool onHub(const phone::ModuleDescription& module) {
+    return module.hasOis && module.behindHub();
+}
+
+bool onSubDevice(const phone::ModuleDescription& module) {
+    return module.hasOis && !module.behindHub();
+}
+
 Value wayName(const phone::ModuleDescription& module) {
-    if (!module.hasOis) return {};
-    return module.behindHub() ? "hub" : "sub-device";
+    return onHub(module) ? "hub" : onSubDevice(module) ? "sub-device" : Value();
 }
 
 std::vector<std::string> propertyNames() {

@@ -51,6 +51,10 @@ Option jsonOption(Settings& settings);
 
 // What options of several commands may be.
 std::vector<std::string> moduleNames();
+// A module that has OIS is on one of the two ways.
+bool hasOis(const phone::ModuleDescription& module);
+bool onHub(const phone::ModuleDescription& module);
+bool onSubDevice(const phone::ModuleDescription& module);
 // "hub" or "sub-device"; nothing for a module without OIS.
 Value wayName(const phone::ModuleDescription& module);
 std::vector<std::string> propertyNames();

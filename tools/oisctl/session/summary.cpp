@@ -162,6 +162,11 @@ void remark(DriverSession& session, const Tally::Counts& counts) {
 
 }  // namespace
 
+Field verdictField(const char* key, const Verdict& verdict, const std::string& text) {
+    return {key, key, verdict.key, text.empty() ? verdict.text : text,
+            verdict.good ? Style::kGood : Style::kBad};
+}
+
 Record moduleFields(const DriverSession& session) {
     const phone::ModuleDescription& module = session.module();
     std::string text = module.name;

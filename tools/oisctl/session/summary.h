@@ -24,6 +24,13 @@ struct OperationResult {
     int32_t result = 0;
 };
 
+// What a job came to: for programs, for people.
+struct Verdict {
+    const char* key;
+    const char* text;
+    bool good = false;
+};
+
 struct Summary {
     std::string scenario;  // empty: none
     uint64_t requests = 0;
@@ -43,6 +50,9 @@ enum class Ending {
 int conclude(DriverSession& session, Record report, Ending ending = Ending::kReport,
              std::optional<bool> good = std::nullopt);
 int conclude(DriverSession& session, const Summary& summary);
+
+// `text`: what people read instead of the verdict's own.
+Field verdictField(const char* key, const Verdict& verdict, const std::string& text = {});
 
 // What all of a session's reports begin with.
 Record moduleFields(const DriverSession& session);
