@@ -30,7 +30,8 @@ class Observation {
   public:
     void take(const phone::Event& event);
 
-    bool registersSeen = false;
+    uint64_t accesses = 0;     // of registers
+    uint64_t undelivered = 0;  // of them
     bool started = false;
     bool done = false;  // the chip said so, in time
     bool flashStarted = false;
@@ -49,8 +50,10 @@ class Observation {
 void Observation::take(const phone::Event& event) {
     const std::optional<RegisterAccess> access = registerAccess(event);
     if (!access) return;
-    registersSeen = true;
-    if (access->writes) {
+    ++accesses;
+    if (!access->delivered) {
+        ++undelivered;
+    } else if (access->writes) {
         takeWrite(*access);
     } else {
         takeRead(*access);
@@ -88,11 +91,14 @@ constexpr Verdict kMeasured{"measured", "measured", true};
 constexpr Verdict kLate{"late", "not finished in time; the driver takes what the controller holds"};
 constexpr Verdict kFailed{"failed", "failed"};
 constexpr Verdict kSkipped{"skipped", "skipped: controller not idle"};
+constexpr Verdict kUncertain{"not told", "not told"};
+constexpr Verdict kNotSent{"not sent", "nothing was sent"};
+constexpr Verdict kLost{"lost", "the command was lost on the way"};
 constexpr Verdict kNotTold{"not told",
                            "sent to the hub, which does not tell what came of it; with --set bypassen=0\n"
                            "the driver calibrates itself, register by register"};
 constexpr Verdict kAccepted{"accepted", "accepted by the kernel driver", true};
-constexpr Verdict kRefused{"refused", "refused by the kernel driver"};
+constexpr Verdict kRefused{"refused", "not accepted by the kernel driver"};
 
 // The offset in the flash.
 constexpr Verdict kSaved{"saved", "saved, other flash data unchanged", true};
@@ -112,6 +118,8 @@ const Verdict& judgeFlash(const Observation& seen) {
 using Verdicts = std::pair<const Verdict&, const Verdict&>;  // of the measurement, of the flash
 
 Verdicts judge(const Observation& seen) {
+    // What did not get through may have been the one that mattered.
+    if (seen.undelivered > 0) return {kUncertain, kUncertain};
     if (!seen.started) return {kSkipped, kUntouched};
     if ((seen.status.value_or(0) & ois::korva::kCalibrationErrorBits) != 0) return {kFailed, kUntouched};
     return {seen.done ? kMeasured : kLate, judgeFlash(seen)};
@@ -119,9 +127,11 @@ Verdicts judge(const Observation& seen) {
 
 // No register was seen: the whole calibration is one command.
 Verdicts judgeUnseen(DriverSession& session, int32_t result) {
+    const auto call = session.tally().lastCall();
+    if (!call || call->sentNothing()) return {kNotSent, kUntouched};
+    if (call->delivered == 0 && result == 0) return {kLost, kUntouched};
     if (session.behindHub()) return {kNotTold, kNotSeen};
-    const bool accepted = result == 0 && session.tally().counts().failures == 0;
-    return {accepted ? kAccepted : kRefused, kNotSeen};
+    return {result == 0 ? kAccepted : kRefused, kNotSeen};
 }
 
 std::string errorBits(int64_t status) {
@@ -136,6 +146,10 @@ std::string errorBits(int64_t status) {
 }
 
 std::string measuredText(const Verdict& verdict, const Observation& seen) {
+    if (&verdict == &kUncertain) {
+        return fmt::format("not told: {} of {} register accesses did not get through", seen.undelivered,
+                           seen.accesses);
+    }
     if (&verdict != &kFailed) return {};
     return fmt::format("{}failed, status 0x{:02X}: {}", seen.done ? "" : "not finished in time; ",
                        *seen.status, errorBits(*seen.status));
@@ -172,7 +186,7 @@ int run(Settings settings) {
     if (settings.motion.empty()) settings.motion = "rest";
     DriverSession session(settings, Narration::kIfVerbose);
     session.requireStreaming();
-    session.openFor("calibrate");
+    if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);
     Observation seen;
     session.observe([&seen](const phone::Event& event) { seen.take(event); });
@@ -180,8 +194,8 @@ int run(Settings settings) {
     const int32_t result = session.setOperation(kGyroOffset);
     session.observe(nullptr);
     std::optional<Offsets> after = offsetsOf(session);
-    const auto [measured, flash] = seen.registersSeen ? judge(seen) : judgeUnseen(session, result);
-    if (seen.registersSeen) before = seen.before;
+    const auto [measured, flash] = seen.accesses > 0 ? judge(seen) : judgeUnseen(session, result);
+    if (seen.accesses > 0) before = seen.before;
     if (seen.after) after = seen.after;
     session.close();
     // A fault that struck need not have harmed the calibration.
@@ -201,7 +215,9 @@ Command describeCalibrate() {
         .options = withPhoneOptions({}, *settings),
         .notes =
             "Behind the hub the driver's own procedure runs, register by register; the phone is at rest "
-            "unless --motion says\notherwise. Exit status 0 only when the offset was measured and saved.\n",
+            "unless --motion says\notherwise. Exit status 0 only when the offset was measured and saved; on "
+            "a "
+            "sub-device,\nwhen the kernel driver accepted the request.\n",
         .examples = {{"oisctl calibrate"},
                      {"oisctl calibrate --trace", "every register access and wait"},
                      {"oisctl calibrate --motion walk", "a moving phone does not calibrate"},

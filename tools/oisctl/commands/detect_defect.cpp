@@ -85,11 +85,17 @@ void Observation::take(const phone::Event& event, const OisCalibInfo& calibratio
 
 constexpr Verdict kGood{"good", "good", true};
 constexpr Verdict kGoodSoFar{"good so far", "good so far", true};
+constexpr Verdict kNotExamined{"not examined", "not examined"};
+constexpr Verdict kNotTold{"not told", "not told: no hall position was read back"};
 constexpr Verdict kTooFarAtOnce{"defective", "defective: too far off at one position"};
 constexpr Verdict kTooFarInSum{"defective", "defective: too far off in sum"};
 
 // The driver ends the run at the first defect, which leaves the other axis with the positions so far.
-const Verdict& judge(const AxisErrors& errors, const ois::OisCustInfo& info, bool wholeRun) {
+const Verdict& judge(const Observation& seen, size_t axis, const ois::OisCustInfo& info) {
+    const AxisErrors& errors = seen.axes.at(axis);
+    const bool wholeRun = seen.positions >= info.coordinateNum;
+    if (seen.positions == 0) return kNotExamined;
+    if (!seen.hallRead) return kNotTold;
     if (errors.largest >= info.max_error_threshold) return kTooFarAtOnce;
     if (errors.sum >= info.max_sum_error_threshold) return kTooFarInSum;
     return wholeRun ? kGood : kGoodSoFar;
@@ -106,13 +112,13 @@ Record report(DriverSession& session, const Observation& seen, bool tripped) {
                         measured("largest_error_below", "allowed below", info.max_error_threshold, 1, ""),
                         measured("sum_of_errors", "sum", errors.sum, 1, ""),
                         measured("sum_of_errors_below", "allowed below", info.max_sum_error_threshold, 1, ""),
-                        verdictField("verdict", judge(errors, info, seen.positions >= info.coordinateNum))});
+                        verdictField("verdict", judge(seen, axis, info))});
     }
     return {{"axes", "", axes},
             {"positions", "positions", seen.positions,
              fmt::format("{} of {}", seen.positions, info.coordinateNum)},
             {"test_positions", "", info.coordinateNum},
-            {"defective", "the driver says", tripped,
+            {"defective", "the driver says", seen.hallRead ? Value(tripped) : Value(),
              tripped ? fmt::format("defect, error {} hall counts", error) : "no defect",
              tripped ? Style::kBad : Style::kGood},
             {"driver_error", "", tripped ? Value(error) : Value()}};
@@ -125,7 +131,7 @@ bool hasTestPositions(const phone::ModuleDescription& module) {
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
     session.requireModule("detect-defect", "with test positions", hasTestPositions);
-    session.openFor("detect-defect");
+    if (!session.openFor()) return conclude(session, Record());
 
     const OisCalibInfo calibration = session.driver().mOisCalibInfo;
     Observation seen(session.module().custInfo);
@@ -142,12 +148,11 @@ int run(const Options& options) {
     }
     const bool tripped = session.driver().mDefectDetectDone != 0;
     session.close();
-    if (!seen.hallRead) {
-        printRemark(
-            "oisctl: the hub reads no hall positions back, so that every position seems to be missed");
+    if (seen.positions > 0 && !seen.hallRead) {
+        printRemark("oisctl: no hall position was read back, so that every position seems to be missed");
     }
     return conclude(session, report(session, seen, tripped), Ending::kReport,
-                    !tripped && session.tally().counts().failures == 0);
+                    seen.hallRead && !tripped && session.tally().counts().failures == 0);
 }
 
 }  // namespace

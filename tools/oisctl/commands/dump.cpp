@@ -54,7 +54,7 @@ int run(Options options) {
     } else {
         session.requireModule("dump flash", "on a sub-device", onSubDevice);
     }
-    session.openFor("dump");  // dumps the flash
+    if (!session.openFor()) return conclude(session, Record());  // dumps the flash
     if (otp) dumpOtp(session);
     session.close();
     const Record shown = report(dumpFile(session, otp ? "_otp.txt" : "_flash.txt"), options);

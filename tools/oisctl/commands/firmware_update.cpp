@@ -31,9 +31,17 @@ struct Options {
 };
 
 phone::FirmwareImage loadImage(const Options& options) {
-    if (options.image.empty()) return phone::FirmwareImage::generate(*options.imageVersion);
-    return asInput("--image: ",
-                   [&] { return phone::FirmwareImage::fromFile(options.image, options.imageVersion); });
+    phone::FirmwareImage image =
+        options.image.empty()
+            ? phone::FirmwareImage::generate(*options.imageVersion)
+            : asInput("--image: ",
+                      [&] { return phone::FirmwareImage::fromFile(options.image, options.imageVersion); });
+    if (image.version() == 0) {
+        throw InputError(
+            "the image's version is 0, which a controller without firmware reports; give it one "
+            "with --image-version");
+    }
+    return image;
 }
 
 // What passed on the way, as far as the outcome's code and value do not tell.

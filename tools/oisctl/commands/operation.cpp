@@ -29,16 +29,13 @@ template <typename Work>
 int runOnce(const Settings& settings, const Work& work) {
     DriverSession session(settings, Narration::kCalls);
     Summary summary;
-    if (session.open()) {
-        session.waitForBringUp();
+    if (session.openFor()) {
         work(session, summary.operations);
         const auto call = session.tally().lastCall();
         if (call && call->sentNothing()) {
             session.fail(fmt::format("{} sent nothing{}{}", call->name, call->lastMessage.empty() ? "" : ": ",
                                      call->lastMessage));
         }
-    } else if (session.opening() == DriverSession::Opening::kNoOis) {
-        session.fail("Init answered 0: the module has no OIS, or it is switched off");
     }
     session.close();
     return conclude(session, summary);

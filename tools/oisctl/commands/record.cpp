@@ -31,16 +31,16 @@ struct Options {
     std::string folder = ".";
 };
 
-// Started by an engineering request rather than by the bring-up, so that stream on does not wait for its end:
-// the dump switch is set, but without the bit that makes the bring-up record.
-void startRecorder(DriverSession& session) {
+// False when it did not start. Started by an engineering request rather than by the bring-up, so that stream
+// on does not wait for its end: the dump switch is set, but without the bit that makes the bring-up record.
+bool startRecorder(DriverSession& session) {
     ois_params request{};
     request.engineer_mode = kEngineeringMode;
     request.engineer_operation = -1;
     session.setParams(request);
     // The second one makes the close wait for the recorder.
     session.setParams(request);
-    if (!session.driver().mDumpThread.joinable()) throw JobError("record: the recorder did not start");
+    return session.driver().mDumpThread.joinable();
 }
 
 void waitWhileRecording(DriverSession& session, double seconds) {
@@ -75,10 +75,14 @@ int run(Options options) {
     if (options.intervalMs == 0) options.settings.realTime = true;
     DriverSession session(options.settings, Narration::kIfVerbose);
     session.requireModule("record", "on a sub-device", onSubDevice);
-    session.openFor("record");
+    if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);
     session.setMode(options.mode);
-    startRecorder(session);
+    if (!startRecorder(session)) {
+        session.fail("the recorder did not start");
+        session.close();
+        return conclude(session, Record());
+    }
     waitWhileRecording(session, options.seconds);
     session.notifyStream(false);
     session.close();

@@ -146,7 +146,7 @@ int run(Options options) {
     if (options.watch && !options.seconds) options.settings.realTime = true;
     DriverSession session(options.settings, Narration::kNothing);
     session.requireModule("registers", "behind the sensor hub", onHub);
-    session.openFor("registers");
+    if (!session.openFor()) return conclude(session, Record());
     Values before;
     if (!options.writes.empty()) before = readAll(session);
     for (const Write& write : options.writes) {

@@ -41,7 +41,7 @@ Record report(const OISDrv& driver) {
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
     session.requireModule("samples", "behind the sensor hub", onHub);
-    session.openFor("samples");
+    if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);
     const double endS = session.nowS() + options.seconds;
     {

@@ -176,14 +176,13 @@ bool DriverSession::open() {
     return mOpen;
 }
 
-void DriverSession::openFor(std::string_view command) {
-    if (!open()) {
-        throw JobError(fmt::format("{}: {}", command,
-                                   mOpening == Opening::kNoOis
-                                       ? "Init answered 0: the module has no OIS, or it is switched off"
-                                       : "Init could not start its thread"));
+bool DriverSession::openFor() {
+    if (open()) {
+        waitForBringUp();
+    } else if (mOpening == Opening::kNoOis) {
+        fail("Init answered 0: the module has no OIS, or it is switched off");
     }
-    waitForBringUp();
+    return mOpen;
 }
 
 void DriverSession::waitForBringUp() {

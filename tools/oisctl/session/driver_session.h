@@ -60,9 +60,8 @@ class DriverSession {
     bool open();
     enum class Opening { kNotTried, kDone, kNoOis, kFailed };
     Opening opening() const { return mOpening; }
-    // Opens and waits for the bring-up. Throws JobError, naming the command, when the driver has no use for
-    // the module.
-    void openFor(std::string_view command);
+    // Opens and waits for the bring-up. False, and a failure, when the driver is not open then.
+    bool openFor();
     // Waits until the bring-up has ended, or, where it goes on as a recorder, until the channel is up. A
     // channel that is not up then is a failure.
     void waitForBringUp();

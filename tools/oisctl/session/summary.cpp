@@ -218,7 +218,8 @@ int conclude(DriverSession& session, const Summary& summary) {
           grouped(counts.undelivered) + " to a sub-device that is not open"},
          modeField(summary.modes),
          operationField(summary.operations),
-         shakeField(summary.shake)});
+         shakeField(summary.shake)},
+        Ending::kReport, counts.failures == 0 && session.phone().faults().strikes() == 0);
 }
 
 }  // namespace oisctl
