@@ -1,7 +1,6 @@
 #include "capture/log_line.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 
 #include "trace/trace.h"

@@ -5,7 +5,6 @@
 #include <array>
 #include <memory>
 
-#include "base/errors.h"
 #include "base/suggest.h"
 #include "commands/commands.h"
 #include "controllers/controller.h"

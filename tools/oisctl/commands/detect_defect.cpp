@@ -7,12 +7,9 @@
 #include <cmath>
 #include <memory>
 
-#include "base/errors.h"
-#include "base/suggest.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
-#include "session/register_access.h"
 #include "session/summary.h"
 #include "trace/decode.h"
 

@@ -11,7 +11,6 @@
 #include "base/file_content.h"
 #include "base/suggest.h"
 #include "base/toml_reader.h"
-#include "session/settings.h"
 
 namespace oisctl {
 
