@@ -46,7 +46,29 @@ struct AxisErrors {
 class Observation {
   public:
     explicit Observation(const ois::OisCustInfo& info) : mInfo(info) {}
-    void take(const phone::Event& event, const OisCalibInfo& calibration);
+    void take(const phone::Event& event, const OisCalibInfo& calibration) {
+        if (!phone::isCommand(event.kind)) return;
+        const bool behindHub = event.kind == phone::EventKind::kHub;
+        const auto isA = [&](ois::Request request, ois::HubCommand command) {
+            return event.code == (behindHub ? ois::idByte(command) : ois::code(request));
+        };
+        if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) ++positions;
+        // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its
+        // old hall.
+        const bool answered = !behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning);
+        if (!answered && !(behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning))) return;
+        if (positions == 0 || positions > ois::kCoordinateCapacity) return;
+        hallRead = hallRead || answered;
+        const size_t i = positions - 1;
+        const auto error = [](float coordinate, int32_t centre, int64_t hall) {
+            return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
+        };
+        const phone::Decoded record = phone::decode(event);
+        const int64_t hallX = phone::integerField(record, "hall_x");
+        const int64_t hallY = phone::integerField(record, "hall_y");
+        axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, hallX));
+        axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
+    }
 
     uint64_t positions = 0;
     std::array<AxisErrors, 2> axes;
@@ -55,30 +77,6 @@ class Observation {
   private:
     const ois::OisCustInfo& mInfo;
 };
-
-void Observation::take(const phone::Event& event, const OisCalibInfo& calibration) {
-    if (!phone::isCommand(event.kind)) return;
-    const bool behindHub = event.kind == phone::EventKind::kHub;
-    const auto isA = [&](ois::Request request, ois::HubCommand command) {
-        return event.code == (behindHub ? ois::idByte(command) : ois::code(request));
-    };
-    if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) ++positions;
-    // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its old
-    // hall.
-    const bool answered = !behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning);
-    if (!answered && !(behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning))) return;
-    if (positions == 0 || positions > ois::kCoordinateCapacity) return;
-    hallRead = hallRead || answered;
-    const size_t i = positions - 1;
-    const auto error = [](float coordinate, int32_t centre, int64_t hall) {
-        return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
-    };
-    const phone::Decoded record = phone::decode(event);
-    const int64_t hallX = phone::integerField(record, "hall_x");
-    const int64_t hallY = phone::integerField(record, "hall_y");
-    axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, hallX));
-    axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
-}
 
 constexpr Verdict kGood{"good", "good", true};
 constexpr Verdict kGoodSoFar{"good so far", "good so far", true};
