@@ -17,10 +17,6 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
-    Settings settings;
-};
-
 constexpr std::string_view kLensPrefix = "lens.";
 
 std::vector<std::string> defectWords() {
@@ -55,10 +51,9 @@ class Observation {
         if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) ++positions;
         // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its
         // old hall.
-        const bool answered = !behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning);
-        if (!answered && !(behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning))) return;
+        if (!isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning)) return;
         if (positions == 0 || positions > ois::kCoordinateCapacity) return;
-        hallRead = hallRead || answered;
+        hallRead = hallRead || !behindHub;
         const size_t i = positions - 1;
         const auto error = [](float coordinate, int32_t centre, int64_t hall) {
             return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
@@ -117,8 +112,8 @@ bool hasTestPositions(const phone::ModuleDescription& module) {
     return module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0;
 }
 
-int run(const Options& options) {
-    DriverSession session(options.settings, Narration::kIfVerbose);
+int run(const Settings& settings) {
+    DriverSession session(settings, Narration::kIfVerbose);
     session.requireModule("detect-defect", "with test positions", hasTestPositions);
     session.openFor("detect-defect");
 
@@ -148,25 +143,25 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeDetectDefect() {
-    auto options = std::make_shared<Options>();
-    options->settings.module = "dw9786";
+    auto settings = std::make_shared<Settings>();
+    settings->module = "dw9786";
     return {
         .options = withPhoneOptions(
             {value("--defect", "DEFECT,DEFECT",
                    "What is wrong with the lens: stuck, sluggish or off-centre; with -x "
                    "or -y, one axis of it; short for "
                    "--fault lens.DEFECT",
-                   [options](const std::string& word) {
-                       options->settings.faults.push_back(phone::parseFault(std::string(kLensPrefix) + word));
+                   [settings](const std::string& word) {
+                       settings->faults.push_back(phone::parseFault(std::string(kLensPrefix) + word));
                    },
                    {.words = defectWords, .commas = true})},
-            options->settings),
+            *settings),
         .notes = "Exit status 1 when the actuator is defective.\n",
         .examples = {{"oisctl detect-defect"},
                      {"oisctl detect-defect --defect stuck-x"},
                      {"oisctl detect-defect --defect sluggish-x,off-centre-y --json"},
                      {"oisctl detect-defect --real-time", "with a progress bar"}},
-        .run = [options] { return run(*options); },
+        .run = [settings] { return run(*settings); },
     };
 }
 
