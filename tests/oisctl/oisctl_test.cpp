@@ -289,18 +289,26 @@ TEST_F(Oisctl, RegistersByName) {
     EXPECT_EQ((*mode)["value"], 16);
 }
 
-TEST_F(Oisctl, EveryFaultStrikesInItsExample) {
-    for (const phone::FaultPlace& place : phone::faultPlaces()) {
-        const Outcome outcome = run(std::string(place.arguments) + " --json");
-        std::istringstream lines(outcome.out);
-        std::string last;
-        for (std::string line; std::getline(lines, line);) last = line;
-        ASSERT_TRUE(json::accept(last)) << place.arguments << '\n' << outcome.out << outcome.err;
-        const json report = json::parse(last);
-        EXPECT_FALSE(report["faults"].empty()) << place.arguments;
-        for (const json& fault : report["faults"]) EXPECT_GT(fault["strikes"], 0) << place.arguments << fault;
-    }
+class FaultExample : public Oisctl, public testing::WithParamInterface<phone::FaultPlace> {};
+
+TEST_P(FaultExample, Strikes) {
+    const Outcome outcome = run(std::string(GetParam().arguments) + " --json");
+    std::istringstream lines(outcome.out);
+    std::string last;
+    for (std::string line; std::getline(lines, line);) last = line;
+    ASSERT_TRUE(json::accept(last)) << outcome.out << outcome.err;
+    const json report = json::parse(last);
+    EXPECT_FALSE(report["faults"].empty());
+    for (const json& fault : report["faults"]) EXPECT_GT(fault["strikes"], 0) << fault;
 }
+
+INSTANTIATE_TEST_SUITE_P(Faults, FaultExample, testing::ValuesIn(phone::faultPlaces()),
+                         [](const testing::TestParamInfo<phone::FaultPlace>& example) {
+                             std::string name(example.param.name.empty() ? "command" : example.param.name);
+                             std::ranges::replace_if(
+                                 name, [](char c) { return c == '.' || c == '-'; }, '_');
+                             return name;
+                         });
 
 TEST_F(Oisctl, TheDocumentsScenarioDoesWhatItSays) {
     const std::string document = readFile(OIS_SOURCE_DIR "/docs/simulated-phone.md");

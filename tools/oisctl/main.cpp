@@ -14,8 +14,9 @@ namespace {
 // whole result.
 int afterOutput(int status) {
     constexpr int kSignalBase = 128;  // as shells tell it
+    const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     if (oisctl::outputClosed()) return kSignalBase + SIGPIPE;
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    if (!written) {
         std::fprintf(stderr, "oisctl: standard output: the result could not be written completely\n");
         if (status == oisctl::kSuccess) status = oisctl::kJobFailed;
     }

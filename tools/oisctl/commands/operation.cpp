@@ -50,6 +50,7 @@ int runOperation(const Options& options) {
         // The detector works on a thread of its own, which no close waits for.
         std::thread& detector = session.driver().mDefectDetectThread;
         if (detector.joinable()) detector.join();
+        if (session.driver().mDefectDetectDone != 0) session.fail("the detector found a defect");
     });
 }
 

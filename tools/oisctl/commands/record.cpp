@@ -52,6 +52,19 @@ void waitWhileRecording(DriverSession& session, double seconds) {
     }
 }
 
+Record reportOn(DriverSession& session, const std::filesystem::path& file) {
+    try {
+        const Recording recording = loadRecording(file);
+        Record report =
+            statsReport(recording, computeStats(recording, session.module().stabiliser.limitAngle));
+        report.push_back({"", "plot it with", {}, fmt::format("oisctl plot {}", file.string())});
+        return report;
+    } catch (const std::runtime_error& error) {
+        session.fail(error.what());
+        return {};
+    }
+}
+
 int run(Options options) {
     requireFolder(options.folder);
     std::vector<phone::Property>& properties = options.settings.properties;
@@ -69,10 +82,7 @@ int run(Options options) {
     session.notifyStream(false);
     session.close();
     const std::filesystem::path file = keepFile(dumpFile(session, "_status.txt"), options.folder);
-    const Recording recording = loadRecording(file);
-    Record report = statsReport(recording, computeStats(recording, session.module().stabiliser.limitAngle));
-    report.push_back({"", "plot it with", {}, fmt::format("oisctl plot {}", file.string())});
-    return conclude(session, report);
+    return conclude(session, reportOn(session, file));
 }
 
 }  // namespace

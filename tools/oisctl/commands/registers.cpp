@@ -41,7 +41,9 @@ Value valueOf(const phone::RegisterInfo& reg, uint32_t bits) {
     return bits;
 }
 
-std::string valueText(const phone::RegisterInfo& reg, uint32_t bits) {
+std::string valueText(const phone::RegisterInfo& reg, std::optional<uint32_t> read) {
+    if (!read) return "-";
+    const uint32_t bits = *read;
     switch (reg.format) {
         case phone::RegisterFormat::kFloat:
             return figure(std::bit_cast<float>(bits), 3);
@@ -85,8 +87,11 @@ Write parseWrite(const std::string& text) {
     throw refuse(fmt::format("'{}' is no number that it can hold", value));
 }
 
-std::vector<uint32_t> readAll(DriverSession& session) {
-    std::vector<uint32_t> values;
+// What the registers hold, in their order; empty where a read did not get through.
+using Values = std::vector<std::optional<uint32_t>>;
+
+Values readAll(DriverSession& session) {
+    Values values;
     for (const phone::RegisterInfo& reg : phone::registers()) {
         values.push_back(readRegister(session, reg.address, static_cast<uint32_t>(reg.size)));
     }
@@ -94,7 +99,7 @@ std::vector<uint32_t> readAll(DriverSession& session) {
 }
 
 // Values that are not as they were before stand out.
-Field report(const std::vector<uint32_t>& values, const std::vector<uint32_t>& before) {
+Field report(const Values& values, const Values& before) {
     Table table;
     for (size_t i = 0; i < values.size(); ++i) {
         const phone::RegisterInfo& reg = phone::registers()[i];
@@ -102,16 +107,15 @@ Field report(const std::vector<uint32_t>& values, const std::vector<uint32_t>& b
         table.push_back({{"address", "address", reg.address, fmt::format("0x{:04X}", reg.address)},
                          {"name", "register", reg.name, "", Style::kName},
                          {"bytes", "bytes", reg.size},
-                         {"value", "value", valueOf(reg, values[i]), valueText(reg, values[i]),
-                          changed ? Style::kWarning : Style::kPlain},
-                         {"bits", "", values[i]},
+                         {"value", "value", values[i] ? valueOf(reg, *values[i]) : Value(),
+                          valueText(reg, values[i]), changed ? Style::kWarning : Style::kPlain},
+                         {"bits", "", values[i] ? Value(*values[i]) : Value()},
                          {"meaning", "meaning", reg.meaning}});
     }
     return {"registers", "", table};
 }
 
-void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
-                  const std::vector<uint32_t>& before) {
+void printChanges(DriverSession& session, const Values& values, const Values& before) {
     for (size_t i = 0; i < values.size(); ++i) {
         if (values[i] == before[i]) continue;
         const phone::RegisterInfo& reg = phone::registers()[i];
@@ -122,11 +126,11 @@ void printChanges(DriverSession& session, const std::vector<uint32_t>& values,
 }
 
 // The last values.
-std::vector<uint32_t> watch(DriverSession& session, const Options& options, std::vector<uint32_t> before) {
+Values watch(DriverSession& session, const Options& options, Values before) {
     const double endS = session.nowS() + options.seconds.value_or(0);
     while (!interrupted() && (!options.seconds || session.nowS() < endS)) {
         session.sleepUs(static_cast<int64_t>(options.intervalS * kMicrosPerSecond));
-        std::vector<uint32_t> values = readAll(session);
+        Values values = readAll(session);
         if (options.settings.json) {
             print({{"time_s", "", session.nowS()}, report(values, before)}, true);
         } else {
@@ -143,12 +147,19 @@ int run(Options options) {
     DriverSession session(options.settings, Narration::kNothing);
     session.requireModule("registers", "behind the sensor hub", onHub);
     session.openFor("registers");
-    std::vector<uint32_t> before;
+    Values before;
     if (!options.writes.empty()) before = readAll(session);
     for (const Write& write : options.writes) {
         writeRegister(session, write.reg->address, static_cast<uint32_t>(write.reg->size), write.value);
     }
-    std::vector<uint32_t> values = readAll(session);
+    Values values = readAll(session);
+    for (const Write& write : options.writes) {
+        const auto held = values[static_cast<size_t>(write.reg - phone::registers().data())];
+        if (held && *held != write.value) {
+            printRemark(fmt::format("oisctl: --write {}: the register holds {} now", write.reg->name,
+                                    valueText(*write.reg, held)));
+        }
+    }
     Record shown{report(values, before)};
     if (options.watch) {
         print({{"time_s", "", session.nowS()}, shown.front()}, options.settings.json);

@@ -3,9 +3,17 @@
 #include <string_view>
 #include <utility>
 
+#include "faults/faults.h"
+
 namespace oisctl {
 
 using phone::EventKind;
+
+bool wasDelivered(const phone::Event& command) {
+    const bool lost =
+        command.fault != nullptr && command.fault->effect.kind == phone::FaultEffect::Kind::kLost;
+    return !lost && command.error == 0 && command.result.value_or(0) >= 0;
+}
 
 std::optional<EndedCall> Calls::take(const phone::Event& event) {
     if (event.kind == EventKind::kCall && !event.result) {
@@ -14,7 +22,10 @@ std::optional<EndedCall> Calls::take(const phone::Event& event) {
     }
     const auto open = mOpen.find(event.thread);
     if (open == mOpen.end()) return std::nullopt;
-    if (phone::isCommand(event.kind)) ++open->second.commands;
+    if (phone::isCommand(event.kind)) {
+        ++open->second.commands;
+        if (wasDelivered(event)) ++open->second.delivered;
+    }
     if (event.kind == EventKind::kThread && event.name == "pthread_create" && event.error == 0) {
         open->second.startedThread = true;
     }

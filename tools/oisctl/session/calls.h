@@ -10,9 +10,13 @@
 
 namespace oisctl {
 
+// Whether a command reached its target, as far as its sender can tell: neither refused nor lost on the way.
+bool wasDelivered(const phone::Event& command);
+
 struct EndedCall {
     std::string name;
     uint64_t commands = 0;       // that the calling thread sent meanwhile
+    uint64_t delivered = 0;      // of them
     bool startedThread = false;  // which may send more
     std::string lastMessage{};   // the driver's, on the calling thread; empty: none was let through
     bool sentNothing() const { return commands == 0 && !startedThread; }

@@ -12,17 +12,18 @@ std::optional<RegisterAccess> registerAccess(const phone::Event& event) {
     if (event.kind != phone::EventKind::kHub || !(writes || reads)) return std::nullopt;
     const phone::Decoded decoded = phone::decode(event);
     return RegisterAccess{static_cast<uint32_t>(phone::integerField(decoded, "address")), writes,
-                          phone::integerField(decoded, "value")};
+                          wasDelivered(event), phone::integerField(decoded, "value")};
 }
 
-uint32_t readRegister(DriverSession& session, uint32_t address, uint32_t bytes) {
+std::optional<uint32_t> readRegister(DriverSession& session, uint32_t address, uint32_t bytes) {
     ois::HubRegisterAccess access{address, bytes, 0};
     uint32_t value = 0;
     session.call("CustomCmdPackage", {{"read", uint64_t{address}, true}}, [&] {
         return session.driver().CustomCmdPackage(ois::id(ois::HubCommand::kKorvaReadReg), &access, &value,
                                                  sizeof access, static_cast<int32_t>(bytes));
     });
-    return value;
+    const auto call = session.tally().lastCall();
+    return call && call->delivered > 0 ? std::optional(value) : std::nullopt;
 }
 
 void writeRegister(DriverSession& session, uint32_t address, uint32_t bytes, uint32_t value) {

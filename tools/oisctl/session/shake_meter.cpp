@@ -27,7 +27,10 @@ std::optional<double> ShakeMeter::Sums::rms() const {
         const double mean = sum[axis] / n;
         variance += squares[axis] / n - mean * mean;
     }
-    return std::sqrt(std::max(variance, 0.0));
+    // Less than this no lens can show: nothing moved.
+    constexpr double kLeastDeg = 1e-6;
+    const double rms = std::sqrt(std::max(variance, 0.0));
+    return rms < kLeastDeg ? std::nullopt : std::optional(rms);
 }
 
 void ShakeMeter::sample(phone::StabiliserMode mode, const phone::StabiliserState& state) {

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <utility>
 
-#include "faults/faults.h"
 #include "trace/decode.h"
 
 namespace oisctl {
@@ -11,10 +10,6 @@ namespace oisctl {
 namespace {
 
 constexpr double kMicro = 1e-6;
-
-bool isLost(const phone::Event& event) {
-    return event.fault != nullptr && event.fault->effect.kind == phone::FaultEffect::Kind::kLost;
-}
 
 }  // namespace
 
@@ -39,7 +34,7 @@ void Tally::count(const phone::Event& event, const std::optional<EndedCall>& end
     const bool refused = isCommand && event.result.value_or(0) < 0;
     if (isCommand) {
         ++mCounts.sent;
-        if (!refused && !isLost(event)) ++mCounts.delivered;
+        if (wasDelivered(event)) ++mCounts.delivered;
         ++mCounts.byName[phone::nameOf(event)];
     }
     if (event.fault != nullptr || refused) {
