@@ -5,7 +5,6 @@
 #include <fmt/core.h>
 
 #include <stdexcept>
-#include <string>
 #include <string_view>
 
 namespace oisctl {

@@ -340,15 +340,10 @@ std::string withoutComment(const std::string& line) {
     return line.substr(0, line.find('#'));
 }
 
-bool isBlank(std::string_view text) {
-    return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
-}
-
 // Whether the next line belongs to the same item. A comma behind '}' stands between items.
 bool endsOpen(std::string_view line) {
-    const size_t last = line.find_last_not_of(" \t\r\n");
-    if (last == std::string_view::npos) return false;
-    return line[last] == '\\' || (line[last] == ',' && (last == 0 || line[last - 1] != '}'));
+    line = phone::trimmed(line);
+    return line.ends_with('\\') || (line.ends_with(',') && !line.ends_with("},"));
 }
 
 // Behind the last of the lines that the one at `first` goes on with.
@@ -362,7 +357,7 @@ size_t endOfItem(const std::vector<std::string>& lines, size_t first) {
     for (; end < limit && (open > 0 || goesOn); ++end) {
         open += openBraces(lines[end]);
         // Blank lines, and those with a comment alone, change nothing once it has begun.
-        if (end == first || !isBlank(lines[end])) goesOn = endsOpen(lines[end]);
+        if (end == first || !phone::trimmed(lines[end]).empty()) goesOn = endsOpen(lines[end]);
     }
     // An open brace must not take the lines behind it along.
     return open > 0 ? first + 1 : end;
@@ -380,7 +375,7 @@ std::vector<Item> readItems(std::istream& input, const std::string& name) {
         end = line.kind == LineKind::kItem ? endOfItem(lines, first) : first + 1;
         std::string text(line.kind == LineKind::kItem ? lines[first] : line.text);
         for (size_t next = first + 1; next < end; ++next) text += ' ' + lines[next];
-        if (!isBlank(text))
+        if (!phone::trimmed(text).empty())
             items.push_back({fmt::format("{}:{}", name, first + 1), std::move(text), line.kind, line.level});
     }
     return items;

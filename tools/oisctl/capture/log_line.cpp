@@ -1,9 +1,9 @@
 #include "capture/log_line.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 
+#include "base/file_content.h"
 #include "trace/trace.h"
 
 namespace oisctl {
@@ -19,12 +19,6 @@ bool isNameCharacter(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
-std::string_view withoutBlanks(std::string_view text) {
-    const size_t first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
 // Whether `text` has the shape of `pattern`, in which 9 stands for a digit and everything else for itself.
 bool hasShape(std::string_view text, std::string_view pattern) {
     const auto fits = [](char c, char wanted) { return wanted == '9' ? isDigit(c) : c == wanted; };
@@ -34,14 +28,14 @@ bool hasShape(std::string_view text, std::string_view pattern) {
 
 // "[pid 7] ", "12:30:01.5 ", "1700000000.5 ": what a tracer puts in front of a call.
 std::string_view withoutTracersHead(std::string_view text) {
-    text = withoutBlanks(text);
+    text = phone::trimmed(text);
     if (text.starts_with("[pid"))
-        text = withoutBlanks(text.substr(std::min(text.find(']'), text.size() - 1) + 1));
+        text = phone::trimmed(text.substr(std::min(text.find(']'), text.size() - 1) + 1));
     const size_t blank = text.find(' ');
     const std::string_view word = text.substr(0, blank);
     const bool isTime = !word.empty() && isDigit(word.front()) &&
                         word.find_first_not_of("0123456789:.") == std::string_view::npos;
-    return isTime && blank != std::string_view::npos ? withoutBlanks(text.substr(blank)) : text;
+    return isTime && blank != std::string_view::npos ? phone::trimmed(text.substr(blank)) : text;
 }
 
 bool isTracersRemark(std::string_view text) {
@@ -69,12 +63,12 @@ bool isLogLine(std::string_view text) {
 bool findMessage(std::string_view text, Line& line) {
     const size_t tag = text.find(kTag);
     if (tag == std::string_view::npos || (tag > 0 && isNameCharacter(text[tag - 1]))) return false;
-    std::string_view rest = withoutBlanks(text.substr(tag + kTag.size()));
+    std::string_view rest = phone::trimmed(text.substr(tag + kTag.size()));
     if (rest.starts_with('('))
-        rest = withoutBlanks(rest.substr(std::min(rest.find(')'), rest.size() - 1) + 1));
+        rest = phone::trimmed(rest.substr(std::min(rest.find(')'), rest.size() - 1) + 1));
     if (!rest.starts_with(':')) return false;
     line.kind = LineKind::kMessage;
-    line.text = withoutBlanks(rest.substr(1));
+    line.text = phone::trimmed(rest.substr(1));
     if (tag >= 2 && (text[tag - 1] == '/' || text[tag - 1] == ' ') &&
         std::isupper(static_cast<unsigned char>(text[tag - 2])) != 0)
         line.level = text[tag - 2];
@@ -109,7 +103,7 @@ std::string_view tracedCall(std::string_view line) {
 }
 
 Line classify(std::string_view line) {
-    const std::string_view text = withoutBlanks(line);
+    const std::string_view text = phone::trimmed(line);
     Line found{LineKind::kItem, line};
     if (text.starts_with("{\"")) {
         found.kind = LineKind::kEvent;

@@ -1,7 +1,6 @@
 #pragma once
 // What a line of a capture is: one of ours, in one of several forms, or of something else.
 
-#include <string>
 #include <string_view>
 
 namespace oisctl {

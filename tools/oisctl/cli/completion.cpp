@@ -48,11 +48,10 @@ std::string bashValues(const std::vector<Described>& all) {
         for (const Option& option : command.options) {
             const bool common = !option.group.empty();
             if (option.valueName.empty() || (common && entry.name != all.front().entry.name)) continue;
-            const std::vector<std::string> names =
+            std::vector<std::string> patterns =
                 isPositional(option) ? std::vector<std::string>{"*"} : namesOf(option);
-            const std::vector<std::string> patterns = namesIn(names, [&](const std::string& name) {
-                return fmt::format("{}:{}", common ? "*" : entry.name, name);
-            });
+            for (std::string& pattern : patterns)
+                pattern = fmt::format("{}:{}", common ? "*" : entry.name, pattern);
             (isPositional(option) ? places : options) += fmt::format(
                 "            {}) words={} ;;\n", joined(patterns, " | "), inQuotes(wordsOf(option)));
         }

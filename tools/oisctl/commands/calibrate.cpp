@@ -5,7 +5,6 @@
 #include <array>
 #include <memory>
 
-#include "base/errors.h"
 #include "base/suggest.h"
 #include "commands/commands.h"
 #include "controllers/controller.h"
@@ -28,7 +27,18 @@ using ois::korva::Register;
 // everything.
 class Observation {
   public:
-    void take(const phone::Event& event);
+    void take(const phone::Event& event) {
+        const std::optional<RegisterAccess> access = registerAccess(event);
+        if (!access) return;
+        ++accesses;
+        if (!access->delivered) {
+            ++undelivered;
+        } else if (access->writes) {
+            takeWrite(*access);
+        } else {
+            takeRead(*access);
+        }
+    }
 
     uint64_t accesses = 0;     // of registers
     uint64_t undelivered = 0;  // of them
@@ -42,50 +52,35 @@ class Observation {
     std::optional<Offsets> after;
 
   private:
-    void takeWrite(const RegisterAccess& access);
-    void takeRead(const RegisterAccess& access);
+    void takeWrite(const RegisterAccess& access) {
+        if (access.address == address(Register::kGyroCalibration)) started = true;
+        if (access.address == address(Register::kFlashWrite)) flashStarted = true;
+    }
+
+    void takeRead(const RegisterAccess& access) {
+        switch (access.address) {
+            case address(Register::kGyroCalibration):
+                done = access.value == 0;
+                break;
+            case address(Register::kStatus):
+                (flashStarted ? flashStatus : status) = access.value;
+                break;
+            case address(Register::kFlashCheckValue):
+                checkValues.push_back(access.value);
+                break;
+            case address(Register::kGyroOffsetX):
+                mOffsetX = access.value;
+                break;
+            case address(Register::kGyroOffsetY):
+                (started ? after : before) = Offsets{mOffsetX, access.value};
+                break;
+            default:
+                break;
+        }
+    }
+
     int64_t mOffsetX = 0;
 };
-
-void Observation::take(const phone::Event& event) {
-    const std::optional<RegisterAccess> access = registerAccess(event);
-    if (!access) return;
-    ++accesses;
-    if (!access->delivered) {
-        ++undelivered;
-    } else if (access->writes) {
-        takeWrite(*access);
-    } else {
-        takeRead(*access);
-    }
-}
-
-void Observation::takeWrite(const RegisterAccess& access) {
-    if (access.address == address(Register::kGyroCalibration)) started = true;
-    if (access.address == address(Register::kFlashWrite)) flashStarted = true;
-}
-
-void Observation::takeRead(const RegisterAccess& access) {
-    switch (access.address) {
-        case address(Register::kGyroCalibration):
-            done = access.value == 0;
-            break;
-        case address(Register::kStatus):
-            (flashStarted ? flashStatus : status) = access.value;
-            break;
-        case address(Register::kFlashCheckValue):
-            checkValues.push_back(access.value);
-            break;
-        case address(Register::kGyroOffsetX):
-            mOffsetX = access.value;
-            break;
-        case address(Register::kGyroOffsetY):
-            (started ? after : before) = Offsets{mOffsetX, access.value};
-            break;
-        default:
-            break;
-    }
-}
 
 constexpr Verdict kMeasured{"measured", "measured", true};
 constexpr Verdict kLate{"late", "not finished in time; the driver takes what the controller holds"};

@@ -7,22 +7,15 @@
 #include <cmath>
 #include <memory>
 
-#include "base/errors.h"
-#include "base/suggest.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
-#include "session/register_access.h"
 #include "session/summary.h"
 #include "trace/decode.h"
 
 namespace oisctl {
 
 namespace {
-
-struct Options {
-    Settings settings;
-};
 
 constexpr std::string_view kLensPrefix = "lens.";
 
@@ -49,7 +42,28 @@ struct AxisErrors {
 class Observation {
   public:
     explicit Observation(const ois::OisCustInfo& info) : mInfo(info) {}
-    void take(const phone::Event& event, const OisCalibInfo& calibration);
+    void take(const phone::Event& event, const OisCalibInfo& calibration) {
+        if (!phone::isCommand(event.kind)) return;
+        const bool behindHub = event.kind == phone::EventKind::kHub;
+        const auto isA = [&](ois::Request request, ois::HubCommand command) {
+            return event.code == (behindHub ? ois::idByte(command) : ois::code(request));
+        };
+        if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) ++positions;
+        // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its
+        // old hall.
+        if (!isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning)) return;
+        if (positions == 0 || positions > ois::kCoordinateCapacity) return;
+        hallRead = hallRead || !behindHub;
+        const size_t i = positions - 1;
+        const auto error = [](float coordinate, int32_t centre, int64_t hall) {
+            return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
+        };
+        const phone::Decoded record = phone::decode(event);
+        const int64_t hallX = phone::integerField(record, "hall_x");
+        const int64_t hallY = phone::integerField(record, "hall_y");
+        axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, hallX));
+        axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
+    }
 
     uint64_t positions = 0;
     std::array<AxisErrors, 2> axes;
@@ -58,30 +72,6 @@ class Observation {
   private:
     const ois::OisCustInfo& mInfo;
 };
-
-void Observation::take(const phone::Event& event, const OisCalibInfo& calibration) {
-    if (!phone::isCommand(event.kind)) return;
-    const bool behindHub = event.kind == phone::EventKind::kHub;
-    const auto isA = [&](ois::Request request, ois::HubCommand command) {
-        return event.code == (behindHub ? ois::idByte(command) : ois::code(request));
-    };
-    if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) ++positions;
-    // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its old
-    // hall.
-    const bool answered = !behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning);
-    if (!answered && !(behindHub && isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning))) return;
-    if (positions == 0 || positions > ois::kCoordinateCapacity) return;
-    hallRead = hallRead || answered;
-    const size_t i = positions - 1;
-    const auto error = [](float coordinate, int32_t centre, int64_t hall) {
-        return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
-    };
-    const phone::Decoded record = phone::decode(event);
-    const int64_t hallX = phone::integerField(record, "hall_x");
-    const int64_t hallY = phone::integerField(record, "hall_y");
-    axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, hallX));
-    axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
-}
 
 constexpr Verdict kGood{"good", "good", true};
 constexpr Verdict kGoodSoFar{"good so far", "good so far", true};
@@ -128,8 +118,8 @@ bool hasTestPositions(const phone::ModuleDescription& module) {
     return module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0;
 }
 
-int run(const Options& options) {
-    DriverSession session(options.settings, Narration::kIfVerbose);
+int run(const Settings& settings) {
+    DriverSession session(settings, Narration::kIfVerbose);
     session.requireModule("detect-defect", "with test positions", hasTestPositions);
     if (!session.openFor()) return conclude(session, Record());
 
@@ -158,25 +148,25 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeDetectDefect() {
-    auto options = std::make_shared<Options>();
-    options->settings.module = "dw9786";
+    auto settings = std::make_shared<Settings>();
+    settings->module = "dw9786";
     return {
         .options = withPhoneOptions(
             {value("--defect", "DEFECT,DEFECT",
                    "What is wrong with the lens: stuck, sluggish or off-centre; with -x "
                    "or -y, one axis of it; short for "
                    "--fault lens.DEFECT",
-                   [options](const std::string& word) {
-                       options->settings.faults.push_back(phone::parseFault(std::string(kLensPrefix) + word));
+                   [settings](const std::string& word) {
+                       settings->faults.push_back(phone::parseFault(std::string(kLensPrefix) + word));
                    },
                    {.words = defectWords, .commas = true})},
-            options->settings),
+            *settings),
         .notes = "Exit status 1 when the actuator is defective.\n",
         .examples = {{"oisctl detect-defect"},
                      {"oisctl detect-defect --defect stuck-x"},
                      {"oisctl detect-defect --defect sluggish-x,off-centre-y --json"},
                      {"oisctl detect-defect --real-time", "with a progress bar"}},
-        .run = [options] { return run(*options); },
+        .run = [settings] { return run(*settings); },
     };
 }
 

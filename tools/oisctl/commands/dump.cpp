@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <memory>
 
-#include "base/errors.h"
 #include "base/file_content.h"
 #include "base/terminal.h"
 #include "commands/commands.h"

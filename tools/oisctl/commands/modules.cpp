@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <memory>
 #include <set>
-#include <stdexcept>
 
 #include "base/errors.h"
 #include "base/report.h"

@@ -5,9 +5,6 @@
 #include <memory>
 #include <thread>
 
-#include <fmt/core.h>
-
-#include "base/errors.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/operations.h"

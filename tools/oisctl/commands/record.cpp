@@ -6,7 +6,6 @@
 
 #include "base/errors.h"
 #include "base/interrupt.h"
-#include "base/suggest.h"
 #include "commands/commands.h"
 #include "recording/recording.h"
 #include "session/driver_session.h"

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <memory>
 
-#include "base/errors.h"
 #include "base/interrupt.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"

@@ -38,12 +38,55 @@ class Tour {
           mOptions(options),
           mProgress("session", static_cast<double>(options.modes.size()) * options.holdS) {}
 
-    Summary run();
+    Summary run() {
+        const bool supported = mSession.open();
+        if (supported) {
+            mSession.notifyStream(true);
+            mSession.waitForBringUp();
+            if (mSession.channelIsUp()) {
+                goThroughModes();
+                runOperations();
+            }
+            mSession.notifyStream(false);
+        }
+        mSession.close();
+        mSummary.shake = mShake.result();
+        return mSummary;
+    }
 
   private:
-    void goThroughModes();
-    void hold();
-    void runOperations();
+    void goThroughModes() {
+        for (const int32_t mode : mOptions.modes) {
+            if (interrupted()) return;
+            mSession.setMode(mode);
+            hold();
+        }
+        mSession.setMode(mSession.driver().mOisMode);  // a repeat, which the driver keeps to itself
+    }
+
+    void hold() {
+        phone::Stabiliser* stabiliser = mSession.stabiliser();
+        const int64_t endUs = mSession.nowUs() + std::llround(mOptions.holdS * kMicrosPerSecond);
+        // The lens needs a moment to settle after a change of the mode.
+        constexpr int64_t kSettleUs = 100'000;
+        const int64_t settledUs = mSession.nowUs() + kSettleUs;
+        while (mSession.nowUs() < endUs && !interrupted()) {
+            mSession.sleepUs(std::min(kLookUs, endUs - mSession.nowUs()));
+            mProgress.update(mSession.nowS());
+            if (stabiliser == nullptr || mSession.nowUs() < settledUs) continue;
+            mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
+        }
+    }
+
+    void runOperations() {
+        std::vector<int32_t> wanted = mOptions.operations;
+        for (const OperationInfo& info : operations())
+            if (mOptions.operations.empty() && info.number != kDetectDefect) wanted.push_back(info.number);
+        for (const int32_t operation : wanted) {
+            if (interrupted()) return;
+            mSummary.operations.push_back({operation, mSession.setOperation(operation)});
+        }
+    }
 
     DriverSession& mSession;
     const Options& mOptions;
@@ -51,55 +94,6 @@ class Tour {
     ShakeMeter mShake;
     Summary mSummary;
 };
-
-Summary Tour::run() {
-    const bool supported = mSession.open();
-    if (supported) {
-        mSession.notifyStream(true);
-        mSession.waitForBringUp();
-        if (mSession.channelIsUp()) {
-            goThroughModes();
-            runOperations();
-        }
-        mSession.notifyStream(false);
-    }
-    mSession.close();
-    mSummary.shake = mShake.result();
-    return mSummary;
-}
-
-void Tour::goThroughModes() {
-    for (const int32_t mode : mOptions.modes) {
-        if (interrupted()) return;
-        mSession.setMode(mode);
-        hold();
-    }
-    mSession.setMode(mSession.driver().mOisMode);  // a repeat, which the driver keeps to itself
-}
-
-void Tour::hold() {
-    phone::Stabiliser* stabiliser = mSession.stabiliser();
-    const int64_t endUs = mSession.nowUs() + std::llround(mOptions.holdS * kMicrosPerSecond);
-    // The lens needs a moment to settle after a change of the mode.
-    constexpr int64_t kSettleUs = 100'000;
-    const int64_t settledUs = mSession.nowUs() + kSettleUs;
-    while (mSession.nowUs() < endUs && !interrupted()) {
-        mSession.sleepUs(std::min(kLookUs, endUs - mSession.nowUs()));
-        mProgress.update(mSession.nowS());
-        if (stabiliser == nullptr || mSession.nowUs() < settledUs) continue;
-        mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
-    }
-}
-
-void Tour::runOperations() {
-    std::vector<int32_t> wanted = mOptions.operations;
-    for (const OperationInfo& info : operations())
-        if (mOptions.operations.empty() && info.number != kDetectDefect) wanted.push_back(info.number);
-    for (const int32_t operation : wanted) {
-        if (interrupted()) return;
-        mSummary.operations.push_back({operation, mSession.setOperation(operation)});
-    }
-}
 
 Settings withScenario(Settings settings, const Scenario& scenario) {
     settings.presets = scenario.properties;

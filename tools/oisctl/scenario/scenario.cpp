@@ -11,7 +11,6 @@
 #include "base/file_content.h"
 #include "base/suggest.h"
 #include "base/toml_reader.h"
-#include "session/settings.h"
 
 namespace oisctl {
 
@@ -222,10 +221,8 @@ std::optional<double> Scenario::value(const SpanField& field, double timeS) cons
 }
 
 std::optional<double> Scenario::value(std::string_view fieldName, double timeS) const {
-    const auto& fields = spanFields();
-    const auto named = [fieldName](const SpanField& field) { return field.name == fieldName; };
-    const auto field = std::find_if(fields.begin(), fields.end(), named);
-    if (field == fields.end()) throw std::logic_error("no span field " + std::string(fieldName));
+    const auto field = std::ranges::find(spanFields(), fieldName, &SpanField::name);
+    if (field == spanFields().end()) throw std::logic_error(fmt::format("no span field {}", fieldName));
     return value(*field, timeS);
 }
 
@@ -239,18 +236,14 @@ ois_params Scenario::requestAt(double timeS, int32_t sensorDev) const {
 }
 
 bool Scenario::drivesStream() const {
-    const auto drives = [](const Moment& moment) { return moment.stream.has_value(); };
-    return std::any_of(moments.begin(), moments.end(), drives);
+    return std::ranges::any_of(moments, [](const Moment& moment) { return moment.stream.has_value(); });
 }
 
 bool Scenario::setsTemperature() const {
-    const auto inSpan = [](const Span& span) {
-        const auto named = [](const auto& value) { return value.first->name == "temperature_c"; };
-        return std::any_of(span.values.begin(), span.values.end(), named);
-    };
-    const auto inMoment = [](const Moment& moment) { return moment.thermal.has_value(); };
-    return std::any_of(spans.begin(), spans.end(), inSpan) ||
-           std::any_of(moments.begin(), moments.end(), inMoment);
+    const auto states = [](const auto& value) { return value.first->name == "temperature_c"; };
+    return std::ranges::any_of(spans,
+                               [&](const Span& span) { return std::ranges::any_of(span.values, states); }) ||
+           std::ranges::any_of(moments, [](const Moment& moment) { return moment.thermal.has_value(); });
 }
 
 Scenario parseScenario(std::string_view text, const std::string& source, uint64_t seed) {

@@ -18,19 +18,124 @@ class Player {
   public:
     Player(DriverSession& session, const Scenario& scenario) : mSession(session), mScenario(scenario) {}
 
-    Summary play();
+    Summary play() {
+        const bool supported = mSession.open();
+        if (supported) mSession.waitForBringUp();
+        if (supported && !mScenario.drivesStream()) setStream(true);
+        playFrames();
+        if (mStreaming) setStream(false);
+        mSession.close();
+
+        mSummary.scenario = mScenario.name;
+        mSummary.shake = mShake.result();
+        return mSummary;
+    }
 
   private:
-    void playFrames();
-    void applyMoments(double timeS);
-    void apply(const Moment& moment);
-    void applyTemperature(double timeS);
-    void setThermal(const Thermal& thermal);
-    void sendFocus(double timeS);
-    void sendRequest(double timeS);
-    void noteMode();
-    void measureShake();
-    void setStream(bool on);
+    void playFrames() {
+        const int64_t startUs = mSession.nowUs();
+        const uint64_t frames = mScenario.frames();
+        Progress progress(mScenario.name, static_cast<double>(frames));
+        for (mFrame = 0; mFrame < frames && !interrupted(); ++mFrame) {
+            const double timeS = mScenario.frameTimeS(mFrame);
+            mSession.phone().clock().sleepUntilUs(startUs + std::llround(timeS * kMicrosPerSecond));
+            applyMoments(timeS);
+            applyTemperature(timeS);
+            sendFocus(timeS);
+            sendRequest(timeS);
+            noteMode();
+            measureShake();
+            progress.update(static_cast<double>(mFrame), "frame " + std::to_string(mFrame));
+        }
+    }
+
+    void applyMoments(double timeS) {
+        constexpr double kSlack = 1e-9;
+        while (mNextMoment < mScenario.moments.size() &&
+               mScenario.moments[mNextMoment].atS <= timeS + kSlack) {
+            apply(mScenario.moments[mNextMoment++]);
+        }
+    }
+
+    void apply(const Moment& moment) {
+        if (moment.clearFaults) mSession.clearFaults();
+        for (const phone::Fault& fault : moment.faults) mSession.addFault(fault);
+        for (const phone::Property& property : moment.properties) mSession.phone().properties().set(property);
+        if (moment.motion) mSession.phone().motion().set(moment.motion);
+        if (moment.thermal) setThermal(*moment.thermal);
+        if (moment.stream) setStream(*moment.stream);
+        if (moment.sensorMode) mSession.setSensorMode(*moment.sensorMode);
+        if (moment.dynamic) mSession.enableOis(*moment.dynamic);
+        if (moment.mode) mSession.setMode(*moment.mode);
+        if (moment.operation)
+            mSummary.operations.push_back({*moment.operation, mSession.setOperation(*moment.operation)});
+        if (moment.checkStatus) mSession.checkStatus();
+    }
+
+    void applyTemperature(double timeS) {
+        const std::optional<double> value = mScenario.value("temperature_c", timeS);
+        if (!value) return;
+        const long degrees = std::lround(*value);
+        if (mTemperature == degrees) return;
+        mTemperature = degrees;
+        mSession.phone().files().setThermal(std::to_string(degrees) + "\n");
+    }
+
+    void setThermal(const Thermal& thermal) {
+        phone::FileTree& files = mSession.phone().files();
+        mTemperature.reset();
+        switch (thermal.kind) {
+            case Thermal::Kind::kAbsent:
+                return files.setThermalAbsent();
+            case Thermal::Kind::kUnreadable:
+                return files.setThermalUnreadable();
+            case Thermal::Kind::kHolds:
+                return files.setThermal(thermal.text);
+        }
+    }
+
+    void sendFocus(double timeS) {
+        const std::optional<double> distance = mScenario.value("focus_distance_mm", timeS);
+        const std::optional<double> diopter = mScenario.value("focus_diopter", timeS);
+        if (distance || diopter) {
+            ois_focus_params focus{};
+            focus.distanceValid = distance ? 1 : 0;
+            focus.distance = static_cast<int32_t>(distance.value_or(0));
+            focus.useFocus = diopter ? 1 : 0;
+            focus.focusDiopter = static_cast<float>(diopter.value_or(0));
+            mSession.setFocus(focus);
+        }
+        if (const auto position = mScenario.value("af_position", timeS)) {
+            mSession.setAfPosition(static_cast<int32_t>(*position));
+        }
+    }
+
+    void sendRequest(double timeS) {
+        if (mScenario.value("requests", timeS) == 0) return;
+        ++mSummary.requests;
+        ois_params params = mScenario.requestAt(timeS, mSession.settings().sensorDev);
+        mSession.setParams(params);
+        if (params.op_result_ptr != nullptr)
+            mSummary.operations.push_back({params.engineer_operation, params.op_result});
+    }
+
+    void noteMode() {
+        if (mSession.driver().mIsOisSupport == 0) return;
+        const int32_t mode = mSession.driver().mOisMode;
+        std::vector<ModeSpan>& modes = mSummary.modes;
+        if (modes.empty() || modes.back().mode != mode) modes.push_back({mode, mFrame, mFrame});
+        modes.back().lastFrame = mFrame;
+    }
+
+    void measureShake() {
+        phone::Stabiliser* stabiliser = mSession.stabiliser();
+        if (stabiliser != nullptr) mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
+    }
+
+    void setStream(bool on) {
+        mSession.notifyStream(on);
+        mStreaming = on;
+    }
 
     DriverSession& mSession;
     const Scenario& mScenario;
@@ -41,123 +146,6 @@ class Player {
     Summary mSummary;
     ShakeMeter mShake;
 };
-
-void Player::setStream(bool on) {
-    mSession.notifyStream(on);
-    mStreaming = on;
-}
-
-Summary Player::play() {
-    const bool supported = mSession.open();
-    if (supported) mSession.waitForBringUp();
-    if (supported && !mScenario.drivesStream()) setStream(true);
-    playFrames();
-    if (mStreaming) setStream(false);
-    mSession.close();
-
-    mSummary.scenario = mScenario.name;
-    mSummary.shake = mShake.result();
-    return mSummary;
-}
-
-void Player::playFrames() {
-    const int64_t startUs = mSession.nowUs();
-    const uint64_t frames = mScenario.frames();
-    Progress progress(mScenario.name, static_cast<double>(frames));
-    for (mFrame = 0; mFrame < frames && !interrupted(); ++mFrame) {
-        const double timeS = mScenario.frameTimeS(mFrame);
-        mSession.phone().clock().sleepUntilUs(startUs + std::llround(timeS * kMicrosPerSecond));
-        applyMoments(timeS);
-        applyTemperature(timeS);
-        sendFocus(timeS);
-        sendRequest(timeS);
-        noteMode();
-        measureShake();
-        progress.update(static_cast<double>(mFrame), "frame " + std::to_string(mFrame));
-    }
-}
-
-void Player::applyMoments(double timeS) {
-    constexpr double kSlack = 1e-9;
-    while (mNextMoment < mScenario.moments.size() && mScenario.moments[mNextMoment].atS <= timeS + kSlack) {
-        apply(mScenario.moments[mNextMoment++]);
-    }
-}
-
-void Player::apply(const Moment& moment) {
-    if (moment.clearFaults) mSession.clearFaults();
-    for (const phone::Fault& fault : moment.faults) mSession.addFault(fault);
-    for (const phone::Property& property : moment.properties) mSession.phone().properties().set(property);
-    if (moment.motion) mSession.phone().motion().set(moment.motion);
-    if (moment.thermal) setThermal(*moment.thermal);
-    if (moment.stream) setStream(*moment.stream);
-    if (moment.sensorMode) mSession.setSensorMode(*moment.sensorMode);
-    if (moment.dynamic) mSession.enableOis(*moment.dynamic);
-    if (moment.mode) mSession.setMode(*moment.mode);
-    if (moment.operation)
-        mSummary.operations.push_back({*moment.operation, mSession.setOperation(*moment.operation)});
-    if (moment.checkStatus) mSession.checkStatus();
-}
-
-void Player::setThermal(const Thermal& thermal) {
-    phone::FileTree& files = mSession.phone().files();
-    mTemperature.reset();
-    switch (thermal.kind) {
-        case Thermal::Kind::kAbsent:
-            return files.setThermalAbsent();
-        case Thermal::Kind::kUnreadable:
-            return files.setThermalUnreadable();
-        case Thermal::Kind::kHolds:
-            return files.setThermal(thermal.text);
-    }
-}
-
-void Player::applyTemperature(double timeS) {
-    const std::optional<double> value = mScenario.value("temperature_c", timeS);
-    if (!value) return;
-    const long degrees = std::lround(*value);
-    if (mTemperature == degrees) return;
-    mTemperature = degrees;
-    mSession.phone().files().setThermal(std::to_string(degrees) + "\n");
-}
-
-void Player::sendFocus(double timeS) {
-    const std::optional<double> distance = mScenario.value("focus_distance_mm", timeS);
-    const std::optional<double> diopter = mScenario.value("focus_diopter", timeS);
-    if (distance || diopter) {
-        ois_focus_params focus{};
-        focus.distanceValid = distance ? 1 : 0;
-        focus.distance = static_cast<int32_t>(distance.value_or(0));
-        focus.useFocus = diopter ? 1 : 0;
-        focus.focusDiopter = static_cast<float>(diopter.value_or(0));
-        mSession.setFocus(focus);
-    }
-    if (const auto position = mScenario.value("af_position", timeS)) {
-        mSession.setAfPosition(static_cast<int32_t>(*position));
-    }
-}
-
-void Player::sendRequest(double timeS) {
-    if (mScenario.value("requests", timeS) == 0) return;
-    ++mSummary.requests;
-    ois_params params = mScenario.requestAt(timeS, mSession.settings().sensorDev);
-    mSession.setParams(params);
-    if (params.op_result_ptr != nullptr)
-        mSummary.operations.push_back({params.engineer_operation, params.op_result});
-}
-
-void Player::noteMode() {
-    if (mSession.driver().mIsOisSupport == 0) return;
-    const int32_t mode = mSession.driver().mOisMode;
-    std::vector<ModeSpan>& modes = mSummary.modes;
-    if (modes.empty() || modes.back().mode != mode) modes.push_back({mode, mFrame, mFrame});
-    modes.back().lastFrame = mFrame;
-}
-
-void Player::measureShake() {
-    phone::Stabiliser* stabiliser = mSession.stabiliser();
-    if (stabiliser != nullptr) mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
-}
 
 }  // namespace
 

@@ -3,8 +3,6 @@
 #include <fmt/core.h>
 
 #include <atomic>
-#include <cstdio>
-#include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -13,7 +11,6 @@
 
 #include "base/errors.h"
 #include "base/suggest.h"
-#include "base/terminal.h"
 #include "controllers/controller.h"
 #include "controllers/korva/chip.h"
 #include "faults/faults.h"

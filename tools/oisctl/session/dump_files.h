@@ -2,7 +2,6 @@
 // The text files that the driver dumps into the phone's folder.
 
 #include <filesystem>
-#include <string>
 #include <string_view>
 
 namespace oisctl {

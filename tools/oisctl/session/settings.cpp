@@ -1,7 +1,5 @@
 #include "session/settings.h"
 
-#include <algorithm>
-
 #include "base/suggest.h"
 #include "faults/faults.h"
 #include "motion/motion.h"

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "session/calls.h"
 #include "session/settings.h"
