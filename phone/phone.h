@@ -46,27 +46,26 @@
 //
 // tests/phone/ has a file for each of these; tests/driver/ tests the driver with all of them.
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <string>
 
+#include "controllers/controller.h"
 #include "faults/faults.h"
+#include "hub/sensor_hub.h"
+#include "kernel/file_tree.h"
+#include "kernel/kernel.h"
+#include "kernel/media_graph.h"
+#include "modules/module_description.h"
+#include "motion/motion.h"
+#include "services/log_service.h"
+#include "services/property_store.h"
+#include "services/telemetry.h"
 #include "time/clock.h"
 #include "trace/trace.h"
 
 namespace phone {
-
-class PropertyStore;       // services/property_store.h
-class LogService;          // services/log_service.h
-class Telemetry;           // services/telemetry.h
-class FileTree;            // kernel/file_tree.h
-class MediaGraph;          // kernel/media_graph.h
-class Controller;          // controllers/controller.h: the OIS controller behind a sub-device
-class Kernel;              // kernel/kernel.h: the driver's system calls
-class SensorHub;           // hub/sensor_hub.h: holds the KorvaChip (controllers/korva/chip.h)
-class Motion;              // motion/motion.h
-struct ModuleDescription;  // modules/module_description.h
 
 enum class KernelKind {
     kSimulated,
@@ -111,23 +110,38 @@ class Phone {
     // The controller behind that position's sub-device; null when it has none.
     Controller* controller(int32_t sensorDev) const;
 
-    Clock& clock();
-    Trace& trace();
-    Faults& faults();
-    PropertyStore& properties();
-    LogService& log();
-    Telemetry& telemetry();
-    FileTree& files();
-    MediaGraph& media();
-    Kernel& kernel();
-    SensorHub& hub();
+    Clock& clock() { return mClock; }
+    Trace& trace() { return mTrace; }
+    Faults& faults() { return mFaults; }
+    PropertyStore& properties() { return mProperties; }
+    LogService& log() { return mLog; }
+    Telemetry& telemetry() { return mTelemetry; }
+    FileTree& files() { return mFiles; }
+    MediaGraph& media() { return mMedia; }
+    Kernel& kernel() { return mKernel; }
+    SensorHub& hub() { return mHub; }
     // The motion of the phone's body, one for all its cameras.
-    Motion& motion();
+    Motion& motion() { return mMotion; }
 
   private:
-    struct Parts;
+    struct Position {
+        std::unique_ptr<const ModuleDescription> module;
+        std::shared_ptr<Controller> controller;
+    };
+
     PhoneOptions mOptions;
-    std::unique_ptr<Parts> mParts;
+    Clock mClock;
+    Trace mTrace;
+    Faults mFaults;
+    Motion mMotion;
+    PropertyStore mProperties;
+    LogService mLog;
+    Telemetry mTelemetry;
+    FileTree mFiles;
+    MediaGraph mMedia;
+    SensorHub mHub;
+    std::array<Position, kSensorCount> mPositions;
+    Kernel mKernel;
 };
 
 }  // namespace phone

@@ -1,5 +1,7 @@
 #include "base/closest_name.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <numeric>
 #include <vector>
@@ -47,13 +49,8 @@ std::string_view closestName(std::string_view typed, std::span<const std::string
 
 std::string nameAdvice(std::string_view typed, std::span<const std::string_view> candidates) {
     const std::string_view closest = closestName(typed, candidates);
-    if (!closest.empty()) return "did you mean '" + std::string(closest) + "'?";
-    std::string text = "it may be: ";
-    for (const std::string_view& candidate : candidates) {
-        if (&candidate != candidates.data()) text += ", ";
-        text += candidate;
-    }
-    return text;
+    if (!closest.empty()) return fmt::format("did you mean '{}'?", closest);
+    return fmt::format("it may be: {}", fmt::join(candidates, ", "));
 }
 
 }  // namespace phone

@@ -14,16 +14,13 @@ void find(Function*& function, const char* name) {
 Libc findAll() {
     Libc found{};
     find(found.open, "open");
-    find(found.open64, "open64");
     find(found.openChecked, "__open_2");
-    find(found.open64Checked, "__open64_2");
     find(found.close, "close");
     find(found.ioctl, "ioctl");
     find(found.readlink, "readlink");
     find(found.readlinkChecked, "__readlink_chk");
     find(found.usleep, "usleep");
     find(found.fopen, "fopen");
-    find(found.fopen64, "fopen64");
     find(found.fclose, "fclose");
     find(found.pthreadCreate, "pthread_create");
     find(found.pthreadJoin, "pthread_join");

@@ -10,16 +10,13 @@ namespace phone {
 
 struct Libc {
     int (*open)(const char*, int, ...);
-    int (*open64)(const char*, int, ...);
     int (*openChecked)(const char*, int);
-    int (*open64Checked)(const char*, int);
     int (*close)(int);
     int (*ioctl)(int, unsigned long, ...);
     ssize_t (*readlink)(const char*, char*, size_t);
     ssize_t (*readlinkChecked)(const char*, char*, size_t, size_t);
     int (*usleep)(unsigned);
     FILE* (*fopen)(const char*, const char*);
-    FILE* (*fopen64)(const char*, const char*);
     int (*fclose)(FILE*);
     int (*pthreadCreate)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
     int (*pthreadJoin)(pthread_t, void**);

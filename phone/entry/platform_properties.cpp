@@ -15,6 +15,7 @@ namespace {
 using phone::Fate;
 using phone::Phone;
 using phone::PhoneInUse;
+using phone::PropertyStore;
 
 constexpr size_t kTextSize = phone::kPropertyValueMax + 1;
 
@@ -23,31 +24,30 @@ Fate consult(Phone& phone, const char* key) {
     return phone.faults().consult(phone::FaultPoint::kProperty, key);
 }
 
-// A read that fails finds the property unset; a result stands for the value.
-template <typename Value>
-Value valueOf(const Fate& fate, Value stored, Value defaultValue) {
-    return fate.fails() ? defaultValue : static_cast<Value>(fate.result().value_or(stored));
-}
-
-void record(Phone& phone, const char* key, const char* type, int64_t defaultValue, int64_t value,
+// A text has its value among the fields, a number as the result.
+void record(Phone& phone, const char* key, std::vector<phone::Field> fields, std::optional<int64_t> value,
             const Fate& fate) {
-    if (!phone.trace().enabled()) return;
     phone.trace().record({.kind = phone::EventKind::kProperty,
                           .name = key,
-                          .fields = {{"type", std::string(type)}, {"default", defaultValue}},
+                          .fields = std::move(fields),
                           .result = value,
                           .fault = fate.fault()});
 }
 
-void recordText(Phone& phone, const char* key, const char* defaultValue, const char* value,
-                const Fate& fate) {
-    if (!phone.trace().enabled()) return;
-    phone.trace().record({.kind = phone::EventKind::kProperty,
-                          .name = key,
-                          .fields = {{"type", std::string("string")},
-                                     {"default", std::string(defaultValue)},
-                                     {"value", std::string(value)}},
-                          .fault = fate.fault()});
+// What the platform's accessors of numbers have in common.
+template <typename Value, typename Get>
+Value numberProperty(const char* key, const char* type, Value defaultValue, Get get) {
+    const PhoneInUse phone;
+    if (!phone) return defaultValue;
+    const Fate fate = consult(*phone, key);
+    // A read that fails finds the property unset; a result stands for the value.
+    const Value stored = (phone->properties().*get)(key, defaultValue);
+    const Value value = fate.fails() ? defaultValue : static_cast<Value>(fate.result().value_or(stored));
+    if (phone->trace().enabled()) {
+        record(*phone, key, {{"type", std::string(type)}, {"default", int64_t{defaultValue}}}, int64_t{value},
+               fate);
+    }
+    return value;
 }
 
 }  // namespace
@@ -55,21 +55,11 @@ void recordText(Phone& phone, const char* key, const char* defaultValue, const c
 namespace NSCam::Utils {
 
 int32_t Properties::property_get_int32(const char* key, int32_t defaultValue) {
-    const PhoneInUse phone;
-    if (!phone) return defaultValue;
-    const Fate fate = consult(*phone, key);
-    const int32_t value = valueOf(fate, phone->properties().getInt32(key, defaultValue), defaultValue);
-    record(*phone, key, "int32", defaultValue, value, fate);
-    return value;
+    return numberProperty(key, "int32", defaultValue, &PropertyStore::getInt32);
 }
 
 bool Properties::property_get_bool(const char* key, bool defaultValue) {
-    const PhoneInUse phone;
-    if (!phone) return defaultValue;
-    const Fate fate = consult(*phone, key);
-    const bool value = valueOf(fate, phone->properties().getBool(key, defaultValue), defaultValue);
-    record(*phone, key, "bool", defaultValue ? 1 : 0, value ? 1 : 0, fate);
-    return value;
+    return numberProperty(key, "bool", defaultValue, &PropertyStore::getBool);
 }
 
 int32_t Properties::property_get(const char* key, char* value, const char* defaultValue) {
@@ -87,7 +77,13 @@ int32_t Properties::property_get(const char* key, char* value, const char* defau
     const std::string standsFor = fate.result() ? std::to_string(*fate.result()) : fallback;
     const size_t length = fate.fails() || fate.result() ? phone->properties().getText("", space, standsFor)
                                                         : phone->properties().getText(key, space, fallback);
-    recordText(*phone, key, fallback, value, fate);
+    if (phone->trace().enabled()) {
+        record(*phone, key,
+               {{"type", std::string("string")},
+                {"default", std::string(fallback)},
+                {"value", std::string(value)}},
+               std::nullopt, fate);
+    }
     return static_cast<int32_t>(length);
 }
 

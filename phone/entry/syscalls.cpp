@@ -13,6 +13,8 @@
 #include "entry/phone_in_use.h"
 #include "kernel/kernel.h"
 
+static_assert(sizeof(off_t) == 8, "the names with 64 in them are the same functions");
+
 namespace {
 
 using phone::Kernel;
@@ -29,9 +31,10 @@ mode_t modeOf(int flags, va_list arguments) {
 
 // libc's headers name the parameters in their own way.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+#pragma GCC visibility push(default)
 extern "C" {
 
-__attribute__((visibility("default"))) int open(const char* path, int flags, ...) {
+int open(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
@@ -39,32 +42,20 @@ __attribute__((visibility("default"))) int open(const char* path, int flags, ...
     if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().open(path, flags, mode);
 }
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 
-__attribute__((visibility("default"))) int open64(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = modeOf(flags, arguments);
-    va_end(arguments);
-    if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
-    return libc().open64(path, flags, mode);
-}
-
-__attribute__((visibility("default"))) int __open_2(const char* path, int flags) {
+int __open_2(const char* path, int flags) {
     if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
     return libc().openChecked(path, flags);
 }
+int __open64_2(const char* path, int flags) __attribute__((alias("__open_2")));
 
-__attribute__((visibility("default"))) int __open64_2(const char* path, int flags) {
-    if (const PhoneInUse phone{Kernel::isDeviceNode(path)}) return phone->kernel().open(path, flags);
-    return libc().open64Checked(path, flags);
-}
-
-__attribute__((visibility("default"))) int close(int fd) {
+int close(int fd) {
     if (const PhoneInUse phone; phone && phone->kernel().owns(fd)) return phone->kernel().close(fd);
     return libc().close(fd);
 }
 
-__attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) noexcept {
+int ioctl(int fd, unsigned long request, ...) noexcept {
     va_list arguments;
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
@@ -77,15 +68,13 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
     return libc().ioctl(fd, request, argument);
 }
 
-__attribute__((visibility("default"))) ssize_t readlink(const char* path, char* buffer,
-                                                        size_t size) noexcept {
+ssize_t readlink(const char* path, char* buffer, size_t size) noexcept {
     if (const PhoneInUse phone{Kernel::isSysfsLink(path)})
         return phone->kernel().readlink(path, buffer, size);
     return libc().readlink(path, buffer, size);
 }
 
-__attribute__((visibility("default"))) ssize_t __readlink_chk(const char* path, char* buffer, size_t size,
-                                                              size_t bufferSize) {
+ssize_t __readlink_chk(const char* path, char* buffer, size_t size, size_t bufferSize) {
     // libc ends the process when the buffer is too small, as it should.
     if (const PhoneInUse phone{size <= bufferSize && Kernel::isSysfsLink(path)}) {
         return phone->kernel().readlink(path, buffer, size);
@@ -93,48 +82,43 @@ __attribute__((visibility("default"))) ssize_t __readlink_chk(const char* path, 
     return libc().readlinkChecked(path, buffer, size, bufferSize);
 }
 
-__attribute__((visibility("default"))) int usleep(unsigned us) {
+int usleep(unsigned us) {
     if (const PhoneInUse phone{}) return phone->kernel().usleep(us);
     return libc().usleep(us);
 }
 
-__attribute__((visibility("default"))) FILE* fopen(const char* path, const char* mode) {
+FILE* fopen(const char* path, const char* mode) {
     if (const PhoneInUse phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
     return libc().fopen(path, mode);
 }
+FILE* fopen64(const char* path, const char* mode) __attribute__((alias("fopen")));
 
-__attribute__((visibility("default"))) FILE* fopen64(const char* path, const char* mode) {
-    if (const PhoneInUse phone{Kernel::isFile(path)}) return phone->kernel().fopen(path, mode);
-    return libc().fopen64(path, mode);
-}
-
-__attribute__((visibility("default"))) int fclose(FILE* file) {
+int fclose(FILE* file) {
     if (const PhoneInUse phone; phone && phone->kernel().owns(file)) return phone->kernel().fclose(file);
     return libc().fclose(file);
 }
 
-__attribute__((visibility("default"))) int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                                                          void* (*start)(void*), void* argument) noexcept {
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                   void* argument) noexcept {
     if (const PhoneInUse phone{}) return phone->kernel().createThread(thread, attributes, start, argument);
     return libc().pthreadCreate(thread, attributes, start, argument);
 }
 
-__attribute__((visibility("default"))) int pthread_join(pthread_t thread, void** result) {
+int pthread_join(pthread_t thread, void** result) {
     if (const PhoneInUse phone{}) return phone->kernel().joinThread(thread, result);
     return libc().pthreadJoin(thread, result);
 }
 
-__attribute__((visibility("default"))) int pthread_setschedparam(pthread_t thread, int policy,
-                                                                 const sched_param* param) noexcept {
+int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param) noexcept {
     if (const PhoneInUse phone{}) return phone->kernel().setScheduling(thread, policy, param);
     return libc().pthreadSetSchedParam(thread, policy, param);
 }
 
-__attribute__((visibility("default"))) int pthread_getschedparam(pthread_t thread, int* policy,
-                                                                 sched_param* param) noexcept {
+int pthread_getschedparam(pthread_t thread, int* policy, sched_param* param) noexcept {
     if (const PhoneInUse phone{}) return phone->kernel().getScheduling(thread, policy, param);
     return libc().pthreadGetSchedParam(thread, policy, param);
 }
 
 }  // extern "C"
+#pragma GCC visibility pop
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)

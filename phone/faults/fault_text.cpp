@@ -44,110 +44,98 @@ struct Range {
 struct Place {
     std::string_view name;
     FaultPoint point;
-    Naming naming = Naming::kNone;
-    unsigned effects = 0;
-    Range value{};
+    unsigned effects;
     std::string_view meaning;
     std::string_view arguments;
+    Naming naming = Naming::kNone;
+    Range value{};
 
     // Of a place whose name says what happens: the part behind its first word.
     std::string_view key() const { return effects == 0 ? name.substr(name.find('.') + 1) : ""; }
 };
 
+constexpr Range kReads{1, 1000};
+constexpr Range kStatusBits{1, UINT8_MAX};
+constexpr Range kUpdateBits{1, UINT16_MAX};
 constexpr Range kBlocks{0, ois::kFirmwareBlockCount - 1, true};
 
-constexpr Place chip(std::string_view name, std::string_view meaning, std::string_view arguments,
-                     Range value = {}) {
-    return {name, FaultPoint::kChip, Naming::kNone, 0, value, meaning, arguments};
-}
-constexpr Place lens(std::string_view name, std::string_view meaning, std::string_view arguments) {
-    return {name, FaultPoint::kLens, Naming::kNone, 0, {}, meaning, arguments};
-}
-constexpr Place platform(std::string_view name, FaultPoint point, unsigned effects, std::string_view meaning,
-                         std::string_view arguments) {
-    return {name, point, Naming::kNone, effects, {}, meaning, arguments};
-}
-constexpr Place named(std::string_view name, FaultPoint point, Naming naming, unsigned effects,
-                      std::string_view meaning, std::string_view arguments) {
-    return {name, point, naming, effects, {}, meaning, arguments};
-}
+using enum FaultPoint;
+constexpr unsigned kItself = 0;  // the name says what happens
 
 constexpr std::array kPlaces{
-    named("", FaultPoint::kCommand, Naming::kCommand, kEverything, "a command, whichever way it goes",
-          "session --fault SET_MODE@3:lost"),
-    named("request", FaultPoint::kRequest, Naming::kRequest, kEverything, "a private request",
-          "session -m dw9786 --fault request.SET_MODE@2-5:errno=EIO"),
-    named("hub", FaultPoint::kHubCommand, Naming::kHubCommand, kEverything, "a record to the sensor hub",
-          "session --fault hub@after3:slow=20ms"),
-    named("media", FaultPoint::kMediaRequest, Naming::kMediaRequest, kEverything,
-          "a request to a media device", "session -m dw9786 --fault media.ENUM_ENTITIES@2:errno=EIO"),
-    named("open", FaultPoint::kOpen, Naming::kPath, kMayBeLost,
-          "open or fopen; lost: what is written to the file",
-          "session -m dw9786 --fault open./dev/v4l-subdev10:errno=EACCES"),
-    named("readlink", FaultPoint::kReadlink, Naming::kPath, kFails | bit(Kind::kGarbage), "readlink",
-          "session -m dw9786 --fault readlink./sys/dev/char/81:100:errno=ENOENT"),
-    named("close", FaultPoint::kClose, Naming::kPath, kFails, "close or fclose",
-          "dump otp -m dw9786 --fault close:errno=EIO"),
-    platform("thread", FaultPoint::kThreadCreate, kFails, "pthread_create", "session --fault thread:fail"),
-    platform("thread-priority", FaultPoint::kThreadPriority, kFails, "pthread_getschedparam",
-             "record -m dw9786 --seconds 0.1 --fault thread-priority:errno=EPERM"),
-    platform("thread-schedule", FaultPoint::kThreadSchedule, kMayBeLost, "pthread_setschedparam",
-             "record -m dw9786 --seconds 0.1 --fault thread-schedule:errno=EPERM"),
-    platform("sensor-provider", FaultPoint::kSensorProvider, kMayBeLost, "createInstance",
-             "session --fault sensor-provider:fail"),
-    platform("sensor-enable", FaultPoint::kSensorEnable, kMayBeLost, "enableSensor",
-             "session --fault sensor-enable:fail"),
-    platform("sensor-enabled", FaultPoint::kSensorEnabled, kFails, "isEnabled",
-             "session --fault sensor-enabled:fail"),
-    platform("sensor-samples", FaultPoint::kSensorSamples, kMayBeLost, "getAllSensorData",
-             "samples --fault sensor-samples:lost"),
-    platform("sensor-disable", FaultPoint::kSensorDisable, kMayBeLost | bit(Kind::kResult), "disableSensor",
-             "session --fault sensor-disable:result=-1"),
-    named("property", FaultPoint::kProperty, Naming::kProperty, kFails | bit(Kind::kResult),
+    Place{"", kCommand, kEverything, "a command, whichever way it goes", "session --fault SET_MODE@3:lost",
+          Naming::kCommand},
+    Place{"request", kRequest, kEverything, "a private request",
+          "session -m dw9786 --fault request.SET_MODE@2-5:errno=EIO", Naming::kRequest},
+    Place{"hub", kHubCommand, kEverything, "a record to the sensor hub",
+          "session --fault hub@after3:slow=20ms", Naming::kHubCommand},
+    Place{"media", kMediaRequest, kEverything, "a request to a media device",
+          "session -m dw9786 --fault media.ENUM_ENTITIES@2:errno=EIO", Naming::kMediaRequest},
+    Place{"open", kOpen, kMayBeLost, "open or fopen; lost: what is written to the file",
+          "session -m dw9786 --fault open./dev/v4l-subdev10:errno=EACCES", Naming::kPath},
+    Place{"readlink", kReadlink, kFails | bit(Kind::kGarbage), "readlink",
+          "session -m dw9786 --fault readlink./sys/dev/char/81:100:errno=ENOENT", Naming::kPath},
+    Place{"close", kClose, kFails, "close or fclose", "dump otp -m dw9786 --fault close:errno=EIO",
+          Naming::kPath},
+    Place{"thread", kThreadCreate, kFails, "pthread_create", "session --fault thread:fail"},
+    Place{"thread-priority", kThreadPriority, kFails, "pthread_getschedparam",
+          "record -m dw9786 --seconds 0.1 --fault thread-priority:errno=EPERM"},
+    Place{"thread-schedule", kThreadSchedule, kMayBeLost, "pthread_setschedparam",
+          "record -m dw9786 --seconds 0.1 --fault thread-schedule:errno=EPERM"},
+    Place{"sensor-provider", kSensorProvider, kMayBeLost, "createInstance",
+          "session --fault sensor-provider:fail"},
+    Place{"sensor-enable", kSensorEnable, kMayBeLost, "enableSensor", "session --fault sensor-enable:fail"},
+    Place{"sensor-enabled", kSensorEnabled, kFails, "isEnabled", "session --fault sensor-enabled:fail"},
+    Place{"sensor-samples", kSensorSamples, kMayBeLost, "getAllSensorData",
+          "samples --fault sensor-samples:lost"},
+    Place{"sensor-disable", kSensorDisable, kMayBeLost | bit(Kind::kResult), "disableSensor",
+          "session --fault sensor-disable:result=-1"},
+    Place{"property", kProperty, kFails | bit(Kind::kResult),
           "a property read; failing, it finds the property unset",
-          "session --fault property.vendor.debug.ois.bypassen:result=0"),
-    platform("customisation", FaultPoint::kCustomisation, kFails,
-             "GetOisDriverName; failing, it knows of no OIS", "session --fault customisation:fail"),
-    platform("telemetry", FaultPoint::kTelemetry, kMayBeLost, "getService of the telemetry service",
-             "session --fault telemetry:fail"),
-    platform("telemetry-report", FaultPoint::kTelemetryReport, kMayBeLost, "a report to it",
-             "session --fault telemetry-report:lost"),
-
-    chip("chip.never-idle", "an idle request is ignored", "calibrate --fault chip.never-idle"),
-    chip("chip.idle-on-read", "idle at that read of the state after an idle request",
-         "calibrate --fault chip.idle-on-read=21", {1, 1000}),
-    chip("chip.calibration-never-done", "a calibration does not end",
-         "calibrate --fault chip.calibration-never-done"),
-    chip("chip.calibration-error", "a calibration leaves these bits in the status",
-         "calibrate --fault chip.calibration-error=0x21", {1, UINT8_MAX}),
-    chip("chip.flash-write-error", "a flash write fails", "calibrate --fault chip.flash-write-error"),
-    chip("chip.flash-data-changed", "a flash write damages the other data",
-         "calibrate --fault chip.flash-data-changed"),
-    chip("chip.download-error", "a block leaves these bits in the update status",
-         "firmware-update --fault chip.download-error=8", {1, UINT16_MAX}),
-    chip("chip.check-value-wrong", "a good image's check value is refused",
-         "firmware-update --fault chip.check-value-wrong"),
-    chip("chip.version-mismatch", "a good image reports the version below its own",
-         "firmware-update --fault chip.version-mismatch"),
-    chip("chip.block-lost", "that block never arrives", "firmware-update --fault chip.block-lost=3", kBlocks),
-    chip("chip.block-corrupted", "a bit of that block is flipped",
-         "firmware-update --fault chip.block-corrupted=3", kBlocks),
-    chip("chip.power-cut", "the chip loses power at that block",
-         "firmware-update --fault chip.power-cut=57 --times 2", kBlocks),
-    chip("chip.old-clock", "the chip runs from the old clock until it is updated",
-         "firmware-update --fault chip.old-clock"),
-
-    lens("lens.stuck", "the lens does not move", "detect-defect --fault lens.stuck"),
-    lens("lens.stuck-x", "... about x", "detect-defect --fault lens.stuck-x"),
-    lens("lens.stuck-y", "... about y", "detect-defect --fault lens.stuck-y"),
-    lens("lens.sluggish", "the lens moves at a tenth of its bandwidth",
-         "detect-defect --fault lens.sluggish"),
-    lens("lens.sluggish-x", "... about x", "detect-defect --fault lens.sluggish-x"),
-    lens("lens.sluggish-y", "... about y", "detect-defect --fault lens.sluggish-y"),
-    lens("lens.off-centre", "the lens rests beside the hall centre",
-         "detect-defect --fault lens.off-centre@after2"),
-    lens("lens.off-centre-x", "... about x", "detect-defect --fault lens.off-centre-x"),
-    lens("lens.off-centre-y", "... about y", "detect-defect --fault lens.off-centre-y"),
+          "session --fault property.vendor.debug.ois.bypassen:result=0", Naming::kProperty},
+    Place{"customisation", kCustomisation, kFails, "GetOisDriverName; failing, it knows of no OIS",
+          "session --fault customisation:fail"},
+    Place{"telemetry", kTelemetry, kMayBeLost, "getService of the telemetry service",
+          "session --fault telemetry:fail"},
+    Place{"telemetry-report", kTelemetryReport, kMayBeLost, "a report to it",
+          "session --fault telemetry-report:lost"},
+    Place{"chip.never-idle", kChip, kItself, "an idle request is ignored",
+          "calibrate --fault chip.never-idle"},
+    Place{"chip.idle-on-read", kChip, kItself, "idle at that read of the state after an idle request",
+          "calibrate --fault chip.idle-on-read=21", Naming::kNone, kReads},
+    Place{"chip.calibration-never-done", kChip, kItself, "a calibration does not end",
+          "calibrate --fault chip.calibration-never-done"},
+    Place{"chip.calibration-error", kChip, kItself, "a calibration leaves these bits in the status",
+          "calibrate --fault chip.calibration-error=0x21", Naming::kNone, kStatusBits},
+    Place{"chip.flash-write-error", kChip, kItself, "a flash write fails",
+          "calibrate --fault chip.flash-write-error"},
+    Place{"chip.flash-data-changed", kChip, kItself, "a flash write damages the other data",
+          "calibrate --fault chip.flash-data-changed"},
+    Place{"chip.download-error", kChip, kItself, "a block leaves these bits in the update status",
+          "firmware-update --fault chip.download-error=8", Naming::kNone, kUpdateBits},
+    Place{"chip.check-value-wrong", kChip, kItself, "a good image's check value is refused",
+          "firmware-update --fault chip.check-value-wrong"},
+    Place{"chip.version-mismatch", kChip, kItself, "a good image reports the version below its own",
+          "firmware-update --fault chip.version-mismatch"},
+    Place{"chip.block-lost", kChip, kItself, "that block never arrives",
+          "firmware-update --fault chip.block-lost=3", Naming::kNone, kBlocks},
+    Place{"chip.block-corrupted", kChip, kItself, "a bit of that block is flipped",
+          "firmware-update --fault chip.block-corrupted=3", Naming::kNone, kBlocks},
+    Place{"chip.power-cut", kChip, kItself, "the chip loses power at that block",
+          "firmware-update --fault chip.power-cut=57 --times 2", Naming::kNone, kBlocks},
+    Place{"chip.old-clock", kChip, kItself, "the chip runs from the old clock until it is updated",
+          "firmware-update --fault chip.old-clock"},
+    Place{"lens.stuck", kLens, kItself, "the lens does not move", "detect-defect --fault lens.stuck"},
+    Place{"lens.stuck-x", kLens, kItself, "... about x", "detect-defect --fault lens.stuck-x"},
+    Place{"lens.stuck-y", kLens, kItself, "... about y", "detect-defect --fault lens.stuck-y"},
+    Place{"lens.sluggish", kLens, kItself, "the lens moves at a tenth of its bandwidth",
+          "detect-defect --fault lens.sluggish"},
+    Place{"lens.sluggish-x", kLens, kItself, "... about x", "detect-defect --fault lens.sluggish-x"},
+    Place{"lens.sluggish-y", kLens, kItself, "... about y", "detect-defect --fault lens.sluggish-y"},
+    Place{"lens.off-centre", kLens, kItself, "the lens rests beside the hall centre",
+          "detect-defect --fault lens.off-centre@after2"},
+    Place{"lens.off-centre-x", kLens, kItself, "... about x", "detect-defect --fault lens.off-centre-x"},
+    Place{"lens.off-centre-y", kLens, kItself, "... about y", "detect-defect --fault lens.off-centre-y"},
 };
 
 struct Effect {
@@ -397,16 +385,11 @@ int64_t Parser::parseDelayUs(std::string_view text) const {
 }
 
 std::vector<uint8_t> Parser::parseBytes(std::string_view text) const {
-    std::vector<uint8_t> bytes;
-    for (size_t at = 0; at + 1 < text.size(); at += 2) {
-        uint8_t byte = 0;
-        if (!parseNumber(text.substr(at, 2), byte, 16)) break;
-        bytes.push_back(byte);
+    try {
+        if (!text.empty()) return bytesOfHex(text);
+    } catch (const std::invalid_argument&) {
     }
-    if (bytes.empty() || bytes.size() * 2 != text.size()) {
-        refuse("'{}' are no bytes: write pairs of hex digits, as in 'garbage=ff00'", text);
-    }
-    return bytes;
+    refuse("'{}' are no bytes: write pairs of hex digits, as in 'garbage=ff00'", text);
 }
 
 int64_t Parser::parseResult(std::string_view text) const {

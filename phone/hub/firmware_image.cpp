@@ -1,5 +1,7 @@
 #include "hub/firmware_image.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <map>
 #include <mutex>
@@ -40,15 +42,15 @@ FirmwareImage FirmwareImage::generate(uint32_t version) {
 }
 
 FirmwareImage FirmwareImage::fromBytes(std::span<const uint8_t> bytes, std::optional<uint32_t> version) {
-    const std::string size = std::to_string(bytes.size());
     if (bytes.empty() || bytes.size() > ois::kFirmwareImageSize) {
-        throw std::invalid_argument("a firmware image of " + size + " bytes; it may have 1 to " +
-                                    std::to_string(ois::kFirmwareImageSize));
+        throw std::invalid_argument(fmt::format("a firmware image of {} bytes; it may have 1 to {}",
+                                                bytes.size(), ois::kFirmwareImageSize));
     }
     if (!version && bytes.size() < ois::kFirmwareImageSize) {
-        throw std::invalid_argument(
-            "a firmware image of " + size + " bytes does not say its version, which is the last word of " +
-            std::to_string(ois::kFirmwareImageSize) + " bytes; give the version beside it");
+        throw std::invalid_argument(fmt::format(
+            "a firmware image of {} bytes does not say its version, which is the last word of {} bytes; "
+            "give the version beside it",
+            bytes.size(), ois::kFirmwareImageSize));
     }
     std::vector<uint8_t> padded(bytes.begin(), bytes.end());
     padded.resize(ois::kFirmwareImageSize, kErased);

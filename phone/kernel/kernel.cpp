@@ -41,13 +41,7 @@ std::string openFlags(int flags) {
 
 }  // namespace
 
-Kernel::Kernel(const KernelParts& parts)
-    : mClock(parts.clock),
-      mTrace(parts.trace),
-      mFaults(parts.faults),
-      mMedia(parts.media),
-      mFiles(parts.files),
-      mReal(parts.real) {}
+Kernel::Kernel(const KernelParts& parts) : KernelParts(parts) {}
 
 Kernel::~Kernel() = default;
 

@@ -31,12 +31,12 @@ class MediaGraph;
 
 // What the kernel works with.
 struct KernelParts {
-    Clock& clock;
-    Trace& trace;
-    Faults& faults;
-    MediaGraph& media;
-    FileTree& files;
-    bool real;  // the machine's own kernel answers
+    Clock& mClock;
+    Trace& mTrace;
+    Faults& mFaults;
+    MediaGraph& mMedia;
+    FileTree& mFiles;
+    const bool mReal;  // the machine's own kernel answers
 };
 
 struct Scheduling {
@@ -46,7 +46,7 @@ struct Scheduling {
 
 // Thread-safe; requests share no lock. The calls return what libc's functions of that name return, and set
 // errno like them. With the real kernel they pass on to libc, and are traced all the same.
-class Kernel {
+class Kernel : private KernelParts {
   public:
     explicit Kernel(const KernelParts& parts);
     ~Kernel();
@@ -75,10 +75,9 @@ class Kernel {
     int setScheduling(pthread_t thread, int policy, const sched_param* param);
     int getScheduling(pthread_t thread, int* policy, sched_param* param);
 
-    // State side: what the driver holds open, and what a thread's scheduling was set to.
+    // State side: what the driver holds open.
     size_t openNodes() const;
     size_t openFiles() const;
-    std::optional<Scheduling> scheduling(uint32_t threadNumber) const;
 
   private:
     struct Node;
@@ -100,12 +99,6 @@ class Kernel {
     void traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
                    const Fate& fate, std::vector<Field> answer = {});
 
-    Clock& mClock;
-    Trace& mTrace;
-    Faults& mFaults;
-    MediaGraph& mMedia;
-    FileTree& mFiles;
-    const bool mReal;
     std::array<std::atomic<Node*>, kDescriptors> mDescriptors{};
     mutable std::mutex mMutex;
     std::vector<std::unique_ptr<Node>> mNodes;  // all that were ever opened: a request may still be under way

@@ -26,14 +26,8 @@ void copyText(const std::string& text, std::span<char> to) {
     std::fill(to.begin() + static_cast<std::ptrdiff_t>(length), to.end(), '\0');
 }
 
-MediaEntity makeEntity(uint32_t id, const char* name, uint32_t type, uint32_t minor, const char* node) {
-    MediaEntity made;
-    made.id = id;
-    made.name = name;
-    made.type = type;
-    made.minor = minor;
-    made.node = node;
-    return made;
+MediaEntity makeEntity(uint32_t id, std::string name, uint32_t type, uint32_t minor, std::string node) {
+    return {.id = id, .name = std::move(name), .type = type, .minor = minor, .node = std::move(node)};
 }
 
 MediaDevice lensDevice() {
@@ -53,7 +47,7 @@ MediaDevice& lensDeviceOf(std::vector<MediaDevice>& devices) {
 
 }  // namespace
 
-std::vector<MediaDevice> defaultMediaDevices() {
+MediaGraph::MediaGraph() {
     MediaDevice processor{0, "nxa_camera_isp", "nxa-isp", "", "platform:nxa-isp", {}};
     processor.entities = {
         makeEntity(1, "nxa-isp-seninf", kSubDeviceEntityType, 20, "v4l-subdev0"),
@@ -62,10 +56,8 @@ std::vector<MediaDevice> defaultMediaDevices() {
     };
     MediaDevice codec{3, "nxa_codec", "nxa-codec", "", "platform:nxa-codec", {}};
     codec.entities = {makeEntity(1, "nxa-codec-enc", kVideoNodeEntityType, 60, "video8")};
-    return {processor, lensDevice(), codec};
+    mDevices = {processor, lensDevice(), codec};
 }
-
-MediaGraph::MediaGraph() : mDevices(defaultMediaDevices()) {}
 
 std::vector<MediaDevice> MediaGraph::devices() const {
     const std::lock_guard lock(mMutex);
@@ -86,16 +78,12 @@ std::string MediaGraph::lensNode(int32_t sensorDev) {
     return "v4l-subdev" + std::to_string(kFirstLensNode + static_cast<uint32_t>(sensorDev));
 }
 
-uint32_t MediaGraph::lensEntityId(int32_t sensorDev) {
-    return kFirstLensId + kLensIdStep * static_cast<uint32_t>(sensorDev);
-}
-
 void MediaGraph::addLens(int32_t sensorDev, const std::string& entityName,
                          std::shared_ptr<Controller> controller) {
     removeLens(sensorDev);
-    const std::string node = lensNode(sensorDev);
-    MediaEntity lens = makeEntity(lensEntityId(sensorDev), entityName.c_str(), kLensEntityType,
-                                  kFirstLensMinor + static_cast<uint32_t>(sensorDev), node.c_str());
+    MediaEntity lens =
+        makeEntity(kFirstLensId + kLensIdStep * static_cast<uint32_t>(sensorDev), entityName, kLensEntityType,
+                   kFirstLensMinor + static_cast<uint32_t>(sensorDev), lensNode(sensorDev));
     lens.groupId = static_cast<uint32_t>(sensorDev);
     lens.controller = std::move(controller);
     const std::lock_guard lock(mMutex);
@@ -116,11 +104,6 @@ void MediaGraph::removeLens(int32_t sensorDev) {
 const MediaDevice* MediaGraph::find(int number) const {
     const auto found = std::ranges::find(mDevices, number, &MediaDevice::number);
     return found != mDevices.end() ? &*found : nullptr;
-}
-
-bool MediaGraph::hasDevice(int number) const {
-    const std::lock_guard lock(mMutex);
-    return find(number) != nullptr;
 }
 
 int MediaGraph::deviceInfo(int number, media_device_info& info) const {

@@ -25,15 +25,15 @@ inline constexpr uint32_t kVideoMajor = 81;
 
 struct MediaEntity {
     uint32_t id = 0;
-    std::string name;  // at most 31 characters
+    std::string name{};  // at most 31 characters
     uint32_t type = kLensEntityType;
     uint32_t groupId = 0;
     uint32_t major = kVideoMajor;
     uint32_t minor = 0;
-    std::string node;     // under /dev, such as "v4l-subdev10"; empty: no node
+    std::string node{};   // under /dev, such as "v4l-subdev10"; empty: no node
     bool hasLink = true;  // /sys/dev/char/MAJOR:MINOR exists
     // Answers the private requests; without one they are unknown.
-    std::shared_ptr<Controller> controller;
+    std::shared_ptr<Controller> controller{};
 };
 
 struct MediaDevice {
@@ -45,14 +45,11 @@ struct MediaDevice {
     std::vector<MediaEntity> entities;  // in the order in which the kernel registered them
 };
 
-// A graph as this phone has it from the start: an image signal processor as media0, the camera's lenses as
-// media1
-// ("nxa_camera_af", where fit() adds a lens entity per module), no media2, a codec as media3.
-std::vector<MediaDevice> defaultMediaDevices();
-
 // Thread-safe.
 class MediaGraph {
   public:
+    // As this phone has it from the start: an image signal processor as media0, the camera's lenses as media1
+    // ("nxa_camera_af", where fit() adds a lens entity per module), no media2, a codec as media3.
     MediaGraph();
 
     // A copy; change it with change().
@@ -67,10 +64,8 @@ class MediaGraph {
     void removeLens(int32_t sensorDev);
     // The node under /dev that addLens gives a sensor position's lens: "v4l-subdev10" for 0.
     static std::string lensNode(int32_t sensorDev);
-    static uint32_t lensEntityId(int32_t sensorDev);
 
     // For the interposed calls (kernel/kernel.cpp). Results are 0 or a negative errno.
-    bool hasDevice(int number) const;
     int deviceInfo(int number, media_device_info& info) const;
     // As the kernel: with the next-flag, the first registered entity whose id is greater.
     int enumerateEntity(int number, media_entity_desc& entity) const;

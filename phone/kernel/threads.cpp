@@ -19,19 +19,12 @@ std::vector<Field> threadFields(std::optional<uint32_t> thread) {
 }
 
 void addScheduling(std::vector<Field>& fields, int policy, int priority) {
-    switch (policy) {
-        case SCHED_OTHER:
-            fields.push_back(textField("policy", "SCHED_OTHER"));
-            break;
-        case SCHED_FIFO:
-            fields.push_back(textField("policy", "SCHED_FIFO"));
-            break;
-        case SCHED_RR:
-            fields.push_back(textField("policy", "SCHED_RR"));
-            break;
-        default:
-            fields.push_back({"policy", int64_t{policy}});
+    Field shown{"policy", int64_t{policy}};
+    for (const auto& [known, name] : {std::pair(SCHED_OTHER, "SCHED_OTHER"),
+                                      std::pair(SCHED_FIFO, "SCHED_FIFO"), std::pair(SCHED_RR, "SCHED_RR")}) {
+        if (known == policy) shown = textField("policy", name);
     }
+    fields.push_back(std::move(shown));
     fields.push_back({"priority", int64_t{priority}});
 }
 
@@ -116,7 +109,8 @@ int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
     } else if (!number) {
         error = ESRCH;
     } else {
-        const Scheduling known = scheduling(*number).value_or(Scheduling{});
+        const std::lock_guard lock(mMutex);
+        const Scheduling& known = mScheduling[*number];
         *policy = known.policy;
         param->sched_priority = known.priority;
     }
@@ -127,13 +121,6 @@ int Kernel::getScheduling(pthread_t thread, int* policy, sched_param* param) {
                   std::move(answer));
     }
     return error;
-}
-
-std::optional<Scheduling> Kernel::scheduling(uint32_t threadNumber) const {
-    const std::lock_guard lock(mMutex);
-    const auto found = mScheduling.find(threadNumber);
-    if (found == mScheduling.end()) return std::nullopt;
-    return found->second;
 }
 
 }  // namespace phone

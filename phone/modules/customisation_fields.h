@@ -30,7 +30,7 @@ constexpr double kUnbounded = std::numeric_limits<float>::max();
 
 constexpr CustomisationField word(std::string_view name, size_t offset, std::string_view unit,
                                   std::string_view meaning, double least = 0, double greatest = UINT16_MAX) {
-    return {{name, FieldType::kUint16, offset, sizeof(uint16_t)}, unit, meaning, least, greatest};
+    return {{name, FieldType::kUnsigned, offset, sizeof(uint16_t)}, unit, meaning, least, greatest};
 }
 constexpr CustomisationField real(std::string_view name, size_t offset, std::string_view unit,
                                   std::string_view meaning, double least = -kUnbounded) {
@@ -70,7 +70,7 @@ inline constexpr auto kCustomisationFields = [] {
         word("coordinateNum", offsetof(Block, coordinateNum), "",
              "test positions of the defect detector; as many as coordinateX if left out", 0,
              ois::kCoordinateCapacity),
-        CustomisationField{{"useSensorHub", FieldType::kUint8, offsetof(Block, useSensorHub), 1},
+        CustomisationField{{"useSensorHub", FieldType::kUnsigned, offsetof(Block, useSensorHub), 1},
                            "",
                            "0: lens sub-device, else sensor hub",
                            0,

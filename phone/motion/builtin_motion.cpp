@@ -183,7 +183,6 @@ class BuiltinMotion : public MotionSource {
         : mDescription(std::move(description)), mBody(std::move(body)) {}
 
     std::string describe() const override { return mDescription; }
-    double durationS() const override { return 0; }
 
     MotionSample at(double timeS) const override {
         std::array<MotionSample, 1> sample;

@@ -129,7 +129,6 @@ class CsvMotion : public MotionSource {
         return fmt::format("{}: {:.1f} s at {:.1f} Hz", mName, mDurationS,
                            static_cast<double>(mSamples.size()) / mDurationS);
     }
-    double durationS() const override { return mDurationS; }
 
     MotionSample at(double timeS) const override {
         const double phaseS = timeS - std::floor(timeS / mDurationS) * mDurationS;

@@ -33,8 +33,6 @@ class MotionSource {
     virtual MotionSample at(double timeS) const = 0;
     // The grid's samples from step `number` * kMotionBlockSteps on; much cheaper than asking for each.
     virtual void block(int64_t number, MotionBlock& samples) const;
-    // Length of a recording in seconds, after which it starts over; 0 when endless.
-    virtual double durationS() const = 0;
 
   protected:
     static double blockStartS(int64_t number);

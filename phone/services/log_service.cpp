@@ -35,15 +35,8 @@ LogLevel logLevelByName(std::string_view name) {
 }
 
 std::string_view name(LogSink sink) {
-    switch (sink) {
-        case LogSink::kDebugLog:
-            return "debug-log";
-        case LogSink::kUnifiedLogger:
-            return "unified";
-        case LogSink::kAndroidLog:
-            return "android";
-    }
-    return "unified";
+    constexpr std::array<std::string_view, 3> kNames = {"debug-log", "unified", "android"};
+    return kNames.at(static_cast<size_t>(sink));
 }
 
 LogService::LogService(Clock& clock, Trace& trace) : mClock(clock), mTrace(trace) {

@@ -18,45 +18,38 @@ namespace {
 
 constexpr std::string_view kPrefix = "vendor.debug.ois.";
 
+using enum PropertyType;
 constexpr std::array kKnownProperties = {
-    KnownProperty{"vendor.debug.ois.mode", PropertyType::kBool, "0",
+    KnownProperty{"vendor.debug.ois.mode", kBool, "0",
                   "manual control: the mode is the driver's manual mode"},
-    KnownProperty{"vendor.debug.ois.dump", PropertyType::kInt32, "0",
-                  "dump files, a sum of: 1 status, 2 OTP, 4 flash"},
-    KnownProperty{"vendor.debug.ois.dump.interval.time", PropertyType::kInt32, "4",
+    KnownProperty{"vendor.debug.ois.dump", kInt32, "0", "dump files, a sum of: 1 status, 2 OTP, 4 flash"},
+    KnownProperty{"vendor.debug.ois.dump.interval.time", kInt32, "4",
                   "ms between rows of the status file (0 to 255)"},
-    KnownProperty{"vendor.debug.ois.dump.level", PropertyType::kInt32, "15",
+    KnownProperty{"vendor.debug.ois.dump.level", kInt32, "15",
                   "value groups asked of the controller for the status file"},
-    KnownProperty{"vendor.debug.ois.actuator.dectect", PropertyType::kBool, "0",
+    KnownProperty{"vendor.debug.ois.actuator.dectect", kBool, "0",
                   "actuator defect detection switch; shown only"},
-    KnownProperty{"vendor.debug.ois.status.check", PropertyType::kBool, "0",
+    KnownProperty{"vendor.debug.ois.status.check", kBool, "0",
                   "check the controller's status with every request"},
-    KnownProperty{"vendor.debug.ois.actois", PropertyType::kBool, "0", "active OIS in every dynamic mode"},
-    KnownProperty{"vendor.debug.ois.fixmode", PropertyType::kBool, "0",
-                  "hold the lens at a target instead of stabilising"},
-    KnownProperty{"vendor.debug.ois.disable", PropertyType::kInt32, "",
-                  "0 switches OIS off; any other value leaves it on"},
-    KnownProperty{"vendor.debug.ois.bypassen", PropertyType::kInt32, "1",
+    KnownProperty{"vendor.debug.ois.actois", kBool, "0", "active OIS in every dynamic mode"},
+    KnownProperty{"vendor.debug.ois.fixmode", kBool, "0", "hold the lens at a target instead of stabilising"},
+    KnownProperty{"vendor.debug.ois.disable", kInt32, "", "0 switches OIS off; any other value leaves it on"},
+    KnownProperty{"vendor.debug.ois.bypassen", kInt32, "1",
                   "behind the hub: 1 relays commands, 0 turns them into register accesses"},
-    KnownProperty{"vendor.debug.ois.loglevel", PropertyType::kInt32, "0", "the sensor hub's log level"},
-    KnownProperty{"vendor.debug.ois.gethall", PropertyType::kBool, "0",
-                  "in fix mode: read the hall position back"},
-    KnownProperty{"vendor.debug.ois.dynamic", PropertyType::kInt32, "",
-                  "dynamic mode in force of the one asked for"},
-    KnownProperty{"vendor.debug.ois.tarx", PropertyType::kInt32, "0",
-                  "fix-mode target x of a request, controller units"},
-    KnownProperty{"vendor.debug.ois.tary", PropertyType::kInt32, "0",
-                  "fix-mode target y of a request, controller units"},
-    KnownProperty{"vendor.debug.ois.targetx", PropertyType::kInt32, "",
+    KnownProperty{"vendor.debug.ois.loglevel", kInt32, "0", "the sensor hub's log level"},
+    KnownProperty{"vendor.debug.ois.gethall", kBool, "0", "in fix mode: read the hall position back"},
+    KnownProperty{"vendor.debug.ois.dynamic", kInt32, "", "dynamic mode in force of the one asked for"},
+    KnownProperty{"vendor.debug.ois.tarx", kInt32, "0", "fix-mode target x of a request, controller units"},
+    KnownProperty{"vendor.debug.ois.tary", kInt32, "0", "fix-mode target y of a request, controller units"},
+    KnownProperty{"vendor.debug.ois.targetx", kInt32, "",
                   "manual fix-mode target x, controller units; default 2000 on korvas4sw, else 0"},
-    KnownProperty{"vendor.debug.ois.targety", PropertyType::kInt32, "",
+    KnownProperty{"vendor.debug.ois.targety", kInt32, "",
                   "manual fix-mode target y, controller units; default 2000 on korvas4sw, else 0"},
-    KnownProperty{"vendor.debug.ois.sineEn", PropertyType::kInt32, "3", "sine test: axes driven"},
-    KnownProperty{"vendor.debug.ois.sineFre", PropertyType::kInt32, "1", "sine test: frequency"},
-    KnownProperty{"vendor.debug.ois.sineAmpX", PropertyType::kInt32, "100", "sine test: amplitude x"},
-    KnownProperty{"vendor.debug.ois.sineAmpY", PropertyType::kInt32, "100", "sine test: amplitude y"},
-    KnownProperty{"ro.product.country.region", PropertyType::kText, "N",
-                  "region code; IN sends no telemetry"},
+    KnownProperty{"vendor.debug.ois.sineEn", kInt32, "3", "sine test: axes driven"},
+    KnownProperty{"vendor.debug.ois.sineFre", kInt32, "1", "sine test: frequency"},
+    KnownProperty{"vendor.debug.ois.sineAmpX", kInt32, "100", "sine test: amplitude x"},
+    KnownProperty{"vendor.debug.ois.sineAmpY", kInt32, "100", "sine test: amplitude y"},
+    KnownProperty{"ro.product.country.region", kText, "N", "region code; IN sends no telemetry"},
 };
 
 const KnownProperty* findKnown(std::string_view key) {
@@ -110,11 +103,11 @@ void checkKnown(const Property& property) {
         throw std::invalid_argument(
             fmt::format("property {}: the driver reads no such property; {}", key, adviceFor(key)));
     }
-    if (known->type == PropertyType::kBool && !parseBool(value)) {
+    if (known->type == kBool && !parseBool(value)) {
         throw std::invalid_argument(fmt::format(
             "property {}: \"{}\" is no switch; use 1, y, yes, on, true or 0, n, no, off, false", key, value));
     }
-    if (known->type == PropertyType::kInt32 && !parseInt32(value)) {
+    if (known->type == kInt32 && !parseInt32(value)) {
         throw std::invalid_argument(
             fmt::format("property {}: \"{}\" is no integer from -2147483648 to 2147483647", key, value));
     }
@@ -187,11 +180,6 @@ std::optional<std::string> PropertyStore::get(std::string_view key) const {
     const auto found = mValues.find(key);
     if (found == mValues.end()) return std::nullopt;
     return found->second;
-}
-
-std::vector<std::pair<std::string, std::string>> PropertyStore::all() const {
-    const std::shared_lock lock(mMutex);
-    return {mValues.begin(), mValues.end()};
 }
 
 int32_t PropertyStore::getInt32(std::string_view key, int32_t defaultValue) const {

@@ -58,7 +58,6 @@ class PropertyStore {
     void clear();
 
     std::optional<std::string> get(std::string_view key) const;
-    std::vector<std::pair<std::string, std::string>> all() const;
 
     // The platform's accessors. A value that is no number, or does not fit, reads as the default; so does a
     // bool that is none of 1 y yes on true 0 n no off false.

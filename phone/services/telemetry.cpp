@@ -21,7 +21,6 @@ struct Telemetry::State {
     Clock& clock;
     Faults& faults;
     Trace& trace;
-    std::atomic<bool> present{true};
     std::atomic<int32_t> references{0};
 };
 
@@ -61,10 +60,6 @@ Telemetry::~Telemetry() {
     mState->phoneAlive = false;
 }
 
-void Telemetry::setPresent(bool present) {
-    mState->present = present;
-}
-
 int32_t Telemetry::references() const {
     return mState->references;
 }
@@ -72,7 +67,7 @@ int32_t Telemetry::references() const {
 android::sp<IRuvex> Telemetry::lookUp(const std::string& serviceName, bool getStub) {
     mState->clock.enter();
     const Fate fate = mState->faults.consult(FaultPoint::kTelemetry);
-    const bool found = mState->present && !fate.fails() && !fate.lost();
+    const bool found = !fate.fails() && !fate.lost();
     if (mState->trace.enabled()) {
         mState->trace.record({.kind = EventKind::kTelemetry,
                               .name = "getService",

@@ -21,8 +21,6 @@ class Telemetry {
     Telemetry(const Telemetry&) = delete;
     Telemetry& operator=(const Telemetry&) = delete;
 
-    // Whether the phone has the service; it does at first.
-    void setPresent(bool present);
     // How many of the references handed out are still held.
     int32_t references() const;
 

@@ -56,34 +56,23 @@ std::span<const uint8_t> countedElements(const RecordLayout& layout, const Recor
     return elements;
 }
 
-Field decodeAngle(const RecordField& field, std::span<const uint8_t> bytes) {
-    const auto bits = numberAt<uint32_t>(bytes);
-    if (bits == kNoAngle) return {std::string(field.name), std::string("none")};
-    return {std::string(field.name), static_cast<double>(numberAt<float>(bytes))};
-}
-
 Field decodeField(const RecordLayout& layout, const RecordField& field, std::span<const uint8_t> record) {
     std::string name(field.name);
     const auto bytes = record.subspan(field.offset, std::min(field.size, record.size() - field.offset));
+    const auto word = numberAt<uint64_t>(bytes);
+    const auto unused = static_cast<unsigned>(8 * (sizeof word - field.size));  // bits of the word
     switch (field.type) {
-        case FieldType::kInt32:
-            return {std::move(name), int64_t{numberAt<int32_t>(bytes)}};
-        case FieldType::kUint32:
-            return {std::move(name), uint64_t{numberAt<uint32_t>(bytes)}};
-        case FieldType::kHex32:
-            return {std::move(name), uint64_t{numberAt<uint32_t>(bytes)}, true};
+        case FieldType::kUnsigned:
+            return {std::move(name), word};
+        case FieldType::kSigned:
+            return {std::move(name), static_cast<int64_t>(word << unused) >> unused};
+        case FieldType::kHex:
+            return {std::move(name), word, true};
+        case FieldType::kAngle:
+            if (word == kNoAngle) return {std::move(name), std::string("none")};
+            [[fallthrough]];
         case FieldType::kFloat:
             return {std::move(name), static_cast<double>(numberAt<float>(bytes))};
-        case FieldType::kAngle:
-            return decodeAngle(field, bytes);
-        case FieldType::kUint64:
-            return {std::move(name), numberAt<uint64_t>(bytes)};
-        case FieldType::kInt16:
-            return {std::move(name), int64_t{numberAt<int16_t>(bytes)}};
-        case FieldType::kUint16:
-            return {std::move(name), uint64_t{numberAt<uint16_t>(bytes)}};
-        case FieldType::kUint8:
-            return {std::move(name), uint64_t{numberAt<uint8_t>(bytes)}};
         case FieldType::kText:
             return {std::move(name), textOf(bytes)};
         case FieldType::kFloats:
@@ -182,23 +171,15 @@ std::span<const uint8_t> hubOutput(const ois::OisCustomCmd& sent, const ois::Ois
     return {answered.payload, std::min<size_t>(sent.outputLength, ois::kHubPayloadSize)};
 }
 
-uint32_t lowBytes(uint32_t word, uint32_t count) {
-    return count >= sizeof word ? word : word & ((1U << (8 * count)) - 1);
-}
-
 // A register's value. A width other than the register's own says nothing about its meaning.
 Field registerValue(const RegisterInfo* reg, uint32_t byteCount, uint32_t word) {
-    const uint32_t bits = lowBytes(word, byteCount);
-    const bool asDeclared = reg != nullptr && reg->size == byteCount;
-    if (asDeclared && reg->format == RegisterFormat::kFloat) {
-        float value;
-        std::memcpy(&value, &bits, sizeof value);
-        return {"value", static_cast<double>(value)};
-    }
-    if (asDeclared && reg->format == RegisterFormat::kSigned) {
-        return {"value", int64_t{static_cast<int16_t>(bits)}};
-    }
-    return {"value", uint64_t{bits}, reg == nullptr || reg->format == RegisterFormat::kHex};
+    const size_t size = std::min<size_t>(byteCount, sizeof word);
+    FieldType type =
+        reg == nullptr || reg->format == FieldType::kHex ? FieldType::kHex : FieldType::kUnsigned;
+    if (reg != nullptr && reg->size == byteCount) type = reg->format;
+    std::array<uint8_t, sizeof word> bytes{};
+    std::memcpy(bytes.data(), &word, size);
+    return decodeField({}, {"value", type, 0, size}, bytes);
 }
 
 std::string registerName(const RegisterInfo* reg) {

@@ -21,15 +21,11 @@ namespace phone {
 
 // How the bytes of a record's field read; all little-endian.
 enum class FieldType {
-    kInt32,
-    kUint32,
-    kHex32,  // uint32, shown in hexadecimal
+    kUnsigned,  // integers of the field's size
+    kSigned,
+    kHex,  // unsigned, shown in hexadecimal
     kFloat,
-    kAngle,  // a float's bits, or the integer 1 when no angle applies
-    kUint64,
-    kInt16,
-    kUint16,
-    kUint8,
+    kAngle,   // a float's bits, or the integer 1 when no angle applies
     kText,    // NUL-terminated or full
     kFloats,  // an array of floats
     kBytes,
@@ -37,7 +33,7 @@ enum class FieldType {
 
 struct RecordField {
     std::string_view name;
-    FieldType type = FieldType::kInt32;
+    FieldType type = FieldType::kUnsigned;
     size_t offset = 0;
     size_t size = 0;        // bytes
     bool answered = false;  // filled in by whoever answers
@@ -74,13 +70,11 @@ struct HubCommandInfo {
     std::string_view meaning;
 };
 
-enum class RegisterFormat { kUnsigned, kSigned, kHex, kFloat };
-
 struct RegisterInfo {
     std::string_view name;  // "STABILISATION_MODE"
     uint32_t address = 0;
     size_t size = 1;  // bytes
-    RegisterFormat format = RegisterFormat::kUnsigned;
+    FieldType format = FieldType::kUnsigned;
     std::string_view meaning;
 };
 
@@ -137,6 +131,10 @@ Record recordOf(std::span<const uint8_t> bytes) {
     std::memcpy(&record, bytes.data(), std::min(sizeof record, bytes.size()));
     return record;
 }
+
+// The shortest text that reads back as the same number. What came as a float reads as one: 0.1 and not
+// 0.10000000149011612.
+std::string numberText(double value);
 
 // "EIO", "error 4711"; and back, 0 for what is no error's name.
 std::string errorName(int error);

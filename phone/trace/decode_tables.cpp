@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <type_traits>
 
 #include "modules/customisation_fields.h"
 #include "ois_drv.h"
@@ -17,26 +18,14 @@ namespace {
 
 constexpr bool kAnswered = true;
 
-constexpr RecordField int32Field(std::string_view name, size_t offset, bool answered = false) {
-    return {name, FieldType::kInt32, offset, sizeof(int32_t), answered};
-}
-constexpr RecordField uint32Field(std::string_view name, size_t offset, bool answered = false) {
-    return {name, FieldType::kUint32, offset, sizeof(uint32_t), answered};
+template <typename Value>
+constexpr RecordField field(std::string_view name, size_t offset, bool answered = false) {
+    const FieldType integer = std::is_signed_v<Value> ? FieldType::kSigned : FieldType::kUnsigned;
+    const FieldType type = std::is_floating_point_v<Value> ? FieldType::kFloat : integer;
+    return {name, type, offset, sizeof(Value), answered};
 }
 constexpr RecordField hexField(std::string_view name, size_t offset, bool answered = false) {
-    return {name, FieldType::kHex32, offset, sizeof(uint32_t), answered};
-}
-constexpr RecordField floatField(std::string_view name, size_t offset, bool answered = false) {
-    return {name, FieldType::kFloat, offset, sizeof(float), answered};
-}
-constexpr RecordField int16Field(std::string_view name, size_t offset, bool answered = false) {
-    return {name, FieldType::kInt16, offset, sizeof(int16_t), answered};
-}
-constexpr RecordField uint16Field(std::string_view name, size_t offset, bool answered = false) {
-    return {name, FieldType::kUint16, offset, sizeof(uint16_t), answered};
-}
-constexpr RecordField uint8Field(std::string_view name, size_t offset) {
-    return {name, FieldType::kUint8, offset, sizeof(uint8_t)};
+    return {name, FieldType::kHex, offset, sizeof(uint32_t), answered};
 }
 constexpr RecordField textField(std::string_view name, size_t offset, size_t size, bool answered = false) {
     return {name, FieldType::kText, offset, size, answered};
@@ -44,18 +33,18 @@ constexpr RecordField textField(std::string_view name, size_t offset, size_t siz
 
 // --- Records.
 
-constexpr std::array kModeFields{int32Field("mode", 0)};
-constexpr std::array kCaptureFields{int32Field("capture_value", 0)};
-constexpr std::array kWordFields{uint32Field("word", 0)};
-constexpr std::array kEndSessionFields{int32Field("value", 0)};
-constexpr std::array kAfPositionFields{uint16Field("position", 0)};
-constexpr std::array kByteFields{uint8Field("byte", 0)};
-constexpr std::array kSwitchFields{int32Field("on", 0)};
+constexpr std::array kModeFields{field<int32_t>("mode", 0)};
+constexpr std::array kCaptureFields{field<int32_t>("capture_value", 0)};
+constexpr std::array kWordFields{field<uint32_t>("word", 0)};
+constexpr std::array kEndSessionFields{field<int32_t>("value", 0)};
+constexpr std::array kAfPositionFields{field<uint16_t>("position", 0)};
+constexpr std::array kByteFields{field<uint8_t>("byte", 0)};
+constexpr std::array kSwitchFields{field<int32_t>("on", 0)};
 constexpr std::array kStreamFields{
-    int32Field("notify_stream", offsetof(ois_stream_info, notify_stream)),
+    field<int32_t>("notify_stream", offsetof(ois_stream_info, notify_stream)),
 };
-constexpr std::array kTemperatureFields{int32Field("celsius", 0)};
-constexpr std::array kStrategyFields{int32Field("strategy", 0)};
+constexpr std::array kTemperatureFields{field<int32_t>("celsius", 0)};
+constexpr std::array kStrategyFields{field<int32_t>("strategy", 0)};
 
 constexpr std::array kCameraTypeFields{
     textField("camera_type", 0, sizeof(ois::OisCameraType)),
@@ -68,87 +57,85 @@ constexpr auto kCustInfoFields = [] {
 }();
 
 constexpr std::array kAccParamsFields{
-    uint32Field("enable", offsetof(ois_acc_params, enable)),
-    uint32Field("lastDistance", offsetof(ois_acc_params, lastDistance)),
-    int32Field("distance", offsetof(ois_acc_params, distance)),
-    floatField("distanceF", offsetof(ois_acc_params, distanceF)),
-    int32Field("distanceQ31", offsetof(ois_acc_params, distanceQ31)),
-    uint32Field("count", offsetof(ois_acc_params, count)),
+    field<uint32_t>("enable", offsetof(ois_acc_params, enable)),
+    field<uint32_t>("lastDistance", offsetof(ois_acc_params, lastDistance)),
+    field<int32_t>("distance", offsetof(ois_acc_params, distance)),
+    field<float>("distanceF", offsetof(ois_acc_params, distanceF)),
+    field<int32_t>("distanceQ31", offsetof(ois_acc_params, distanceQ31)),
+    field<uint32_t>("count", offsetof(ois_acc_params, count)),
 };
 
 constexpr std::array kGainFields{
-    uint32Field("axis", offsetof(ois::OisGain, axis)),
-    floatField("valueXf", offsetof(ois::OisGain, valueXf), kAnswered),
-    floatField("valueYf", offsetof(ois::OisGain, valueYf), kAnswered),
-    int32Field("valueXi", offsetof(ois::OisGain, valueXi), kAnswered),
-    int32Field("valueYi", offsetof(ois::OisGain, valueYi), kAnswered),
+    field<uint32_t>("axis", offsetof(ois::OisGain, axis)),
+    field<float>("valueXf", offsetof(ois::OisGain, valueXf), kAnswered),
+    field<float>("valueYf", offsetof(ois::OisGain, valueYf), kAnswered),
+    field<int32_t>("valueXi", offsetof(ois::OisGain, valueXi), kAnswered),
+    field<int32_t>("valueYi", offsetof(ois::OisGain, valueYi), kAnswered),
 };
 
 constexpr std::array kHallInfoFields{
-    int32Field("centerX", offsetof(ois::OisHallInfo, centerX), kAnswered),
-    int32Field("centerY", offsetof(ois::OisHallInfo, centerY), kAnswered),
+    field<int32_t>("centerX", offsetof(ois::OisHallInfo, centerX), kAnswered),
+    field<int32_t>("centerY", offsetof(ois::OisHallInfo, centerY), kAnswered),
     hexField("upperWord", offsetof(ois::OisHallInfo, upperWord), kAnswered),
     hexField("lowerWord", offsetof(ois::OisHallInfo, lowerWord), kAnswered),
 };
 
 constexpr std::array kFixModeFields{
-    int32Field("manualEnable", offsetof(ois::OisFixMode, manualEnable)),
-    int32Field("gethall", offsetof(ois::OisFixMode, gethall)),
-    int32Field("target_x", offsetof(ois::OisFixMode, target_x)),
-    int32Field("target_y", offsetof(ois::OisFixMode, target_y)),
-    int32Field("hall_x", offsetof(ois::OisFixMode, hall_x), kAnswered),
-    int32Field("hall_y", offsetof(ois::OisFixMode, hall_y), kAnswered),
+    field<int32_t>("manualEnable", offsetof(ois::OisFixMode, manualEnable)),
+    field<int32_t>("gethall", offsetof(ois::OisFixMode, gethall)),
+    field<int32_t>("target_x", offsetof(ois::OisFixMode, target_x)),
+    field<int32_t>("target_y", offsetof(ois::OisFixMode, target_y)),
+    field<int32_t>("hall_x", offsetof(ois::OisFixMode, hall_x), kAnswered),
+    field<int32_t>("hall_y", offsetof(ois::OisFixMode, hall_y), kAnswered),
 };
 
 constexpr std::array kActiveOisFields{
-    int32Field("enable", offsetof(ois_act_parameters, enable)),
+    field<int32_t>("enable", offsetof(ois_act_parameters, enable)),
     RecordField{"angle", FieldType::kAngle, offsetof(ois_act_parameters, angle), sizeof(uint32_t)},
 };
 
 constexpr std::array kStatusFields{
-    uint8Field("chose", offsetof(ois::OisStatusRecord, chose)),
-    RecordField{"seconds", FieldType::kUint64, offsetof(ois::OisStatusRecord, timestampSeconds),
-                sizeof(uint64_t), kAnswered},
-    RecordField{"microseconds", FieldType::kUint64, offsetof(ois::OisStatusRecord, timestampFraction),
-                sizeof(uint64_t), kAnswered},
-    int16Field("gyro_raw_x", offsetof(ois::OisStatusRecord, gyro_raw_x), kAnswered),
-    int16Field("gyro_raw_y", offsetof(ois::OisStatusRecord, gyro_raw_y), kAnswered),
-    int16Field("gyro_raw_z", offsetof(ois::OisStatusRecord, gyro_raw_z), kAnswered),
-    int16Field("acc_raw_x", offsetof(ois::OisStatusRecord, acc_raw_x), kAnswered),
-    int16Field("acc_raw_y", offsetof(ois::OisStatusRecord, acc_raw_y), kAnswered),
-    int16Field("acc_raw_z", offsetof(ois::OisStatusRecord, acc_raw_z), kAnswered),
-    int16Field("gyro_target_x", offsetof(ois::OisStatusRecord, gyro_target_x), kAnswered),
-    int16Field("gyro_target_y", offsetof(ois::OisStatusRecord, gyro_target_y), kAnswered),
-    int16Field("acc_target_x", offsetof(ois::OisStatusRecord, acc_target_x), kAnswered),
-    int16Field("acc_target_y", offsetof(ois::OisStatusRecord, acc_target_y), kAnswered),
-    int16Field("hall_x", offsetof(ois::OisStatusRecord, hall_x), kAnswered),
-    int16Field("hall_y", offsetof(ois::OisStatusRecord, hall_y), kAnswered),
-    int16Field("synthetic_x", offsetof(ois::OisStatusRecord, synthetic_x), kAnswered),
-    int16Field("synthetic_y", offsetof(ois::OisStatusRecord, synthetic_y), kAnswered),
+    field<uint8_t>("chose", offsetof(ois::OisStatusRecord, chose)),
+    field<uint64_t>("seconds", offsetof(ois::OisStatusRecord, timestampSeconds), kAnswered),
+    field<uint64_t>("microseconds", offsetof(ois::OisStatusRecord, timestampFraction), kAnswered),
+    field<int16_t>("gyro_raw_x", offsetof(ois::OisStatusRecord, gyro_raw_x), kAnswered),
+    field<int16_t>("gyro_raw_y", offsetof(ois::OisStatusRecord, gyro_raw_y), kAnswered),
+    field<int16_t>("gyro_raw_z", offsetof(ois::OisStatusRecord, gyro_raw_z), kAnswered),
+    field<int16_t>("acc_raw_x", offsetof(ois::OisStatusRecord, acc_raw_x), kAnswered),
+    field<int16_t>("acc_raw_y", offsetof(ois::OisStatusRecord, acc_raw_y), kAnswered),
+    field<int16_t>("acc_raw_z", offsetof(ois::OisStatusRecord, acc_raw_z), kAnswered),
+    field<int16_t>("gyro_target_x", offsetof(ois::OisStatusRecord, gyro_target_x), kAnswered),
+    field<int16_t>("gyro_target_y", offsetof(ois::OisStatusRecord, gyro_target_y), kAnswered),
+    field<int16_t>("acc_target_x", offsetof(ois::OisStatusRecord, acc_target_x), kAnswered),
+    field<int16_t>("acc_target_y", offsetof(ois::OisStatusRecord, acc_target_y), kAnswered),
+    field<int16_t>("hall_x", offsetof(ois::OisStatusRecord, hall_x), kAnswered),
+    field<int16_t>("hall_y", offsetof(ois::OisStatusRecord, hall_y), kAnswered),
+    field<int16_t>("synthetic_x", offsetof(ois::OisStatusRecord, synthetic_x), kAnswered),
+    field<int16_t>("synthetic_y", offsetof(ois::OisStatusRecord, synthetic_y), kAnswered),
 };
 
 constexpr std::array kFlashFields{
-    uint32Field("length", offsetof(ois::OisFlashRecord, length), kAnswered),
+    field<uint32_t>("length", offsetof(ois::OisFlashRecord, length), kAnswered),
     hexField("base", offsetof(ois::OisFlashRecord, base), kAnswered),
     RecordField{"data", FieldType::kBytes, offsetof(ois::OisFlashRecord, data), ois::kFlashDataSize,
                 kAnswered, "length"},
 };
 
 constexpr std::array kHubInitFields{
-    int32Field("bypass", offsetof(ois::HubInit, bypass)),
-    int32Field("log_level", offsetof(ois::HubInit, logLevel)),
+    field<int32_t>("bypass", offsetof(ois::HubInit, bypass)),
+    field<int32_t>("log_level", offsetof(ois::HubInit, logLevel)),
 };
 
 constexpr std::array kRegisterAccessFields{
     hexField("address", offsetof(ois::HubRegisterAccess, address)),
-    uint32Field("byte_count", offsetof(ois::HubRegisterAccess, byteCount)),
-    uint32Field("word", offsetof(ois::HubRegisterAccess, value)),
+    field<uint32_t>("byte_count", offsetof(ois::HubRegisterAccess, byteCount)),
+    field<uint32_t>("word", offsetof(ois::HubRegisterAccess, value)),
 };
 
 constexpr std::array kFirmwareFields{
-    uint32Field("op", offsetof(ois::HubFirmwareCommand, op)),
-    uint32Field("argument1", offsetof(ois::HubFirmwareCommand, argument1)),
-    uint32Field("argument2", offsetof(ois::HubFirmwareCommand, argument2)),
+    field<uint32_t>("op", offsetof(ois::HubFirmwareCommand, op)),
+    field<uint32_t>("argument1", offsetof(ois::HubFirmwareCommand, argument1)),
+    field<uint32_t>("argument2", offsetof(ois::HubFirmwareCommand, argument2)),
 };
 
 constexpr std::array kDeviceInfoFields{
@@ -167,10 +154,10 @@ constexpr std::array kEntityFields{
     hexField("id", offsetof(media_entity_desc, id)),
     textField("name", offsetof(media_entity_desc, name), sizeof(media_entity_desc::name), kAnswered),
     hexField("type", offsetof(media_entity_desc, type), kAnswered),
-    uint16Field("pads", offsetof(media_entity_desc, pads), kAnswered),
-    uint16Field("links", offsetof(media_entity_desc, links), kAnswered),
-    uint32Field("major", offsetof(media_entity_desc, dev.major), kAnswered),
-    uint32Field("minor", offsetof(media_entity_desc, dev.minor), kAnswered),
+    field<uint16_t>("pads", offsetof(media_entity_desc, pads), kAnswered),
+    field<uint16_t>("links", offsetof(media_entity_desc, links), kAnswered),
+    field<uint32_t>("major", offsetof(media_entity_desc, dev.major), kAnswered),
+    field<uint32_t>("minor", offsetof(media_entity_desc, dev.minor), kAnswered),
 };
 
 constexpr RecordLayout kMode{"mode word", 4, kModeFields};
@@ -283,11 +270,11 @@ constexpr std::array kHubCommands{
 // --- Registers.
 
 using ois::korva::Register;
-using enum RegisterFormat;
+using enum FieldType;
 
 template <typename Value>
 constexpr RegisterInfo registerInfo(std::string_view name, ois::korva::RegisterOf<Value> reg,
-                                    RegisterFormat format, std::string_view meaning) {
+                                    FieldType format, std::string_view meaning) {
     return {name, reg.address, sizeof(Value), format, meaning};
 }
 

@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <limits>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -18,15 +17,10 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The decimal number that reads back as this float, for one that came as a float: 0.1 and not
-// 0.10000000149011612.
+// The number that text shows: 0.1 for a float, and not 0.10000000149011612.
 double asWritten(double value) {
-    const auto narrow = static_cast<float>(value);
-    if (std::abs(value) > std::numeric_limits<float>::max() || static_cast<double>(narrow) != value)
-        return value;
-    std::array<char, 32> text{};
-    const auto written = std::to_chars(text.data(), text.data() + text.size(), narrow);
-    std::from_chars(text.data(), written.ptr, value);
+    const std::string text = numberText(value);
+    std::from_chars(text.data(), text.data() + text.size(), value);
     return value;
 }
 
@@ -60,7 +54,7 @@ std::vector<Field> fieldsOf(const Json& json, const char* key) {
 }
 
 EventKind kindOf(const std::string& text) {
-    for (int kind = 0; kind <= static_cast<int>(EventKind::kNote); ++kind) {
+    for (size_t kind = 0; kind < kEventKinds; ++kind) {
         if (name(static_cast<EventKind>(kind)) == text) return static_cast<EventKind>(kind);
     }
     throw std::invalid_argument(fmt::format("no kind of event is called '{}'", text));

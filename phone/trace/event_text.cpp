@@ -44,19 +44,6 @@ std::string printable(std::string_view text) {
     return shown;
 }
 
-// The shortest text that reads back as the same number. What came as a float reads as one: 0.1 and not
-// 0.10000000149011612.
-std::string numberText(double value) {
-    std::array<char, 32> text{};
-    char* const end = text.data() + text.size();
-    const auto narrow = static_cast<float>(value);
-    const bool isFloat =
-        std::abs(value) <= std::numeric_limits<float>::max() && static_cast<double>(narrow) == value;
-    const auto written =
-        isFloat ? std::to_chars(text.data(), end, narrow) : std::to_chars(text.data(), end, value);
-    return {text.data(), written.ptr};
-}
-
 std::string hexText(uint64_t value) {
     return value <= UINT16_MAX ? fmt::format("0x{:04x}", value) : fmt::format("0x{:08x}", value);
 }
@@ -157,6 +144,17 @@ std::string outcome(const Event& event, const Decoded& decoded) {
 }
 
 }  // namespace
+
+std::string numberText(double value) {
+    std::array<char, 32> text{};
+    char* const end = text.data() + text.size();
+    const auto narrow = static_cast<float>(value);
+    const bool isFloat =
+        std::abs(value) <= std::numeric_limits<float>::max() && static_cast<double>(narrow) == value;
+    const auto written =
+        isFloat ? std::to_chars(text.data(), end, narrow) : std::to_chars(text.data(), end, value);
+    return {text.data(), written.ptr};
+}
 
 // "SetMode(2 on)", "SetOisParams(zoom_ratio=1, act_scene=4)": a lone argument needs no name.
 std::string callText(const Event& event) {

@@ -1,6 +1,7 @@
 #include "trace/trace.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "time/clock.h"
@@ -8,35 +9,11 @@
 namespace phone {
 
 std::string_view name(EventKind kind) {
-    switch (kind) {
-        case EventKind::kSubDevice:
-            return "sub-device";
-        case EventKind::kHub:
-            return "hub";
-        case EventKind::kMedia:
-            return "media";
-        case EventKind::kFile:
-            return "file";
-        case EventKind::kSleep:
-            return "sleep";
-        case EventKind::kProperty:
-            return "property";
-        case EventKind::kMessage:
-            return "message";
-        case EventKind::kThread:
-            return "thread";
-        case EventKind::kSensor:
-            return "sensor";
-        case EventKind::kCustomisation:
-            return "customisation";
-        case EventKind::kTelemetry:
-            return "telemetry";
-        case EventKind::kCall:
-            return "call";
-        case EventKind::kNote:
-            return "note";
-    }
-    return "unknown";
+    constexpr std::array<std::string_view, kEventKinds> kNames{
+        "sub-device", "hub",    "media",         "file",      "sleep", "property", "message",
+        "thread",     "sensor", "customisation", "telemetry", "call",  "note"};
+    static_assert(!kNames.back().empty());
+    return kNames.at(static_cast<size_t>(kind));
 }
 
 const Field* findField(const Event& event, std::string_view name) {

@@ -33,6 +33,7 @@ enum class EventKind {
     kCall,           // public operation of the driver, as a tool or test called it; fields: its arguments
     kNote,           // remark of the phone itself, such as a fault that took effect; text
 };
+constexpr size_t kEventKinds = static_cast<size_t>(EventKind::kNote) + 1;
 std::string_view name(EventKind kind);  // "sub-device", "hub", "media", ...
 // Whether it is a command to the controller, or to the hub in front of it.
 constexpr bool isCommand(EventKind kind) {

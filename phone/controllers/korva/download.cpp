@@ -29,8 +29,8 @@ void KorvaMachine::openDownload() {
 
 void KorvaMachine::program(uint32_t at, std::span<const uint8_t> block) {
     const uint32_t number = at / ois::kFirmwareBlockSize;
-    if (strikesBlock("power-cut", number, "power lost")) return powerOn();
-    if (strikesBlock("block-lost", number, "block lost")) return;
+    if (consult("power-cut", "power lost", number)) return powerOn();
+    if (consult("block-lost", "block lost", number)) return;
     if (!mDownloadOpen) return addUpdateStatus(korva_update::kNotOpen);
     if (at >= flash.firmware.size() || block.size() > flash.firmware.size() - at) {
         return addUpdateStatus(korva_update::kAddress);
@@ -39,7 +39,7 @@ void KorvaMachine::program(uint32_t at, std::span<const uint8_t> block) {
 
     std::ranges::copy(block, flash.firmware.begin() + at);
     mUnderway.flashBusyUntilUs = dueIn(mTiming.blockUs);
-    if (!block.empty() && strikesBlock("block-corrupted", number, "block corrupted")) flash.firmware[at] ^= 1;
+    if (!block.empty() && consult("block-corrupted", "block corrupted", number)) flash.firmware[at] ^= 1;
     if (const Fate fate = consult("download-error", "block leaves error bits")) {
         addUpdateStatus(static_cast<uint16_t>(fate.value()));
     }

@@ -232,21 +232,14 @@ void KorvaMachine::updateAccCompensation() {
                                    distanceMm * kMetresPerMillimetre);
 }
 
-Fate KorvaMachine::noted(Fate fate, std::string text) const {
+Fate KorvaMachine::consult(std::string_view name, std::string text, std::optional<int64_t> block) {
+    Fate fate =
+        block ? mFaults.consult(FaultPoint::kChip, name, *block) : mFaults.consult(FaultPoint::kChip, name);
     if (fate && mTrace.enabled()) {
         mTrace.record(
             {.kind = EventKind::kNote, .name = "korva-chip", .text = std::move(text), .fault = fate.fault()});
     }
     return fate;
-}
-
-Fate KorvaMachine::consult(std::string_view name, std::string text) {
-    return noted(mFaults.consult(FaultPoint::kChip, name), std::move(text));
-}
-
-bool KorvaMachine::strikesBlock(std::string_view name, uint32_t number, std::string text) {
-    return static_cast<bool>(
-        noted(mFaults.consult(FaultPoint::kChip, name, int64_t{number}), std::move(text)));
 }
 
 }  // namespace phone

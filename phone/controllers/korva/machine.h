@@ -153,9 +153,7 @@ class KorvaMachine {
     void addUpdateStatus(uint16_t bits);
 
     // Whether a fault of the chip strikes here; `text` says in the trace what it does.
-    Fate consult(std::string_view name, std::string text);
-    bool strikesBlock(std::string_view name, uint32_t number, std::string text);
-    Fate noted(Fate fate, std::string text) const;
+    Fate consult(std::string_view name, std::string text, std::optional<int64_t> block = {});
 
     Clock& mClock;
     Trace& mTrace;

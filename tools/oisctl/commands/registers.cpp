@@ -36,8 +36,8 @@ struct Options {
 };
 
 Value valueOf(const phone::RegisterInfo& reg, uint32_t bits) {
-    if (reg.format == phone::RegisterFormat::kFloat) return std::bit_cast<float>(bits);
-    if (reg.format == phone::RegisterFormat::kSigned) return static_cast<int16_t>(bits);
+    if (reg.format == phone::FieldType::kFloat) return std::bit_cast<float>(bits);
+    if (reg.format == phone::FieldType::kSigned) return static_cast<int16_t>(bits);
     return bits;
 }
 
@@ -45,16 +45,15 @@ std::string valueText(const phone::RegisterInfo& reg, std::optional<uint32_t> re
     if (!read) return "-";
     const uint32_t bits = *read;
     switch (reg.format) {
-        case phone::RegisterFormat::kFloat:
+        case phone::FieldType::kFloat:
             return figure(std::bit_cast<float>(bits), 3);
-        case phone::RegisterFormat::kSigned:
+        case phone::FieldType::kSigned:
             return fmt::to_string(static_cast<int16_t>(bits));
-        case phone::RegisterFormat::kHex:
+        case phone::FieldType::kHex:
             return fmt::format("0x{:0{}X}", bits, reg.size * 2);
-        case phone::RegisterFormat::kUnsigned:
-            break;
+        default:
+            return fmt::to_string(bits);
     }
-    return fmt::to_string(bits);
 }
 
 std::vector<std::string> registerNames() {
@@ -76,11 +75,11 @@ Write parseWrite(const std::string& text) {
         reg = phone::findRegister(*address);
     if (reg == nullptr) throw refuse("no such register" + suggestion(name, registerNames()));
     const std::string value = text.substr(equals + 1);
-    if (reg->format == phone::RegisterFormat::kFloat) {
+    if (reg->format == phone::FieldType::kFloat) {
         if (const auto number = numberOf<float>(value)) return {reg, std::bit_cast<uint32_t>(*number)};
     } else if (const auto number = numberOf<int64_t>(value)) {
         const auto end = int64_t{1} << (kBitsPerByte * reg->size);
-        const int64_t least = reg->format == phone::RegisterFormat::kSigned ? -end / 2 : 0;
+        const int64_t least = reg->format == phone::FieldType::kSigned ? -end / 2 : 0;
         if (*number >= least && *number < end) return {reg, static_cast<uint32_t>(*number)};
         throw refuse(fmt::format("the register holds {} to {}", least, end - 1));
     }
