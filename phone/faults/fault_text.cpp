@@ -165,7 +165,7 @@ std::vector<std::string_view> namesOf(const Table& table) {
     for (const auto& entry : table) {
         if constexpr (requires { entry.key; }) {
             names.push_back(entry.key);
-        } else {
+        } else if (!entry.name.empty()) {
             names.push_back(entry.name);
         }
     }

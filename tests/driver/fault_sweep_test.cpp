@@ -14,8 +14,8 @@
 #include <system_error>
 
 #include "driver/driver_fixture.h"
-#include "trace/decode.h"
 #include "kernel/kernel.h"
+#include "trace/decode.h"
 
 namespace {
 

@@ -296,8 +296,9 @@ class Story : public driver_test::DriverTest, public ::testing::WithParamInterfa
         {"fault", does([this](const Words& w) { fault(w.at(0)); })},
         {"repair", does([this](const Words&) { phone.faults().clear(); })},
         {"poke", does([this](const Words& w) {
-             phone.hub().chip().held()->poke(static_cast<uint32_t>(number(w, 0)), static_cast<uint32_t>(number(w, 1)),
-                                     static_cast<uint32_t>(number(w, 2)));
+             phone.hub().chip().held()->poke(static_cast<uint32_t>(number(w, 0)),
+                                             static_cast<uint32_t>(number(w, 1)),
+                                             static_cast<uint32_t>(number(w, 2)));
          })},
         {"idle-chip", does([this](const Words&) { idleChip(); })},
         {"firmware", does([this](const Words& w) {

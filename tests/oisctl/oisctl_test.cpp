@@ -289,6 +289,37 @@ TEST_F(Oisctl, RegistersByName) {
     EXPECT_EQ((*mode)["value"], 16);
 }
 
+// A verdict is what got through, not that a call returned.
+TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
+    const struct {
+        const char* command;
+        const char* key;
+        const char* verdict;
+        int status;
+    } cases[] = {
+        {"calibrate", "calibration", "measured", 0},
+        {"calibrate --fault hub.READ_REGISTER:fail", "calibration", "not told", 1},
+        {"calibrate --fault WRITE_REGISTER@5:lost", "flash", "not told", 1},
+        {"calibrate --fault sensor-provider:fail", "calibration", "not sent", 1},
+        {"calibrate --set bypassen=1", "calibration", "not told", 1},
+        {"calibrate -m dw9786", "calibration", "accepted", 0},
+        {"calibrate -m dw9786 --fault SET_GYRO_OFFSET:lost", "calibration", "lost", 1},
+        {"calibrate -m dw9786 --fault SET_GYRO_OFFSET:errno=EIO", "calibration", "refused", 1},
+        {"detect-defect", "axes/0/verdict", "good", 0},
+        {"detect-defect --fault lens.stuck-x", "axes/0/verdict", "defective", 1},
+        {"detect-defect -m korvas4sw-hub", "axes/0/verdict", "not told", 1},
+        {"detect-defect --fault thread@2:fail", "axes/0/verdict", "not examined", 1},
+        {"registers --fault READ_REGISTER:fail", "registers/0/value", "null", 1},
+    };
+    for (const auto& c : cases) {
+        const Outcome outcome = run(std::string(c.command) + " --json");
+        ASSERT_TRUE(json::accept(outcome.out)) << c.command << outcome.err;
+        const json value = json::parse(outcome.out).at(json::json_pointer(std::string("/") + c.key));
+        EXPECT_EQ(value.is_string() ? value.get<std::string>() : value.dump(), c.verdict) << c.command;
+        EXPECT_EQ(outcome.status, c.status) << c.command;
+    }
+}
+
 class FaultExample : public Oisctl, public testing::WithParamInterface<phone::FaultPlace> {};
 
 TEST_P(FaultExample, Strikes) {
