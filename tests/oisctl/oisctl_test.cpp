@@ -301,6 +301,8 @@ TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
         {"calibrate --fault hub.READ_REGISTER:fail", "calibration", "not told", 1},
         {"calibrate --fault WRITE_REGISTER@5:lost", "flash", "not told", 1},
         {"calibrate --fault sensor-provider:fail", "calibration", "not sent", 1},
+        {"calibrate --fault chip.calibration-error=0x20", "calibration", "failed", 1},
+        {"calibrate --fault chip.flash-data-changed", "flash", "other data changed", 1},
         {"calibrate --set bypassen=1", "calibration", "not told", 1},
         {"calibrate -m dw9786", "calibration", "accepted", 0},
         {"calibrate -m dw9786 --fault SET_GYRO_OFFSET:lost", "calibration", "lost", 1},

@@ -125,23 +125,6 @@ TEST_F(HubTest, RegistersOfTheChipsOwnCannotBeWrittenAndOthersReadZero) {
 
 // --- Calibration and flash save.
 
-TEST_F(HubTest, WhatSpoilsACalibrationSpoilsItAsTheDriverJudges) {
-    const std::tuple<const char*, int32_t, const char*, bool> cases[] = {
-        {"chip.calibration-error=0x20", -1, "error in gyro offset calibration(20)", false},
-        {"chip.flash-data-changed", 0, "flash write error, other flash data was rewrite", true},
-    };
-    for (const auto& [fault, result, message, saved] : cases) {
-        SCOPED_TRACE(fault);
-        refit();
-        phone.faults().add(fault);
-        forget();
-        EXPECT_EQ(driver.korvas4sw_set_offset_calibration(), result);
-        EXPECT_TRUE(std::ranges::any_of(
-            messages(), [&](const std::string& said) { return said.find(message) != std::string::npos; }));
-        EXPECT_EQ(chip().held()->flash.gyroOffset != (std::array<int16_t, 2>{}), saved);
-    }
-}
-
 TEST_F(HubTest, ACalibrationThatTheHubRelaysFindsTheBiasAndGoesOnAsBefore) {
     writeRegister(0x0014, 1, 1);
     EXPECT_EQ(readRegister(0x0004, 1), 0x20U) << "a running chip refuses";
