@@ -118,8 +118,10 @@ std::string toJson(const Event& event, bool inTrace) {
 Event eventOfJson(std::string_view text) {
     try {
         return read(Json::parse(text));
-    } catch (const Json::exception& error) {
-        throw std::invalid_argument(fmt::format("is no event of a trace: {}", error.what()));
+    } catch (const Json::parse_error& error) {
+        throw std::invalid_argument(fmt::format("is no JSON behind character {}", error.byte));
+    } catch (const Json::exception&) {
+        throw std::invalid_argument("is no event of a trace: it has no kind, or a value of another type");
     }
 }
 

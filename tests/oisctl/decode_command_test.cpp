@@ -95,6 +95,9 @@ TEST(DecodeCommand, TakesWhatIsOursOutOfOtherLines) {
          "(OisFixMode): "
          "holds the lens at a target\n"},
         {"--- SIGCHLD {si_signo=SIGCHLD} ---", ""},
+        {"ioctl(5, 0xc01856d4, 0x7) = 5",
+         "sub-device  SET_FIX_MODE(0xC01856D4) -> 5  read/write, 24 bytes (OisFixMode): holds the lens at a "
+         "target\n"},
         {event, kModeTwo},
         {"   12.345 ms  #1  sub-device  SET_MODE(0x400456C2) mode=2",
          "   12.345 ms  #1  sub-device  SET_MODE(0x400456C2) mode=2\n"},

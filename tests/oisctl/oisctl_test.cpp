@@ -112,7 +112,7 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
         {"registers --write STABILIZATION_MODE=1", "STABILISATION_MODE"},
         {"registers --write STABILISATION_MODE=on", "no number"},
         {"registers --write 0x0002junk=16", "no such register"},
-        {"detect-defect --defect stuk-x", "did you mean 'lens.stuck-x'?"},
+        {"detect-defect --defect stuk-x", "did you mean 'stuck-x'?"},
         {"firmware-update --from new", "0x"},
         {"plot bad_scenario.toml", "bad_scenario.toml"},
         {"scenarios bad_scenario.toml", "did you mean 'zoom_ratio'"},

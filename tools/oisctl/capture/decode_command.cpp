@@ -134,11 +134,18 @@ std::string shownEvent(const phone::Event& event, bool json) {
     return json ? toJson(event, false) : toText(event, false);
 }
 
-std::string describeRequest(uint32_t code, int error, bool json) {
+struct Traced {
+    uint32_t code = 0;
+    std::optional<int64_t> result{};  // unless it is 0, which says nothing
+    int error = 0;                    // errno of a call that failed
+};
+
+std::string describeRequest(const Traced& traced, bool json) {
+    const uint32_t code = traced.code;
     const phone::RequestInfo* info = phone::findRequest(code);
     phone::Event event = phone::requestEvent(code, {}, {});
-    if (error != 0) event.result = -1;
-    event.error = error;
+    event.result = traced.result;
+    event.error = traced.error;
     if (json) return toJson(event, false);
     std::string text = toText(event, false);
     if (info == nullptr) return text;
@@ -170,17 +177,12 @@ bool isOurs(uint32_t code) {
     return isPrivate || _IOC_TYPE(code) == '|';
 }
 
-struct Traced {
-    uint32_t code = 0;
-    int error = 0;  // errno of a call that failed
-};
-
 // The request in a tracer's "ioctl(5, _IOC(_IOC_READ|_IOC_WRITE, 0x56, 0xd4, 0x18), ...) = -1 EIO (...)", in
 // hex or by name. Throws NotOurs for one that is none of ours.
 std::optional<Traced> tracedRequest(std::string_view text) {
     constexpr std::string_view kCall = "ioctl(";
     constexpr std::string_view kMediaPrefix = "MEDIA_IOC_";
-    constexpr std::string_view kFailed = " = -1 ";
+    constexpr std::string_view kResult = " = ";
     const std::string_view call = tracedCall(text);
     if (!call.starts_with(kCall)) return std::nullopt;
     const auto parts = tokens(call.substr(kCall.size()));
@@ -197,9 +199,12 @@ std::optional<Traced> tracedRequest(std::string_view text) {
         traced.code = *code;
     }
     if (!isOurs(traced.code)) throw NotOurs();
-    if (const size_t failed = call.rfind(kFailed); failed != std::string_view::npos) {
-        const auto words = tokens(call.substr(failed + kFailed.size()));
-        if (!words.empty()) traced.error = phone::errorByName(words.front());
+    if (const size_t ended = call.rfind(kResult); ended != std::string_view::npos) {
+        const auto words = tokens(call.substr(ended + kResult.size()));
+        int64_t result = 0;
+        if (!words.empty()) std::from_chars(words[0].data(), words[0].data() + words[0].size(), result);
+        if (result != 0) traced.result = result;
+        if (result < 0 && words.size() > 1) traced.error = phone::errorByName(words[1]);
     }
     return traced;
 }
@@ -267,7 +272,7 @@ uint32_t requestCode(const std::string& head) {
 
 std::string decodeRequestItem(const Split& parts, bool json) {
     const uint32_t code = requestCode(parts.head);
-    if (parts.sent.empty() && !parts.answered) return describeRequest(code, 0, json);
+    if (parts.sent.empty() && !parts.answered) return describeRequest({code}, json);
     const std::string name = phone::findRequest(code) == nullptr ? parts.head : phone::requestName(code);
     const Bytes sent = parseRecord(parts.sent, _IOC_SIZE(code), "the record of " + name);
     // A record alone may have been captured on either side of the call: all of it is shown.
@@ -329,8 +334,7 @@ std::string decodeItem(const Item& item, bool json) {
         case LineKind::kItem:
             break;
     }
-    if (const auto traced = tracedRequest(item.text))
-        return describeRequest(traced->code, traced->error, json);
+    if (const auto traced = tracedRequest(item.text)) return describeRequest(*traced, json);
     if (openBraces(item.text) > 0) throw BadItem("'{' is not closed");
     const Split parts = split(item.text);
     return parts.head.empty() ? decodeHubItem(parts, json) : decodeRequestItem(parts, json);

@@ -159,7 +159,7 @@ Command describeDetectDefect() {
                    [settings](const std::string& word) {
                        settings->faults.push_back(phone::parseFault(std::string(kLensPrefix) + word));
                    },
-                   {.words = defectWords, .commas = true})},
+                   {.choices = defectWords(), .commas = true})},
             *settings),
         .notes = "Exit status 1 when the actuator is defective.\n",
         .examples = {{"oisctl detect-defect"},

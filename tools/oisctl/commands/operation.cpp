@@ -83,7 +83,8 @@ Command describeOperation() {
         .notes = operationList(),
         .examples = {{"oisctl op read-gain-x -m dw9786"},
                      {"oisctl op write-gain-y 1.25 -m dw9781"},
-                     {"oisctl op 2 --set bypassen=0", "through the family parser: the whole calibration"},
+                     {"oisctl op 2 --set bypassen=0 --motion rest",
+                      "through the family parser: the whole calibration"},
                      {"oisctl op -- -12500", "writes the x gain 1.25; a negative number goes behind --"}},
         .run = [options] { return runOperation(*options); },
     };
