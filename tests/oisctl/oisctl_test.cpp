@@ -312,6 +312,8 @@ TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
         {"detect-defect -m korvas4sw-hub", "axes/0/verdict", "not told", 1},
         {"detect-defect --fault thread@2:fail", "axes/0/verdict", "not examined", 1},
         {"registers --fault READ_REGISTER:fail", "registers/0/value", "null", 1},
+        {"session", "calls/0/sent_nothing", "0", 0},  // Init, whose thread sends
+        {"session", "calls/1/sent_nothing", "1", 0},
     };
     for (const auto& c : cases) {
         const Outcome outcome = run(std::string(c.command) + " --json");

@@ -139,7 +139,7 @@ TEST(Decode, AnyBytesCanBeDecoded) {
         // Hardly any other address is one of the controller's.
         const uint32_t address = registers()[random() % registers().size()].address;
         std::memcpy(records[0].payload, &address, sizeof address);
-        check(hubEvent(records[0], &records[1]));
+        check(hubEvent(records[0], &records[1], static_cast<HubPhase>(round % 3)));
         check(hubEvent(records[0], nullptr));
     }
 }
