@@ -314,6 +314,10 @@ TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
         {"registers --fault READ_REGISTER:fail", "registers/0/value", "null", 1},
         {"session", "calls/0/sent_nothing", "0", 0},  // Init, whose thread sends
         {"session", "calls/1/sent_nothing", "1", 0},
+        {"session --fault lens.stuck", "failures", "0", 1},
+        {"detect-defect --fault lens.stuck", "axes/0/verdict", "defective", 1},
+        {"mode 99", "failures", "1", 1},
+        {"op detect-defect -m dw9786 --fault lens.stuck", "failures", "1", 1},
     };
     for (const auto& c : cases) {
         const Outcome outcome = run(std::string(c.command) + " --json");
@@ -322,6 +326,14 @@ TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
         EXPECT_EQ(value.is_string() ? value.get<std::string>() : value.dump(), c.verdict) << c.command;
         EXPECT_EQ(outcome.status, c.status) << c.command;
     }
+}
+
+TEST_F(Oisctl, CommandsAreFoldedOnlyWhenTheirAnswersAreAlikeToo) {
+    const std::string out = run("record --seconds 0.1 -v").out;
+    size_t shown = 0;
+    for (size_t at = out.find("READ_STATUS"); at != std::string::npos; at = out.find("READ_STATUS", at + 1))
+        ++shown;
+    EXPECT_GE(shown, 20U) << out;
 }
 
 class FaultExample : public Oisctl, public testing::WithParamInterface<phone::FaultPlace> {};
