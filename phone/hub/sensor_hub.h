@@ -81,6 +81,7 @@ class SensorHub {
     class Provider;
     // Outlives the phone in the providers that the driver still holds.
     struct Link {
+        explicit Link(SensorHub* of) : hub(of) {}
         std::atomic<SensorHub*> hub;
         std::atomic<int32_t> providers{0};
     };

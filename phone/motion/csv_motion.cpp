@@ -6,7 +6,6 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <ranges>
 #include <sstream>
 #include <stdexcept>
 
@@ -64,8 +63,10 @@ class Reader {
     void takeLine(std::string_view text) {
         const std::vector<std::string_view> cells = split(text);
         if (cells.size() != kColumns.size()) {
-            fail(fmt::format("{} columns, expected {}: {}", cells.size(), kColumns.size(),
-                             fmt::join(kColumns | std::views::transform(&Column::name), ",")));
+            std::vector<std::string_view> names(kColumns.size());
+            std::ranges::transform(kColumns, names.begin(), &Column::name);
+            fail(fmt::format("{} columns, expected {}: {}", cells.size(), names.size(),
+                             fmt::join(names, ",")));
         }
         const bool first = !mSeenContent;
         mSeenContent = true;

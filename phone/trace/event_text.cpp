@@ -33,8 +33,8 @@ std::string printable(std::string_view text) {
         for (; at != bad; ++at) {
             if (*at == '\n') {
                 shown += "\\n";
-            } else if ((*at >= 0 && *at < ' ') || *at == 0x7f) {
-                shown += fmt::format("\\x{:02x}", *at);
+            } else if (const auto byte = static_cast<unsigned char>(*at); byte < ' ' || byte == 0x7f) {
+                shown += fmt::format("\\x{:02x}", byte);
             } else {
                 shown += *at;
             }

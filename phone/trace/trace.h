@@ -93,7 +93,7 @@ std::string callText(const Event& event);
 // all of it back. Without `inTrace` it says nothing of when and where.
 std::string toJson(const Event& event, bool inTrace = true);
 // Throws std::invalid_argument that says what is missing or wrong.
-Event eventOfJson(std::string_view json);
+Event eventOfJson(std::string_view text);
 
 class Trace {
   public:
