@@ -1,7 +1,9 @@
 #pragma once
 // "Did you mean": what a mistyped name was probably meant to be.
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,8 +19,9 @@ std::string suggestion(std::string_view typed, const std::vector<std::string>& c
 // What `name` gives of each entry.
 template <typename Entries, typename Name>
 std::vector<std::string> namesIn(const Entries& entries, const Name& name) {
-    std::vector<std::string> names;
-    for (const auto& entry : entries) names.emplace_back(std::invoke(name, entry));
+    std::vector<std::string> names(std::size(entries));
+    std::transform(std::begin(entries), std::end(entries), names.begin(),
+                   [&name](const auto& entry) { return std::string(std::invoke(name, entry)); });
     return names;
 }
 

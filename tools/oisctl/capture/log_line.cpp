@@ -91,6 +91,15 @@ bool isNarrated(std::string_view text) {
     return false;
 }
 
+// A remark of a tracer, a call but ioctl, or a log's line that is none of the driver's, which `found`
+// becomes.
+bool isForeign(std::string_view text, Line& found) {
+    if (isTracersRemark(text)) return true;
+    const std::string_view call = tracedCall(text);
+    if (!call.empty()) return !call.starts_with("ioctl(");
+    return isLogLine(text) && !findMessage(text, found);
+}
+
 }  // namespace
 
 std::string_view tracedCall(std::string_view line) {
@@ -109,11 +118,7 @@ Line classify(std::string_view line) {
         found.kind = LineKind::kEvent;
     } else if (isNarrated(text)) {
         found.kind = LineKind::kNarrated;
-    } else if (isTracersRemark(text)) {
-        found.kind = LineKind::kForeign;
-    } else if (const std::string_view call = tracedCall(text); !call.empty()) {
-        found.kind = call.starts_with("ioctl(") ? LineKind::kItem : LineKind::kForeign;
-    } else if (isLogLine(text) && !findMessage(text, found)) {
+    } else if (isForeign(text, found)) {
         found.kind = LineKind::kForeign;
     }
     return found;
