@@ -47,11 +47,11 @@ echo "pkg-config's flags suffice, and every installed header of the phone compil
 package=$(echo "$work"/*.deb)
 needs=$(dpkg-deb -f "$package" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort | xargs)
 [ "$needs" = "libc6 libgcc-s1 libstdc++6" ] || { echo "the package depends on $needs"; exit 1; }
-dpkg-deb -x "$package" "$work/root"
+dpkg-deb -x "$package" "$work/unpacked"
 version=$(dpkg-deb -f "$package" Version)
-[ "$(env -i "$work/root/usr/bin/oisctl" --version)" = "oisctl $version" ]
-env -i "$work/root/usr/bin/oisctl" session -q >/dev/null
+[ "$(env -i "$work/unpacked/usr/bin/oisctl" --version)" = "oisctl $version" ]
+env -i "$work/unpacked/usr/bin/oisctl" session -q >/dev/null
 for file in man/man1/oisctl.1 bash-completion/completions/oisctl zsh/vendor-completions/_oisctl; do
-    [ -s "$work/root/usr/share/$file" ] || { echo "the package lacks $file"; exit 1; }
+    [ -s "$work/unpacked/usr/share/$file" ] || { echo "the package lacks $file"; exit 1; }
 done
 echo "$(basename "$package") unpacks and runs"
