@@ -196,11 +196,14 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
     run("record --seconds 0.2");
     const std::string recording = readFile(mFolder / "ois_dump_tele_dw9786_status.txt");
     write("cut.txt", recording.substr(0, recording.size() - 9));
+    run("session --json --trace=a.jsonl");
+    run("session --json --trace=b.jsonl --fault SET_MODE@3:lost");
     std::vector<std::pair<const char*, std::vector<const char*>>> cases{
         {"session, op, mode",
          {"session --wall-time --fault SET_MODE@3:lost --fault SET_MODE@300:lost",
           "session --scenario fix-mode", "op read-gain-x", "mode 2"}},
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
+        {"compare", {"compare a.jsonl b.jsonl"}},
         {"calibrate", {"calibrate"}},
         {"firmware-update", {"firmware-update", "firmware-update -m dw9786"}},
         {"registers", {"registers --watch --seconds 0.1"}},

@@ -9,6 +9,7 @@ Command describeSession();
 Command describeOperation();
 Command describeMode();
 Command describeDecode();
+Command describeCompare();
 Command describeCalibrate();
 Command describeFirmwareUpdate();
 Command describeRegisters();

@@ -1,0 +1,45 @@
+#include "capture/trace_file.h"
+
+#include <fmt/core.h>
+
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "base/errors.h"
+#include "base/file_content.h"
+
+namespace oisctl {
+
+namespace {
+
+// What a command found, as it stands behind its trace.
+bool isReport(std::string_view line) {
+    const auto json = nlohmann::json::parse(line, nullptr, false);
+    return json.is_object() && json.contains("format") && !json.contains("kind");
+}
+
+}  // namespace
+
+TraceFile loadTrace(const std::filesystem::path& path) {
+    const std::string text = asInput("", [&] { return phone::readTextFile(path); });
+    TraceFile trace{path, {}};
+    size_t number = 0;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        const std::string_view line = phone::trimmed(std::string_view(text).substr(at, end - at));
+        at = end + 1;
+        ++number;
+        if (line.empty()) continue;
+        try {
+            trace.events.push_back({number, phone::eventOfJson(line)});
+        } catch (const std::invalid_argument& error) {
+            if (isReport(line)) continue;
+            throw InputError(fmt::format("{}:{}: {}; a trace is written with --trace=FILE --json",
+                                         path.string(), number, error.what()));
+        }
+    }
+    if (trace.events.empty()) throw InputError(path.string() + ": holds no event of a trace");
+    return trace;
+}
+
+}  // namespace oisctl

@@ -1,0 +1,27 @@
+#pragma once
+// Traces that were written to files, one event a line.
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "trace/trace.h"
+
+namespace oisctl {
+
+struct TracedEvent {
+    size_t line = 0;  // in its file, from 1
+    phone::Event event;
+};
+
+struct TraceFile {
+    std::filesystem::path path;
+    std::vector<TracedEvent> events;  // in order
+};
+
+// A trace in JSON lines; the report that a command prints behind its trace is left out. Throws InputError
+// that names file, line and what is wrong there.
+TraceFile loadTrace(const std::filesystem::path& path);
+
+}  // namespace oisctl
