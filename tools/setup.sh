@@ -18,6 +18,8 @@ declare -A NEEDS=(
     [coverage]="gcovr:gcovr"
     [fuzz]="clang:clang++ libclang-rt-dev:/usr/lib/llvm-14/lib/clang/14.0.6/include/fuzzer llvm:llvm-symbolizer"
     [speed]="ccache:ccache"
+    [vm]="qemu-system-x86:qemu-system-x86_64 busybox-static:/usr/share/doc/busybox-static cpio:cpio
+          linux-headers-amd64:/usr/share/doc/linux-headers-amd64 v4l-utils:v4l2-compliance make:make gcc:gcc"
     [mutants]="python3:python3 ccache:ccache mold:mold"
 )
 
