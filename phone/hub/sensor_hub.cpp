@@ -100,9 +100,10 @@ bool SensorHub::drain(eSensorType type, std::vector<SensorData>& samples) {
     const bool works = type == ois::kOisSensorType && mEnabled && !fate.fails();
     samples = works ? takeSamples() : std::vector<SensorData>();
     if (fate.lost()) samples.clear();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(samples.data());
     recordCall("getAllSensorData",
                {{"type", int64_t{type}}, {"samples", static_cast<int64_t>(samples.size())}}, works ? 1 : 0,
-               fate);
+               fate, {bytes, samples.size() * sizeof(SensorData)});
     return works;
 }
 
@@ -292,10 +293,11 @@ void SensorHub::record(const OisCustomCmd& sent, const OisCustomCmd& answered, H
 }
 
 void SensorHub::recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
-                           const Fate& fate) {
+                           const Fate& fate, std::span<const uint8_t> received) {
     if (!mTrace.enabled()) return;
     mTrace.record({.kind = EventKind::kSensor,
                    .name = name,
+                   .received = {received.begin(), received.end()},
                    .fields = std::move(fields),
                    .result = result,
                    .fault = fate.fault()});

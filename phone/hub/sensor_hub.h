@@ -112,7 +112,7 @@ class SensorHub {
     void record(const ois::OisCustomCmd& sent, const ois::OisCustomCmd& answered, HubPhase phase,
                 int32_t result, const Fate& fate);
     void recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
-                    const Fate& fate);
+                    const Fate& fate, std::span<const uint8_t> received = {});
 
     Clock& mClock;
     Trace& mTrace;

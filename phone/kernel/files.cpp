@@ -1,5 +1,8 @@
 // Links of sysfs, and the files that the driver writes and reads.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -18,6 +21,17 @@ namespace phone {
 namespace {
 
 constexpr std::string_view kSysfsPath = "/sys/dev/char/";
+
+// What somebody who opens the file now finds there; a little of it is enough for anything the driver reads.
+std::vector<uint8_t> contentOf(const char* file) {
+    constexpr size_t kMost = 4096;
+    std::vector<uint8_t> content(kMost);
+    const int fd = libc().open(file, O_RDONLY | O_CLOEXEC);
+    const ssize_t size = fd < 0 ? 0 : read(fd, content.data(), content.size());
+    if (fd >= 0) libc().close(fd);
+    content.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    return content;
+}
 
 }  // namespace
 
@@ -78,6 +92,7 @@ FILE* Kernel::fopen(const char* path, const char* mode) {
     const Fate fate = mFaults.consult(FaultPoint::kOpen, path);
     const auto place = mFiles.place(path);
     FILE* file = nullptr;
+    std::vector<uint8_t> content;
     int error = fate.error();
     if (error == 0 && place) error = place->error;
     if (error == 0) {
@@ -86,14 +101,20 @@ FILE* Kernel::fopen(const char* path, const char* mode) {
         if (fate.lost()) target = "/dev/full";
         file = libc().fopen(target, mode);
         if (file == nullptr) error = errno;
+        if (file != nullptr && *mode == 'r' && mTrace.enabled()) content = contentOf(target);
     }
     if (file != nullptr) {
         const std::lock_guard lock(mMutex);
         mOpenFiles[file] = path;
     }
     if (mTrace.enabled()) {
-        traceCall(EventKind::kFile, "fopen", {textField("path", path), textField("mode", mode)},
-                  error == 0 ? 0 : -1, error, fate);
+        mTrace.record({.kind = EventKind::kFile,
+                       .name = "fopen",
+                       .received = std::move(content),
+                       .fields = {textField("path", path), textField("mode", mode)},
+                       .result = error == 0 ? 0 : -1,
+                       .error = error,
+                       .fault = fate.fault()});
     }
     if (error != 0) errno = error;
     return file;

@@ -38,12 +38,13 @@ Json toJson(const std::vector<Field>& fields) {
     return object;
 }
 
+constexpr const char* kTraceKind = "trace";  // of the first line
+
 constexpr std::string_view kPhaseNames[] = {"", "bring-up", "running"};
 
-std::vector<Field> fieldsOf(const Json& json, const char* key) {
+std::vector<Field> fieldsOf(const Json& object) {
     std::vector<Field> fields;
-    if (!json.contains(key)) return fields;
-    for (const auto& [name, value] : json.at(key).items()) {
+    for (const auto& [name, value] : object.items()) {
         Field field{name, value.is_string() ? value.get<std::string>() : value.dump()};
         if (value.is_number_integer()) field.value = value.get<int64_t>();
         if (value.is_number_unsigned()) field.value = value.get<uint64_t>();
@@ -74,8 +75,8 @@ Event read(const Json& json) {
     event.received = bytesOfHex(json.value("received", std::string()));
     if (!isCommand(event.kind) && event.kind != EventKind::kMedia) {
         event.name = json.value("name", std::string());
-        event.fields = fieldsOf(json, "fields");
-        event.answer = fieldsOf(json, "answer");
+        event.fields = fieldsOf(json.value("fields", Json::object()));
+        event.answer = fieldsOf(json.value("answer", Json::object()));
     }
     event.text = json.value("text", std::string());
     if (json.contains("result")) event.result = json.at("result").get<int64_t>();
@@ -86,7 +87,31 @@ Event read(const Json& json) {
     return event;
 }
 
+std::string dumped(const Json& json) {
+    // Bytes that are no UTF-8 become U+FFFD: a garbled record must not end the trace.
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 }  // namespace
+
+std::string traceHead(const std::vector<Field>& about) {
+    Json head{{"kind", kTraceKind}, {"format", kTraceFormat}};
+    head.update(toJson(about));
+    return dumped(head);
+}
+
+std::optional<std::vector<Field>> traceHeadOfJson(std::string_view text) {
+    Json json = Json::parse(text, nullptr, false);
+    if (!json.is_object() || json.value("kind", Json()) != kTraceKind) return std::nullopt;
+    const Json format = json.value("format", Json());
+    if (!format.is_number_integer() || format > kTraceFormat) {
+        throw std::invalid_argument(
+            fmt::format("is a trace of format {}; this tool reads up to {}", format.dump(), kTraceFormat));
+    }
+    json.erase("kind");
+    json.erase("format");
+    return fieldsOf(json);
+}
 
 std::string toJson(const Event& event, bool inTrace) {
     const Decoded decoded = decode(event);
@@ -111,8 +136,7 @@ std::string toJson(const Event& event, bool inTrace) {
         object["size"] = _IOC_SIZE(event.code);
         if (info != nullptr) object["meaning"] = info->meaning;
     }
-    // Bytes that are no UTF-8 become U+FFFD: a garbled record must not end the trace.
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return dumped(object);
 }
 
 Event eventOfJson(std::string_view text) {

@@ -63,7 +63,9 @@ struct Event {
     std::string name{};
     uint32_t code = 0;  // request, or hub command id
     HubPhase phase = HubPhase::kUnknown;
-    // Of a request or hub command: the record as it went out, and as it came back; empty when nothing did.
+    // Of a request or hub command: the record as it went out, and as it came back; empty when nothing did. Of
+    // a call, the record that an argument points to, before and after. What else was handed to the driver as
+    // bytes came back, too: customisation blocks, motion samples, the content of a file.
     std::vector<uint8_t> sent{};
     std::vector<uint8_t> received{};
     // Of everything else.
@@ -94,6 +96,14 @@ std::string callText(const Event& event);
 std::string toJson(const Event& event, bool inTrace = true);
 // Throws std::invalid_argument that says what is missing or wrong.
 Event eventOfJson(std::string_view text);
+
+// Raised when a key of a line changes its name or its meaning, or goes away.
+constexpr int64_t kTraceFormat = 1;
+// A trace in JSON begins with a line that says what it is: its format, and who recorded what (`about`).
+std::string traceHead(const std::vector<Field>& about);
+// What the head says; empty for any other line. Throws std::invalid_argument for a format that is newer than
+// this one.
+std::optional<std::vector<Field>> traceHeadOfJson(std::string_view text);
 
 class Trace {
   public:

@@ -41,7 +41,7 @@ TraceFile story(uint8_t process) {
     events[0].result = process;
     events[1].text = "open as " + std::to_string(process) + ", mode 2";
     events[5].text = fmt::format("at 0x5500{:02x}, size 8", process);
-    TraceFile trace{"trace", {}};
+    TraceFile trace{"trace", {}, {}};
     for (const Event& event : events) {
         trace.events.push_back({trace.events.size() + 1, event});
         trace.events.back().event.thread = event.code == ois::code(ois::Request::kReadHallInfo) ? 1 : 0;

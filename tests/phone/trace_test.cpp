@@ -214,6 +214,17 @@ TEST(TraceJson, TakesAnyTextAndNumber) {
               (Json{{"text", "a\"\n\xef\xbf\xbd\xc3\xa4"}, {"float", 0.1}, {"infinite", "inf"}}));
 }
 
+TEST(TraceJson, HeadTellsWhatTheTraceIsOf) {
+    const auto about = phone::traceHeadOfJson(phone::traceHead({{"kernel", std::string("real")}}));
+    ASSERT_TRUE(about);
+    ASSERT_EQ(about->size(), 1U);
+    EXPECT_EQ(toText(about->front()), "real");
+    EXPECT_FALSE(phone::traceHeadOfJson(toJson(eventOf(EventKind::kNote, "trace"))));
+    EXPECT_FALSE(phone::traceHeadOfJson("{"));
+    for (const char* newer : {R"({"kind":"trace","format":2})", R"({"kind":"trace"})"})
+        EXPECT_THROW(phone::traceHeadOfJson(newer), std::invalid_argument) << newer;
+}
+
 // --- The trace.
 
 TEST(TraceRecord, CanBeOffHeardOrForgotten) {

@@ -313,6 +313,7 @@ std::string decodeMessage(const Item& item, bool json) {
 
 std::string decodeEvent(const Item& item, bool json) {
     try {
+        if (phone::traceHeadOfJson(item.text)) throw NotOurs();
         const phone::Event event = phone::eventOfJson(item.text);
         const bool inTrace = event.sequence != 0;
         return json ? phone::toJson(event, inTrace) : phone::toText(event, inTrace);

@@ -22,7 +22,7 @@ bool isReport(std::string_view line) {
 
 TraceFile loadTrace(const std::filesystem::path& path) {
     const std::string text = asInput("", [&] { return phone::readTextFile(path); });
-    TraceFile trace{path, {}};
+    TraceFile trace{path, {}, {}};
     size_t number = 0;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find('\n', at), text.size());
@@ -31,11 +31,15 @@ TraceFile loadTrace(const std::filesystem::path& path) {
         ++number;
         if (line.empty()) continue;
         try {
-            trace.events.push_back({number, phone::eventOfJson(line)});
+            if (auto about = phone::traceHeadOfJson(line)) {
+                trace.about = std::move(*about);
+            } else {
+                trace.events.push_back({number, phone::eventOfJson(line)});
+            }
         } catch (const std::invalid_argument& error) {
             if (isReport(line)) continue;
-            throw InputError(fmt::format("{}:{}: {}; a trace is written with --trace=FILE --json",
-                                         path.string(), number, error.what()));
+            throw InputError(fmt::format("{}:{}: {}; a trace is written with --trace=FILE", path.string(),
+                                         number, error.what()));
         }
     }
     if (trace.events.empty()) throw InputError(path.string() + ": holds no event of a trace");

@@ -17,6 +17,7 @@ struct TracedEvent {
 
 struct TraceFile {
     std::filesystem::path path;
+    std::vector<phone::Field> about;  // what its first line says; empty without one
     std::vector<TracedEvent> events;  // in order
 };
 

@@ -142,7 +142,7 @@ int run(const Options& options) {
 Command describeCompare() {
     auto options = std::make_shared<Options>();
     return {
-        .options = {value("a", "TRACE", "A trace in JSON, as --trace=FILE --json writes it", &options->a,
+        .options = {value("a", "TRACE", "A trace, as --trace=FILE writes it", &options->a,
                           {.required = true}),
                     value("b", "TRACE", "The trace to hold beside it", &options->b, {.required = true}),
                     value("--aside", "KIND|FIELD,...",
@@ -153,7 +153,7 @@ Command describeCompare() {
         .notes =
             "Traces are compared thread by thread. Times, numbers of descriptors and addresses of "
             "memory do not count.\n",
-        .examples = {{"oisctl session -m dw9786 --json --trace=a.jsonl"},
+        .examples = {{"oisctl session -m dw9786 --trace=a.jsonl"},
                      {"oisctl compare a.jsonl b.jsonl", "exit status 1 when they differ"},
                      {"oisctl compare a.jsonl b.jsonl --aside message --aside hall_x,hall_y"}},
         .run = [options] { return run(*options); },

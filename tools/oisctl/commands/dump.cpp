@@ -36,10 +36,13 @@ void dumpOtp(DriverSession& session) {
     ois_otp_data otp{};
     const std::vector<uint8_t>& image = session.module().otpImage;
     std::copy_n(image.begin(), std::min(image.size(), sizeof otp.image), otp.image);
-    session.call("GetOisOtpData", {}, [&] {
-        session.driver().GetOisOtpData(&otp);
-        return 0;
-    });
+    session.call(
+        "GetOisOtpData", {},
+        [&] {
+            session.driver().GetOisOtpData(&otp);
+            return 0;
+        },
+        bytesOf(otp));
 }
 
 int run(Options options) {

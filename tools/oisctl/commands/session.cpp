@@ -141,7 +141,7 @@ Command describeSession() {
                      {"oisctl session --set bypassen=0",
                       "hub way through the family parser: register accesses"},
                      {"oisctl session --trace", "everything: files, properties, sleeps, messages"},
-                     {"oisctl session -m dw9781 --trace=run.jsonl --json"},
+                     {"oisctl session -m dw9781 --trace=run.jsonl"},
                      {"oisctl session --scenario video-zoom --motion walk"},
                      {"oisctl session --fault SET_MODE@3:errno=EIO",
                       "the third SET_MODE fails; exit status 1"},

@@ -86,6 +86,10 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
     for (const phone::Fault& fault : settings.faults) requireItsPlace(fault);
     mPhone = asInput(settings.folder.empty() ? "" : "--folder: ",
                      [&] { return std::make_unique<phone::Phone>(phoneOptions(settings)); });
+    mTraceOutput.begin({{"recorder", std::string("oisctl")},
+                        {"kernel", std::string(settings.realKernel ? "real" : "simulated")},
+                        {"module", mModule.name},
+                        {"sensor", int64_t{settings.sensorDev}}});
     mPhone->trace().setKeep(false);
     mPhone->trace().setListener([this](const phone::Event& event) {
         const std::optional<EndedCall> ended = mCalls.take(event);
@@ -214,29 +218,34 @@ void DriverSession::joinWorkers() {
 }
 
 std::optional<int32_t> DriverSession::run(const char* name, std::vector<phone::Field> arguments,
-                                          const std::function<int32_t()>& operation) {
+                                          const std::function<int32_t()>& operation,
+                                          std::span<const uint8_t> argument) {
     phone::Event event{.kind = phone::EventKind::kCall, .name = name, .fields = std::move(arguments)};
+    event.sent.assign(argument.begin(), argument.end());
     mPhone->trace().record(event);
+    event.sent.clear();
     std::optional<int32_t> result;
     try {
         result = operation();
     } catch (const std::system_error& error) {
         fail(fmt::format("{}: {}", name, error.what()));
     }
+    event.received.assign(argument.begin(), argument.end());
     event.result = result.value_or(-1);
     mPhone->trace().record(std::move(event));
     return result;
 }
 
 int32_t DriverSession::call(const char* name, std::vector<phone::Field> arguments,
-                            const std::function<int32_t()>& operation) {
-    return run(name, std::move(arguments), operation).value_or(-1);
+                            const std::function<int32_t()>& operation, std::span<const uint8_t> argument) {
+    return run(name, std::move(arguments), operation, argument).value_or(-1);
 }
 
 int32_t DriverSession::notifyStream(bool on) {
     ois_stream_info info{on ? 1 : 0, 0};
-    return call("NotifyStream", {{"notify_stream", int64_t{info.notify_stream}, false, on ? "on" : "off"}},
-                [&] { return mDriver->NotifyStream(&info); });
+    return call(
+        "NotifyStream", {{"notify_stream", int64_t{info.notify_stream}, false, on ? "on" : "off"}},
+        [&] { return mDriver->NotifyStream(&info); }, bytesOf(info));
 }
 
 int32_t DriverSession::setMode(int32_t mode) {
@@ -260,19 +269,35 @@ int32_t DriverSession::checkStatus() {
 }
 
 int32_t DriverSession::setParams(ois_params& params) {
-    return call("SetOisParams", fieldsOf(params), [&] { return mDriver->SetOisParams(&params); });
+    ois_params shown = params;
+    const auto hidePointer = [&] {
+        shown = params;
+        shown.op_result_ptr = nullptr;  // into this very record
+    };
+    hidePointer();
+    return call(
+        "SetOisParams", fieldsOf(params),
+        [&] {
+            const int32_t result = mDriver->SetOisParams(&params);
+            hidePointer();
+            return result;
+        },
+        bytesOf(shown));
 }
 
 int32_t DriverSession::setSensorMode(int32_t mode) {
     ois_cfg_data configuration{mode};
-    return call("SetOisCfgData", {{"sensor_mode", int64_t{mode}}},
-                [&] { return mDriver->SetOisCfgData(&configuration); });
+    return call(
+        "SetOisCfgData", {{"sensor_mode", int64_t{mode}}},
+        [&] { return mDriver->SetOisCfgData(&configuration); }, bytesOf(configuration));
 }
 
 int32_t DriverSession::setFocus(ois_focus_params& focus) {
     phone::Field field{"distance_mm", int64_t{focus.distance}, false, "mm"};
     if (focus.useFocus != 0) field = {"focus_diopter", double{focus.focusDiopter}, false, "dpt"};
-    return call("SetAccParam", {field}, [&] { return mDriver->SetAccParam(reinterpret_cast<long>(&focus)); });
+    return call(
+        "SetAccParam", {field}, [&] { return mDriver->SetAccParam(reinterpret_cast<long>(&focus)); },
+        bytesOf(focus));
 }
 
 int32_t DriverSession::setAfPosition(int32_t position) {

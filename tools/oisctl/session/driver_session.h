@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +22,12 @@
 #include "session/trace_output.h"
 
 namespace oisctl {
+
+// A record that a call points to.
+template <typename Record>
+std::span<const uint8_t> bytesOf(const Record& record) {
+    return {reinterpret_cast<const uint8_t*>(&record), sizeof record};
+}
 
 class DriverSession {
   public:
@@ -79,9 +86,9 @@ class DriverSession {
     int32_t setFocus(ois_focus_params& focus);
     int32_t setAfPosition(int32_t position);
     int32_t firmwareUpdate();
-    // Any other operation.
+    // Any other operation. `argument`: the record that it points to, if any.
     int32_t call(const char* name, std::vector<phone::Field> arguments,
-                 const std::function<int32_t()>& operation);
+                 const std::function<int32_t()>& operation, std::span<const uint8_t> argument = {});
 
     int64_t nowUs() { return mPhone->clock().nowUs(); }
     double nowS();
@@ -95,7 +102,8 @@ class DriverSession {
   private:
     // Empty when it threw.
     std::optional<int32_t> run(const char* name, std::vector<phone::Field> arguments,
-                               const std::function<int32_t()>& operation);
+                               const std::function<int32_t()>& operation,
+                               std::span<const uint8_t> argument = {});
     void requireItsPlace(const phone::Fault& fault) const;
     void setProperties();
     void joinWorkers();

@@ -54,7 +54,8 @@ std::vector<Option> phoneOptions(Settings& settings) {
 std::vector<Option> outputOptions(Settings& settings) {
     return {
         value("-t,--trace", "[FILE]",
-              "Show the whole trace, or write it to FILE: every command, file, property, sleep, message",
+              "Show the whole trace, or write it to FILE as JSON lines: every command, file, property, "
+              "sleep, message",
               &settings.traceFile, {.given = &settings.traceWanted}),
         flag("-v,--verbose", "Show the driver's messages too", &settings.verbose),
         flag("-q,--quiet", "Show the result only", &settings.quiet),

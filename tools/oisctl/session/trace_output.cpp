@@ -41,7 +41,6 @@ TraceOutput::TraceOutput(const Settings& settings, Narration narration)
     if (settings.traceWanted && !mFileName.empty()) {
         mFile.open(mFileName);
         if (!mFile) throw InputError("--trace=" + mFileName + ": cannot be written: " + std::strerror(errno));
-        mFileJson = settings.json;
     }
     if (settings.traceWanted && mFileName.empty()) {
         mTerminal = settings.json ? Terminal::kJson : Terminal::kText;
@@ -56,8 +55,13 @@ TraceOutput::~TraceOutput() {
     endRepeats();
 }
 
+void TraceOutput::begin(const std::vector<phone::Field>& about) {
+    if (mFile.is_open()) mFile << phone::traceHead(about) << '\n';
+    if (mTerminal == Terminal::kJson) printLine(phone::traceHead(about));
+}
+
 void TraceOutput::show(const Event& event, const std::optional<EndedCall>& ended) {
-    if (mFile.is_open()) mFile << (mFileJson ? toJson(event) : toText(event)) << '\n';
+    if (mFile.is_open()) mFile << toJson(event) << '\n';
     switch (mTerminal) {
         case Terminal::kNothing:
             break;

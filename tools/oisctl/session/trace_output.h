@@ -28,6 +28,8 @@ class TraceOutput {
     TraceOutput(const TraceOutput&) = delete;
     TraceOutput& operator=(const TraceOutput&) = delete;
 
+    // What the trace is of.
+    void begin(const std::vector<phone::Field>& about);
     // Events in order, one at a time, each with the call that ended with it, if any.
     void show(const phone::Event& event, const std::optional<EndedCall>& ended);
     // Throws JobError when the file could not be written completely.
@@ -44,7 +46,6 @@ class TraceOutput {
 
     std::ofstream mFile;
     std::string mFileName;
-    bool mFileJson = false;
     const bool mVerbose;
     Terminal mTerminal = Terminal::kNothing;
     std::optional<phone::Event> mLast;  // a command; its repeats are counted, not shown
