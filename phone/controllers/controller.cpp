@@ -225,9 +225,7 @@ int32_t Controller::readFlash(std::span<std::byte> record) const {
     }
     // The member that the address leads to stays as it was.
     auto* target = load<std::byte*>(record);
-    if (target == nullptr) return -EFAULT;
-    copyToUser(target, std::as_bytes(std::span(&mFlash, 1)));
-    return 0;
+    return copyToUser(target, std::as_bytes(std::span(&mFlash, 1))) ? 0 : -EFAULT;
 }
 
 int32_t Controller::mode() const {

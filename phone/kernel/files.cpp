@@ -76,7 +76,7 @@ ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
         fate.spoil(std::as_writable_bytes(std::span(target)));
         target.resize(std::min(target.size(), size));
         length = static_cast<ssize_t>(target.size());
-        copyToUser(buffer, std::as_bytes(std::span(target)));
+        if (!copyToUser(buffer, std::as_bytes(std::span(target)))) length = -EFAULT;
     }
     if (mTrace.enabled()) {
         std::vector<Field> answer;

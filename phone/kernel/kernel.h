@@ -88,6 +88,8 @@ class Kernel : private KernelParts {
     Node* findNode(const std::string& path);
     Node* keepNode(Node node);
     int openNode(const char* path, int flags, Node*& node);
+    static bool knows(const Node& node, uint32_t request);
+    int32_t refuse(const Node& node, uint32_t request, const void* argument);
     int32_t request(const Node& node, uint32_t request, void* argument);
     int32_t passRequest(int fd, uint32_t request, void* argument, const Node* node);
     int32_t carryOut(const Node& node, uint32_t request, std::span<std::byte> record);

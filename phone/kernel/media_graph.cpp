@@ -84,7 +84,6 @@ void MediaGraph::addLens(int32_t sensorDev, const std::string& entityName,
     MediaEntity lens =
         makeEntity(kFirstLensId + kLensIdStep * static_cast<uint32_t>(sensorDev), entityName, kLensEntityType,
                    kFirstLensMinor + static_cast<uint32_t>(sensorDev), lensNode(sensorDev));
-    lens.groupId = static_cast<uint32_t>(sensorDev);
     lens.controller = std::move(controller);
     const std::lock_guard lock(mMutex);
     std::vector<MediaEntity>& entities = lensDeviceOf(mDevices).entities;

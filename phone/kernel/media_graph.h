@@ -27,7 +27,7 @@ struct MediaEntity {
     uint32_t id = 0;
     std::string name{};  // at most 31 characters
     uint32_t type = kLensEntityType;
-    uint32_t groupId = 0;
+    uint32_t groupId = 0;  // kernels have long had no groups
     uint32_t major = kVideoMajor;
     uint32_t minor = 0;
     std::string node{};   // under /dev, such as "v4l-subdev10"; empty: no node

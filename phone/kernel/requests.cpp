@@ -28,6 +28,14 @@ bool isPrivateRequest(uint32_t request) {
     return _IOC_TYPE(request) == ois::kRequestType && _IOC_NR(request) >= BASE_VIDIOC_PRIVATE;
 }
 
+bool goesIn(uint32_t request) {
+    return (_IOC_DIR(request) & _IOC_WRITE) != 0;
+}
+
+bool comesBack(uint32_t request) {
+    return (_IOC_DIR(request) & _IOC_READ) != 0;
+}
+
 std::span<const uint8_t> asUint8(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
 }
@@ -70,22 +78,35 @@ int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte
     return mMedia.enumerateEntity(node.number, *reinterpret_cast<media_entity_desc*>(record.data()));
 }
 
+bool Kernel::knows(const Node& node, uint32_t request) {
+    const RequestInfo* info = findRequest(request);
+    if (info == nullptr) return false;
+    if (node.kind == Node::Kind::kMedia) return info->kind == EventKind::kMedia;
+    return info->kind == EventKind::kSubDevice && node.controller != nullptr;
+}
+
+// A sub-device copies the record of any request in before it finds that it does not know it; a media device
+// looks at the code first.
+int32_t Kernel::refuse(const Node& node, uint32_t request, const void* argument) {
+    std::vector<std::byte> record(goesIn(request) ? _IOC_SIZE(request) : 0);
+    const bool reached = copyFromUser(record, argument);
+    const int32_t error = !reached && node.kind == Node::Kind::kSubDevice ? -EFAULT : -ENOTTY;
+    if (!reached) record.clear();
+    if (mTrace.enabled()) traceRequest(request, record, {}, error, {});
+    return error;
+}
+
 // The simulated kernel: the request's code alone says how much moves; the record is copied at entry, and back
 // as a whole unless the request failed.
 int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
-    const RequestInfo* info = findRequest(request);
-    const auto kind = node.kind == Node::Kind::kMedia ? EventKind::kMedia : EventKind::kSubDevice;
-    const bool known =
-        info != nullptr && info->kind == kind && (kind == EventKind::kMedia || node.controller != nullptr);
+    if (!knows(node, request)) return refuse(node, request, argument);
     const bool traced = mTrace.enabled();
-    if (!known || argument == nullptr) {
-        const int32_t error = known ? -EFAULT : -ENOTTY;
-        if (traced) traceRequest(request, {}, {}, error, {});
-        return error;
-    }
     alignas(std::max_align_t) std::array<std::byte, kLargestRecord> space;
     const std::span record(space.data(), _IOC_SIZE(request));
-    copyFromUser(record, argument);
+    if (!copyFromUser(record, argument)) {
+        if (traced) traceRequest(request, {}, {}, -EFAULT, {});
+        return -EFAULT;
+    }
     std::vector<std::byte> sent;
     if (traced) sent.assign(record.begin(), record.end());
 
@@ -99,8 +120,11 @@ int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
         fate.spoil(record);
         result = static_cast<int32_t>(fate.result().value_or(result));
     }
-    const bool answered = result >= 0 && !lost && (_IOC_DIR(request) & _IOC_READ) != 0;
-    if (answered) copyToUser(argument, record);
+    bool answered = result >= 0 && !lost && comesBack(request);
+    if (answered && !copyToUser(argument, record)) {
+        answered = false;
+        result = -EFAULT;
+    }
     if (traced) {
         traceRequest(request, sent,
                      answered ? std::span<const std::byte>(record) : std::span<const std::byte>{}, result,
@@ -112,29 +136,30 @@ int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
 // A request to a device of the machine's kernel, or to a descriptor that is none of the phone's.
 int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node* node) {
     const bool traced = mTrace.enabled();
-    const size_t size = argument != nullptr ? _IOC_SIZE(request) : 0;
-    std::vector<std::byte> record(node != nullptr || traced ? size : 0);
-    copyFromUser(record, argument);
+    std::vector<std::byte> record(node != nullptr || traced ? _IOC_SIZE(request) : 0);
+    // Of a bad pointer the kernel itself shall speak.
+    if (!goesIn(request) || !copyFromUser(record, argument)) record.clear();
     const std::vector<std::byte> sent = traced ? record : std::vector<std::byte>{};
 
     const Fate fate = node != nullptr ? consultRequest(request, record) : Fate{};
     int32_t result = -fate.error();
+    bool answered = false;
     if (result == 0 && !fate.lost()) {
         // A machine that emulates another looks at the request before it looks at the descriptor.
         const bool open = node != nullptr || fcntl(fd, F_GETFD) >= 0;
         result = open ? libc().ioctl(fd, request, argument) : -EBADF;
         // An emulating machine says ENOSYS of a request that it does not know.
         if (open && result < 0) result = errno == ENOSYS ? -ENOTTY : -errno;
-        const bool reads = (_IOC_DIR(request) & _IOC_READ) != 0;
-        if (fate.spoils() && result >= 0 && reads) {
+        record.resize(_IOC_SIZE(request));
+        answered = result >= 0 && comesBack(request) && copyFromUser(record, argument);
+        if (answered && fate.spoils()) {
             fate.spoil(record);
-            copyToUser(argument, record);
+            answered = copyToUser(argument, record);
         }
         result = static_cast<int32_t>(fate.result().value_or(result));
+        answered = answered && result >= 0;
     }
     if (traced) {
-        const bool answered = result >= 0 && (_IOC_DIR(request) & _IOC_READ) != 0;
-        if (answered) copyFromUser(record, argument);
         traceRequest(request, sent,
                      answered ? std::span<const std::byte>(record) : std::span<const std::byte>{}, result,
                      fate);

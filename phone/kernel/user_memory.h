@@ -16,10 +16,10 @@ extern "C" void AnnotateIgnoreSyncEnd(const char* file, int line);
 
 namespace phone {
 
-// The kernel's copies from and to the driver's memory. An address sanitizer does see them, and finds a record
-// that is shorter than its request says.
-void copyFromUser(std::span<std::byte> to, const void* user);
-void copyToUser(void* user, std::span<const std::byte> from);
+// The kernel's copies from and to the driver's memory; false, EFAULT to the caller, where the driver has no
+// such memory. An address sanitizer does see them, and finds a record that is shorter than its request says.
+[[nodiscard]] bool copyFromUser(std::span<std::byte> to, const void* user);
+[[nodiscard]] bool copyToUser(void* user, std::span<const std::byte> from);
 
 // While it lives, the calling thread is inside the kernel.
 class InsideKernel {

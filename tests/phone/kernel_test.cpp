@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <linux/media.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -111,6 +112,58 @@ TEST_F(LensTest, UnknownRequestsAndDescriptorsAreRefused) {
     }
     EXPECT_EQ(controller().count(), 0U);
     EXPECT_EQ(phone.trace().events(phone::EventKind::kSubDevice).size(), 6U);
+}
+
+// A page of the given protection with one behind it that cannot be touched.
+class Page {
+  public:
+    explicit Page(int protection)
+        : mPages(mmap(nullptr, 2 * kSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+        mprotect(mPages, kSize, protection);
+    }
+    Page(const Page&) = delete;
+    Page& operator=(const Page&) = delete;
+    ~Page() { munmap(mPages, 2 * kSize); }
+    void* first() const { return mPages; }
+    void* last(size_t bytes) const { return static_cast<std::byte*>(mPages) + kSize - bytes; }
+
+  private:
+    static const size_t kSize;
+    void* const mPages;
+};
+const size_t Page::kSize = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+
+TEST_F(LensTest, BadPointersAreRefusedWhereAKernelTouchesThem) {
+    const Page none(PROT_NONE);
+    const Page readOnly(PROT_READ);
+    const Page writable(PROT_READ | PROT_WRITE);
+    struct Followed {
+        const void* target;
+        std::array<std::byte, 1536> rest;
+    } followed{readOnly.first(), {}};
+    controller().setFlashAnswer(phone::FlashAnswer::kThroughPointer);
+    const int media = ::open("/dev/media1", O_RDONLY);
+    const std::tuple<const char*, int, unsigned long, void*, int> cases[] = {
+        {"no memory", lens, 0xC01856D0, none.first(), EFAULT},
+        {"a part of the record", lens, 0xC01856D0, writable.last(23), EFAULT},
+        {"all of the record", lens, 0xC01856D0, writable.last(24), 0},
+        {"an answer to what can only be read", lens, 0xC01856D0, readOnly.first(), EFAULT},
+        {"no answer", lens, 0x400456C2, readOnly.first(), 0},
+        {"an unknown request", lens, 0xC00456C3, none.first(), EFAULT},
+        {"an unknown request that only answers", lens, 0x800456C3, none.first(), ENOTTY},
+        {"a request without a record", lens, 0x000056C3, none.first(), ENOTTY},
+        {"the buffer that a record leads to", lens, 0xC60856DB, &followed, EFAULT},
+        {"a media request", media, MEDIA_IOC_DEVICE_INFO, none.first(), EFAULT},
+        {"an unknown media request", media, 0xC0047C7F, none.first(), ENOTTY},
+    };
+    for (const auto& [what, fd, request, argument, error] : cases) {
+        errno = 0;
+        EXPECT_EQ(ioctl(fd, request, argument), error == 0 ? 0 : -1) << what;
+        EXPECT_EQ(errno, error) << what;
+    }
+    EXPECT_EQ(controller().count(ois::Request::kReadGain), 2U)
+        << "an answer that finds no place was given all the same";
+    close(media);
 }
 
 TEST_F(LensTest, WhatIsLostOrFailsBringsNothingBack) {
