@@ -1,8 +1,6 @@
 // The tool as its user has it: commands with good and bad input, their exit status, and what they say.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -19,63 +17,9 @@
 #include <vector>
 
 #include "faults/faults.h"
+#include "oisctl_fixture.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using nlohmann::json;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string readFile(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-}
-
-size_t lines(const std::string& text) {
-    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
-// In a folder of the test's own.
-class Oisctl : public testing::Test {
-  protected:
-    void SetUp() override { fs::create_directories(mFolder); }
-    void TearDown() override { fs::remove_all(mFolder); }
-
-    Outcome run(const std::string& arguments, const std::string& before = {}) const {
-        const fs::path err = mFolder / "stderr";
-        const std::string command = "cd " + mFolder.string() + " && " + before + " " OISCTL_COMMAND " " +
-                                    arguments + " 2>" + err.string();
-        Outcome result;
-        std::FILE* pipe = popen(command.c_str(), "r");
-        if (pipe == nullptr) return result;
-        std::array<char, 4096> buffer{};
-        while (const size_t length = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-            result.out.append(buffer.data(), length);
-        }
-        const int status = pclose(pipe);
-        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        result.err = readFile(err);
-        // Whatever status the test expects: a sanitizer's is no answer of the tool.
-        EXPECT_EQ(result.err.find("Sanitizer"), std::string::npos) << arguments << '\n' << result.err;
-        return result;
-    }
-    json runJson(const std::string& arguments) const {
-        const Outcome result = run(arguments + " --json");
-        EXPECT_EQ(result.status, 0) << result.out << result.err;
-        return json::parse(result.out.substr(result.out.rfind("\n{") + 1), nullptr, false);
-    }
-    void write(const std::string& name, const std::string& text) const {
-        std::ofstream(mFolder / name) << text;
-    }
-
-    const fs::path mFolder = fs::path(testing::TempDir()) / ("oisctl_test_" + std::to_string(getpid()));
-};
 
 TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
     write("bad_scenario.toml", "duration_s = 1\n[[span]]\nzoom_ration = 2\n");
@@ -193,6 +137,7 @@ std::map<std::string, std::set<std::string>> documentedKeys() {
 TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
     const std::string module = run("modules dw9786 --toml").out;
     write("doubtful.toml", std::regex_replace(module, std::regex("driverName = .*"), "driverName = \"\""));
+    write("nowhere.toml", moduleOfNoDevice());
     run("record --seconds 0.2");
     const std::string recording = readFile(mFolder / "ois_dump_tele_dw9786_status.txt");
     write("cut.txt", recording.substr(0, recording.size() - 9));
@@ -201,6 +146,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
     std::vector<std::pair<const char*, std::vector<const char*>>> cases{
         {"session, op, mode",
          {"session --wall-time --fault SET_MODE@3:lost --fault SET_MODE@300:lost",
+          "session -m nowhere.toml --kernel real", "session -m dw9786 --operations on,off",
           "session --scenario fix-mode", "op read-gain-x", "mode 2"}},
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
         {"compare", {"compare a.jsonl b.jsonl"}},

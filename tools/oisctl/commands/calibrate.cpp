@@ -180,6 +180,7 @@ int run(Settings settings) {
     settings.presets.push_back(phone::knownProperty("bypassen", "0"));
     if (settings.motion.empty()) settings.motion = "rest";
     DriverSession session(settings, Narration::kIfVerbose);
+    session.requireMayWrite("calibrate", findOperation(kGyroOffset)->name);
     session.requireStreaming();
     if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);

@@ -172,6 +172,7 @@ void prepareHub(DriverSession& session, const Options& options) {
 int run(const Options& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
     session.requireModule("firmware-update", "with OIS", hasOis);
+    session.requireMayWrite("firmware-update", "an update");
     const bool ownImage = !options.image.empty() || options.imageVersion || options.from;
     if (!session.behindHub() && ownImage) {
         throw InputError("--image, --image-version and --from are for a controller behind the hub; " +

@@ -23,11 +23,10 @@ struct Options {
 
 // Opens, streams, does it, closes.
 template <typename Work>
-int runOnce(const Settings& settings, const Work& work) {
-    DriverSession session(settings, Narration::kCalls);
+int runOnce(DriverSession& session, const Work& work) {
     Summary summary;
     if (session.openFor()) {
-        work(session, summary.operations);
+        work(summary.operations);
         const auto call = session.tally().lastCall();
         if (call && call->sentNothing()) {
             session.fail(fmt::format("{} sent nothing{}{}", call->name, call->lastMessage.empty() ? "" : ": ",
@@ -41,7 +40,10 @@ int runOnce(const Settings& settings, const Work& work) {
 int runOperation(const Options& options) {
     const int32_t operation =
         options.gain ? gainOperation(options.operation, *options.gain) : options.operation;
-    return runOnce(options.settings, [&](DriverSession& session, std::vector<OperationResult>& results) {
+    DriverSession session(options.settings, Narration::kCalls);
+    if (const OperationInfo* info = findOperation(operation); info != nullptr && info->writes)
+        session.requireMayWrite("op", info->name);
+    return runOnce(session, [&](std::vector<OperationResult>& results) {
         results.push_back({operation, session.setOperation(operation)});
         // The detector works on a thread of its own, which no close waits for.
         std::thread& detector = session.driver().mDefectDetectThread;
@@ -51,9 +53,8 @@ int runOperation(const Options& options) {
 }
 
 int runMode(const Options& options) {
-    return runOnce(options.settings, [&](DriverSession& session, std::vector<OperationResult>&) {
-        session.setMode(options.mode);
-    });
+    DriverSession session(options.settings, Narration::kCalls);
+    return runOnce(session, [&](std::vector<OperationResult>&) { session.setMode(options.mode); });
 }
 
 std::string operationList() {

@@ -18,7 +18,6 @@ namespace oisctl {
 namespace {
 
 constexpr double kMicrosPerSecond = 1e6;
-constexpr int32_t kEngineeringMode = 8;
 constexpr int32_t kModeOn = 2;
 constexpr int64_t kStepUs = 250'000;  // between two looks at the clock; each costs two changes of thread
 
@@ -35,7 +34,7 @@ struct Options {
 bool startRecorder(DriverSession& session) {
     ois_params request{};
     request.engineer_mode = kEngineeringMode;
-    request.engineer_operation = -1;
+    request.engineer_operation = kNoOperation;
     session.setParams(request);
     // The second one makes the close wait for the recorder.
     session.setParams(request);

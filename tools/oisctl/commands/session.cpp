@@ -1,5 +1,7 @@
 // oisctl session: the main job.
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -39,13 +41,13 @@ class Tour {
           mProgress("session", static_cast<double>(options.modes.size()) * options.holdS) {}
 
     Summary run() {
+        chooseOperations();
         const bool supported = mSession.open();
         if (supported) {
             mSession.notifyStream(true);
             mSession.waitForBringUp();
             if (mSession.channelIsUp()) {
-                goThroughModes();
-                runOperations();
+                goThroughTour();
             }
             mSession.notifyStream(false);
         }
@@ -55,6 +57,37 @@ class Tour {
     }
 
   private:
+    // Where nothing writes a gain, none may have changed.
+    void goThroughTour() {
+        const bool compares = !mSession.behindHub() && std::ranges::none_of(mOperations, writesCalibration);
+        if (compares) {
+            mSummary.gains = {{"x", kReadGainX}, {"y", kReadGainY}};
+            readGains(&GainReading::before);
+        }
+        goThroughModes();
+        runOperations();
+        if (compares) {
+            readGains(&GainReading::after);
+            compareGains();
+        }
+    }
+
+    void readGains(std::optional<int32_t> GainReading::*when) {
+        for (GainReading& gain : mSummary.gains) {
+            const int32_t value = mSession.setOperation(gain.operation);
+            const auto call = mSession.tally().lastCall();
+            if (call && call->delivered > 0) gain.*when = value;
+        }
+    }
+
+    void compareGains() {
+        for (const GainReading& gain : mSummary.gains) {
+            if (!gain.before || !gain.after || *gain.before == *gain.after) continue;
+            mSession.fail(fmt::format("the {} gain was {} before, and is {} now, though nothing wrote it",
+                                      gain.axis, gainText(*gain.before), gainText(*gain.after)));
+        }
+    }
+
     void goThroughModes() {
         for (const int32_t mode : mOptions.modes) {
             if (interrupted()) return;
@@ -78,11 +111,21 @@ class Tour {
         }
     }
 
+    void chooseOperations() {
+        mOperations = mOptions.operations;
+        if (!mOperations.empty()) return;
+        for (const OperationInfo& info : operations()) {
+            if (info.number == kDetectDefect) continue;
+            if (info.writes && !mSession.mayWrite()) {
+                mSummary.leftOut.emplace_back(info.name);
+            } else {
+                mOperations.push_back(info.number);
+            }
+        }
+    }
+
     void runOperations() {
-        std::vector<int32_t> wanted = mOptions.operations;
-        for (const OperationInfo& info : operations())
-            if (mOptions.operations.empty() && info.number != kDetectDefect) wanted.push_back(info.number);
-        for (const int32_t operation : wanted) {
+        for (const int32_t operation : mOperations) {
             if (interrupted()) return;
             mSummary.operations.push_back({operation, mSession.setOperation(operation)});
         }
@@ -92,6 +135,7 @@ class Tour {
     const Options& mOptions;
     Progress mProgress;
     ShakeMeter mShake;
+    std::vector<int32_t> mOperations;
     Summary mSummary;
 };
 
@@ -101,9 +145,16 @@ Settings withScenario(Settings settings, const Scenario& scenario) {
     return settings;
 }
 
+// Nothing that the user names is left out in silence.
+void requireMayRun(const DriverSession& session, const std::string& option, const std::set<int32_t>& wanted) {
+    for (const int32_t operation : wanted)
+        if (writesCalibration(operation)) session.requireMayWrite(option, findOperation(operation)->name);
+}
+
 int run(const Options& options) {
     if (options.scenario.empty()) {
         DriverSession session(options.settings, Narration::kCalls);
+        requireMayRun(session, "--operations", {options.operations.begin(), options.operations.end()});
         session.requireStreaming();
         return conclude(session, Tour(session, options).run());
     }
@@ -113,6 +164,7 @@ int run(const Options& options) {
                          ": sets the temperature, which --kernel real allows only with --thermal-folder");
     }
     DriverSession session(withScenario(options.settings, scenario), Narration::kCommands);
+    requireMayRun(session, "--scenario " + options.scenario, scenario.operations());
     // What the command line says overrides what the scenario says.
     if (scenario.motion && options.settings.motion.empty()) session.phone().motion().set(scenario.motion);
     session.requireStreaming();

@@ -11,6 +11,7 @@
 #include "base/file_content.h"
 #include "base/suggest.h"
 #include "base/toml_reader.h"
+#include "session/operations.h"
 
 namespace oisctl {
 
@@ -244,6 +245,20 @@ bool Scenario::setsTemperature() const {
     return std::ranges::any_of(spans,
                                [&](const Span& span) { return std::ranges::any_of(span.values, states); }) ||
            std::ranges::any_of(moments, [](const Moment& moment) { return moment.thermal.has_value(); });
+}
+
+std::set<int32_t> Scenario::operations() const {
+    std::set<int32_t> all;
+    for (const Moment& moment : moments)
+        if (moment.operation) all.insert(*moment.operation);
+    for (uint64_t frame = 0; frame < frames(); ++frame) {
+        const double timeS = frameTimeS(frame);
+        if (!value("engineer_mode", timeS) || value("requests", timeS) == 0) continue;
+        const ois_params request = requestAt(timeS, 0);
+        const bool runsOne = request.engineer_mode == kEngineeringMode;
+        if (runsOne && request.engineer_operation != kNoOperation) all.insert(request.engineer_operation);
+    }
+    return all;
 }
 
 Scenario parseScenario(std::string_view text, const std::string& source, uint64_t seed) {

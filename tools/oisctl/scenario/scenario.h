@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -93,6 +94,8 @@ struct Scenario {
     // Whether the timeline itself says when the camera streams; else it does from first to last frame.
     bool drivesStream() const;
     bool setsTemperature() const;
+    // Those that it runs, by moments and by engineering requests; each once.
+    std::set<int32_t> operations() const;
 };
 
 // Throws InputError "SOURCE:LINE: what is wrong; what would be right". `seed` is that of built-in motions.

@@ -19,6 +19,7 @@
 #include "services/log_service.h"
 #include "services/property_store.h"
 #include "session/operations.h"
+#include "wire/commands.h"
 
 namespace oisctl {
 
@@ -65,6 +66,12 @@ std::vector<phone::Field> fieldsOf(const ois_params& params) {
     return fields;
 }
 
+int32_t sendFixMode(OISDrv& driver, ois::OisFixMode record) {
+    constexpr auto kCommand = ois::command::kSetFixMode;
+    return driver.ConfigOisTransfer(ois::code(kCommand.request), ois::id(kCommand.hub), &record, &record,
+                                    kCommand.inLength, kCommand.outLength);
+}
+
 void requireMatchingFolders(const Settings& settings) {
     if (settings.realKernel) return;
     for (const auto& [option, folder] : {std::pair("--dump-folder ", &settings.dumpFolder),
@@ -94,6 +101,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
     mPhone->trace().setListener([this](const phone::Event& event) {
         const std::optional<EndedCall> ended = mCalls.take(event);
         mTally.count(event, ended);
+        mOrders.take(event);
         mTraceOutput.show(event, ended);
         if (mObserver) mObserver(event);
     });
@@ -128,7 +136,7 @@ void DriverSession::setMotion(const std::string& nameOrFile) {
 }
 
 phone::Stabiliser* DriverSession::stabiliser() {
-    if (mSettings.realKernel && !behindHub()) return nullptr;
+    if (onDevice()) return nullptr;
     if (!mModule.hasOis) return nullptr;
     if (behindHub()) return &mPhone->hub().chip().stabiliser();
     phone::Controller* controller = mPhone->controller(mSettings.sensorDev);
@@ -153,6 +161,14 @@ void DriverSession::requireModule(std::string_view command, std::string_view nee
     std::erase_if(able, [fits](const phone::ModuleDescription& module) { return !fits(module); });
     throw InputError(fmt::format("{}: {} is no module {}; these are: {}", command, mModule.name, needed,
                                  joined(namesIn(able, &phone::ModuleDescription::name))));
+}
+
+void DriverSession::requireMayWrite(std::string_view job, std::string_view writes) const {
+    if (mayWrite()) return;
+    throw InputError(
+        fmt::format("{}: {} would change or keep calibration of a real controller; "
+                    "--allow-write lets it",
+                    job, writes));
 }
 
 void DriverSession::clearFaults() {
@@ -201,10 +217,28 @@ bool DriverSession::channelIsUp() const {
 
 void DriverSession::close() {
     if (mOpen) {
+        bringToRest();
         mOpen = false;
         run("Uninit", {}, [this] { return mDriver->Uninit(); });
     }
     joinWorkers();
+}
+
+void DriverSession::bringToRest() {
+    if (behindHub() || !channelIsUp()) return;  // the hub puts its controller to rest by itself
+    std::thread& detector = mDriver->mDefectDetectThread;
+    if (detector.joinable()) detector.join();  // or it moves the lens again
+    const ControllerOrders::Last last = mOrders.last();
+    if (last.target && last.target->manualEnable != 0) {
+        // Where the lens is: a controller that looks at the target alone does not jump.
+        ois::OisFixMode released = *last.target;
+        released.manualEnable = 0;
+        call("ConfigOisTransfer", {{"manual_enable", int64_t{0}}},
+             [&] { return sendFixMode(*mDriver, released); });
+    }
+    // Also releases a target whatever its enable word was. The operation goes out in any case; the driver
+    // keeps a mode that it believes to be set to itself.
+    if (last.target || last.stabilising) setOperation(kStabilisationOff);
 }
 
 // The last Uninit leaves the recorder unless two engineering requests were made, and always the defect

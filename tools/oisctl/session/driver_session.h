@@ -17,6 +17,7 @@
 #include "ois_drv.h"
 #include "phone.h"
 #include "session/calls.h"
+#include "session/controller_orders.h"
 #include "session/settings.h"
 #include "session/tally.h"
 #include "session/trace_output.h"
@@ -43,7 +44,14 @@ class DriverSession {
     const phone::ModuleDescription& module() const { return mModule; }
     const Settings& settings() const { return mSettings; }
     Tally& tally() { return mTally; }
+    const ControllerOrders& orders() const { return mOrders; }
     bool behindHub() const { return mModule.behindHub(); }
+    // Whether the controller is one of this machine's own, which outlives the session.
+    bool onDevice() const { return mSettings.realKernel && !behindHub(); }
+    // Whether what changes or keeps calibration may go out.
+    bool mayWrite() const { return !onDevice() || mSettings.allowWrite; }
+    // Throws InputError unless it may. `job` is what was asked for; `writes`, what of it would write.
+    void requireMayWrite(std::string_view job, std::string_view writes) const;
     // The lens and loop of the module; null for a module without a simulated controller.
     phone::Stabiliser* stabiliser();
 
@@ -73,7 +81,8 @@ class DriverSession {
     // channel that is not up then is a failure.
     void waitForBringUp();
     bool channelIsUp() const;
-    // Uninit, and the end of every worker.
+    // Uninit, and the end of every worker. A controller on a sub-device is left with stabilisation off and no
+    // target held, whatever it was told before.
     void close();
 
     int32_t notifyStream(bool on);
@@ -106,6 +115,7 @@ class DriverSession {
                                std::span<const uint8_t> argument = {});
     void requireItsPlace(const phone::Fault& fault) const;
     void setProperties();
+    void bringToRest();
     void joinWorkers();
 
     const InterruptGuard mInterruptGuard;  // a procedure of the driver is always carried through
@@ -114,6 +124,7 @@ class DriverSession {
     const phone::ModuleDescription mModule;
     Calls mCalls;
     Tally mTally;
+    ControllerOrders mOrders;
     TraceOutput mTraceOutput;
     std::function<void(const phone::Event&)> mObserver;
     std::unique_ptr<phone::Phone> mPhone;

@@ -25,17 +25,18 @@ constexpr double kMaxGain = 200000;
 
 const std::vector<OperationInfo>& operations() {
     static const std::vector<OperationInfo> all{
-        {0, "off", "stabilisation off"},
+        {kStabilisationOff, "off", "stabilisation off"},
         {1, "on", "stabilisation on"},
-        {2, "gyro-offset", "measure and keep the gyro offset"},
-        {5, "read-gain-x", "read the x gain, in 1/10000"},
-        {6, "read-gain-y", "read the y gain, in 1/10000"},
+        {kGyroOffset, "gyro-offset", "measure and keep the gyro offset", true},
+        {kReadGainX, "read-gain-x", "read the x gain, in 1/10000"},
+        {kReadGainY, "read-gain-y", "read the y gain, in 1/10000"},
         {11, "acc-on", "accelerometer compensation on, at the module's default distance"},
         {12, "acc-off", "accelerometer compensation off"},
-        {15, "write-gain-x", "write the x gain: a value, or without one 15/10000"},
-        {16, "write-gain-y", "write the y gain: a value, or without one 16/10000"},
+        {kWriteGainX, "write-gain-x", "write the x gain: a value, or without one 15/10000", true},
+        {kWriteGainY, "write-gain-y", "write the y gain: a value, or without one 16/10000", true},
         {18, "operation-18", "the controller's own operation 18"},
-        {19, "detect-defect", "start the actuator defect detector, or join one that found a defect"},
+        {kDetectDefect, "detect-defect",
+         "start the actuator defect detector, or join one that found a defect"},
     };
     return all;
 }
@@ -51,6 +52,11 @@ const OperationInfo* findOperation(int32_t number) {
     const auto found =
         std::find_if(all.begin(), all.end(), [number](const auto& info) { return info.number == number; });
     return found == all.end() ? nullptr : &*found;
+}
+
+bool writesCalibration(int32_t operation) {
+    const OperationInfo* info = findOperation(operation);
+    return info != nullptr && info->writes;
 }
 
 int32_t operationNumber(const std::string& nameOrNumber) {
@@ -73,6 +79,10 @@ int32_t gainOperation(int32_t operation, double gain) {
                                      least / kGainUnit, kMaxGain));
     }
     return static_cast<int32_t>(isX ? -units : units);
+}
+
+std::string gainText(int32_t value) {
+    return fmt::format("{:.4f}", value / kGainUnit);
 }
 
 const std::vector<ModeInfo>& modes() {

@@ -29,6 +29,7 @@ struct Settings {
 
     bool realTime = false;
     bool realKernel = false;  // this machine's own
+    bool allowWrite = false;  // to a real controller: what changes or keeps its calibration
     std::filesystem::path dumpFolder;
     std::filesystem::path thermalFolder;
     std::filesystem::path folder;

@@ -86,6 +86,34 @@ Field operationField(const std::vector<OperationResult>& operations) {
     return {"operations", operations.empty() ? "" : "operations", table, joined(lines, "\n")};
 }
 
+Field leftOutField(const std::vector<std::string>& names) {
+    return {"left_out", names.empty() ? "" : "left out", names,
+            joined(names) + ": they write to the controller; --allow-write runs them"};
+}
+
+// Opening writes, whatever the command; the summary of a device does not keep it to itself.
+Field customisationField(const DriverSession& session) {
+    const bool written = session.orders().last().customised;
+    return {"customisation_written", session.onDevice() && written ? "opening" : "", written,
+            "wrote the module's customisation to the controller, as a phone does"};
+}
+
+Field gainField(const std::vector<GainReading>& gains) {
+    const auto text = [](const std::optional<int32_t>& value) {
+        return value ? gainText(*value) : "not read";
+    };
+    const auto value = [](const std::optional<int32_t>& gain) { return gain ? Value(*gain) : Value(); };
+    Table table;
+    std::vector<std::string> lines;
+    for (const GainReading& gain : gains) {
+        table.push_back(
+            {{"axis", "", gain.axis}, {"before", "", value(gain.before)}, {"after", "", value(gain.after)}});
+        lines.push_back(
+            fmt::format("{} {} before, {} after", gain.axis, text(gain.before), text(gain.after)));
+    }
+    return {"gains", gains.empty() ? "" : "gains", table, joined(lines, "\n")};
+}
+
 Field shakeField(const ShakeLeft& shake) {
     const auto value = [](const std::optional<double>& rms) { return rms ? Value(*rms) : Value(); };
     std::vector<std::string> parts;
@@ -218,6 +246,9 @@ int conclude(DriverSession& session, const Summary& summary) {
           grouped(counts.undelivered) + " to a sub-device that is not open"},
          modeField(summary.modes),
          operationField(summary.operations),
+         leftOutField(summary.leftOut),
+         customisationField(session),
+         gainField(summary.gains),
          shakeField(summary.shake)},
         Ending::kReport, counts.failures == 0 && session.phone().faults().strikes() == 0);
 }

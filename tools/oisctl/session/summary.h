@@ -24,6 +24,14 @@ struct OperationResult {
     int32_t result = 0;
 };
 
+// An axis' gain as the controller answered, in 1/10000; empty where it did not.
+struct GainReading {
+    const char* axis;
+    int32_t operation;  // that reads it
+    std::optional<int32_t> before{};
+    std::optional<int32_t> after{};
+};
+
 // What a job came to: for programs, for people.
 struct Verdict {
     const char* key;
@@ -36,6 +44,8 @@ struct Summary {
     uint64_t requests = 0;
     std::vector<ModeSpan> modes;
     std::vector<OperationResult> operations;
+    std::vector<std::string> leftOut;  // operations that a real controller is not asked for
+    std::vector<GainReading> gains;    // of a tour that writes none
     ShakeLeft shake;
 };
 
