@@ -30,9 +30,9 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
                          char* driverName, void* custInfo, void* custExt) {
     const phone::PhoneInUse phone;
     if (phone) phone->clock().enter();
-    const phone::ModuleDescription* module = phone ? phone->module(sensorDev) : nullptr;
     phone::Fate fate;
     if (phone) fate = phone->faults().consult(phone::FaultPoint::kCustomisation);
+    const phone::ModuleDescription* module = phone ? phone->module(sensorDev) : nullptr;
     const bool known = module != nullptr && !fate.fails();
     const phone::ModuleDescription answer = known ? *module : phone::ModuleDescription{};
     const int32_t supported = known && answer.hasOis ? 1 : 0;
@@ -47,17 +47,16 @@ int32_t GetOisDriverName(int32_t sensorDev, int32_t sensorId, int32_t moduleId, 
 
     if (phone && phone->trace().enabled()) {
         const bool answered = !fate.fails();
-        phone->trace().record({.kind = phone::EventKind::kCustomisation,
-                               .name = "GetOisDriverName",
-                               .received = answered ? bytesOf(answer) : std::vector<uint8_t>{},
-                               .fields = {{"sensor_dev", int64_t{sensorDev}},
-                                          {"sensor_id", int64_t{sensorId}},
-                                          {"module_id", int64_t{moduleId}},
-                                          {"module", module == nullptr ? std::string("none") : module->name},
-                                          {"driver_name", answer.driverName}},
-                               .answer = {{"status", int64_t{answer.status}}},
-                               .result = supported,
-                               .fault = fate.fault()});
+        phone->trace().record(
+            {.kind = phone::EventKind::kCustomisation,
+             .name = "GetOisDriverName",
+             .received = answered ? bytesOf(answer) : std::vector<uint8_t>{},
+             .fields = {{"sensor_dev", int64_t{sensorDev}},
+                        {"sensor_id", int64_t{sensorId}},
+                        {"module_id", int64_t{moduleId}}},
+             .answer = {{"status", int64_t{answer.status}}, {"driver_name", answer.driverName}},
+             .result = supported,
+             .fault = fate.fault()});
     }
     return supported;
 }

@@ -74,7 +74,8 @@ int32_t Properties::property_get(const char* key, char* value, const char* defau
     const Fate fate = consult(*phone, key);
     const std::span<char> space(value, kTextSize);
     // "" is a name that nothing has.
-    const std::string standsFor = fate.result() ? std::to_string(*fate.result()) : fallback;
+    std::string standsFor = fate.result() ? std::to_string(*fate.result()) : fallback;
+    if (fate.answered()) standsFor.assign(fate.bytes().begin(), fate.bytes().end());
     const size_t length = fate.fails() || fate.result() ? phone->properties().getText("", space, standsFor)
                                                         : phone->properties().getText(key, space, fallback);
     if (phone->trace().enabled()) {

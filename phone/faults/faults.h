@@ -63,6 +63,7 @@ struct FaultEffect {
         kGarbage,  // proceeds, and what comes back is overwritten with `bytes` (repeated to fill)
         kResult,   // proceeds, and returns `result`
         kItself,   // what the place's name says, with `result` as its value
+        kAnswer,   // nobody behind it is asked: `error`, or `result` and `bytes` as they stand, is the answer
     };
     Kind kind = Kind::kFail;
     int error = 5;  // EIO
@@ -105,16 +106,22 @@ class Fate {
     explicit Fate(std::shared_ptr<const Fault> fault) : mFault(std::move(fault)) {}
 
     explicit operator bool() const { return mFault != nullptr; }
-    const std::shared_ptr<const Fault>& fault() const { return mFault; }
+    // Null for an answer: nothing went wrong there.
+    std::shared_ptr<const Fault> fault() const { return answered() ? nullptr : mFault; }
 
-    bool fails() const { return is(FaultEffect::Kind::kFail); }
+    bool answered() const { return is(FaultEffect::Kind::kAnswer); }
+    // Of an answer.
+    std::span<const uint8_t> bytes() const { return mFault->effect.bytes; }
+    bool fails() const { return is(FaultEffect::Kind::kFail) || (answered() && mFault->effect.error != 0); }
     int error() const { return fails() ? mFault->effect.error : 0; }
     bool lost() const { return is(FaultEffect::Kind::kLost); }
     // What stands for the call's own result.
     std::optional<int64_t> result() const;
     // The value of a place whose name says what happens.
     int64_t value() const { return mFault->effect.result; }
-    bool spoils() const { return is(FaultEffect::Kind::kGarbage) && !mFault->effect.bytes.empty(); }
+    bool spoils() const {
+        return (is(FaultEffect::Kind::kGarbage) || answered()) && !mFault->effect.bytes.empty();
+    }
     // Overwrites what came back, if that is what the fault does.
     void spoil(std::span<std::byte> answer) const;
 

@@ -137,7 +137,10 @@ int32_t SensorHub::command(eSensorType type, OisCustomCmd& command) {
         mFaults.consult(FaultPoint::kHubCommand, info == nullptr ? std::string_view() : info->name,
                         std::as_bytes(std::span(&sent, 1)));
     int32_t result = -fate.error();
-    if (result == 0 && !fate.lost()) {
+    if (fate.answered()) {
+        result = static_cast<int32_t>(fate.result().value_or(0));
+        if (fate.bytes().size() == sizeof command) command = recordOf<OisCustomCmd>(fate.bytes());
+    } else if (result == 0 && !fate.lost()) {
         result = execute(command);
         result = static_cast<int32_t>(fate.result().value_or(result));
         const size_t length = std::min<size_t>(command.outputLength, ois::kHubPayloadSize);

@@ -71,7 +71,12 @@ ssize_t Kernel::readlink(const char* path, char* buffer, size_t size) {
     mClock.enter();
     const Fate fate = mFaults.consult(FaultPoint::kReadlink, path);
     std::string target;
-    ssize_t length = fate.error() != 0 ? -fate.error() : followLink(path, target);
+    ssize_t length = -fate.error();
+    if (length == 0 && fate.answered()) {
+        target.assign(fate.bytes().begin(), fate.bytes().end());
+    } else if (length == 0) {
+        length = followLink(path, target);
+    }
     if (length >= 0) {
         fate.spoil(std::as_writable_bytes(std::span(target)));
         target.resize(std::min(target.size(), size));

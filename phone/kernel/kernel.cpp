@@ -92,12 +92,14 @@ Kernel::Node* Kernel::keepNode(Node node) {
 }
 
 // A descriptor, or a negative errno.
-int Kernel::openNode(const char* path, int flags, Node*& node) {
-    node = findNode(path);
+int Kernel::openNode(const char* path, int flags, bool answered, Node*& node) {
+    node = answered ? keepNode({path, Node::Kind::kAnswers, 0, nullptr}) : findNode(path);
     if (node == nullptr) return -ENOENT;
     // A simulated node is a descriptor of its own, so that numbers are the machine's and no other file has
     // them.
-    const int fd = mReal ? libc().open(path, flags) : eventfd(0, (flags & O_CLOEXEC) != 0 ? EFD_CLOEXEC : 0);
+    const int fd = node->kind == Node::Kind::kMachine
+                       ? libc().open(path, flags)
+                       : eventfd(0, (flags & O_CLOEXEC) != 0 ? EFD_CLOEXEC : 0);
     if (fd < 0) return -errno;
     if (fd < kDescriptors) return fd;
     libc().close(fd);
@@ -112,7 +114,7 @@ int Kernel::open(const char* path, int flags) {
     if (fate.error() != 0) {
         fd = -fate.error();
     } else {
-        fd = openNode(path, flags, node);
+        fd = openNode(path, flags, fate.answered(), node);
         if (fd >= 0) mDescriptors[static_cast<size_t>(fd)].store(node, std::memory_order_release);
     }
     if (mTrace.enabled()) {

@@ -87,7 +87,7 @@ class Kernel : private KernelParts {
     Node* nodeOf(int fd) const;
     Node* findNode(const std::string& path);
     Node* keepNode(Node node);
-    int openNode(const char* path, int flags, Node*& node);
+    int openNode(const char* path, int flags, bool answered, Node*& node);
     static bool knows(const Node& node, uint32_t request);
     int32_t refuse(const Node& node, uint32_t request, const void* argument);
     int32_t request(const Node& node, uint32_t request, void* argument);

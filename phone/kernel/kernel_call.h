@@ -19,7 +19,12 @@ class Controller;
 
 // What is behind a descriptor.
 struct Kernel::Node {
-    enum class Kind { kMedia, kSubDevice, kMachine };  // kMachine: a device of the machine's own kernel
+    enum class Kind {
+        kMedia,
+        kSubDevice,
+        kMachine,  // a device of the machine's own kernel
+        kAnswers,  // nothing: each request to it is answered as faults say
+    };
 
     std::string path;
     Kind kind = Kind::kMachine;

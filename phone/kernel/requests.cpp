@@ -72,6 +72,7 @@ int Kernel::ioctl(int fd, uint32_t request, void* argument) {
 int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte> record) {
     [[maybe_unused]] const InsideKernel inside;
     if (node.kind == Node::Kind::kSubDevice) return node.controller->handle(request, record);
+    if (node.kind == Node::Kind::kAnswers) return 0;
     if (request == MEDIA_IOC_DEVICE_INFO) {
         return mMedia.deviceInfo(node.number, *reinterpret_cast<media_device_info*>(record.data()));
     }
@@ -79,6 +80,7 @@ int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte
 }
 
 bool Kernel::knows(const Node& node, uint32_t request) {
+    if (node.kind == Node::Kind::kAnswers) return _IOC_SIZE(request) <= kLargestRecord;
     const RequestInfo* info = findRequest(request);
     if (info == nullptr) return false;
     if (node.kind == Node::Kind::kMedia) return info->kind == EventKind::kMedia;

@@ -143,6 +143,8 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
     write("cut.txt", recording.substr(0, recording.size() - 9));
     run("session --json --trace=a.jsonl");
     run("session --json --trace=b.jsonl --fault SET_MODE@3:lost");
+    write("changed.jsonl",
+          std::regex_replace(readFile(mFolder / "a.jsonl"), std::regex(R"("mode":2)"), R"("mode":0)"));
     std::vector<std::pair<const char*, std::vector<const char*>>> cases{
         {"session, op, mode",
          {"session --wall-time --fault SET_MODE@3:lost --fault SET_MODE@300:lost",
@@ -150,6 +152,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
           "session --scenario fix-mode", "op read-gain-x", "mode 2"}},
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
         {"compare", {"compare a.jsonl b.jsonl"}},
+        {"replay", {"replay changed.jsonl", "replay a.jsonl"}},
         {"calibrate", {"calibrate"}},
         {"firmware-update", {"firmware-update", "firmware-update -m dw9786"}},
         {"registers", {"registers --watch --seconds 0.1"}},

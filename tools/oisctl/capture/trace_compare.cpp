@@ -147,10 +147,15 @@ std::string eventName(const Event& event) {
 
 using Events = std::vector<const TracedEvent*>;
 
+bool counts(const Event& event, const Aside& aside) {
+    if (aside.kinds.contains(event.kind)) return false;
+    return !phone::isCommand(event.kind) || !aside.commands.contains(phone::nameOf(event));
+}
+
 std::map<uint32_t, Events> byThread(const TraceFile& trace, const Aside& aside) {
     std::map<uint32_t, Events> threads;
     for (const TracedEvent& traced : trace.events)
-        if (!aside.kinds.contains(traced.event.kind)) threads[traced.event.thread].push_back(&traced);
+        if (counts(traced.event, aside)) threads[traced.event.thread].push_back(&traced);
     return threads;
 }
 

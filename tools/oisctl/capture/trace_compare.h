@@ -40,10 +40,15 @@ struct TraceComparison {
     uint64_t commandsCompared = 0;                      // those of them that are commands
 };
 
-// What is left aside: kinds of events by name, and fields of records and answers.
+inline bool isEqual(const TraceComparison& compared) {
+    return !compared.first && compared.commands.empty();
+}
+
+// What is left aside: kinds of events, fields of records and answers, commands by name.
 struct Aside {
-    std::set<phone::EventKind> kinds;
-    std::set<std::string, std::less<>> fields;
+    std::set<phone::EventKind> kinds{};
+    std::set<std::string, std::less<>> fields{};
+    std::set<std::string> commands{};
 };
 
 // Compares thread by thread, in order. Times, numbers of descriptors and addresses of memory do not count.

@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -19,6 +21,19 @@ bool isReport(std::string_view line) {
 }
 
 }  // namespace
+
+void numberThreads(TraceFile& trace) {
+    const auto isCall = [](const TracedEvent& traced) {
+        return traced.event.kind == phone::EventKind::kCall;
+    };
+    const auto caller = std::ranges::find_if(trace.events, isCall);
+    std::map<uint32_t, uint32_t> numbers;
+    if (caller != trace.events.end()) numbers.emplace(caller->event.thread, 0);
+    for (TracedEvent& traced : trace.events) {
+        const auto next = static_cast<uint32_t>(numbers.size());
+        traced.event.thread = numbers.try_emplace(traced.event.thread, next).first->second;
+    }
+}
 
 TraceFile loadTrace(const std::filesystem::path& path) {
     const std::string text = asInput("", [&] { return phone::readTextFile(path); });
@@ -38,11 +53,12 @@ TraceFile loadTrace(const std::filesystem::path& path) {
             }
         } catch (const std::invalid_argument& error) {
             if (isReport(line)) continue;
-            throw InputError(fmt::format("{}:{}: {}; a trace is written with --trace=FILE", path.string(),
+            throw InputError(fmt::format("{}:{}: {}", path.string(),
                                          number, error.what()));
         }
     }
     if (trace.events.empty()) throw InputError(path.string() + ": holds no event of a trace");
+    numberThreads(trace);
     return trace;
 }
 

@@ -21,8 +21,12 @@ struct TraceFile {
     std::vector<TracedEvent> events;  // in order
 };
 
-// A trace in JSON lines; the report that a command prints behind its trace is left out. Throws InputError
-// that names file, line and what is wrong there.
+// Numbers the threads anew: 0 is the one that calls the driver, or else the first; the others follow in the
+// order in which they appear. So threads of two traces that do the same have the same numbers.
+void numberThreads(TraceFile& trace);
+
+// A trace in JSON lines, its threads numbered so; the report that a command prints behind its trace is left
+// out. Throws InputError that names file, line and what is wrong there.
 TraceFile loadTrace(const std::filesystem::path& path);
 
 }  // namespace oisctl

@@ -66,12 +66,6 @@ std::vector<phone::Field> fieldsOf(const ois_params& params) {
     return fields;
 }
 
-int32_t sendFixMode(OISDrv& driver, ois::OisFixMode record) {
-    constexpr auto kCommand = ois::command::kSetFixMode;
-    return driver.ConfigOisTransfer(ois::code(kCommand.request), ois::id(kCommand.hub), &record, &record,
-                                    kCommand.inLength, kCommand.outLength);
-}
-
 void requireMatchingFolders(const Settings& settings) {
     if (settings.realKernel) return;
     for (const auto& [option, folder] : {std::pair("--dump-folder ", &settings.dumpFolder),
@@ -221,7 +215,7 @@ void DriverSession::close() {
         mOpen = false;
         run("Uninit", {}, [this] { return mDriver->Uninit(); });
     }
-    joinWorkers();
+    joinWorkers(*mDriver);
 }
 
 void DriverSession::bringToRest() {
@@ -233,20 +227,28 @@ void DriverSession::bringToRest() {
         // Where the lens is: a controller that looks at the target alone does not jump.
         ois::OisFixMode released = *last.target;
         released.manualEnable = 0;
-        call("ConfigOisTransfer", {{"manual_enable", int64_t{0}}},
-             [&] { return sendFixMode(*mDriver, released); });
+        constexpr auto kCommand = ois::command::kSetFixMode;
+        const uint32_t request = ois::code(kCommand.request);
+        const int32_t hubCommand = ois::id(kCommand.hub);
+        call(
+            "ConfigOisTransfer",
+            {{"request", uint64_t{request}, true},
+             {"command", int64_t{hubCommand}},
+             {"output_length", int64_t{kCommand.outLength}}},
+            [&] {
+                return mDriver->ConfigOisTransfer(request, hubCommand, &released, &released,
+                                                  kCommand.inLength, kCommand.outLength);
+            },
+            bytesOf(released));
     }
     // Also releases a target whatever its enable word was. The operation goes out in any case; the driver
     // keeps a mode that it believes to be set to itself.
     if (last.target || last.stabilising) setOperation(kStabilisationOff);
 }
 
-// The last Uninit leaves the recorder unless two engineering requests were made, and always the defect
-// detector.
-void DriverSession::joinWorkers() {
-    std::atomic_ref(mDriver->mProperty.isRun).store(0);
-    for (std::thread* worker :
-         {&mDriver->mDumpThread, &mDriver->mDefectDetectThread, &mDriver->mInitDrvThread}) {
+void joinWorkers(OISDrv& driver) {
+    std::atomic_ref(driver.mProperty.isRun).store(0);
+    for (std::thread* worker : {&driver.mDumpThread, &driver.mDefectDetectThread, &driver.mInitDrvThread}) {
         if (worker->joinable()) worker->join();
     }
 }

@@ -30,6 +30,10 @@ std::span<const uint8_t> bytesOf(const Record& record) {
     return {reinterpret_cast<const uint8_t*>(&record), sizeof record};
 }
 
+// Ends what still runs on the driver's threads: the last Uninit leaves the recorder unless two engineering
+// requests were made, and always the defect detector.
+void joinWorkers(OISDrv& driver);
+
 class DriverSession {
   public:
     // Sets the phone up as `settings` say. Throws InputError.
@@ -116,7 +120,6 @@ class DriverSession {
     void requireItsPlace(const phone::Fault& fault) const;
     void setProperties();
     void bringToRest();
-    void joinWorkers();
 
     const InterruptGuard mInterruptGuard;  // a procedure of the driver is always carried through
     const Settings mSettings;

@@ -18,20 +18,26 @@ std::optional<RegisterAccess> registerAccess(const phone::Event& event) {
 std::optional<uint32_t> readRegister(DriverSession& session, uint32_t address, uint32_t bytes) {
     ois::HubRegisterAccess access{address, bytes, 0};
     uint32_t value = 0;
-    session.call("CustomCmdPackage", {{"read", uint64_t{address}, true}}, [&] {
-        return session.driver().CustomCmdPackage(ois::id(ois::HubCommand::kKorvaReadReg), &access, &value,
-                                                 sizeof access, static_cast<int32_t>(bytes));
-    });
+    session.call(
+        "CustomCmdPackage", {{"read", uint64_t{address}, true}},
+        [&] {
+            return session.driver().CustomCmdPackage(ois::id(ois::HubCommand::kKorvaReadReg), &access, &value,
+                                                     sizeof access, static_cast<int32_t>(bytes));
+        },
+        bytesOf(access));
     const auto call = session.tally().lastCall();
     return call && call->delivered > 0 ? std::optional(value) : std::nullopt;
 }
 
 void writeRegister(DriverSession& session, uint32_t address, uint32_t bytes, uint32_t value) {
     ois::HubRegisterAccess access{address, bytes, value};
-    session.call("CustomCmdPackage", {{"write", uint64_t{address}, true}}, [&] {
-        return session.driver().CustomCmdPackage(ois::id(ois::HubCommand::kKorvaWriteReg), &access, nullptr,
-                                                 sizeof access, 0);
-    });
+    session.call(
+        "CustomCmdPackage", {{"write", uint64_t{address}, true}},
+        [&] {
+            return session.driver().CustomCmdPackage(ois::id(ois::HubCommand::kKorvaWriteReg), &access,
+                                                     nullptr, sizeof access, 0);
+        },
+        bytesOf(access));
 }
 
 }  // namespace oisctl

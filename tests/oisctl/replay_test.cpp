@@ -1,0 +1,86 @@
+// Recorded sessions again.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string_view>
+
+#include "oisctl_fixture.h"
+
+namespace {
+
+using Replay = Oisctl;
+
+// What the driver does is told from the trace alone: without the faults, the motion and the module it was
+// recorded with.
+TEST_F(Replay, TheDriverDoesAsRecorded) {
+    for (const char* command :
+         {"session", "session --set bypassen=0 --fault chip.never-idle", "session -m dw9786 --set dump=4",
+          "session -m dw9781 --fault READ_HALL_INFO:errno=EIO --fault open./dev/media0:errno=EACCES",
+          "session --scenario warming-phone", "session --scenario fix-mode -m dw9786", "calibrate", "samples",
+          "firmware-update --fault chip.power-cut=57 --times 2", "detect-defect -m dw9786",
+          "dump otp -m korvas4sw-hub", "op read-gain-x --fault READ_GAIN:result=-22 -m dw9786",
+          "registers --seconds 0.1", "session --sensor 3 --set ro.product.country.region=IN"}) {
+        run(std::string(command) + " --trace=run.jsonl");
+        const auto replayed = run("replay run.jsonl");
+        EXPECT_EQ(replayed.status, 0) << command << '\n' << replayed.out << replayed.err;
+        EXPECT_NE(replayed.out.find("does as recorded"), std::string::npos) << command << '\n'
+                                                                            << replayed.out;
+    }
+}
+
+// The lines that hold `where`, with `from` made `to`; gone when `from` is empty.
+std::string changed(const std::string& trace, std::string_view where, std::string_view from,
+                    std::string_view to) {
+    std::string all;
+    std::istringstream lines(trace);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find(where) != std::string::npos) {
+            if (from.empty()) continue;
+            const size_t at = line.find(from);
+            if (at != std::string::npos) line.replace(at, from.size(), to);
+        }
+        all += line + '\n';
+    }
+    return all;
+}
+
+// A trace with one thing changed: the first command at which the driver differs from it is named.
+TEST_F(Replay, OneChangedByteIsFoundAndNamed) {
+    run("session -m dw9786 --trace=run.jsonl");
+    const std::string trace = readFile(mFolder / "run.jsonl");
+    const struct {
+        const char *where, *from, *to;
+        int status;
+        const char* words;
+    } cases[] = {
+        // An answer: what the driver makes of it.
+        {"READ_HALL_INFO", R"("received":"40)", R"("received":"77)", 1, "hall_center_x 119"},
+        // A command, a call, a property: what the driver does now.
+        {"SET_MODE", R"("sent":"03)", R"("sent":"05)", 1, "with mode 5 and 3"},
+        {R"("name":"SetMode")", R"("mode":3)", R"("mode":6)", 1, "mode=6"},
+        {"vendor.debug.ois.fixmode", R"("result":0)", R"("result":1)", 1, "manualEnable (1)"},
+        {R"("name":"READ_GAIN")", "", "", 1, "request READ_GAIN"},
+        {R"("kind":"trace")", R"("format":1)", R"("format":2)", 2, "changed.jsonl:1: is a trace of format 2"},
+        {R"("name":"NotifyStream")", R"("sent":"0100000000000000")", R"("sent":"")", 2,
+         "changed.jsonl:23: NotifyStream: the trace has 0 bytes"},
+        {R"("kind":"call")", "", "", 2, "holds no call"},
+        {R"("kind":"call")", R"("name":"SetMode")", R"("name":"SetMood")", 2, "SetMood"},
+    };
+    for (const auto& [where, from, to, status, words] : cases) {
+        write("changed.jsonl", changed(trace, where, from, to));
+        const auto replayed = run("replay changed.jsonl");
+        EXPECT_EQ(replayed.status, status) << where << from << replayed.out << replayed.err;
+        EXPECT_NE((replayed.out + replayed.err).find(words), std::string::npos)
+            << where << from << '\n'
+            << replayed.out << replayed.err;
+    }
+}
+
+TEST_F(Replay, PollsMayBeAsManyAsTimeAllows) {
+    run("record --seconds 1 --trace=run.jsonl");
+    EXPECT_EQ(run("replay run.jsonl --polled READ_STATUS").status, 0);
+    EXPECT_EQ(run("replay run.jsonl --polled READ_STATS").status, 2);
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+// oisctl replay: a recorded session again, on the driver as it is now.
+
+#include "replay/replay.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "base/errors.h"
+#include "base/suggest.h"
+#include "capture/comparison_report.h"
+#include "commands/commands.h"
+#include "session/settings.h"
+#include "trace/decode.h"
+
+namespace oisctl {
+
+namespace {
+
+struct Options {
+    std::string trace;
+    std::set<std::string> polled;
+    Settings settings;
+};
+
+std::vector<std::string> commandNames() {
+    std::vector<std::string> names = namesIn(
+        phone::privateRequests(), [](const phone::RequestInfo& info) { return std::string(info.name); });
+    for (const phone::HubCommandInfo& info : phone::hubCommands()) names.emplace_back(info.name);
+    return names;
+}
+
+void takePolled(std::set<std::string>& polled, const std::string& word) {
+    const std::vector<std::string> names = commandNames();
+    if (std::ranges::find(names, word) == names.end())
+        throw InputError(fmt::format("{}: no request and no hub command{}", word, suggestion(word, names)));
+    polled.insert(word);
+}
+
+int run(const Options& options) {
+    const TraceFile trace = loadTrace(options.trace);
+    const Replay replayed = replay(trace, options.polled);
+    const bool same = isEqual(replayed.compared) && !replayed.unanswered;
+    const auto names = [](const std::set<phone::EventKind>& kinds) {
+        std::vector<std::string> all;
+        for (const phone::EventKind kind : kinds) all.emplace_back(phone::name(kind));
+        return all;
+    };
+    const std::vector<std::string> notRecorded = names(replayed.notRecorded);
+    Record report{{"same", "the driver", same,
+                   same ? fmt::format("does as recorded: {} events, {} of them commands",
+                                      replayed.compared.compared, replayed.compared.commandsCompared)
+                        : "does not do as recorded",
+                   same ? Style::kGood : Style::kBad},
+                  {"not_recorded", notRecorded.empty() ? "" : "not in the trace", notRecorded},
+                  {"not_compared", "not compared", names(replayed.aside.kinds)}};
+    const auto& missing = replayed.unanswered;
+    report.push_back({"unanswered", missing ? "no answer to" : "", missing ? Value(missing->asked) : Value(),
+                      missing ? fmt::format("{}, which thread {} asked once more than recorded",
+                                            missing->asked, missing->thread)
+                              : ""});
+    Record compared = comparisonReport(trace, replayed.done, replayed.compared);
+    if (same) {
+        for (Field& field : compared) field.label.clear();
+    }
+    compared.front().label.clear();
+    report.insert(report.end(), compared.begin(), compared.end());
+    print(report, options.settings.json);
+    return same ? kSuccess : kJobFailed;
+}
+
+}  // namespace
+
+Command describeReplay() {
+    auto options = std::make_shared<Options>();
+    return {
+        .options = {value("trace", "TRACE", "A trace with the driver's calls", &options->trace,
+                          {.required = true}),
+                    value("--polled", "NAME,...",
+                          "Requests whose number depends on time: how many there are, and messages and "
+                          "sleeps, does not count",
+                          [options](const std::string& word) { takePolled(options->polled, word); },
+                          {.words = commandNames, .repeats = true, .commas = true}),
+                    jsonOption(options->settings)},
+        .notes =
+            "The driver is called as recorded, and kernel, hub and platform answer as recorded. Exit "
+            "status 1 when the\ndriver does anything else than it did then.\n",
+        .examples = {{"oisctl session -m dw9786 --trace=run.jsonl"},
+                     {"oisctl replay run.jsonl", "whether the driver still does the same"},
+                     {"oisctl replay field.jsonl --polled READ_STATUS"}},
+        .run = [options] { return run(*options); },
+    };
+}
+
+}  // namespace oisctl

@@ -1,0 +1,191 @@
+#include "replay/recorded_answers.h"
+
+#include <fmt/core.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "trace/decode.h"
+
+namespace oisctl {
+
+using phone::Event;
+using phone::EventKind;
+using phone::FaultEffect;
+using phone::FaultPoint;
+
+namespace {
+
+std::string textIn(const Event& event, std::string_view name) {
+    const phone::Field* field = findField(event, name);
+    const auto* text = field == nullptr ? nullptr : std::get_if<std::string>(&field->value);
+    return text == nullptr ? std::string() : *text;
+}
+
+int64_t numberIn(const Event& event, std::string_view name) {
+    return phone::integerField({.fields = event.fields, .answer = event.answer}, name);
+}
+
+// What a request or a record to the hub is called where faults strike; unknown ones have no name there.
+std::string commandName(const Event& event) {
+    if (event.kind == EventKind::kHub) {
+        const auto* info = phone::hubCommand(phone::recordOf<ois::OisCustomCmd>(event.sent), event.phase);
+        return info == nullptr ? std::string() : std::string(info->name);
+    }
+    const phone::RequestInfo* info = phone::findRequest(event.code);
+    return info == nullptr ? std::string() : std::string(info->name);
+}
+
+// The place at which the driver asked this; empty for what is no question.
+std::optional<std::pair<FaultPoint, std::string>> placeOf(const Event& event) {
+    static const std::map<std::string_view, FaultPoint> kByName{
+        {"open", FaultPoint::kOpen},
+        {"fopen", FaultPoint::kOpen},
+        {"close", FaultPoint::kClose},
+        {"fclose", FaultPoint::kClose},
+        {"readlink", FaultPoint::kReadlink},
+        {"createInstance", FaultPoint::kSensorProvider},
+        {"enableSensor", FaultPoint::kSensorEnable},
+        {"isEnabled", FaultPoint::kSensorEnabled},
+        {"disableSensor", FaultPoint::kSensorDisable},
+        {"getAllSensorData", FaultPoint::kSensorSamples},
+        {"getService", FaultPoint::kTelemetry},
+        {"report", FaultPoint::kTelemetryReport},
+        {"GetOisDriverName", FaultPoint::kCustomisation},
+    };
+    switch (event.kind) {
+        case EventKind::kSubDevice:
+            return {{FaultPoint::kRequest, commandName(event)}};
+        case EventKind::kMedia:
+            return {{FaultPoint::kMediaRequest, commandName(event)}};
+        case EventKind::kHub:
+            return {{FaultPoint::kHubCommand, commandName(event)}};
+        case EventKind::kProperty:
+            return {{FaultPoint::kProperty, event.name}};
+        case EventKind::kFile:
+        case EventKind::kSensor:
+        case EventKind::kCustomisation:
+        case EventKind::kTelemetry: {
+            const auto found = kByName.find(event.name);
+            if (found == kByName.end()) return std::nullopt;
+            return {{found->second, textIn(event, "path")}};
+        }
+        default:
+            return std::nullopt;
+    }
+}
+
+std::string_view what(FaultPoint point) {
+    for (const phone::FaultPlace& place : phone::faultPlaces())
+        if (place.point == point) return place.name;
+    return "call";
+}
+
+FaultEffect failure(int error) {
+    return {.kind = FaultEffect::Kind::kAnswer, .error = error};
+}
+
+}  // namespace
+
+RecordedAnswers::RecordedAnswers(phone::Phone& phone, const TraceFile& trace, int32_t sensorDev,
+                                 const std::set<std::string>& polled)
+    : mPhone(phone), mSensorDev(sensorDev), mPolled(polled) {
+    for (const TracedEvent& traced : trace.events) {
+        const auto place = placeOf(traced.event);
+        if (!place) continue;
+        mQueues[{traced.event.thread, place->first, place->second}].events.push_back(&traced.event);
+        mRecorded.insert(place->first);
+    }
+    mPhone.faults().setOverride([this](FaultPoint point, std::string_view key, std::span<const uint8_t>) {
+        return answer(point, key);
+    });
+}
+
+RecordedAnswers::~RecordedAnswers() {
+    mPhone.faults().setOverride(nullptr);
+}
+
+std::optional<Unanswered> RecordedAnswers::unanswered() const {
+    const std::lock_guard lock(mMutex);
+    return mUnanswered;
+}
+
+const Event* RecordedAnswers::take(const Place& place) {
+    const std::lock_guard lock(mMutex);
+    Queue& queue = mQueues[place];
+    if (queue.next < queue.events.size()) return queue.events[queue.next++];
+    const auto& [thread, point, name] = place;
+    if (!queue.events.empty() && mPolled.contains(name)) return queue.events.back();
+    if (!mUnanswered) mUnanswered = {thread, fmt::format("{} {}", what(point), name)};
+    return nullptr;
+}
+
+std::optional<FaultEffect> RecordedAnswers::answer(FaultPoint point, std::string_view key) {
+    // What the recorder did not look at is as the phone has it.
+    if (!mRecorded.contains(point)) return std::nullopt;
+    const Event* event = take({mPhone.clock().threadNumber(), point, std::string(key)});
+    if (event == nullptr) return failure(ENODATA);
+    if (event->error != 0) return failure(event->error);
+    return prepare(point, *event);
+}
+
+// Some questions the phone answers itself, once it has been told what to answer.
+std::optional<FaultEffect> RecordedAnswers::prepare(FaultPoint point, const Event& event) {
+    switch (point) {
+        case FaultPoint::kCustomisation:
+            fitModule(event);
+            return std::nullopt;
+        case FaultPoint::kSensorSamples: {
+            std::vector<NSCam::Utils::SensorData> samples(event.received.size() /
+                                                          sizeof(NSCam::Utils::SensorData));
+            if (!samples.empty())
+                std::memcpy(samples.data(), event.received.data(), samples.size() * sizeof samples[0]);
+            mPhone.hub().setNextSamples(std::move(samples));
+            return event.result == 0 ? std::optional(failure(EIO)) : std::nullopt;
+        }
+        case FaultPoint::kSensorProvider:
+        case FaultPoint::kSensorEnable:
+        case FaultPoint::kSensorEnabled:
+        case FaultPoint::kTelemetry:
+            return event.result == 0 ? std::optional(failure(EIO)) : std::nullopt;
+        case FaultPoint::kOpen:
+            if (event.name != "fopen") break;
+            if (!event.received.empty())
+                mPhone.files().setThermal({event.received.begin(), event.received.end()});
+            return std::nullopt;
+        case FaultPoint::kClose:
+            return std::nullopt;
+        default:
+            break;
+    }
+    return answerOf(point, event);
+}
+
+FaultEffect RecordedAnswers::answerOf(FaultPoint point, const Event& event) {
+    FaultEffect effect{.kind = FaultEffect::Kind::kAnswer, .error = 0, .result = event.result.value_or(0)};
+    effect.bytes = event.received;
+    if (point == FaultPoint::kReadlink || point == FaultPoint::kProperty) {
+        const std::string text = textIn(event, point == FaultPoint::kReadlink ? "target" : "value");
+        effect.bytes.assign(text.begin(), text.end());
+    }
+    return effect;
+}
+
+void RecordedAnswers::fitModule(const Event& event) {
+    phone::ModuleDescription module;
+    module.name = "recorded";
+    module.hasOis = event.result == 1;
+    module.status = static_cast<int32_t>(numberIn(event, "status"));
+    module.driverName = textIn(event, "driver_name");
+    std::span<const uint8_t> rest(event.received);
+    const auto fill = [&rest](auto& block) {
+        const size_t size = std::min(sizeof block, rest.size());
+        std::memcpy(&block, rest.data(), size);
+        rest = rest.subspan(size);
+    };
+    fill(module.custInfo);
+    fill(module.otpAddresses);
+    mPhone.fit(mSensorDev, module);
+}
+
+}  // namespace oisctl
