@@ -71,8 +71,8 @@ TEST_F(Oisctl, ASubDeviceIsLeftWithStabilisationOffAndNoTargetHeld) {
         int64_t mode = -1;
         int64_t held = 0;
         for (const json& event : trace(std::string(command) + " -m dw9786", before)) {
-            if (event["name"] == "SET_MODE") mode = event["fields"]["mode"];
-            if (event["name"] == "SET_FIX_MODE") {
+            if (event.value("name", "") == "SET_MODE") mode = event["fields"]["mode"];
+            if (event.value("name", "") == "SET_FIX_MODE") {
                 held = event["fields"]["manualEnable"];
                 mode = -1;
             }
