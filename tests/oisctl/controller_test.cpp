@@ -71,8 +71,8 @@ TEST_F(Oisctl, ASubDeviceIsLeftWithStabilisationOffAndNoTargetHeld) {
         int64_t mode = -1;
         int64_t held = 0;
         for (const json& event : trace(std::string(command) + " -m dw9786", before)) {
-            if (event["name"] == "SET_MODE") mode = event["fields"]["mode"];
-            if (event["name"] == "SET_FIX_MODE") {
+            if (event.value("name", "") == "SET_MODE") mode = event["fields"]["mode"];
+            if (event.value("name", "") == "SET_FIX_MODE") {
                 held = event["fields"]["manualEnable"];
                 mode = -1;
             }
@@ -80,6 +80,105 @@ TEST_F(Oisctl, ASubDeviceIsLeftWithStabilisationOffAndNoTargetHeld) {
         EXPECT_EQ(mode, 0);
         EXPECT_EQ(held, 0);
     }
+}
+
+// A device that goes away ends the job once: no flood of failures, and no claim about what was not there.
+TEST_F(Oisctl, ALostDeviceEndsTheJobOnce) {
+    struct Case {
+        const char* command;
+        const char* fault;
+        int failures;
+        const char* key;  // of a claim, and what it is
+        const char* claim;
+    };
+    const Case cases[] = {
+        {"session", "request@after9:errno=ENODEV", 1, "operations", "[]"},
+        {"session --operations on,off,on", "READ_GAIN@after3:errno=ENODEV", 1, "gains/0/after", "null"},
+        {"session --scenario video-zoom", "SET_MODE@after2:errno=ENODEV", 1, "scenario", "video-zoom"},
+        {"session --scenario fix-mode --set gethall=1", "GET_HALL@after9:errno=EIO", 8, "modes/0/last_frame",
+         "16"},
+        {"record --seconds 20", "READ_STATUS@after100:errno=ENODEV", 1, "rows", "100"},
+        {"record --seconds 20", "READ_STATUS@after100:errno=EIO", 8, "rows", "100"},
+        {"record --seconds 20", "request@after6:errno=ENODEV", 1, "rows", "0"},
+        {"dump flash -o .", "READ_FLASH:errno=ENODEV", 1, "file", "null"},
+        {"detect-defect", "request@after20:errno=ENODEV", 1, "axes/0/verdict", "not told"},
+        {"detect-defect", "request@after20:errno=ENODEV", 1, "defective", "null"},
+        {"detect-defect", "request@after4:errno=ENODEV", 1, "axes/0/largest_error", "null"},
+        {"op detect-defect", "request@after20:errno=ENODEV", 1, "opened", "true"},
+        {"op read-gain-x", "READ_GAIN@2:errno=ENODEV", 1, "opened", "true"},
+        {"calibrate", "SET_GYRO_OFFSET:errno=ENODEV", 1, "calibration", "not told"},
+        {"firmware-update --times 3", "request:errno=ENODEV", 1, "updates/0/outcome", "no outcome"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.command) + " " + c.fault);
+        const Outcome outcome = run(std::string(c.command) + " -m dw9786 --json --fault " + c.fault);
+        EXPECT_EQ(outcome.status, 1);
+        const json report = json::parse(outcome.out, nullptr, false);
+        ASSERT_TRUE(report.is_object()) << outcome.out << outcome.err;
+        EXPECT_EQ(report["failures"], c.failures);
+        EXPECT_TRUE(report.value("device_lost_s", json()).is_number());
+        const json claim = report.value(json::json_pointer(std::string("/") + c.key), json("missing"));
+        EXPECT_EQ(claim.is_string() ? claim.get<std::string>() : claim.dump(), c.claim);
+    }
+}
+
+TEST_F(Oisctl, TroubleThatPassesIsNoLostDevice) {
+    const std::string readBack = "session -m dw9786 --scenario fix-mode --set gethall=1 ";
+    for (const std::string& options :
+         {std::string("session -m dw9786 --fault SET_MODE@2-5:errno=EIO"),
+          readBack + "--fault GET_HALL:errno=EIO",  // which never worked
+          readBack + "--fault GET_HALL@2-6:errno=EIO --fault GET_HALL@8-12:errno=EIO"}) {
+        const json report = json::parse(run(options + " --json").out);
+        EXPECT_EQ(report.value("device_lost_s", json("missing")), json()) << options;
+    }
+}
+
+// Where a dump stands already, only a new one counts.
+TEST_F(Oisctl, ADumpIsOneThatThisCallWrote) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"dump flash", "open./mnt/vendor/nvcfg/camera/ois_dump_tele_dw9786_flash.txt:errno=EACCES"},
+        {"dump flash", "open./mnt/vendor/nvcfg/camera/ois_dump_tele_dw9786_flash.txt:lost"},
+        {"dump flash", "READ_FLASH:lost"},
+        {"dump otp", "property.vendor.debug.ois.dump:fail"},
+        {"record --seconds 0.5", "open./mnt/vendor/nvcfg/camera/ois_dump_tele_dw9786_status.txt:lost"},
+    };
+    for (const auto& [command, fault] : cases) {
+        SCOPED_TRACE(fault);
+        const std::string line = std::string(command) + " -m dw9786 --folder phone -o out";
+        ASSERT_EQ(run(line).status, 0);
+        fs::remove_all(mFolder / "out");
+        const Outcome outcome = run(line + " --json --fault " + fault);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(json::parse(outcome.out).value("file", json()), json());
+        EXPECT_TRUE(fs::is_empty(mFolder / "out"));
+    }
+}
+
+TEST_F(Oisctl, ADumpFolderThatIsNoneIsSaidBeforeAnythingOpens) {
+    write("nowhere.toml", moduleOfNoDevice());
+    write("file", "");
+    const fs::path standard = "/mnt/vendor/nvcfg/camera";
+    if (fs::exists(standard)) GTEST_SKIP() << "this machine has the phones' folder";
+    for (const char* command : {"session --set dump=2", "dump flash", "dump otp", "record"}) {
+        const Outcome outcome = run(std::string(command) + " -m nowhere.toml --kernel real");
+        EXPECT_EQ(outcome.status, 2) << command;
+        EXPECT_EQ(outcome.out, "") << command;
+        EXPECT_NE(outcome.err.find(standard), std::string::npos) << outcome.err;
+        EXPECT_NE(outcome.err.find("--dump-folder"), std::string::npos) << outcome.err;
+    }
+}
+
+TEST_F(Oisctl, AStatusFileThatStopsGrowingEndsTheRecording) {
+    const Outcome outcome = run("record --seconds 60 --json --fault READ_STATUS@101:slow=30s");
+    const json report = json::parse(outcome.out);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(report["rows"], 101);
+    EXPECT_LT(report["time_s"], 35);
+}
+
+TEST_F(Oisctl, NothingIsToldOfNoSamples) {
+    const Outcome outcome = run("samples --fault sensor-samples:lost");
+    EXPECT_NE(outcome.err.find("no motion sample"), std::string::npos) << outcome.err;
 }
 
 }  // namespace

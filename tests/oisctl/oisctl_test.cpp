@@ -262,6 +262,8 @@ TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
         {"detect-defect", "axes/0/verdict", "good", 0},
         {"detect-defect --fault lens.stuck-x", "axes/0/verdict", "defective", 1},
         {"detect-defect -m korvas4sw-hub", "axes/0/verdict", "not told", 1},
+        {"detect-defect --fault request@after20:errno=EIO", "axes/0/verdict", "not told", 1},
+        {"detect-defect --fault SET_FIX_MODE@9:lost", "axes/0/verdict", "not told", 1},
         {"detect-defect --fault thread@2:fail", "axes/0/verdict", "not examined", 1},
         {"registers --fault READ_REGISTER:fail", "registers/0/value", "null", 1},
         {"session", "calls/0/sent_nothing", "0", 0},  // Init, whose thread sends

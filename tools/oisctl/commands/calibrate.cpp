@@ -92,6 +92,7 @@ constexpr Verdict kLost{"lost", "the command was lost on the way"};
 constexpr Verdict kNotTold{"not told",
                            "sent to the hub, which does not tell what came of it; with --set bypassen=0\n"
                            "the driver calibrates itself, register by register"};
+constexpr Verdict kDeviceLost{"not told", "not told: the device went away"};
 constexpr Verdict kAccepted{"accepted", "accepted by the kernel driver", true};
 constexpr Verdict kRefused{"refused", "not accepted by the kernel driver"};
 
@@ -122,6 +123,7 @@ Verdicts judge(const Observation& seen) {
 
 // No register was seen: the whole calibration is one command.
 Verdicts judgeUnseen(DriverSession& session, int32_t result) {
+    if (session.deviceLost()) return {kDeviceLost, kDeviceLost};
     const auto call = session.tally().lastCall();
     if (!call || call->sentNothing()) return {kNotSent, kUntouched};
     if (call->delivered == 0 && result == 0) return {kLost, kUntouched};
@@ -193,6 +195,7 @@ int run(Settings settings) {
     const auto [measured, flash] = seen.accesses > 0 ? judge(seen) : judgeUnseen(session, result);
     if (seen.accesses > 0) before = seen.before;
     if (seen.after) after = seen.after;
+    if (session.deviceLost()) after.reset();
     session.close();
     // A fault that struck need not have harmed the calibration.
     return conclude(session,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <memory>
 
 #include "commands/commands.h"
@@ -18,6 +19,7 @@ namespace oisctl {
 namespace {
 
 constexpr std::string_view kLensPrefix = "lens.";
+constexpr double kNotKnown = std::numeric_limits<double>::quiet_NaN();
 
 std::vector<std::string> defectWords() {
     std::vector<std::string> words;
@@ -48,12 +50,16 @@ class Observation {
         const auto isA = [&](ois::Request request, ois::HubCommand command) {
             return event.code == (behindHub ? ois::idByte(command) : ois::code(request));
         };
-        if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) ++positions;
+        if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) {
+            ++positions;
+            mLensMoved = wasDelivered(event);
+        }
         // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its
-        // old hall.
+        // old hall. A lens that was not told to move, or does not answer, tells nothing of its errors.
         if (!isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning)) return;
         if (positions == 0 || positions > ois::kCoordinateCapacity) return;
-        hallRead = hallRead || !behindHub;
+        if (behindHub || !mLensMoved || !wasDelivered(event)) return;
+        ++hallsRead;
         const size_t i = positions - 1;
         const auto error = [](float coordinate, int32_t centre, int64_t hall) {
             return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
@@ -66,17 +72,20 @@ class Observation {
     }
 
     uint64_t positions = 0;
+    uint64_t hallsRead = 0;  // of lenses that were told to go there
     std::array<AxisErrors, 2> axes;
-    bool hallRead = false;
+    bool complete() const { return hallsRead > 0 && hallsRead == positions; }
 
   private:
     const ois::OisCustInfo& mInfo;
+    bool mLensMoved = false;
 };
 
 constexpr Verdict kGood{"good", "good", true};
 constexpr Verdict kGoodSoFar{"good so far", "good so far", true};
 constexpr Verdict kNotExamined{"not examined", "not examined"};
 constexpr Verdict kNotTold{"not told", "not told: no hall position was read back"};
+constexpr Verdict kPartlyTold{"not told", "not told: some hall positions were not read back"};
 constexpr Verdict kTooFarAtOnce{"defective", "defective: too far off at one position"};
 constexpr Verdict kTooFarInSum{"defective", "defective: too far off in sum"};
 
@@ -85,10 +94,19 @@ const Verdict& judge(const Observation& seen, size_t axis, const ois::OisCustInf
     const AxisErrors& errors = seen.axes.at(axis);
     const bool wholeRun = seen.positions >= info.coordinateNum;
     if (seen.positions == 0) return kNotExamined;
-    if (!seen.hallRead) return kNotTold;
+    if (seen.hallsRead == 0) return kNotTold;
     if (errors.largest >= info.max_error_threshold) return kTooFarAtOnce;
     if (errors.sum >= info.max_sum_error_threshold) return kTooFarInSum;
+    if (!seen.complete()) return kPartlyTold;
     return wholeRun ? kGood : kGoodSoFar;
+}
+
+// The driver takes a lens that did not answer for one that did not move.
+Field driverSays(const Observation& seen, bool tripped, int32_t error) {
+    if (!seen.complete()) return {"defective", "the driver says", {}, "nothing that counts", Style::kBad};
+    return {"defective", "the driver says", tripped,
+            tripped ? fmt::format("defect, error {} hall counts", error) : "no defect",
+            tripped ? Style::kBad : Style::kGood};
 }
 
 Record report(DriverSession& session, const Observation& seen, bool tripped) {
@@ -96,7 +114,7 @@ Record report(DriverSession& session, const Observation& seen, bool tripped) {
     const int32_t error = session.driver().mActuatorDefectError;
     Table axes;
     for (size_t axis = 0; axis < seen.axes.size(); ++axis) {
-        const AxisErrors& errors = seen.axes[axis];
+        const AxisErrors errors = seen.hallsRead > 0 ? seen.axes[axis] : AxisErrors{kNotKnown, kNotKnown};
         axes.push_back({{"axis", "axis", axis == 0 ? "x" : "y"},
                         measured("largest_error", "largest error", errors.largest, 1, ""),
                         measured("largest_error_below", "allowed below", info.max_error_threshold, 1, ""),
@@ -106,12 +124,11 @@ Record report(DriverSession& session, const Observation& seen, bool tripped) {
     }
     return {{"axes", "", axes},
             {"positions", "positions", seen.positions,
-             fmt::format("{} of {}", seen.positions, info.coordinateNum)},
+             fmt::format("{} of {}, {} read back", seen.positions, info.coordinateNum, seen.hallsRead)},
             {"test_positions", "", info.coordinateNum},
-            {"defective", "the driver says", seen.hallRead ? Value(tripped) : Value(),
-             tripped ? fmt::format("defect, error {} hall counts", error) : "no defect",
-             tripped ? Style::kBad : Style::kGood},
-            {"driver_error", "", tripped ? Value(error) : Value()}};
+            {"positions_read", "", seen.hallsRead},
+            driverSays(seen, tripped, error),
+            {"driver_error", "", tripped && seen.complete() ? Value(error) : Value()}};
 }
 
 bool hasTestPositions(const phone::ModuleDescription& module) {
@@ -138,11 +155,11 @@ int run(const Settings& settings) {
     }
     const bool tripped = session.driver().mDefectDetectDone != 0;
     session.close();
-    if (seen.positions > 0 && !seen.hallRead) {
+    if (seen.positions > 0 && seen.hallsRead == 0) {
         printRemark("oisctl: no hall position was read back, so that every position seems to be missed");
     }
     return conclude(session, report(session, seen, tripped), Ending::kReport,
-                    seen.hallRead && !tripped && session.tally().counts().failures == 0);
+                    seen.complete() && !tripped && session.tally().counts().failures == 0);
 }
 
 }  // namespace

@@ -20,15 +20,17 @@ struct Options {
     std::string folder;  // empty: standard output
 };
 
-Record report(const std::filesystem::path& file, const Options& options) {
-    if (!options.folder.empty()) return {{"file", "file", keepFile(file, options.folder).string()}};
-    requireWritten(file);
-    std::string text = phone::readFile(file);
+Record report(const std::optional<std::filesystem::path>& file, const Options& options) {
+    const bool kept = !options.folder.empty();
+    if (!file && kept) return {{"file", "file", {}, "none"}};
+    if (!file) return {{"file", "", {}}, {"text", "", {}}};
+    if (kept) return {{"file", "file", keepFile(*file, options.folder).string()}};
+    std::string text = phone::readFile(*file);
     if (!options.settings.json) {
         if (text.ends_with('\n')) text.pop_back();
         printLine(text);
     }
-    return {{"file", "", file.filename().string()}, {"text", "", text}};
+    return {{"file", "", file->filename().string()}, {"text", "", text}};
 }
 
 // The 3A layer reads the memory and hands the driver a copy, which it dumps.

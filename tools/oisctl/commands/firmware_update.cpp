@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "base/errors.h"
-#include "base/interrupt.h"
 #include "commands/commands.h"
 #include "controllers/korva/chip.h"
 #include "hub/firmware_image.h"
@@ -74,6 +73,7 @@ constexpr Verdict kCheckValueRefused{"check value refused",
 constexpr Verdict kOtherVersion{"other version",
                                 "after the download the controller runs another version than the image"};
 constexpr Verdict kNoOutcome{"no outcome", "the hub received no outcome"};
+constexpr Verdict kDeviceLost{"no outcome", "the device went away, and did not tell what came of it"};
 constexpr Verdict kUnknownOutcome{"unknown outcome", "an outcome that no driver reports"};
 
 // One run of the driver's update; what the sub-device way does not tell is empty.
@@ -159,7 +159,7 @@ Update updateOnSubDevice(DriverSession& session) {
     Update update;
     update.seconds = session.nowS() - startS;
     const bool accepted = result == 1 && session.tally().counts().failures == failuresBefore;
-    update.outcome = accepted ? kAccepted : kRefused;
+    update.outcome = accepted ? kAccepted : session.deviceLost() ? kDeviceLost : kRefused;
     return update;
 }
 
@@ -182,7 +182,7 @@ int run(const Options& options) {
     if (session.behindHub()) prepareHub(session, options);
     bool good = false;
     Table updates;
-    for (int32_t i = 0; i < options.times && !interrupted(); ++i) {
+    for (int32_t i = 0; i < options.times && !session.endsEarly(); ++i) {
         const Update update = session.behindHub() ? updateBehindHub(session) : updateOnSubDevice(session);
         updates.push_back(fieldsOf(update));
         good = update.outcome.good;

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "base/errors.h"
-#include "base/interrupt.h"
 #include "commands/commands.h"
 #include "recording/recording.h"
 #include "session/driver_session.h"
@@ -20,6 +19,8 @@ namespace {
 constexpr double kMicrosPerSecond = 1e6;
 constexpr int32_t kModeOn = 2;
 constexpr int64_t kStepUs = 250'000;  // between two looks at the clock; each costs two changes of thread
+
+constexpr int64_t kStalledUs = 2'000'000;  // without a row; the longest interval is 255 ms
 
 struct Options {
     Settings settings;
@@ -41,19 +42,40 @@ bool startRecorder(DriverSession& session) {
     return session.driver().mDumpThread.joinable();
 }
 
+constexpr const char* kStatusFile = "_status.txt";
+
+// Ends early when the file stops growing: what is asked for then is not recorded, however long it takes.
 void waitWhileRecording(DriverSession& session, double seconds) {
     const int64_t startUs = session.nowUs();
     const int64_t endUs = startUs + static_cast<int64_t>(seconds * kMicrosPerSecond);
     Progress progress("recording", seconds);
-    while (session.nowUs() < endUs && !interrupted()) {
+    uintmax_t bytes = 0;
+    int64_t grownUs = startUs;
+    while (session.nowUs() < endUs && !session.endsEarly()) {
         session.phone().clock().sleepUntilUs(std::min(endUs, session.nowUs() + kStepUs));
         progress.update(static_cast<double>(session.nowUs() - startUs) / kMicrosPerSecond);
+        if (const uintmax_t now = dumpedBytes(session, kStatusFile); now > bytes) {
+            bytes = now;
+            grownUs = session.nowUs();
+        } else if (session.nowUs() - grownUs >= kStalledUs && !session.endsEarly()) {
+            session.fail(fmt::format("the status file stopped growing at {} bytes, {:.1f} s after the start",
+                                     bytes, static_cast<double>(grownUs - startUs) / kMicrosPerSecond));
+            return;
+        }
     }
 }
 
+// Of too few rows nothing is told but their number.
 Record reportOn(DriverSession& session, const std::filesystem::path& file) {
     try {
         const Recording recording = loadRecording(file);
+        if (recording.rows() < kFewestRows) {
+            if (!session.deviceLost())
+                session.fail(fmt::format("{}: {} with data", file.string(), rowText(recording.rows())));
+            return {{"file", "file", file.string()},
+                    {"notes", "", recording.notes},
+                    {"rows", "rows", recording.rows()}};
+        }
         Record report =
             statsReport(recording, computeStats(recording, session.module().stabiliser.limitAngle));
         report.push_back({"", "plot it with", {}, fmt::format("oisctl plot {}", file.string())});
@@ -77,15 +99,16 @@ int run(Options options) {
     session.notifyStream(true);
     session.setMode(options.mode);
     if (!startRecorder(session)) {
-        session.fail("the recorder did not start");
+        if (!session.deviceLost()) session.fail("the recorder did not start");
         session.close();
         return conclude(session, Record());
     }
     waitWhileRecording(session, options.seconds);
     session.notifyStream(false);
     session.close();
-    const std::filesystem::path file = keepFile(dumpFile(session, "_status.txt"), options.folder);
-    return conclude(session, reportOn(session, file));
+    const std::optional<std::filesystem::path> file = dumpFile(session, kStatusFile);
+    if (!file) return conclude(session, Record());
+    return conclude(session, reportOn(session, keepFile(*file, options.folder)));
 }
 
 }  // namespace

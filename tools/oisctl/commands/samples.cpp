@@ -56,6 +56,7 @@ int run(const Options& options) {
         }
     }
     const Record samples = report(session.driver());  // the close empties them
+    if (session.driver().mSensorTimestamps.empty()) session.fail("no motion sample came from the hub");
     session.close();
     return conclude(session, samples, Ending::kRemarks);
 }

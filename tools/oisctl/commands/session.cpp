@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "base/errors.h"
-#include "base/interrupt.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
 #include "scenario/scenario.h"
@@ -46,7 +45,7 @@ class Tour {
         if (supported) {
             mSession.notifyStream(true);
             mSession.waitForBringUp();
-            if (mSession.channelIsUp()) {
+            if (mSession.channelIsUp() && !mSession.deviceLost()) {
                 goThroughTour();
             }
             mSession.notifyStream(false);
@@ -66,7 +65,7 @@ class Tour {
         }
         goThroughModes();
         runOperations();
-        if (compares) {
+        if (compares && !mSession.deviceLost()) {
             readGains(&GainReading::after);
             compareGains();
         }
@@ -90,7 +89,7 @@ class Tour {
 
     void goThroughModes() {
         for (const int32_t mode : mOptions.modes) {
-            if (interrupted()) return;
+            if (mSession.endsEarly()) return;
             mSession.setMode(mode);
             hold();
         }
@@ -103,7 +102,7 @@ class Tour {
         // The lens needs a moment to settle after a change of the mode.
         constexpr int64_t kSettleUs = 100'000;
         const int64_t settledUs = mSession.nowUs() + kSettleUs;
-        while (mSession.nowUs() < endUs && !interrupted()) {
+        while (mSession.nowUs() < endUs && !mSession.endsEarly()) {
             mSession.sleepUs(std::min(kLookUs, endUs - mSession.nowUs()));
             mProgress.update(mSession.nowS());
             if (stabiliser == nullptr || mSession.nowUs() < settledUs) continue;
@@ -126,7 +125,7 @@ class Tour {
 
     void runOperations() {
         for (const int32_t operation : mOperations) {
-            if (interrupted()) return;
+            if (mSession.endsEarly()) return;
             mSummary.operations.push_back({operation, mSession.setOperation(operation)});
         }
     }

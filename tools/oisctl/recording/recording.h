@@ -75,8 +75,12 @@ struct RecordingStats {
     std::vector<double> frequencyHz;     // empty for recordings too short for a spectrum
 };
 
+// What statistics need, and what they say of fewer: "0 rows".
+constexpr size_t kFewestRows = 2;
+std::string rowText(size_t rows);
+
 // `limitAngle` is the lens's travel either way; without it the travel is estimated from where the lens stops
-// while its target goes on. Throws InputError for a recording of fewer than two rows.
+// while its target goes on. Throws InputError for a recording of fewer rows.
 RecordingStats computeStats(const Recording& recording, std::optional<double> limitAngle = std::nullopt);
 
 // Target minus hall angle, row by row; axis 0 is x, 1 is y. The target is the gyro's and the accelerometer's

@@ -256,10 +256,14 @@ std::vector<double> residualAngle(const Recording& recording, size_t axis) {
     return result;
 }
 
+std::string rowText(size_t rows) {
+    return rows == 1 ? "1 row" : fmt::format("{} rows", rows);
+}
+
 RecordingStats computeStats(const Recording& recording, std::optional<double> limitAngle) {
-    if (recording.rows() < 2) {
-        throw InputError(fmt::format("{}: {} of data; statistics need at least 2{}", recording.source,
-                                     recording.rows() == 1 ? "1 row" : "0 rows",
+    if (recording.rows() < kFewestRows) {
+        throw InputError(fmt::format("{}: {} of data; statistics need at least {}{}", recording.source,
+                                     rowText(recording.rows()), kFewestRows,
                                      recording.notes.empty() ? "" : " (" + recording.notes.front() + ")"));
     }
     RecordingStats stats;

@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "base/interrupt.h"
 #include "base/terminal.h"
 #include "kernel/file_tree.h"
 #include "motion/motion.h"
@@ -36,7 +35,7 @@ class Player {
         const int64_t startUs = mSession.nowUs();
         const uint64_t frames = mScenario.frames();
         Progress progress(mScenario.name, static_cast<double>(frames));
-        for (mFrame = 0; mFrame < frames && !interrupted(); ++mFrame) {
+        for (mFrame = 0; mFrame < frames && !mSession.endsEarly(); ++mFrame) {
             const double timeS = mScenario.frameTimeS(mFrame);
             mSession.phone().clock().sleepUntilUs(startUs + std::llround(timeS * kMicrosPerSecond));
             applyMoments(timeS);

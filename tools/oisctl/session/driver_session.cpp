@@ -15,9 +15,11 @@
 #include "controllers/korva/chip.h"
 #include "faults/faults.h"
 #include "hub/sensor_hub.h"
+#include "kernel/file_tree.h"
 #include "motion/motion.h"
 #include "services/log_service.h"
 #include "services/property_store.h"
+#include "session/dump_files.h"
 #include "session/operations.h"
 #include "wire/commands.h"
 
@@ -96,6 +98,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
         const std::optional<EndedCall> ended = mCalls.take(event);
         mTally.count(event, ended);
         mOrders.take(event);
+        mWrittenFiles.take(event);
         mTraceOutput.show(event, ended);
         if (mObserver) mObserver(event);
     });
@@ -104,6 +107,8 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
     mPhone->fit(settings.sensorDev, mModule);
     setMotion(settings.motion.empty() ? "hand" : settings.motion);
     setProperties();
+    if (mPhone->properties().getInt32("vendor.debug.ois.dump", 0) != 0)
+        requireDumpFolder(mPhone->files().dumpFolder(), settings.realKernel ? "--dump-folder" : "--folder");
     for (const phone::Fault& fault : settings.faults) mPhone->faults().add(fault);
     mDriver = OISDrv::GetInstance(settings.sensorDev);
     if (mDriver == nullptr)
@@ -219,7 +224,8 @@ void DriverSession::close() {
 }
 
 void DriverSession::bringToRest() {
-    if (behindHub() || !channelIsUp()) return;  // the hub puts its controller to rest by itself
+    if (behindHub() || !channelIsUp() || deviceLost())
+        return;  // the hub puts its controller to rest by itself
     std::thread& detector = mDriver->mDefectDetectThread;
     if (detector.joinable()) detector.join();  // or it moves the lens again
     const ControllerOrders::Last last = mOrders.last();

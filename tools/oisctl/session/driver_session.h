@@ -21,6 +21,7 @@
 #include "session/settings.h"
 #include "session/tally.h"
 #include "session/trace_output.h"
+#include "session/written_files.h"
 
 namespace oisctl {
 
@@ -48,6 +49,7 @@ class DriverSession {
     const phone::ModuleDescription& module() const { return mModule; }
     const Settings& settings() const { return mSettings; }
     Tally& tally() { return mTally; }
+    const WrittenFiles& writtenFiles() const { return mWrittenFiles; }
     const ControllerOrders& orders() const { return mOrders; }
     bool behindHub() const { return mModule.behindHub(); }
     // Whether the controller is one of this machine's own, which outlives the session.
@@ -88,6 +90,10 @@ class DriverSession {
     // Uninit, and the end of every worker. A controller on a sub-device is left with stabilisation off and no
     // target held, whatever it was told before.
     void close();
+    // Whether the sub-device went away meanwhile: nothing that is asked of it from then on gets through.
+    bool deviceLost() const { return mTally.deviceLost(); }
+    // Whether a job that goes on and on is to stop: a signal came, or the device went away.
+    bool endsEarly() const { return interrupted() || deviceLost(); }
 
     int32_t notifyStream(bool on);
     int32_t setMode(int32_t mode);
@@ -128,6 +134,7 @@ class DriverSession {
     Calls mCalls;
     Tally mTally;
     ControllerOrders mOrders;
+    WrittenFiles mWrittenFiles;
     TraceOutput mTraceOutput;
     std::function<void(const phone::Event&)> mObserver;
     std::unique_ptr<phone::Phone> mPhone;

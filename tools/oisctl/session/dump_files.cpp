@@ -1,5 +1,6 @@
 #include "session/dump_files.h"
 
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,45 +10,77 @@
 #include "base/errors.h"
 #include "kernel/file_tree.h"
 #include "session/driver_session.h"
+#include "trace/decode.h"
 
 namespace oisctl {
 
 namespace {
 
-template <size_t kSize>
-std::string bounded(const char (&text)[kSize]) {
-    return {text, strnlen(text, kSize)};
+namespace fs = std::filesystem;
+
+fs::path onThisMachine(DriverSession& session, const WrittenFile& file) {
+    return session.phone().files().dumpFolder() / fs::path(file.path).filename();
+}
+
+// 0 when files can be made in the folder, else what is in the way.
+int folderError(const fs::path& folder) {
+    std::error_code error;
+    if (fs::exists(folder, error) && !fs::is_directory(folder, error)) return ENOTDIR;
+    return access(folder.c_str(), W_OK | X_OK) == 0 ? 0 : errno;
 }
 
 }  // namespace
 
-std::filesystem::path dumpFile(DriverSession& session, std::string_view suffix) {
-    const ois::OisCustInfo& info = session.module().custInfo;
-    const std::string name = "ois_dump_" + bounded(info.cameraTypeName) + "_" + bounded(info.mOisIcName);
-    return session.phone().files().dumpFolder() / std::string(name).append(suffix);
+uintmax_t dumpedBytes(DriverSession& session, std::string_view ending) {
+    const std::optional<WrittenFile> file = session.writtenFiles().find(ending);
+    if (!file || file->openError != 0 || file->lost) return 0;
+    std::error_code error;
+    const uintmax_t size = fs::file_size(onThisMachine(session, *file), error);
+    return error ? 0 : size;
 }
 
-void requireFolder(const std::filesystem::path& folder) {
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (error) throw InputError("-o " + folder.string() + ": cannot be a folder: " + error.message());
-    if (access(folder.c_str(), W_OK) != 0) {
-        throw InputError("-o " + folder.string() + ": cannot be written: " + std::strerror(errno));
+std::optional<fs::path> dumpFile(DriverSession& session, std::string_view ending) {
+    const std::optional<WrittenFile> file = session.writtenFiles().find(ending);
+    const std::string path = file ? onThisMachine(session, *file).string() : "";
+    std::string trouble;
+    if (!file) {
+        trouble = fmt::format("the driver wrote no file of the name ...{}", ending);
+    } else if (file->openError != 0) {
+        trouble = fmt::format("{}: the driver could not write it: {}", path, std::strerror(file->openError));
+    } else if (dumpedBytes(session, ending) == 0) {
+        trouble = fmt::format("{}: the driver wrote nothing into it", path);
+    } else {
+        if (file->closeError != 0)
+            session.fail(
+                fmt::format("{}: the end of it was not written: {}", path, std::strerror(file->closeError)));
+        return path;
+    }
+    if (!session.deviceLost()) session.fail(trouble);
+    return std::nullopt;
+}
+
+void requireDumpFolder(const fs::path& folder, std::string_view option) {
+    if (const int error = folderError(folder); error != 0) {
+        throw InputError(
+            fmt::format("{}: the driver cannot write its dumps there: {}; make the folder, or name "
+                        "another with {}",
+                        folder.string(), std::strerror(error), option));
     }
 }
 
-void requireWritten(const std::filesystem::path& file) {
-    std::error_code ignored;
-    if (!std::filesystem::exists(file, ignored))
-        throw JobError("the driver wrote no " + file.filename().string());
+void requireFolder(const fs::path& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) throw InputError("-o " + folder.string() + ": cannot be a folder: " + error.message());
+    if (const int reason = folderError(folder); reason != 0)
+        throw InputError("-o " + folder.string() + ": cannot be written: " + std::strerror(reason));
 }
 
-std::filesystem::path keepFile(const std::filesystem::path& file, const std::filesystem::path& folder) {
-    requireWritten(file);
+fs::path keepFile(const fs::path& file, const fs::path& folder) {
     std::error_code error;
-    std::filesystem::path copy = folder / file.filename();
-    if (std::filesystem::equivalent(file, copy, error)) return copy;
-    std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing, error);
+    fs::path copy = folder / file.filename();
+    if (fs::equivalent(file, copy, error)) return copy;
+    fs::copy_file(file, copy, fs::copy_options::overwrite_existing, error);
     if (error) throw InputError("-o " + folder.string() + ": cannot be written: " + error.message());
     return copy;
 }

@@ -16,6 +16,8 @@ namespace {
 
 using Opening = DriverSession::Opening;
 
+constexpr double kMicro = 1e-6;
+
 // `start`, and the entries behind it, in lines of the usual width of a terminal.
 std::string wrapped(std::string line, const std::vector<std::string>& entries) {
     constexpr size_t kWidth = 96;
@@ -167,6 +169,20 @@ Field faultField(const std::vector<phone::Faults::Count>& faults) {
     return {"faults", faults.empty() ? "" : "faults", table, joined(lines, "\n")};
 }
 
+double secondsOf(const phone::Event& event) {
+    return static_cast<double>(event.timeUs) * kMicro;
+}
+
+std::string lossText(const Tally::Counts& counts) {
+    return fmt::format("went away at {:.4f} s, after {} commands had got through; the job ended there",
+                       secondsOf(*counts.loss), grouped(counts.delivered));
+}
+
+Field lossField(const Tally::Counts& counts) {
+    if (!counts.loss) return {"device_lost_s", "", {}};
+    return {"device_lost_s", "device", secondsOf(*counts.loss), lossText(counts), Style::kBad};
+}
+
 Record endFields(DriverSession& session, const Tally::Counts& counts, bool good) {
     const Settings& settings = session.settings();
     std::string time = duration(session.nowS()) + (settings.realTime ? " (real time)" : " simulated");
@@ -175,6 +191,7 @@ Record endFields(DriverSession& session, const Tally::Counts& counts, bool good)
                   failureField(counts),
                   {"first_failures", "", firstFailures(counts)},
                   faultField(session.phone().faults().counts()),
+                  lossField(counts),
                   {"interrupted", "", interrupted()},
                   {"time_s", "time", session.nowS(), time}};
     if (settings.wallTime) fields.push_back({"wall_s", "", session.wallSeconds()});
@@ -184,6 +201,7 @@ Record endFields(DriverSession& session, const Tally::Counts& counts, bool good)
 void remark(DriverSession& session, const Tally::Counts& counts) {
     for (const Failure& failure : counts.firstFailures) printRemark("oisctl: " + toText(failure));
     if (const std::string more = moreFailures(counts); !more.empty()) printRemark("oisctl: " + more);
+    if (counts.loss) printRemark("oisctl: the device " + lossText(counts));
     for (const phone::Faults::Count& fault : session.phone().faults().counts())
         if (fault.strikes == 0) printRemark("oisctl: --fault " + faultText(fault));
 }
@@ -206,6 +224,7 @@ int conclude(DriverSession& session, Record report, Ending ending, std::optional
     session.finishTrace();
     const Tally::Counts counts = session.tally().counts();
     if (!good) good = counts.failures == 0;
+    if (counts.loss) good = false;
     Record whole = moduleFields(session);
     Record end = endFields(session, counts, *good);
     const bool json = session.settings().json;

@@ -37,9 +37,13 @@ void Tally::count(const phone::Event& event, const std::optional<EndedCall>& end
         if (wasDelivered(event)) ++mCounts.delivered;
         ++mCounts.byName[phone::nameOf(event)];
     }
+    if (deviceLost()) return;
     if (event.fault != nullptr || refused) {
         keepFailure({static_cast<double>(event.timeUs) * kMicro, event, {}});
     }
+    mLoss.take(event);
+    mCounts.loss = mLoss.evidence();
+    mDeviceLost = mCounts.loss.has_value();
 }
 
 void Tally::addFailure(double timeS, std::string remark) {

@@ -1,6 +1,7 @@
 #pragma once
 // Counts what passes between driver and controller, as it passes.
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "session/calls.h"
+#include "session/device_loss.h"
 #include "trace/trace.h"
 
 namespace oisctl {
@@ -43,8 +45,11 @@ class Tally {
         std::map<std::string, CallCount> calls;
         uint64_t failures = 0;
         std::vector<Failure> firstFailures;  // no more than kKeptFailures of them
+        // The request that told that the device went away, if it did; what failed after it is not counted.
+        std::optional<phone::Event> loss;
     };
     Counts counts() const;
+    bool deviceLost() const { return mDeviceLost.load(); }
     // The call that ended last.
     std::optional<EndedCall> lastCall() const;
 
@@ -56,6 +61,8 @@ class Tally {
     mutable std::mutex mMutex;
     Counts mCounts;
     std::optional<EndedCall> mLastCall;
+    DeviceLoss mLoss;
+    std::atomic<bool> mDeviceLost{false};
 };
 
 }  // namespace oisctl
