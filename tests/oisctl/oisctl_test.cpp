@@ -150,6 +150,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
           "session --scenario fix-mode", "op read-gain-x", "mode 2"}},
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
         {"compare", {"compare a.jsonl b.jsonl"}},
+        {"compliance", {"compliance --fault READ_STATUS:garbage=00"}},
         {"calibrate", {"calibrate"}},
         {"firmware-update", {"firmware-update", "firmware-update -m dw9786"}},
         {"registers", {"registers --watch --seconds 0.1"}},

@@ -10,6 +10,8 @@ const std::vector<CommandEntry>& commands() {
         {"Sessions", "mode", "Set one working mode on the open driver", describeMode},
         {"Sessions", "decode", "Say in words what request codes and hub records in hex are", describeDecode},
         {"Sessions", "compare", "Hold two traces beside each other and say where they part", describeCompare},
+        {"Controller", "compliance", "Check a kernel driver's private requests, one line a check",
+         describeCompliance},
         {"Controller", "calibrate", "Measure the gyro offset and save it to the controller's flash",
          describeCalibrate},
         {"Controller", "firmware-update", "Bring the controller's firmware up to date",

@@ -10,6 +10,7 @@ Command describeOperation();
 Command describeMode();
 Command describeDecode();
 Command describeCompare();
+Command describeCompliance();
 Command describeCalibrate();
 Command describeFirmwareUpdate();
 Command describeRegisters();
