@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 #include "compliance/examination.h"
 
@@ -25,7 +27,7 @@ std::string askUnknown(Examination& examination, SubDevice& device, const Reques
                        uint32_t code) {
     std::vector<std::byte> record = examination.harmlessRecord(device, request);
     record.resize(std::max<size_t>(record.size(), _IOC_SIZE(code)));
-    const int32_t result = device.ask(code, record.data());
+    const int32_t result = device.ask(code, record);
     return result == kUnknown ? "" : fmt::format("as 0x{:08X} {}", code, resultText(result));
 }
 
@@ -37,12 +39,12 @@ Finding otherNumbers(Examination& examination) {
         const unsigned number = BASE_VIDIOC_PRIVATE + index;
         const auto has = [number](const RequestInfo& request) { return _IOC_NR(request.code) == number; };
         if (std::ranges::any_of(phone::privateRequests(), has)) continue;
-        uint32_t word = 0;
         const uint32_t code = _IOWR(ois::kRequestType, number, uint32_t);
-        const int32_t result = device.ask(code, &word);
+        std::array<std::byte, sizeof(uint32_t)> word{};
+        const int32_t result = device.ask(code, word);
         if (result != kUnknown) wrong.push_back(fmt::format("0x{:08X} {}", code, resultText(result)));
     }
-    return wrong.empty() ? passed() : failed(fmt::format("{}", fmt::join(wrong, ", ")), "ENOTTY");
+    return wrong.empty() ? passed() : failed(shortened(std::move(wrong)), "ENOTTY");
 }
 
 Finding otherSizes(Examination& examination) {

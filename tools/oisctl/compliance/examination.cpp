@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <bit>
+#include <cerrno>
 #include <iterator>
 #include <system_error>
 
@@ -25,7 +25,8 @@ std::string nameOf(Request request) {
 
 // What stands in the way of a check; empty when nothing does.
 std::string obstacle(const Examination& examination, const Check& check) {
-    if (interrupted()) return "a signal came first";
+    if (examination.gone()) return "the device has gone";
+    if (interrupted() && !check.always) return "a signal came first";
     if (check.writes && !examination.subject().allowWrite) return "needs --allow-write";
     if (check.needsModule && examination.subject().module == nullptr) return "needs a module (-m)";
     for (const Request request : check.needs)
@@ -37,6 +38,7 @@ Finding judge(Examination& examination, const Check& check) {
     try {
         return check.run(examination);
     } catch (const NodeLost& lost) {
+        if (lost.error == ENODEV || lost.error == ENXIO || lost.error == ENOENT) examination.noteGone();
         return failed(fmt::format("{}: {}", lost.call, phone::errorName(lost.error)),
                       "the node opens and stays");
     } catch (const std::system_error& error) {
@@ -49,11 +51,11 @@ Finding leaveAtRest(Examination& examination) {
     SubDevice device(examination.subject());
     std::vector<std::string> refused;
     const auto send = [&](Request request, auto record) {
-        const int32_t result = device.ask(request, &record);
+        const int32_t result = device.ask(request, record);
         if (result < 0) refused.push_back(fmt::format("{} {}", nameOf(request), resultText(result)));
     };
     ois::OisHallInfo hall{};
-    if (device.ask(Request::kReadHallInfo, &hall) < 0) hall = {};
+    if (device.ask(Request::kReadHallInfo, hall) < 0) hall = {};
     send(Request::kSetFixMode, ois::OisFixMode{0, 0, hall.centerX, hall.centerY, 0, 0});
     send(Request::kSetMode, uint32_t{0});
     send(Request::kEndSession, int32_t{-1});
@@ -63,6 +65,15 @@ Finding leaveAtRest(Examination& examination) {
 
 }  // namespace
 
+std::string shortened(std::vector<std::string> list) {
+    if (list.size() > kMostNamed) {
+        const size_t more = list.size() - kMostNamed;
+        list.resize(kMostNamed);
+        list.push_back(fmt::format("and {} more", more));
+    }
+    return joined(list);
+}
+
 bool Examination::answered(Request request) const {
     return std::ranges::find(mAnswered, request) != mAnswered.end();
 }
@@ -70,7 +81,7 @@ bool Examination::answered(Request request) const {
 void Examination::setUp(const SubDevice& device) const {
     if (mSubject.module == nullptr) return;
     ois::OisCustInfo block = mSubject.module->custInfo;
-    device.ask(Request::kSetCustomisation, &block);  // a check of its own looks at the result
+    device.ask(Request::kSetCustomisation, block);  // a check of its own looks at the result
 }
 
 std::vector<std::byte> Examination::harmlessRecord(const SubDevice& device, const RequestInfo& request) {
@@ -86,12 +97,12 @@ std::vector<std::byte> Examination::harmlessRecord(const SubDevice& device, cons
             return bytesOf(int32_t{-1});
         case Request::kWriteGain: {
             ois::OisGain gain{};
-            device.ask(Request::kReadGain, &gain);
+            device.ask(Request::kReadGain, gain);
             return bytesOf(gain);
         }
         case Request::kSetFixMode: {
             ois::OisHallInfo hall{};
-            if (device.ask(Request::kReadHallInfo, &hall) < 0) hall = {};
+            if (device.ask(Request::kReadHallInfo, hall) < 0) hall = {};
             return bytesOf(ois::OisFixMode{0, 0, hall.centerX, hall.centerY, 0, 0});
         }
         case Request::kSetActiveOis:
@@ -126,12 +137,7 @@ Finding Examination::overRequests(bool (*chosen)(const RequestInfo&), std::strin
     }
     if (asked == 0) return notAsked("none of these requests was answered");
     if (wrong.empty()) return passed(asked == all ? "" : fmt::format("{} of {} requests", asked, all));
-    const size_t more = wrong.size() - std::min(wrong.size(), kMostNamed);
-    if (more != 0) {
-        wrong.resize(kMostNamed);
-        wrong.push_back(fmt::format("and {} more", more));
-    }
-    return failed(joined(wrong), std::string(expected));
+    return failed(shortened(std::move(wrong)), std::string(expected));
 }
 
 std::vector<Result> examine(const Subject& subject,
@@ -140,15 +146,14 @@ std::vector<Result> examine(const Subject& subject,
     for (const auto& part :
          {requestChecks, recordChecks, codeChecks, sessionChecks, answerChecks, lensChecks})
         std::ranges::move(part(), std::back_inserter(checks));
+    checks.push_back({.group = "end", .name = "left at rest", .run = leaveAtRest, .always = true});
     Examination examination(subject);
     std::vector<Result> results;
     for (const Check& check : checks) {
         const std::string why = obstacle(examination, check);
         results.push_back({check.group, check.name, why.empty() ? judge(examination, check) : notAsked(why)});
-        progress(results.size(), checks.size() + 1);
+        progress(results.size(), checks.size());
     }
-    const Check last{"end", "left at rest", leaveAtRest};
-    results.push_back({last.group, last.name, judge(examination, last)});
     return results;
 }
 

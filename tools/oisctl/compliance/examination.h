@@ -25,6 +25,10 @@ class Examination {
     void noteAnswered(ois::Request request) { mAnswered.push_back(request); }
     bool answered(ois::Request request) const;
 
+    // That there is nothing to ask any more.
+    void noteGone() { mGone = true; }
+    bool gone() const { return mGone; }
+
     // A record that can be sent without harm; of requests that write, what is there already.
     std::vector<std::byte> harmlessRecord(const SubDevice& device, const phone::RequestInfo& request);
 
@@ -40,8 +44,12 @@ class Examination {
   private:
     const Subject& mSubject;
     std::vector<ois::Request> mAnswered;
+    bool mGone = false;
     ois::OisFlashRecord mFlashRoom{};
 };
+
+// The first of a list, and how many more there are.
+std::string shortened(std::vector<std::string> list);
 
 struct Check {
     std::string_view group;
@@ -50,6 +58,7 @@ struct Check {
     std::vector<ois::Request> needs{};  // requests that have to be answered for it
     bool needsModule = false;
     bool writes = false;  // calibration
+    bool always = false;  // also after a signal
 };
 
 struct Result {
@@ -66,7 +75,7 @@ std::vector<Check> sessionChecks();
 std::vector<Check> answerChecks();
 std::vector<Check> lensChecks();
 
-// All checks; `done` hears of each. At the end, also after a signal, stabilisation is off and no target held.
+// All checks. At the end, also after a signal, stabilisation is off and no target held.
 std::vector<Result> examine(const Subject& subject,
                             const std::function<void(size_t done, size_t all)>& progress);
 

@@ -26,7 +26,7 @@ Finding followsTarget(Examination& examination) {
     SubDevice device(examination.subject());
     examination.setUp(device);
     ois::OisHallInfo centre{};
-    device.ask(Request::kReadHallInfo, &centre);
+    device.ask(Request::kReadHallInfo, centre);
     double largest = 0;
     for (size_t i = 0; i < std::min<size_t>(module.coordinateNum, ois::kCoordinateCapacity); ++i) {
         if (interrupted()) return notAsked("a signal came first");
@@ -37,10 +37,10 @@ Finding followsTarget(Examination& examination) {
                                     0,
                                     0};
         ois::OisFixMode record = asked;
-        const int32_t set = device.ask(Request::kSetFixMode, &record);
+        const int32_t set = device.ask(Request::kSetFixMode, record);
         usleep(kLensSettleUs);
         record = asked;
-        const int32_t got = device.ask(Request::kGetHall, &record);
+        const int32_t got = device.ask(Request::kGetHall, record);
         if (set < 0 || got < 0)
             return failed(fmt::format("SET_FIX_MODE {}, GET_HALL {}", resultText(set), resultText(got)), "0");
         const double error = std::max(std::abs(double(asked.target_x) - record.hall_x),
@@ -93,12 +93,12 @@ class GainCheck {
     OisGain read(ois::Axis axis) {
         OisGain gain{};
         gain.axis = axis;
-        mFailed = std::min(mFailed, mDevice.ask(Request::kReadGain, &gain));
+        mFailed = std::min(mFailed, mDevice.ask(Request::kReadGain, gain));
         return gain;
     }
     int32_t write(OisGain gain, ois::Axis axis) const {
         gain.axis = axis;
-        return mDevice.ask(Request::kWriteGain, &gain);
+        return mDevice.ask(Request::kWriteGain, gain);
     }
 
     const SubDevice& mDevice;

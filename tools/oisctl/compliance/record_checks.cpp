@@ -45,7 +45,7 @@ Finding withRecordBeyond(Examination& examination, bool (*chosen)(const RequestI
     return examination.overRequests(chosen, "EFAULT", [&](SubDevice& device, const RequestInfo& request) {
         const auto record = examination.harmlessRecord(device, request);
         std::byte* const user = page.put(record, std::min(beyond, record.size()));
-        return unless(kBadAddress, device.ask(request.code, user));
+        return unless(kBadAddress, device.askAt(request.code, user));
     });
 }
 
@@ -53,24 +53,24 @@ constexpr size_t kWhole = ~size_t{0};
 
 Finding nullPointer(Examination& examination) {
     return examination.overRequests(any, "EFAULT", [](SubDevice& device, const RequestInfo& request) {
-        return unless(kBadAddress, device.ask(request.code, nullptr));
+        return unless(kBadAddress, device.askAt(request.code, nullptr));
     });
 }
 
 Finding nothingOutside(Examination& examination) {
     PageEnd page(Behind::kNothing);
-    constexpr size_t kGuard = 64;
     return examination.overRequests(mayBeRepeated, "nothing outside the record is touched",
                                     [&](SubDevice& device, const RequestInfo& request) -> std::string {
                                         const auto record = examination.harmlessRecord(device, request);
-                                        const int32_t result = device.ask(request.code, page.put(record, 0));
+                                        const int32_t result =
+                                            device.askAt(request.code, page.put(record, 0));
                                         if (result < 0) return resultText(result) + " at the end of a page";
                                         if (page.frontTouched()) return "wrote in front of it";
                                         // A kernel that does not look at the result of its second copy is
                                         // seen here only.
                                         std::vector<std::byte> roomy = record;
-                                        roomy.resize(record.size() + kGuard, std::byte{kGuardByte});
-                                        device.ask(request.code, roomy.data());
+                                        roomy.resize(record.size() + kSlack, std::byte{kGuardByte});
+                                        device.askAt(request.code, roomy.data());
                                         const auto behind = std::span(roomy).subspan(record.size());
                                         return std::ranges::all_of(behind, isGuard) ? "" : "wrote behind it";
                                     });
@@ -83,10 +83,11 @@ Finding callersRecordKept(Examination& examination) {
         onlyGoesIn, "0, and the record as it was",
         [&](SubDevice& device, const RequestInfo& request) -> std::string {
             const auto record = examination.harmlessRecord(device, request);
-            if (const int32_t result = device.ask(request.code, page.put(record, record.size())); result < 0)
+            if (const int32_t result = device.askAt(request.code, page.put(record, record.size()));
+                result < 0)
                 return resultText(result) + " for a record in read-only memory";
             auto writable = record;
-            device.ask(request.code, writable.data());
+            device.ask(request.code, writable);
             return writable == record ? "" : "wrote to it";
         });
 }
@@ -111,7 +112,7 @@ Finding reservedKept(Examination& examination) {
             auto record = examination.harmlessRecord(device, request);
             for (size_t i = 0; i < record.size(); ++i)
                 if (reserved[i]) record[i] = std::byte{kGuardByte};
-            if (const int32_t result = device.ask(request.code, record.data()); result < 0)
+            if (const int32_t result = device.ask(request.code, record); result < 0)
                 return resultText(result);
             for (size_t i = 0; i < record.size(); ++i) {
                 if (!reserved[i] || isGuard(record[i]) || record[i] == std::byte{0}) continue;

@@ -15,7 +15,7 @@ Finding isAnswered(Examination& examination, const RequestInfo& request) {
     SubDevice device(examination.subject());
     examination.setUp(device);
     std::vector<std::byte> record = examination.harmlessRecord(device, request);
-    const int32_t result = device.ask(request.code, record.data());
+    const int32_t result = device.ask(request.code, record);
     if (result < 0) return failed(resultText(result), "0");
     examination.noteAnswered(Request{request.code});
     return passed();

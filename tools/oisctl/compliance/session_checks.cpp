@@ -32,7 +32,7 @@ Finding twoSessions(Examination& examination) {
     for (const char* const when : {"while two are open", "when the other is closed"}) {
         for (const SubDevice* const device : {&first, second ? second.get() : &first}) {
             ois::OisStatusRecord record{};
-            if (const int32_t result = device->ask(Request::kReadStatus, &record); result < 0)
+            if (const int32_t result = device->ask(Request::kReadStatus, record); result < 0)
                 return failed(fmt::format("READ_STATUS {} {}", resultText(result), when), "0");
         }
         second.reset();
@@ -66,24 +66,25 @@ class Reader {
   private:
     void readStatus() {
         ois::OisStatusRecord status{};
-        if (!asked("READ_STATUS", Request::kReadStatus, &status)) return;
+        if (!asked("READ_STATUS", Request::kReadStatus, status)) return;
         const std::pair time(status.timestampSeconds, status.timestampFraction);
         if (time.second >= kFractionEnd || time < mTime) mWrong = "READ_STATUS with a time that goes back";
         mTime = time;
     }
     void readHallInfo() {
         ois::OisHallInfo hall{};
-        if (!asked("READ_HALL_INFO", Request::kReadHallInfo, &hall)) return;
+        if (!asked("READ_HALL_INFO", Request::kReadHallInfo, hall)) return;
         if (bytesOf(hall) != bytesOf(mHall)) mWrong = "READ_HALL_INFO with another calibration";
     }
     // A target is kept, or overwritten with the controller's; never with that of another session.
     void readHall() {
         ois::OisFixMode record{0, 0, mMark, mMark, 0, 0};
-        if (!asked("GET_HALL", Request::kGetHall, &record)) return;
+        if (!asked("GET_HALL", Request::kGetHall, record)) return;
         for (const int32_t target : {record.target_x, record.target_y})
             if (target != mMark && target / kMark == mMark / kMark) mWrong = "GET_HALL with another's record";
     }
-    bool asked(const char* name, Request request, void* record) {
+    template <typename Record>
+    bool asked(const char* name, Request request, Record& record) {
         const int32_t result = mDevice.ask(request, record);
         if (result < 0) mWrong = fmt::format("{} {}", name, resultText(result));
         return result >= 0;
@@ -105,7 +106,7 @@ Finding readersAtOnce(Examination& examination) {
     SubDevice device(examination.subject());
     examination.setUp(device);
     ois::OisHallInfo hall{};
-    device.ask(Request::kReadHallInfo, &hall);
+    device.ask(Request::kReadHallInfo, hall);
     std::vector<std::unique_ptr<Reader>> readers;
     for (size_t i = 0; i < kReaders; ++i)
         readers.push_back(
@@ -142,7 +143,7 @@ Finding openedAndClosed(Examination& examination) {
     SubDevice device(examination.subject());
     examination.setUp(device);
     ois::OisStatusRecord record{};
-    const int32_t result = device.ask(Request::kReadStatus, &record);
+    const int32_t result = device.ask(Request::kReadStatus, record);
     if (result < 0) return failed(fmt::format("READ_STATUS {} afterwards", resultText(result)), "0");
     return passed(fmt::format("{} times", kOpenings));
 }

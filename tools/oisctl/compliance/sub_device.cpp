@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
@@ -28,7 +29,15 @@ SubDevice::~SubDevice() {
     close();
 }
 
-int32_t SubDevice::ask(uint32_t request, void* record) const {
+int32_t SubDevice::ask(uint32_t request, std::span<std::byte> record) const {
+    std::vector<std::byte> roomy(record.begin(), record.end());
+    roomy.resize(record.size() + kSlack);
+    const int32_t result = askAt(request, roomy.data());
+    std::copy_n(roomy.begin(), record.size(), record.begin());
+    return result;
+}
+
+int32_t SubDevice::askAt(uint32_t request, void* record) const {
     if (writesCalibration(request) && !mAllowWrite)
         throw std::logic_error("a request that writes calibration was about to be sent unasked");
     const int result = ioctl(mDescriptor, static_cast<unsigned long>(request), record);

@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "modules/module_description.h"
@@ -36,10 +38,16 @@ class SubDevice {
     SubDevice(const SubDevice&) = delete;
     SubDevice& operator=(const SubDevice&) = delete;
 
-    // 0 or greater, or a negative errno. All that is ever asked passes here: what writes calibration and is
+    // 0 or greater, or a negative errno. A kernel side that moves more than the record has does no harm here.
+    int32_t ask(uint32_t request, std::span<std::byte> record) const;
+    template <typename Record>
+    int32_t ask(ois::Request request, Record& record) const {
+        static_assert(std::is_trivially_copyable_v<Record>);
+        return ask(ois::code(request), std::as_writable_bytes(std::span(&record, 1)));
+    }
+    // With a record at that very address. All that is ever asked passes here: what writes calibration and is
     // not allowed to throws std::logic_error and is not sent.
-    int32_t ask(uint32_t request, void* record) const;
-    int32_t ask(ois::Request request, void* record) const { return ask(ois::code(request), record); }
+    int32_t askAt(uint32_t request, void* record) const;
     // 0, or a negative errno; the node is closed in any case.
     int32_t close();
 
@@ -48,6 +56,8 @@ class SubDevice {
     int mDescriptor = -1;
 };
 
+// Behind a record, for what a kernel side may write there.
+constexpr size_t kSlack = 2048;
 // What lies around a record, and where it has reserved bytes, before it is sent.
 constexpr int kGuardByte = 0xA5;
 constexpr bool isGuard(std::byte byte) {
