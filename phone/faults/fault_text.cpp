@@ -27,6 +27,7 @@ constexpr unsigned bit(Kind kind) {
 constexpr unsigned kFails = bit(Kind::kFail) | bit(Kind::kSlow);
 constexpr unsigned kMayBeLost = kFails | bit(Kind::kLost);
 constexpr unsigned kEverything = kMayBeLost | bit(Kind::kGarbage) | bit(Kind::kResult);
+constexpr unsigned kOfRequests = kEverything | bit(Kind::kMoves);
 
 enum class Naming { kNone, kCommand, kRequest, kHubCommand, kMediaRequest, kPath, kProperty };
 
@@ -65,7 +66,7 @@ constexpr unsigned kItself = 0;  // the name says what happens
 constexpr std::array kPlaces{
     Place{"", kCommand, kEverything, "a command, whichever way it goes", "session --fault SET_MODE@3:lost",
           Naming::kCommand},
-    Place{"request", kRequest, kEverything, "a private request",
+    Place{"request", kRequest, kOfRequests, "a private request; UNKNOWN: one that there is not",
           "session -m dw9786 --fault request.SET_MODE@2-5:errno=EIO", Naming::kRequest},
     Place{"hub", kHubCommand, kEverything, "a record to the sensor hub",
           "session --fault hub@after3:slow=20ms", Naming::kHubCommand},
@@ -148,6 +149,7 @@ constexpr std::array kEffects{
     Effect{"fail", Kind::kFail, ""},           Effect{"errno", Kind::kFail, "EIO"},
     Effect{"lost", Kind::kLost, ""},           Effect{"slow", Kind::kSlow, "20ms"},
     Effect{"garbage", Kind::kGarbage, "ff00"}, Effect{"result", Kind::kResult, "-1"},
+    Effect{"moves", Kind::kMoves, "+8"},
 };
 
 std::string effectList(unsigned allowed) {
@@ -211,6 +213,7 @@ class Parser {
     int64_t parseDelayUs(std::string_view text) const;
     std::vector<uint8_t> parseBytes(std::string_view text) const;
     int64_t parseResult(std::string_view text) const;
+    int64_t parseMoved(std::string_view text) const;
 
     std::string_view mText;
     Fault mFault;
@@ -224,8 +227,11 @@ const Place* findPlace(std::string_view name) {
 // The names that a NAME may have; empty: any path.
 std::vector<std::string_view> knownNames(Naming naming) {
     switch (naming) {
-        case Naming::kRequest:
-            return namesOf(privateRequests());
+        case Naming::kRequest: {
+            std::vector<std::string_view> names = namesOf(privateRequests());
+            names.push_back(kUnknownRequest);
+            return names;
+        }
         case Naming::kHubCommand:
             return namesOf(hubCommands());
         case Naming::kMediaRequest:
@@ -398,6 +404,15 @@ int64_t Parser::parseResult(std::string_view text) const {
     return result;
 }
 
+int64_t Parser::parseMoved(std::string_view text) const {
+    int64_t bytes = 0;
+    const bool more = text.starts_with('+');
+    if (parseNumber(text.substr(more ? 1 : 0), bytes) && bytes != 0 && std::abs(bytes) <= kMostMoved)
+        return bytes;
+    refuse("'{}' is no number of bytes: write how many more or fewer, at most {}, as in 'moves=+8'", text,
+           kMostMoved);
+}
+
 void Parser::parseEffect(const Place& place, std::string_view text) {
     const size_t equals = text.find('=');
     const bool hasValue = equals != std::string_view::npos;
@@ -411,6 +426,7 @@ void Parser::parseEffect(const Place& place, std::string_view text) {
     if (effect.kind == Kind::kFail && hasValue) mFault.effect.error = parseErrno(value);
     if (effect.kind == Kind::kSlow) mFault.effect.delayUs = parseDelayUs(value);
     if (effect.kind == Kind::kGarbage) mFault.effect.bytes = parseBytes(value);
+    if (effect.kind == Kind::kMoves) mFault.effect.result = parseMoved(value);
     if (effect.kind == Kind::kResult) mFault.effect.result = parseResult(value);
 }
 

@@ -30,6 +30,10 @@ namespace phone {
 
 class Clock;
 
+// Stands for the name of a private request that no record stands for.
+constexpr std::string_view kUnknownRequest = "UNKNOWN";
+constexpr int64_t kMostMoved = 64;  // bytes that a fault lets a request move beyond its record, or leave out
+
 // Where a fault may strike.
 enum class FaultPoint {
     kCommand,          // a request or a hub command of that name, whichever way it goes
@@ -61,7 +65,8 @@ struct FaultEffect {
         kLost,     // never reaches its target; the caller sees success and unchanged data
         kSlow,     // takes `delayUs` more, then proceeds
         kGarbage,  // proceeds, and what comes back is overwritten with `bytes` (repeated to fill)
-        kResult,   // proceeds, and returns `result`
+        kResult,   // proceeds, and returns `result`, whatever else went wrong
+        kMoves,    // proceeds, but `result` bytes more than the record has travel, or fewer if negative
         kItself,   // what the place's name says, with `result` as its value
         kAnswer,   // nobody behind it is asked: `error`, or `result` and `bytes` as they stand, is the answer
     };
@@ -117,6 +122,8 @@ class Fate {
     bool lost() const { return is(FaultEffect::Kind::kLost); }
     // What stands for the call's own result.
     std::optional<int64_t> result() const;
+    // How many bytes travel beyond those of the record.
+    int64_t moves() const { return is(FaultEffect::Kind::kMoves) ? mFault->effect.result : 0; }
     // The value of a place whose name says what happens.
     int64_t value() const { return mFault->effect.result; }
     bool spoils() const {

@@ -92,6 +92,7 @@ class Kernel : private KernelParts {
     int32_t refuse(const Node& node, uint32_t request, const void* argument);
     int32_t request(const Node& node, uint32_t request, void* argument);
     int32_t passRequest(int fd, uint32_t request, void* argument, const Node* node);
+    int32_t serve(const Node& node, uint32_t request, std::span<std::byte> record, const Fate& fate);
     int32_t carryOut(const Node& node, uint32_t request, std::span<std::byte> record);
     ssize_t followLink(const char* path, std::string& target) const;
 

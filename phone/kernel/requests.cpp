@@ -21,6 +21,7 @@ namespace phone {
 namespace {
 
 constexpr size_t kLargestRecord = sizeof(ois::OisCustInfo);  // of the requests that the phone answers
+constexpr size_t kLargestMoved = kLargestRecord + static_cast<size_t>(kMostMoved);
 static_assert(kLargestRecord >= sizeof(media_device_info) && kLargestRecord >= sizeof(media_entity_desc));
 static_assert(kLargestRecord >= sizeof(ois::OisFlashRecord));
 
@@ -36,6 +37,11 @@ bool comesBack(uint32_t request) {
     return (_IOC_DIR(request) & _IOC_READ) != 0;
 }
 
+// As many as the fault says instead of `size`.
+size_t movedBytes(size_t size, const Fate& fate) {
+    return static_cast<size_t>(std::max<int64_t>(0, static_cast<int64_t>(size) + fate.moves()));
+}
+
 std::span<const uint8_t> asUint8(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
 }
@@ -49,7 +55,7 @@ bool Kernel::takes(int fd, uint32_t request) const {
 Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte> record) {
     const RequestInfo* info = findRequest(request);
     const auto point = isPrivateRequest(request) ? FaultPoint::kRequest : FaultPoint::kMediaRequest;
-    return mFaults.consult(point, info != nullptr ? info->name : std::string_view{}, record);
+    return mFaults.consult(point, info != nullptr ? info->name : kUnknownRequest, record);
 }
 
 void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
@@ -92,42 +98,49 @@ bool Kernel::knows(const Node& node, uint32_t request) {
 int32_t Kernel::refuse(const Node& node, uint32_t request, const void* argument) {
     std::vector<std::byte> record(goesIn(request) ? _IOC_SIZE(request) : 0);
     const bool reached = copyFromUser(record, argument);
-    const int32_t error = !reached && node.kind == Node::Kind::kSubDevice ? -EFAULT : -ENOTTY;
+    int32_t result = !reached && node.kind == Node::Kind::kSubDevice ? -EFAULT : -ENOTTY;
     if (!reached) record.clear();
-    if (mTrace.enabled()) traceRequest(request, record, {}, error, {});
-    return error;
+    const bool asked = reached && isPrivateRequest(request);
+    const Fate fate = asked ? consultRequest(request, record) : Fate{};
+    result = static_cast<int32_t>(fate.result().value_or(result));
+    if (mTrace.enabled()) traceRequest(request, record, {}, result, fate);
+    return result;
+}
+
+// Carries a request out that has come in whole, and gives its result.
+int32_t Kernel::serve(const Node& node, uint32_t request, std::span<std::byte> record, const Fate& fate) {
+    if (fate.error() != 0) return -fate.error();
+    if (fate.lost()) return 0;
+    const int32_t result = carryOut(node, request, record);
+    fate.spoil(record);
+    return result;
 }
 
 // The simulated kernel: the request's code alone says how much moves; the record is copied at entry, and back
 // as a whole unless the request failed.
 int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
     if (!knows(node, request)) return refuse(node, request, argument);
-    const bool traced = mTrace.enabled();
-    alignas(std::max_align_t) std::array<std::byte, kLargestRecord> space;
+    alignas(std::max_align_t) std::array<std::byte, kLargestMoved> space;
     const std::span record(space.data(), _IOC_SIZE(request));
-    if (!copyFromUser(record, argument)) {
-        if (traced) traceRequest(request, {}, {}, -EFAULT, {});
-        return -EFAULT;
+    bool reached = copyFromUser(record, argument);
+    const Fate fate = consultRequest(request, record.first(reached ? record.size() : 0));
+    if (fate.moves() != 0) {
+        reached = copyFromUser(std::span(space).first(movedBytes(record.size(), fate)), argument);
+        std::ranges::fill(std::span(space).subspan(record.size()), std::byte{});
     }
     std::vector<std::byte> sent;
-    if (traced) sent.assign(record.begin(), record.end());
+    if (reached && mTrace.enabled()) sent.assign(record.begin(), record.end());
 
-    const Fate fate = consultRequest(request, record);
-    const bool lost = fate.lost();
-    int32_t result = 0;
-    if (fate.error() != 0) {
-        result = -fate.error();
-    } else if (!lost) {
-        result = carryOut(node, request, record);
-        fate.spoil(record);
-        result = static_cast<int32_t>(fate.result().value_or(result));
-    }
-    bool answered = result >= 0 && !lost && comesBack(request);
-    if (answered && !copyToUser(argument, record)) {
+    int32_t result = reached ? serve(node, request, record, fate) : -EFAULT;
+    result = static_cast<int32_t>(fate.result().value_or(result));
+    const bool succeeded = reached && result >= 0 && !fate.lost();
+    bool answered = succeeded && comesBack(request);
+    const size_t back = movedBytes(comesBack(request) ? record.size() : 0, fate);
+    if (succeeded && back != 0 && !copyToUser(argument, std::span(space).first(back))) {
         answered = false;
-        result = -EFAULT;
+        result = static_cast<int32_t>(fate.result().value_or(-EFAULT));
     }
-    if (traced) {
+    if (mTrace.enabled()) {
         traceRequest(request, sent,
                      answered ? std::span<const std::byte>(record) : std::span<const std::byte>{}, result,
                      fate);

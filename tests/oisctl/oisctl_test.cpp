@@ -153,6 +153,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
         {"compare", {"compare a.jsonl b.jsonl"}},
         {"replay", {"replay changed.jsonl", "replay a.jsonl"}},
+        {"compliance", {"compliance --fault READ_STATUS:garbage=00"}},
         {"calibrate", {"calibrate"}},
         {"firmware-update", {"firmware-update", "firmware-update -m dw9786"}},
         {"registers", {"registers --watch --seconds 0.1"}},

@@ -44,6 +44,8 @@ TEST(FaultText, SaysWhereWhenAndWhat) {
     EXPECT_EQ(parseFault("SET_MODE:slow=1.5ms").effect.delayUs, 1500);
     EXPECT_EQ(parseFault("READ_GAIN:garbage=fF00").effect.bytes, (Bytes{255, 0}));
     EXPECT_EQ(parseFault("READ_GAIN:result=-3").effect.result, -3);
+    EXPECT_EQ(parseFault("request.SET_MODE:moves=+8").effect.result, 8);
+    EXPECT_EQ(parseFault("request.SET_MODE:moves=-3").effect.result, -3);
     EXPECT_EQ(parseFault("chip.calibration-error=0x21").effect.result, 0x21);
     EXPECT_EQ(parseFault("chip.power-cut=57").object, 57);
 }
@@ -60,6 +62,7 @@ TEST(FaultText, ErrorsSayWhatWouldBeRight) {
         {"SET_MODE:errno=EBUSSY", "did you mean 'EBUSY'?"},
         {"SET_MODE:slow=20", "with us, ms or s, as in 'slow=20ms'"},
         {"SET_MODE:garbage=f", "pairs of hex digits"},
+        {"request:moves=65", "more or fewer, at most 64, as in 'moves=+8'"},
         {"thread:garbage=00", "'garbage' means nothing at 'thread'; it may be: fail, errno=EIO, slow=20ms"},
         {"chip.nevr-idle", "did you mean 'chip.never-idle'?"},
         {"chip.never-idle=1", "'chip.never-idle' takes no value"},

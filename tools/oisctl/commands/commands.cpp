@@ -12,6 +12,8 @@ const std::vector<CommandEntry>& commands() {
         {"Sessions", "compare", "Hold two traces beside each other and say where they part", describeCompare},
         {"Sessions", "replay", "Call and answer the driver as a trace has it, and say where it differs",
          describeReplay},
+        {"Controller", "compliance", "Check a kernel driver's private requests, one line a check",
+         describeCompliance},
         {"Controller", "calibrate", "Measure the gyro offset and save it to the controller's flash",
          describeCalibrate},
         {"Controller", "firmware-update", "Bring the controller's firmware up to date",

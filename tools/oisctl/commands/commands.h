@@ -11,6 +11,7 @@ Command describeMode();
 Command describeDecode();
 Command describeCompare();
 Command describeReplay();
+Command describeCompliance();
 Command describeCalibrate();
 Command describeFirmwareUpdate();
 Command describeRegisters();

@@ -1,5 +1,8 @@
 #include "session/settings.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "base/suggest.h"
 #include "faults/faults.h"
 #include "motion/motion.h"
@@ -113,6 +116,17 @@ std::vector<Option> withPhoneOptions(std::vector<Option> own, Settings& settings
             own.push_back(option);
             own.back().group = group;
         }
+    }
+    return own;
+}
+
+std::vector<Option> withSomePhoneOptions(std::vector<Option> own, Settings& settings,
+                                         const std::vector<std::string>& names) {
+    for (Option& option : withPhoneOptions({}, settings)) {
+        const auto isWanted = [&names](const std::string& name) {
+            return std::ranges::find(names, name) != names.end();
+        };
+        if (std::ranges::any_of(namesOf(option), isWanted)) own.push_back(std::move(option));
     }
     return own;
 }

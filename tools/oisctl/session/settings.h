@@ -47,6 +47,9 @@ struct Settings {
 
 // The options that fill `settings`, which must outlive them, behind a command's `own`.
 std::vector<Option> withPhoneOptions(std::vector<Option> own, Settings& settings);
+// Only those of the names: "--kernel", ...
+std::vector<Option> withSomePhoneOptions(std::vector<Option> own, Settings& settings,
+                                         const std::vector<std::string>& names);
 Option jsonOption(Settings& settings);
 
 // What options of several commands may be.
