@@ -177,7 +177,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
             for (std::string line; std::getline(lines, line);) {
                 const json object = json::parse(line, nullptr, false);
                 addKeys(object, "", seen);
-                EXPECT_TRUE(object.value("format", 0) == 1 || section == std::string("decode"))
+                EXPECT_TRUE(object.value("format", 0) == 2 || section == std::string("decode"))
                     << command << line;
             }
         }
@@ -281,6 +281,30 @@ TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
         EXPECT_EQ(value.is_string() ? value.get<std::string>() : value.dump(), c.verdict) << c.command;
         EXPECT_EQ(outcome.status, c.status) << c.command;
     }
+}
+
+// Neither a longer look nor another hand turns a verdict round: the shake is compared with itself.
+TEST_F(Oisctl, ShakeLeftIsHeldAgainstTheSameStretch) {
+    const struct {
+        const char* command;
+        double least, most;
+    } cases[] = {
+        {"session", -35, -15},
+        {"session --motion walk", -35, -15},
+        {"session -m dw9786 --fault lens.stuck", 0, 0},
+        {"session -m dw9786 --fault lens.sluggish-x --fault lens.sluggish-y", -15, -1},
+        {"session -m dw9786 --modes 0,2 --operations off", -35, -15},
+    };
+    for (const auto& c : cases) {
+        for (const char* rest :
+             {" --hold 0.5", " --hold 1.5", " --hold 0.5 --seed 2", " --hold 1.5 --seed 3"}) {
+            const json shake = json::parse(run(std::string(c.command) + rest + " --json").out)["shake_left"];
+            EXPECT_GE(shake["change_db"], c.least) << c.command << rest;
+            EXPECT_LE(shake["change_db"], c.most) << c.command << rest;
+            EXPECT_GT(shake["stretches"][0]["from_s"], 0.5) << "not before the lens has settled";
+        }
+    }
+    EXPECT_TRUE(json::parse(run("session --modes 0 --operations off --json").out)["shake_left"].is_null());
 }
 
 TEST_F(Oisctl, CommandsAreFoldedOnlyWhenTheirAnswersAreAlikeToo) {

@@ -59,7 +59,7 @@ Field measured(std::string key, std::string label, std::floating_point auto valu
 Field byAxis(std::string key, std::string label, const Value& x, const Value& y, std::string_view unit = {});
 
 // Bumped when a key changes its name or its meaning, or goes away.
-constexpr int kJsonFormat = 1;
+constexpr int kJsonFormat = 2;
 
 // On standard output: one line of JSON, or text.
 void print(const Record& report, bool json);

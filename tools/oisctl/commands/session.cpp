@@ -21,7 +21,6 @@ namespace oisctl {
 namespace {
 
 constexpr double kMicrosPerSecond = 1e6;
-constexpr int64_t kLookUs = 5000;  // between two looks at the lens
 
 struct Options {
     Settings settings;
@@ -37,6 +36,7 @@ class Tour {
     Tour(DriverSession& session, const Options& options)
         : mSession(session),
           mOptions(options),
+          mShake(session),
           mProgress("session", static_cast<double>(options.modes.size()) * options.holdS) {}
 
     Summary run() {
@@ -97,17 +97,8 @@ class Tour {
     }
 
     void hold() {
-        phone::Stabiliser* stabiliser = mSession.stabiliser();
-        const int64_t endUs = mSession.nowUs() + std::llround(mOptions.holdS * kMicrosPerSecond);
-        // The lens needs a moment to settle after a change of the mode.
-        constexpr int64_t kSettleUs = 100'000;
-        const int64_t settledUs = mSession.nowUs() + kSettleUs;
-        while (mSession.nowUs() < endUs && !mSession.endsEarly()) {
-            mSession.sleepUs(std::min(kLookUs, endUs - mSession.nowUs()));
-            mProgress.update(mSession.nowS());
-            if (stabiliser == nullptr || mSession.nowUs() < settledUs) continue;
-            mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
-        }
+        mShake.sleepUntil(mSession.nowUs() + std::llround(mOptions.holdS * kMicrosPerSecond),
+                          [this] { mProgress.update(mSession.nowS()); });
     }
 
     void chooseOperations() {
@@ -132,9 +123,9 @@ class Tour {
 
     DriverSession& mSession;
     const Options& mOptions;
-    Progress mProgress;
     ShakeMeter mShake;
     std::vector<int32_t> mOperations;
+    Progress mProgress;
     Summary mSummary;
 };
 

@@ -15,7 +15,8 @@ constexpr double kMicrosPerSecond = 1e6;
 
 class Player {
   public:
-    Player(DriverSession& session, const Scenario& scenario) : mSession(session), mScenario(scenario) {}
+    Player(DriverSession& session, const Scenario& scenario)
+        : mSession(session), mScenario(scenario), mShake(session) {}
 
     Summary play() {
         const bool supported = mSession.open();
@@ -37,13 +38,12 @@ class Player {
         Progress progress(mScenario.name, static_cast<double>(frames));
         for (mFrame = 0; mFrame < frames && !mSession.endsEarly(); ++mFrame) {
             const double timeS = mScenario.frameTimeS(mFrame);
-            mSession.phone().clock().sleepUntilUs(startUs + std::llround(timeS * kMicrosPerSecond));
+            mShake.sleepUntil(startUs + std::llround(timeS * kMicrosPerSecond));
             applyMoments(timeS);
             applyTemperature(timeS);
             sendFocus(timeS);
             sendRequest(timeS);
             noteMode();
-            measureShake();
             progress.update(static_cast<double>(mFrame), "frame " + std::to_string(mFrame));
         }
     }
@@ -126,11 +126,6 @@ class Player {
         modes.back().lastFrame = mFrame;
     }
 
-    void measureShake() {
-        phone::Stabiliser* stabiliser = mSession.stabiliser();
-        if (stabiliser != nullptr) mShake.sample(stabiliser->mode(), stabiliser->stateAt(mSession.nowUs()));
-    }
-
     void setStream(bool on) {
         mSession.notifyStream(on);
         mStreaming = on;
@@ -138,12 +133,12 @@ class Player {
 
     DriverSession& mSession;
     const Scenario& mScenario;
+    ShakeMeter mShake;
     size_t mNextMoment = 0;
     uint64_t mFrame = 0;
     bool mStreaming = false;
     std::optional<long> mTemperature;
     Summary mSummary;
-    ShakeMeter mShake;
 };
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
-
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/suggest.h"
@@ -116,16 +114,32 @@ Field gainField(const std::vector<GainReading>& gains) {
     return {"gains", gains.empty() ? "" : "gains", table, joined(lines, "\n")};
 }
 
-Field shakeField(const ShakeLeft& shake) {
-    const auto value = [](const std::optional<double>& rms) { return rms ? Value(*rms) : Value(); };
-    std::vector<std::string> parts;
-    if (shake.off) parts.push_back(fmt::format("off {:.4f} deg", *shake.off));
-    if (shake.on) parts.push_back(fmt::format("on {:.4f} deg", *shake.on));
-    std::string text = fmt::format("stabilisation {}", fmt::join(parts, ", "));
-    if (shake.off && shake.on && *shake.on > 0 && *shake.off > 0)
-        text += fmt::format(" ({:.1f} dB)", 20 * std::log10(*shake.on / *shake.off));
-    return {"shake_left_rms_deg", parts.empty() ? "" : "shake left",
-            Record{{"off", "", value(shake.off)}, {"on", "", value(shake.on)}}, text + " RMS"};
+std::string shakeText(const ShakeLeft& shake) {
+    const std::optional<double> change = shake.changeDb();
+    std::string text =
+        change ? fmt::format("{:.4f} of {:.4f} deg RMS ({})", shake.leftRms, shake.trueRms,
+                             figure(*change, 1, " dB"))
+               : fmt::format("{:.4f} deg RMS, where {:.4f} deg were to cancel", shake.leftRms, shake.trueRms);
+    text += fmt::format(", stabilisation on, {:.2f}-{:.2f} s", shake.stretches.front().fromS,
+                        shake.stretches.back().toS);
+    if (shake.stretches.size() > 1)
+        text += fmt::format(" in {} stretches, {} in all", shake.stretches.size(), duration(shake.seconds));
+    return text;
+}
+
+Field shakeField(const std::optional<ShakeLeft>& shake) {
+    constexpr const char* kKey = "shake_left";
+    if (!shake) return {kKey, "", Value()};
+    Table stretches;
+    for (const ShakeLeft::Stretch& stretch : shake->stretches)
+        stretches.push_back({{"from_s", "", stretch.fromS}, {"to_s", "", stretch.toS}});
+    const std::optional<double> change = shake->changeDb();
+    return {kKey, "shake left",
+            Record{{"true_rms_deg", "", shake->trueRms},
+                   {"left_rms_deg", "", shake->leftRms},
+                   {"change_db", "", change ? Value(*change) : Value()},
+                   {"stretches", "", stretches}},
+            shakeText(*shake)};
 }
 
 std::string moreFailures(const Tally::Counts& counts) {

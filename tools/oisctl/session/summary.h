@@ -46,7 +46,7 @@ struct Summary {
     std::vector<OperationResult> operations;
     std::vector<std::string> leftOut;  // operations that a real controller is not asked for
     std::vector<GainReading> gains;    // of a tour that writes none
-    ShakeLeft shake;
+    std::optional<ShakeLeft> shake;
 };
 
 // Who tells of module, failures and time.
