@@ -27,6 +27,7 @@ if(OIS_BUILD_TOOLS)
   configure_file(cmake/ois_phone.pc.in ois_phone.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/ois_phone.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   install(TARGETS oisctl RUNTIME)
+  install(TARGETS ois_spy LIBRARY)
   # Both are compiled in; the files are for copying and changing.
   install(DIRECTORY phone/modules DESTINATION ${CMAKE_INSTALL_DATADIR}/ois_drv FILES_MATCHING PATTERN *.toml)
   install(DIRECTORY tools/oisctl/scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/ois_drv FILES_MATCHING PATTERN *.toml)
@@ -40,7 +41,7 @@ endif()
 # What is installed, and no more.
 add_custom_target(product DEPENDS ${installed})
 if(OIS_BUILD_TOOLS)
-  add_dependencies(product oisctl oisctl_documents)
+  add_dependencies(product oisctl oisctl_documents ois_spy)
 endif()
 
 foreach(target ${installed})

@@ -167,6 +167,11 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"faults", {"faults"}},
     };
     if (std::system("command -v gnuplot >/dev/null") == 0) cases.push_back({"plot", {"plot cut.txt"}});
+#ifndef OIS_EMULATED
+    cases.push_back({"spy",
+                     {"spy --json -- sh -c 'ASAN_OPTIONS=verify_asan_link_order=0 " OISCTL_COMMAND
+                      " mode 2 >spied.txt'"}});
+#endif
     auto documented = documentedKeys();
     const std::set<std::string> common = documented["Commands that open the driver"];
     std::set<std::string> seenOfCommon;

@@ -25,8 +25,14 @@ struct TraceFile {
 // order in which they appear. So threads of two traces that do the same have the same numbers.
 void numberThreads(TraceFile& trace);
 
-// A trace in JSON lines, its threads numbered so; the report that a command prints behind its trace is left
-// out. Throws InputError that names file, line and what is wrong there.
+// What the capture library of a process that ended before its time left beside its trace: the lines that were
+// still to be written. Empty when there is none.
+std::string pendingLines(const std::filesystem::path& path);
+// Puts them where they belong. Not while the process may still write.
+void appendPendingLines(const std::filesystem::path& path);
+
+// A trace in JSON lines, with what is pending, its threads numbered so; the report that a command prints
+// behind its trace is left out. Throws InputError that names file, line and what is wrong there.
 TraceFile loadTrace(const std::filesystem::path& path);
 
 }  // namespace oisctl

@@ -9,6 +9,8 @@ const std::vector<CommandEntry>& commands() {
         {"Sessions", "op", "Run one operation on the open driver", describeOperation},
         {"Sessions", "mode", "Set one working mode on the open driver", describeMode},
         {"Sessions", "decode", "Say in words what request codes and hub records in hex are", describeDecode},
+        {"Sessions", "spy", "Run a program and capture what passes between it and the controller",
+         describeSpy},
         {"Sessions", "compare", "Hold two traces beside each other and say where they part", describeCompare},
         {"Sessions", "replay", "Call and answer the driver as a trace has it, and say where it differs",
          describeReplay},

@@ -9,6 +9,7 @@ Command describeSession();
 Command describeOperation();
 Command describeMode();
 Command describeDecode();
+Command describeSpy();
 Command describeCompare();
 Command describeReplay();
 Command describeCompliance();
