@@ -19,7 +19,8 @@ bool concerns(const Fault& fault, FaultPoint point, std::string_view key, std::o
 }  // namespace
 
 std::optional<int64_t> Fate::result() const {
-    return is(FaultEffect::Kind::kResult) || answered() ? std::optional(mFault->effect.result) : std::nullopt;
+    return is(FaultEffect::Kind::kResult) || (answered() && !fails()) ? std::optional(mFault->effect.result)
+                                                                      : std::nullopt;
 }
 
 void Fate::spoil(std::span<std::byte> answer) const {
