@@ -10,14 +10,11 @@
  * REQUEST is a name, a code such as 0xC00456C3, * for all requests, or OPEN.
  * It strikes COUNT times, 0 being always, once it was reached AFTER times.
  */
+#include <linux/ctype.h>
 #include <linux/errno.h>
 #include <linux/kernel.h>
 #include <linux/slab.h>
 #include <linux/string.h>
-
-#if __has_include(<linux/hex.h>)
-#include <linux/hex.h> /* what linux/kernel.h declared up to 6.4 */
-#endif
 
 #include "ois_virtual.h"
 
@@ -116,12 +113,19 @@ static int parse_delay(const char *word, u32 *value)
 static int parse_answer(const char *word, struct ois_knob *knob)
 {
 	size_t length = strlen(word);
+	size_t i;
 
 	knob->size = length / 2;
 	if (length % 2 || !(_IOC_DIR(knob->code) & _IOC_READ) ||
 	    knob->size > _IOC_SIZE(knob->code))
 		return -EINVAL;
-	return hex2bin(knob->bytes, word, knob->size) ? -EINVAL : 0;
+	for (i = 0; i < knob->size; i++) {
+		char digits[] = { word[2 * i], word[2 * i + 1], '\0' };
+
+		if (!isxdigit(digits[0]) || kstrtou8(digits, 16, &knob->bytes[i]))
+			return -EINVAL;
+	}
+	return 0;
 }
 
 static int parse_value(const char *word, struct ois_knob *knob)
