@@ -11,6 +11,7 @@
 
 #include "base/junit.h"
 #include "compliance/examination.h"
+#include "oisctl/oisctl_fixture.h"
 #include "phone.h"
 
 namespace {
@@ -155,6 +156,30 @@ TEST_F(Compliance, ADeviceThatGoesAwayFailsOnceAndTheRestIsNotAsked) {
     mPhone.faults().add("request@after100:errno=ENODEV");
     EXPECT_EQ(examined(Verdict::kFailed).size(), 1U);
     EXPECT_TRUE(examined(Verdict::kNotAsked).contains("left at rest"));
+}
+
+TEST_F(Oisctl, AComplianceRunThatIsInterruptedLeavesTheLensAtRest) {
+    const std::vector<json> events =
+        trace("compliance --real-time", "timeout --foreground --preserve-status -s INT 0.4");
+    std::vector<std::string> asked;
+    for (const json& event : events)
+        if (event.value("kind", "") == "sub-device") asked.push_back(event["name"]);
+    ASSERT_GT(asked.size(), 3U);
+    EXPECT_EQ(std::vector(asked.end() - 3, asked.end()),
+              (std::vector<std::string>{"SET_FIX_MODE", "SET_MODE", "END_SESSION"}));
+    EXPECT_LT(std::ranges::count(asked, "SET_FIX_MODE"), 25) << "it was interrupted among the targets";
+}
+
+TEST_F(Oisctl, ANodeThatCannotBeReachedIsSaidOnce) {
+    for (const char* const arguments :
+         {"--node /dev/v4l-subdev99", "--kernel real --node /dev/v4l-subdev99"}) {
+        const Outcome outcome = run(std::string("compliance --junit x.xml ") + arguments);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(lines(outcome.err), 1U) << outcome.err;
+        EXPECT_NE(outcome.err.find("/dev/v4l-subdev99"), std::string::npos) << outcome.err;
+        EXPECT_FALSE(fs::exists(mFolder / "x.xml"));
+    }
 }
 
 TEST(Junit, HoldsWhatXmlCannotInOtherWords) {

@@ -59,6 +59,8 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
         {"detect-defect --defect stuk-x", "did you mean 'stuck-x'?"},
         {"firmware-update --from new", "0x"},
         {"plot bad_scenario.toml", "bad_scenario.toml"},
+        {"compliance -m korvas4sw-hub", "these are: korvas4sw-subdev"},
+        {"compliance --junit no/such/folder", "--junit no/such/folder"},
         {"scenarios bad_scenario.toml", "did you mean 'zoom_ratio'"},
     };
     for (const Case& c : cases) {
@@ -73,15 +75,12 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
 }
 
 TEST_F(Oisctl, SignalsEndEveryCommandInOrderWithTheirStatus) {
-    const std::tuple<const char*, const char*, int> cases[] = {{"session --hold 60", "INT", 130},
-                                                               {"session --hold 60", "TERM", 143},
-                                                               {"session --hold 60", "HUP", 129},
-                                                               {"record --seconds 60", "INT", 130},
-                                                               {"samples --seconds 60", "INT", 130},
-                                                               {"registers --watch", "TERM", 143},
-                                                               {"detect-defect", "INT", 130},
-                                                               {"calibrate", "HUP", 129},
-                                                               {"firmware-update --times 9", "TERM", 143}};
+    const std::tuple<const char*, const char*, int> cases[] = {
+        {"session --hold 60", "INT", 130},    {"session --hold 60", "TERM", 143},
+        {"session --hold 60", "HUP", 129},    {"record --seconds 60", "INT", 130},
+        {"samples --seconds 60", "INT", 130}, {"registers --watch", "TERM", 143},
+        {"detect-defect", "INT", 130},        {"calibrate", "HUP", 129},
+        {"compliance", "INT", 130},           {"firmware-update --times 9", "TERM", 143}};
     for (const auto& [command, signal, status] : cases) {
         SCOPED_TRACE(std::string(command) + ' ' + signal);
         const Outcome result =

@@ -59,7 +59,7 @@ Finding leaveAtRest(Examination& examination) {
     send(Request::kSetFixMode, ois::OisFixMode{0, 0, hall.centerX, hall.centerY, 0, 0});
     send(Request::kSetMode, uint32_t{0});
     send(Request::kEndSession, int32_t{-1});
-    if (refused.empty()) return passed("no target held, stabilisation off, session ended");
+    if (refused.empty()) return passed("SET_FIX_MODE off, SET_MODE 0 and END_SESSION were accepted");
     return failed(joined(refused), "0 of each");
 }
 
