@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "capture/spied_program.h"
+#include "capture/trace_compare.h"
 #include "capture/trace_file.h"
 #include "trace/decode.h"
 
@@ -165,6 +166,40 @@ TEST_F(Spy, ASignalInTheMidstOfItIsCounted) {
         if (event.kind == EventKind::kNote)
             lost += std::get<uint64_t>(phone::findField(event, "events")->value);
     EXPECT_EQ(modes(all).size() + lost, made);
+}
+
+// The tool's own trace of the same run, which the simulated phone wrote, is the measure: what it knows
+// besides is set aside.
+TEST_F(Spy, SeesOfTheDriverWhatTheSimulatedPhoneSees) {
+    const char* const sessions[] = {
+        "session -m korvas4sw-hub --set bypassen=0",
+        "session -m korvas4sw-hub --scenario warming-phone",
+        "session -m dw9786 --scenario engineering --set dump=6",
+        "session -m dw9786 --fault open:errno=EACCES",
+        "session -m dw9786 --fault SET_MODE@2:errno=EIO --fault thread@1:errno=EAGAIN",
+        "session -m korvas4sw-hub --fault sensor-provider:fail",
+        "samples",
+        "dump otp",
+        "detect-defect"};
+    for (const char* session : sessions) {
+        SCOPED_TRACE(session);
+        run("exec env ASAN_OPTIONS=verify_asan_link_order=0 " +
+            std::string(OISCTL_COMMAND " spy -o s.jsonl -- ") + OISCTL_COMMAND " " + session +
+            " -q --trace=t.jsonl");
+        oisctl::Aside aside;
+        aside.kinds = {EventKind::kMessage, EventKind::kTelemetry, EventKind::kNote};
+        const TraceFile spied = trace("s.jsonl");
+        const TraceFile own = trace("t.jsonl");
+        const oisctl::TraceComparison compared = oisctl::compareTraces(spied, own, aside);
+        if (compared.first) {
+            const auto text = [](const auto* traced) {
+                return traced == nullptr ? "nothing" : phone::toText(traced->event);
+            };
+            ADD_FAILURE() << text(compared.first->a) << "\n" << text(compared.first->b);
+        }
+        EXPECT_TRUE(compared.commands.empty());
+        EXPECT_GT(compared.compared, 5U);
+    }
 }
 
 TEST_F(Spy, TellsTheReaderWhatItIs) {

@@ -304,7 +304,7 @@ class Inside {
     bool mLocked = false;
 };
 
-uint32_t threadNumber(State& state) {
+uint32_t numberIn(State& state) {
     if (tThread.process != state.process) {
         const bool isMain = syscall(SYS_gettid) == state.process;
         tThread = {.process = state.process, .number = isMain ? 0 : ++state.threads, .inside = true};
@@ -317,7 +317,7 @@ void putEvent(State& state, std::string_view members, std::span<const uint8_t> s
     constexpr int64_t kNsPerUs = 1000;
     Text<128> head;
     head.raw("{").number("sequence", ++state.sequence).number("time_us", (nowNs() - gStartNs) / kNsPerUs);
-    head.number("thread", threadNumber(state)).raw(",");
+    head.number("thread", numberIn(state)).raw(",");
     constexpr std::string_view kSent = ",\"sent\":\"";
     constexpr std::string_view kReceived = ",\"received\":\"";
     constexpr size_t kEnds = 4;  // two quotes, a brace, a newline
@@ -395,6 +395,12 @@ void record(std::string_view members, std::span<const uint8_t> sent, std::span<c
     if (!inside.mayWrite()) return noteLost();
     putLost(*gState);
     putEvent(*gState, members, sent, received);
+}
+
+uint32_t threadNumber() {
+    if (!wanted() || tThread.inside) return 0;
+    const Inside inside;
+    return inside.mayWrite() ? numberIn(*gState) : 0;
 }
 
 uint32_t nextThreadNumber() {

@@ -26,8 +26,9 @@ void record(std::string_view members, std::span<const uint8_t> sent, std::span<c
 // Notes that an event was lost.
 void noteLost();
 
-// A thread that the process is about to start: its number in the trace, and, called by itself, that it is the
-// one.
+// The calling thread's number in the trace. A thread that it is about to start gets the next, and says itself
+// that it is the one. 0 where nothing is recorded.
+uint32_t threadNumber();
 uint32_t nextThreadNumber();
 void beThread(uint32_t number);
 
