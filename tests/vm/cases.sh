@@ -5,6 +5,8 @@ LENS=/sys/kernel/debug/ois_virtual/dw9786-4-0069
 # For the lines.
 tool() { oisctl "$@" --kernel real --real-time; }
 knob() { echo "$*" >$LENS/knobs; }
+# follow YES: whether READ_FLASH fills the buffer that its record points to.
+follow() { echo "$1" >/sys/module/ois_virtual/parameters/flash_follow_pointer; }
 # gone_after SECONDS COMMAND...: the device goes while the command runs.
 gone_after() {
     (sleep "$1" && echo ois_virtual >$BUS/unbind) &
