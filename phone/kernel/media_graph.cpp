@@ -13,7 +13,6 @@ namespace {
 
 constexpr int kLensDeviceNumber = 1;
 constexpr const char* kLensDeviceModel = "nxa_camera_af";
-constexpr uint32_t kMediaVersion = (5U << 16) | (15U << 8);
 // Lens entities of fitted modules. The ids stay below the 32 that the driver's walk reaches.
 constexpr uint32_t kFirstLensId = 4;
 constexpr uint32_t kLensIdStep = 3;
@@ -81,11 +80,18 @@ std::string MediaGraph::lensNode(int32_t sensorDev) {
 void MediaGraph::addLens(int32_t sensorDev, const std::string& entityName,
                          std::shared_ptr<Controller> controller) {
     removeLens(sensorDev);
+    const std::lock_guard lock(mMutex);
+    for (MediaDevice& device : mDevices) {
+        for (MediaEntity& known : device.entities) {
+            if (known.type != kLensEntityType || known.name != entityName) continue;
+            known.controller = std::move(controller);
+            return;
+        }
+    }
     MediaEntity lens =
         makeEntity(kFirstLensId + kLensIdStep * static_cast<uint32_t>(sensorDev), entityName, kLensEntityType,
                    kFirstLensMinor + static_cast<uint32_t>(sensorDev), lensNode(sensorDev));
     lens.controller = std::move(controller);
-    const std::lock_guard lock(mMutex);
     std::vector<MediaEntity>& entities = lensDeviceOf(mDevices).entities;
     const auto after =
         std::ranges::find_if(entities, [&](const MediaEntity& other) { return other.id > lens.id; });
@@ -114,8 +120,8 @@ int MediaGraph::deviceInfo(int number, media_device_info& info) const {
     copyText(device->model, info.model);
     copyText(device->serial, info.serial);
     copyText(device->busInfo, info.bus_info);
-    info.media_version = kMediaVersion;
-    info.driver_version = kMediaVersion;
+    info.media_version = device->version;
+    info.driver_version = device->version;
     return 0;
 }
 
@@ -145,7 +151,10 @@ std::optional<std::string> MediaGraph::sysfsLink(uint32_t major, uint32_t minor)
         for (const MediaEntity& candidate : device.entities) {
             if (candidate.major != major || candidate.minor != minor || candidate.node.empty()) continue;
             if (!candidate.hasLink) return std::nullopt;
-            return "../../devices/platform/" + device.driver + "/video4linux/" + candidate.node;
+            // "platform:NAME" is the device NAME on the platform bus.
+            std::string path = device.busInfo;
+            std::ranges::replace(path, ':', '/');
+            return "../../devices/" + path + "/video4linux/" + candidate.node;
         }
     }
     return std::nullopt;

@@ -2,6 +2,7 @@
 // The phone's media devices: what the kernel answers about them, and the nodes that stand for their entities.
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -42,8 +43,14 @@ struct MediaDevice {
     std::string driver;
     std::string serial;
     std::string busInfo;
-    std::vector<MediaEntity> entities;  // in the order in which the kernel registered them
+    std::vector<MediaEntity> entities;           // in the order in which the kernel registered them
+    uint32_t version = (5U << 16) | (15U << 8);  // of the kernel
 };
+
+// The devices that a TOML file describes: [[device]] with number, model, driver, serial, bus_info and
+// kernel_version, each with [[device.entity]] entries of id, name, type, major, minor and node. Throws
+// std::runtime_error "FILE:LINE: reason".
+std::vector<MediaDevice> loadMediaDevices(const std::filesystem::path& file);
 
 // Thread-safe.
 class MediaGraph {
@@ -59,7 +66,7 @@ class MediaGraph {
     void change(const std::function<void(std::vector<MediaDevice>&)>& edit);
 
     // Puts the lens of the module at that sensor position into the lens device, as fit() does; the device is
-    // made anew if it is gone.
+    // made anew if it is gone. A lens entity of that name that is there already is taken instead.
     void addLens(int32_t sensorDev, const std::string& entityName, std::shared_ptr<Controller> controller);
     void removeLens(int32_t sensorDev);
     // The node under /dev that addLens gives a sensor position's lens: "v4l-subdev10" for 0.

@@ -78,6 +78,44 @@ TEST_F(KernelTest, EntitiesAreEnumeratedByTheFirstGreaterId) {
     close(fd);
 }
 
+TEST(MediaGraphFile, TheLensOfThatNameGetsTheController) {
+    Phone phone;
+    const fs::path file = phone.files().dumpFolder() / "graph.toml";
+    std::ofstream(file) << "[[device]]\nnumber = 2\nmodel = 'nxa_camera_af'\nbus_info = 'platform:af.0'\n"
+                           "kernel_version = [6, 1, 192]\n"
+                           "[[device.entity]]\nid = 4\nname = 'dw9786 4-0069'\ntype = 0x20003\n"
+                           "minor = 7\nnode = 'v4l-subdev3'\n";
+    phone.media().setDevices(phone::loadMediaDevices(file));
+    phone.fit(kSensor, phone::moduleByName("dw9786"));
+    const int media = ::open("/dev/media2", O_RDWR);
+    media_device_info info{};
+    EXPECT_EQ(ioctl(media, MEDIA_IOC_DEVICE_INFO, &info), 0);
+    EXPECT_EQ(info.media_version, 0x601c0U);
+    media_entity_desc entity{};
+    entity.id = MEDIA_ENT_ID_FLAG_NEXT;
+    EXPECT_EQ(ioctl(media, MEDIA_IOC_ENUM_ENTITIES, &entity), 0);
+    EXPECT_EQ(entity.id, 4U);
+    entity.id = MEDIA_ENT_ID_FLAG_NEXT | 4;
+    EXPECT_EQ(ioctl(media, MEDIA_IOC_ENUM_ENTITIES, &entity), -1) << "no second lens";
+    std::array<char, 256> target{};
+    EXPECT_GT(readlink("/sys/dev/char/81:7", target.data(), target.size()), 0);
+    EXPECT_STREQ(target.data(), "../../devices/platform/af.0/video4linux/v4l-subdev3");
+    const int lens = ::open("/dev/v4l-subdev3", O_RDWR);
+    int32_t mode = 2;
+    EXPECT_EQ(ioctl(lens, 0x400456C2U, &mode), 0);
+    for (const int fd : {media, lens}) close(fd);
+
+    std::ofstream(file) << "[[device]]\nnumber = 0\nmodel = 'a'\nkernel_version = [6, 1]\n";
+    try {
+        static_cast<void>(phone::loadMediaDevices(file));
+        ADD_FAILURE() << "a version of two numbers";
+    } catch (const std::runtime_error& error) {
+        EXPECT_NE(std::string(error.what()).find("graph.toml:4: device.kernel_version is an array of 2"),
+                  std::string::npos)
+            << error.what();
+    }
+}
+
 // --- Requests: how they move
 
 TEST_F(LensTest, TheRequestAloneSaysHowMuchMoves) {

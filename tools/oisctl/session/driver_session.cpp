@@ -104,6 +104,10 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
     });
     mPhone->log().setLevel(settings.logLevel);
     mPhone->log().setSinks(settings.debugLog, settings.unifiedLog);
+    if (!settings.mediaGraph.empty()) {
+        mPhone->media().setDevices(
+            asInput("--media-graph: ", [&] { return phone::loadMediaDevices(settings.mediaGraph); }));
+    }
     mPhone->fit(settings.sensorDev, mModule);
     setMotion(settings.motion.empty() ? "hand" : settings.motion);
     setProperties();

@@ -52,6 +52,9 @@ std::vector<Option> phoneOptions(Settings& settings) {
               &settings.dumpFolder),
         value("--thermal-folder", "DIR", "With --kernel real: stands for /sys/cam_thermal",
               &settings.thermalFolder),
+        value("--media-graph", "FILE",
+              "Media devices and entities of the simulated kernel, a TOML file; otherwise the phone's own",
+              &settings.mediaGraph),
         value("--folder", "DIR", "Keep the phone's files here instead of in a temporary folder",
               &settings.folder),
     };

@@ -33,6 +33,7 @@ struct Settings {
     std::filesystem::path dumpFolder;
     std::filesystem::path thermalFolder;
     std::filesystem::path folder;
+    std::filesystem::path mediaGraph;  // of the simulated kernel; empty: the phone's own
 
     bool traceWanted = false;
     std::string traceFile;  // empty: standard output
