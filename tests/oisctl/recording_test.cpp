@@ -246,13 +246,13 @@ struct Misleading {
 // What the verdicts say of a good recording, as "kind axis first-last,first-last".
 std::vector<std::string> verdictsOf(const Examined& examined) {
     std::vector<std::string> result;
-    for (const Finding& finding : examined.findings) {
-        std::string text = keyOf(finding.kind);
-        if (finding.axis != 0) text += std::string(" ") + finding.axis;
-        for (const LineRange& range : finding.places.ranges)
-            text += (&range == &finding.places.ranges.front() ? " " : ",") + std::to_string(range.first) +
+    for (const RecordingVerdict& verdict : examined.verdicts) {
+        std::string text = keyOf(verdict.kind);
+        if (verdict.axis != 0) text += std::string(" ") + verdict.axis;
+        for (const LineRange& range : verdict.places.ranges)
+            text += (&range == &verdict.places.ranges.front() ? " " : ",") + std::to_string(range.first) +
                     "-" + std::to_string(range.last);
-        result.push_back(text + (finding.fault ? "" : "?"));
+        result.push_back(text + (verdict.fault ? "" : "?"));
     }
     return result;
 }
@@ -394,7 +394,7 @@ TEST_F(RecordingTest, WhatIsWrongIsNamedWithItsLines) {
 
 TEST_F(RecordingTest, AFigureOverItsLimitIsAFault) {
     std::ofstream(mFile) << Good().text();
-    EXPECT_TRUE(isGood(examine(mFile.string(), {}, {{"tracking_error_rms_deg", 0.01}}).findings));
+    EXPECT_TRUE(isGood(examine(mFile.string(), {}, {{"tracking_error_rms_deg", 0.01}}).verdicts));
     EXPECT_EQ(verdictsOf(examine(mFile.string(), {}, {{"target_rms_deg", 0.3}})),
               std::vector<std::string>{"over_limit y 2-3001"});
 }

@@ -71,7 +71,7 @@ int runStats(const Options& options) {
     const Examined examined = examine(options.file, options.limitAngle, options.limits);
     print(statsReport(examined), options.settings.json);
     const bool mustBeGood = options.requireGood || !options.limits.empty();
-    return mustBeGood && !isGood(examined.findings) ? kJobFailed : kSuccess;
+    return mustBeGood && !isGood(examined.verdicts) ? kJobFailed : kSuccess;
 }
 
 int runPlot(const Options& options) {

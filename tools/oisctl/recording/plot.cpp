@@ -151,9 +151,9 @@ set key opaque box linecolor '#CCCCCC' samplen 2 spacing 1.1 horizontal top righ
 
     // The first thing that is wrong.
     std::string verdict() const {
-        const auto first = std::ranges::find(mExamined.findings, true, &Finding::fault);
-        if (first == mExamined.findings.end()) return {};
-        const auto count = std::ranges::count(mExamined.findings, true, &Finding::fault);
+        const auto first = std::ranges::find(mExamined.verdicts, true, &RecordingVerdict::fault);
+        if (first == mExamined.verdicts.end()) return {};
+        const auto count = std::ranges::count(mExamined.verdicts, true, &RecordingVerdict::fault);
         std::string text = toText(*first);
         if (count > 1) text += fmt::format(" (and {} more; 'oisctl stats' has them)", count - 1);
         return text;

@@ -79,33 +79,33 @@ Record suppressionFields(const std::optional<Suppression>& suppression) {
     return lines;
 }
 
-Field verdictsField(const std::vector<Finding>& findings) {
+Field verdictsField(const std::vector<RecordingVerdict>& verdicts) {
     Table table;
-    for (const Finding& finding : findings) {
+    for (const RecordingVerdict& verdict : verdicts) {
         Table lines;
-        for (const LineRange& range : finding.places.ranges)
+        for (const LineRange& range : verdict.places.ranges)
             lines.push_back({{"first", "", range.first}, {"last", "", range.last}});
-        table.push_back({{"verdict", "", keyOf(finding.kind)},
-                         {"axis", "", finding.axis == 0 ? Value() : Value(std::string(1, finding.axis))},
-                         {"fault", "", finding.fault},
-                         {"value", "", finding.value},
-                         {"limit", "", finding.limit},
-                         {"rows", "", finding.places.rows},
-                         {"places", "", finding.places.count},
+        table.push_back({{"verdict", "", keyOf(verdict.kind)},
+                         {"axis", "", verdict.axis == 0 ? Value() : Value(std::string(1, verdict.axis))},
+                         {"fault", "", verdict.fault},
+                         {"value", "", verdict.value},
+                         {"limit", "", verdict.limit},
+                         {"rows", "", verdict.places.rows},
+                         {"places", "", verdict.places.count},
                          {"lines", "", lines},
-                         {"text", "", toText(finding)}});
+                         {"text", "", toText(verdict)}});
     }
     return {"verdicts", "", table};
 }
 
 // One under the other, the label before the first.
-void addVerdicts(const std::vector<Finding>& findings, Record& report) {
-    report.push_back({"recording_good", "", isGood(findings)});
-    report.push_back(verdictsField(findings));
-    if (findings.empty()) report.push_back({"", "verdict", Value(), "nothing found", Style::kGood});
-    for (const Finding& finding : findings)
-        report.push_back({"", finding.fault ? "verdict" : "remark", Value(), toText(finding),
-                          finding.fault ? Style::kBad : Style::kPlain});
+void addVerdicts(const std::vector<RecordingVerdict>& verdicts, Record& report) {
+    report.push_back({"recording_good", "", isGood(verdicts)});
+    report.push_back(verdictsField(verdicts));
+    if (verdicts.empty()) report.push_back({"", "verdict", Value(), "nothing found", Style::kGood});
+    for (const RecordingVerdict& verdict : verdicts)
+        report.push_back({"", verdict.fault ? "verdict" : "remark", Value(), toText(verdict),
+                          verdict.fault ? Style::kBad : Style::kPlain});
 }
 
 }  // namespace
@@ -120,7 +120,7 @@ Examined examine(const std::string& file, std::optional<double> limitAngle, cons
     if (examined.sidecar) examined.known = std::move(examined.sidecar->known);
     if (limitAngle) examined.known.limitAngle = limitAngle;
     examined.stats = computeStats(examined.recording, examined.known);
-    examined.findings = findFaults(examined.recording, examined.stats, examined.known, limits);
+    examined.verdicts = judge(examined.recording, examined.stats, examined.known, limits);
     return examined;
 }
 
@@ -156,7 +156,7 @@ Record statsReport(const Examined& examined) {
     report.push_back(limitSamples(stats));
     const Record suppression = suppressionFields(stats.suppression);
     report.insert(report.end(), suppression.begin(), suppression.end());
-    addVerdicts(examined.findings, report);
+    addVerdicts(examined.verdicts, report);
     return report;
 }
 

@@ -1,13 +1,13 @@
 #pragma once
-// The figures and findings of a recording as a report.
+// The figures and verdicts of a recording as a report.
 
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/report.h"
-#include "recording/findings.h"
 #include "recording/sidecar.h"
+#include "recording/verdicts.h"
 
 namespace oisctl {
 
@@ -17,7 +17,7 @@ struct Examined {
     std::optional<FoundSidecar> sidecar{};
     Known known{};
     RecordingStats stats{};
-    std::vector<Finding> findings{};
+    std::vector<RecordingVerdict> verdicts{};
 };
 
 // Reads the recording and what stands beside it. `limitAngle` wins over the sidecar's. Throws InputError.

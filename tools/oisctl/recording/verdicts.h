@@ -10,7 +10,7 @@
 
 namespace oisctl {
 
-enum class FindingKind {
+enum class VerdictKind {
     kLensStill,      // the lens does not move, and its target does
     kHallFrozen,     // the hall reads the very same while the target moves
     kAtLimit,        // the lens stays at its stop
@@ -29,8 +29,8 @@ enum class FindingKind {
     kOverLimit,  // of Limits
 };
 
-struct Finding {
-    FindingKind kind;
+struct RecordingVerdict {
+    VerdictKind kind;
     char axis = 0;        // 'x', 'y', or 0: no axis of its own
     Places places;        // where it shows
     double value = 0;     // what was measured; what it is, and its unit, depend on the kind
@@ -42,14 +42,14 @@ struct Finding {
 // The greatest that a figure may be, either way and on either axis, by its key (axisFigures()).
 using Limits = std::map<std::string, double>;
 
-std::vector<Finding> findFaults(const Recording& recording, const RecordingStats& stats, const Known& known,
-                                const Limits& limits = {});
+std::vector<RecordingVerdict> judge(const Recording& recording, const RecordingStats& stats,
+                                    const Known& known, const Limits& limits = {});
 
 // "lens_still": for programs, and one line for people.
-const char* keyOf(FindingKind kind);
-std::string toText(const Finding& finding);
+const char* keyOf(VerdictKind kind);
+std::string toText(const RecordingVerdict& verdict);
 
 // Whether none of them is a fault.
-bool isGood(const std::vector<Finding>& findings);
+bool isGood(const std::vector<RecordingVerdict>& verdicts);
 
 }  // namespace oisctl

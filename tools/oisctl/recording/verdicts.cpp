@@ -1,4 +1,4 @@
-#include "recording/findings.h"
+#include "recording/verdicts.h"
 
 #include <fmt/format.h>
 
@@ -72,12 +72,12 @@ double resolution(const Samples& values) {
     return std::isfinite(least) ? least : 0;
 }
 
-class Finder {
+class Judge {
   public:
-    Finder(const Recording& recording, const RecordingStats& stats, const Known& known)
+    Judge(const Recording& recording, const RecordingStats& stats, const Known& known)
         : mRecording(recording), mStats(stats), mKnown(known), mTimeS(recording.timeS) {}
 
-    std::vector<Finding> find(const Limits& limits) {
+    std::vector<RecordingVerdict> find(const Limits& limits) {
         for (size_t axis = 0; axis < mStats.axes.size(); ++axis) {
             const Samples target = targetAngle(mRecording, axis);
             lookAtLens(axis, target);
@@ -89,7 +89,7 @@ class Finder {
         lookAtRows();
         lookAtStretches();
         lookAtRate();
-        return std::move(mFindings);
+        return std::move(mVerdicts);
     }
 
   private:
@@ -123,9 +123,9 @@ class Finder {
         if (run.size() >= kLeastRun) take(run);
     }
 
-    void add(FindingKind kind, size_t axis, Places places, double value, double limit, bool fault = true) {
+    void add(VerdictKind kind, size_t axis, Places places, double value, double limit, bool fault = true) {
         if (!places.empty())
-            mFindings.push_back({kind, axisName(axis), std::move(places), value, limit, fault});
+            mVerdicts.push_back({kind, axisName(axis), std::move(places), value, limit, fault});
     }
 
     void lookAtLens(size_t axis, const Samples& target) {
@@ -154,9 +154,9 @@ class Finder {
         const double leastRms = kStillPart * mStats.axes[axis].targetRms;
         const bool moves = mStats.axes[axis].targetPeak >= movesDeg;
         if (stepDeg > 0 && moves && hallRms < leastRms)
-            add(FindingKind::kLensStill, axis, whole(), hallRms, leastRms, !mKnown.lensHeld);
-        add(FindingKind::kHallFrozen, axis, std::move(frozen), frozenS, kHallFrozenS);
-        add(FindingKind::kAtLimit, axis, std::move(atLimit), atLimitS, kAtLimitS);
+            add(VerdictKind::kLensStill, axis, whole(), hallRms, leastRms, !mKnown.lensHeld);
+        add(VerdictKind::kHallFrozen, axis, std::move(frozen), frozenS, kHallFrozenS);
+        add(VerdictKind::kAtLimit, axis, std::move(atLimit), atLimitS, kAtLimitS);
     }
 
     void lookAtTarget(size_t axis) {
@@ -170,7 +170,7 @@ class Finder {
                     frozen.add(mRecording.linesOf(run.begin, run.end - 1), run.size());
                     longestS = std::max(longestS, seconds(run));
                 });
-        add(FindingKind::kTargetsFrozen, axis, std::move(frozen), longestS, kTargetFrozenS);
+        add(VerdictKind::kTargetsFrozen, axis, std::move(frozen), longestS, kTargetFrozenS);
     }
 
     void lookAtGyro() {
@@ -187,7 +187,7 @@ class Finder {
             longestS = std::max(longestS, seconds(run));
         });
         if (!frozen.empty())
-            mFindings.push_back({FindingKind::kGyroFrozen, 0, std::move(frozen), longestS, kTargetFrozenS});
+            mVerdicts.push_back({VerdictKind::kGyroFrozen, 0, std::move(frozen), longestS, kTargetFrozenS});
     }
 
     // How fast the gyro turns, degrees per second and count: a target is the turning, integrated, so from one
@@ -229,7 +229,7 @@ class Finder {
             const double there = spread(gyro, i * part, (i + 1) * part).mean / bias;
             if (there < kSteadyPart || there > 1 / kSteadyPart) return;
         }
-        add(FindingKind::kGyroBias, axis, whole(), bias, limit);
+        add(VerdictKind::kGyroBias, axis, whole(), bias, limit);
     }
 
     void holdAgainst(const Limits& limits, size_t axis) {
@@ -239,29 +239,29 @@ class Finder {
             const double value = mStats.axes[axis].*figure.member;
             // What cannot be told does not hold.
             if (std::abs(value) <= limit->second) continue;
-            add(FindingKind::kOverLimit, axis, whole(), value, limit->second);
-            mFindings.back().about = figure.label;
+            add(VerdictKind::kOverLimit, axis, whole(), value, limit->second);
+            mVerdicts.back().about = figure.label;
         }
     }
 
-    void addRows(FindingKind kind, const Places& places, bool fault) {
+    void addRows(VerdictKind kind, const Places& places, bool fault) {
         if (places.empty()) return;
         const double usual = std::floor(kUsualPart * static_cast<double>(mRecording.rows()));
         const auto rows = static_cast<double>(places.rows);
-        mFindings.push_back({kind, 0, places, rows, usual, fault || rows > usual});
+        mVerdicts.push_back({kind, 0, places, rows, usual, fault || rows > usual});
     }
 
     void lookAtRows() {
-        addRows(FindingKind::kLost, mStats.gaps, mStats.longestGapS > kLongGapS);
-        addRows(FindingKind::kOutOfOrder, mRecording.outOfOrder, false);
-        addRows(FindingKind::kRepeated, mRecording.repeated, false);
-        addRows(FindingKind::kUnanswered, mRecording.unanswered, false);
-        addRows(FindingKind::kUnreadable, mRecording.unreadable, false);
-        if (!mRecording.unreadable.empty()) mFindings.back().about = mRecording.whyUnreadable;
+        addRows(VerdictKind::kLost, mStats.gaps, mStats.longestGapS > kLongGapS);
+        addRows(VerdictKind::kOutOfOrder, mRecording.outOfOrder, false);
+        addRows(VerdictKind::kRepeated, mRecording.repeated, false);
+        addRows(VerdictKind::kUnanswered, mRecording.unanswered, false);
+        addRows(VerdictKind::kUnreadable, mRecording.unreadable, false);
+        if (!mRecording.unreadable.empty()) mVerdicts.back().about = mRecording.whyUnreadable;
         if (mRecording.cutLine == 0) return;
         Places cut;
         cut.add(mRecording.cutLine);
-        mFindings.push_back({FindingKind::kCut, 0, std::move(cut), 1, 1, false});
+        mVerdicts.push_back({VerdictKind::kCut, 0, std::move(cut), 1, 1, false});
     }
 
     void lookAtStretches() {
@@ -270,7 +270,7 @@ class Finder {
             const bool jumped = stretch.start == Stretch::Start::kTimeAhead;
             Places place;
             place.add(mRecording.lines[stretch.firstRow]);
-            mFindings.push_back({jumped ? FindingKind::kTimeJump : FindingKind::kSecondSession, 0,
+            mVerdicts.push_back({jumped ? VerdictKind::kTimeJump : VerdictKind::kSecondSession, 0,
                                  std::move(place), stretch.startS, endBefore(stretch)});
         }
     }
@@ -293,10 +293,10 @@ class Finder {
             slowestHz = std::min(slowestHz, rateHz);
         }
         if (!slow.empty())
-            mFindings.push_back({FindingKind::kRateOff, 0, std::move(slow), slowestHz, mStats.rateHz});
+            mVerdicts.push_back({VerdictKind::kRateOff, 0, std::move(slow), slowestHz, mStats.rateHz});
         if (mKnown.intervalS &&
             (usualS > kMostPolling * *mKnown.intervalS || usualS < 0.99 * *mKnown.intervalS))
-            mFindings.push_back({FindingKind::kRateOff, 0, whole(), mStats.rateHz, 1 / *mKnown.intervalS});
+            mVerdicts.push_back({VerdictKind::kRateOff, 0, whole(), mStats.rateHz, 1 / *mKnown.intervalS});
     }
 
     // One long period is a gap; many that are a little too long are a rate.
@@ -310,7 +310,7 @@ class Finder {
     const RecordingStats& mStats;
     const Known& mKnown;
     const std::vector<double>& mTimeS;
-    std::vector<Finding> mFindings;
+    std::vector<RecordingVerdict> mVerdicts;
 };
 
 // What is said of each kind. In `measure` {0} is the value, {1} the limit.
@@ -320,7 +320,7 @@ struct KindText {
     const char* measure;
 };
 
-// In the order of FindingKind.
+// In the order of VerdictKind.
 constexpr std::array<KindText, 16> kTexts = {{
     {"lens_still", "the lens does not move while its target does",
      "hall {0:.4f} deg RMS, expected {1:.4f} or more"},
@@ -343,7 +343,7 @@ constexpr std::array<KindText, 16> kTexts = {{
     {"over_limit", "is over its limit", "{0:.4f}, at most {1:.4f}"},
 }};
 
-const KindText& textOf(FindingKind kind) {
+const KindText& textOf(VerdictKind kind) {
     return kTexts.at(static_cast<size_t>(kind));
 }
 
@@ -363,27 +363,27 @@ std::string linesText(const Places& places) {
 
 }  // namespace
 
-std::vector<Finding> findFaults(const Recording& recording, const RecordingStats& stats, const Known& known,
-                                const Limits& limits) {
-    return Finder(recording, stats, known).find(limits);
+std::vector<RecordingVerdict> judge(const Recording& recording, const RecordingStats& stats,
+                                    const Known& known, const Limits& limits) {
+    return Judge(recording, stats, known).find(limits);
 }
 
-const char* keyOf(FindingKind kind) {
+const char* keyOf(VerdictKind kind) {
     return textOf(kind).key;
 }
 
-std::string toText(const Finding& finding) {
-    const KindText& about = textOf(finding.kind);
-    std::string text = finding.axis == 0 ? "" : fmt::format("{}: ", finding.axis);
-    if (finding.kind == FindingKind::kOverLimit) text += finding.about + " ";
+std::string toText(const RecordingVerdict& verdict) {
+    const KindText& about = textOf(verdict.kind);
+    std::string text = verdict.axis == 0 ? "" : fmt::format("{}: ", verdict.axis);
+    if (verdict.kind == VerdictKind::kOverLimit) text += verdict.about + " ";
     text += about.what;
-    text += ", " + fmt::format(fmt::runtime(about.measure), finding.value, finding.limit);
-    if (finding.kind == FindingKind::kUnreadable) text += fmt::format(" (the first: {})", finding.about);
-    return text + "; " + linesText(finding.places);
+    text += ", " + fmt::format(fmt::runtime(about.measure), verdict.value, verdict.limit);
+    if (verdict.kind == VerdictKind::kUnreadable) text += fmt::format(" (the first: {})", verdict.about);
+    return text + "; " + linesText(verdict.places);
 }
 
-bool isGood(const std::vector<Finding>& findings) {
-    return std::ranges::none_of(findings, &Finding::fault);
+bool isGood(const std::vector<RecordingVerdict>& verdicts) {
+    return std::ranges::none_of(verdicts, &RecordingVerdict::fault);
 }
 
 }  // namespace oisctl
