@@ -140,6 +140,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
     run("record --seconds 0.2");
     const std::string recording = readFile(mFolder / "ois_dump_tele_dw9786_status.txt");
     write("cut.txt", recording.substr(0, recording.size() - 9));
+    write("cut.txt.about.json", "{}");
     run("session --json --trace=a.jsonl");
     run("session --json --trace=b.jsonl --fault SET_MODE@3:lost");
     write("changed.jsonl",
@@ -157,7 +158,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"firmware-update", {"firmware-update", "firmware-update -m dw9786"}},
         {"registers", {"registers --watch --seconds 0.1"}},
         {"detect-defect", {"detect-defect"}},
-        {"record, stats", {"record --seconds 0.2", "stats cut.txt"}},
+        {"record, stats", {"record --seconds 0.5", "stats cut.txt"}},
         {"dump", {"dump otp", "dump flash -o ."}},
         {"samples", {"samples"}},
         {"modules", {"modules", "modules no-ois", "modules doubtful.toml"}},
@@ -165,7 +166,8 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"properties", {"properties"}},
         {"faults", {"faults"}},
     };
-    if (std::system("command -v gnuplot >/dev/null") == 0) cases.push_back({"plot", {"plot cut.txt"}});
+    if (std::system("command -v gnuplot >/dev/null") == 0)
+        cases.push_back({"plot", {"plot ois_dump_tele_dw9786_status.txt"}});
 #ifndef OIS_EMULATED
     cases.push_back({"spy",
                      {"spy --json -- sh -c 'ASAN_OPTIONS=verify_asan_link_order=0 " OISCTL_COMMAND

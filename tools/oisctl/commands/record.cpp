@@ -6,7 +6,9 @@
 
 #include "base/errors.h"
 #include "commands/commands.h"
-#include "recording/recording.h"
+#include "motion/motion.h"
+#include "recording/sidecar.h"
+#include "recording/stats_report.h"
 #include "session/driver_session.h"
 #include "session/dump_files.h"
 #include "session/operations.h"
@@ -65,19 +67,35 @@ void waitWhileRecording(DriverSession& session, double seconds) {
     }
 }
 
-// Of too few rows nothing is told but their number.
-Record reportOn(DriverSession& session, const std::filesystem::path& file) {
+Sidecar aboutSession(const DriverSession& session, const Options& options, double modeS) {
+    const phone::ModuleDescription& module = session.module();
+    const Settings& settings = session.settings();
+    Sidecar sidecar{.module = module.name,
+                    .way = module.behindHub() ? "hub" : "sub-device",
+                    .modes = {{modeS, options.mode}},
+                    .motion = settings.motion.empty() ? "hand" : settings.motion,
+                    .seed = settings.seed,
+                    .limitAngle = module.stabiliser.limitAngle,
+                    .intervalMs = options.intervalMs,
+                    .firmwareVersion = module.firmwareVersion};
+    for (const auto& properties : {settings.presets, settings.properties})
+        for (const phone::Property& property : properties)
+            sidecar.properties.emplace_back(property.key, property.value);
+    return sidecar;
+}
+
+// Of too few rows nothing is told but their number. The true motion is known of a simulated controller only.
+Record reportOn(DriverSession& session, const std::filesystem::path& file, const Sidecar& sidecar) {
     try {
         const Recording recording = loadRecording(file);
+        const auto motion = session.phone().motion().source();
+        writeSidecar(recording, sidecar, session.stabiliser() == nullptr ? nullptr : motion);
         if (recording.rows() < kFewestRows) {
             if (!session.deviceLost())
                 session.fail(fmt::format("{}: {} with data", file.string(), rowText(recording.rows())));
-            return {{"file", "file", file.string()},
-                    {"notes", "", recording.notes},
-                    {"rows", "rows", recording.rows()}};
+            return {{"file", "file", file.string()}, {"rows", "rows", recording.rows()}};
         }
-        Record report =
-            statsReport(recording, computeStats(recording, session.module().stabiliser.limitAngle));
+        Record report = statsReport(examine(file));
         report.push_back({"", "plot it with", {}, fmt::format("oisctl plot {}", file.string())});
         return report;
     } catch (const std::runtime_error& error) {
@@ -97,6 +115,7 @@ int run(Options options) {
     session.requireModule("record", "on a sub-device", onSubDevice);
     if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);
+    const double modeS = session.nowS();
     session.setMode(options.mode);
     if (!startRecorder(session)) {
         if (!session.deviceLost()) session.fail("the recorder did not start");
@@ -108,7 +127,8 @@ int run(Options options) {
     session.close();
     const std::optional<std::filesystem::path> file = dumpFile(session, kStatusFile);
     if (!file) return conclude(session, Record());
-    return conclude(session, reportOn(session, keepFile(*file, options.folder)));
+    return conclude(
+        session, reportOn(session, keepFile(*file, options.folder), aboutSession(session, options, modeS)));
 }
 
 }  // namespace

@@ -1,12 +1,16 @@
 // oisctl plot, oisctl stats: what a status recording says, from the simulated phone or from a real one.
 
+#include <fmt/format.h>
+
 #include <memory>
 
 #include "base/errors.h"
+#include "base/number.h"
 #include "base/report.h"
+#include "base/suggest.h"
 #include "commands/commands.h"
 #include "recording/plot.h"
-#include "recording/recording.h"
+#include "recording/stats_report.h"
 #include "session/settings.h"
 
 namespace oisctl {
@@ -16,18 +20,46 @@ namespace {
 struct Options {
     std::string file;
     std::string output;
-    std::optional<double> limitAngle;  // none: estimated
+    std::optional<double> limitAngle;  // none: the sidecar's, else estimated
+    bool requireGood = false;
+    Limits limits;
     Settings settings;
 };
 
 std::vector<Option> recordingOptions(Options& options) {
     return {value("file", "STATUS_FILE", "Status recording", &options.file, {.required = true}),
-            value("--limit", "DEGREES", "The lens's travel either way; else estimated", &options.limitAngle,
-                  {.range = Range{0.001, 90}}),
+            value("--limit", "DEGREES",
+                  "The lens's travel either way; else what stands beside the recording, or estimated",
+                  &options.limitAngle, {.range = Range{0.001, 90}}),
             jsonOption(options.settings)};
 }
 
-std::vector<Option> withOutput(Options& options) {
+std::vector<std::string> figureNames() {
+    return namesIn(axisFigures(), &AxisFigure::key);
+}
+
+void takeLimit(Limits& limits, const std::string& word) {
+    const size_t equals = std::min(word.find('='), word.size());
+    const std::string name = word.substr(0, equals);
+    const auto names = figureNames();
+    if (std::ranges::find(names, name) == names.end())
+        throw InputError(fmt::format("{}: no figure of stats{}", name, suggestion(name, names)));
+    const auto greatest = numberOf<double>(std::string_view(word).substr(std::min(equals + 1, word.size())));
+    if (!greatest || !(*greatest >= 0))
+        throw InputError(fmt::format("{}: expected {}=NUMBER, a number of 0 or more", word, name));
+    limits[name] = *greatest;
+}
+
+std::vector<Option> statsOptions(Options& options) {
+    std::vector<Option> all = recordingOptions(options);
+    all.push_back(value("--max", "FIGURE=NUMBER", "The greatest that it may be on either axis; repeatable",
+                        [&options](const std::string& word) { takeLimit(options.limits, word); },
+                        {.words = figureNames, .repeats = true}));
+    all.push_back(flag("--require-good", "Exit status 1 when a verdict is bad", &options.requireGood));
+    return all;
+}
+
+std::vector<Option> plotOptions(Options& options) {
     std::vector<Option> all = recordingOptions(options);
     all.push_back(value("-o,--output", "FILE",
                         "Picture, .png or .svg; else beside you, named after the recording",
@@ -36,18 +68,18 @@ std::vector<Option> withOutput(Options& options) {
 }
 
 int runStats(const Options& options) {
-    const Recording recording = loadRecording(options.file);
-    const RecordingStats computed = computeStats(recording, options.limitAngle);
-    print(statsReport(recording, computed), options.settings.json);
-    return kSuccess;
+    const Examined examined = examine(options.file, options.limitAngle, options.limits);
+    print(statsReport(examined), options.settings.json);
+    const bool mustBeGood = options.requireGood || !options.limits.empty();
+    return mustBeGood && !isGood(examined.verdicts) ? kJobFailed : kSuccess;
 }
 
 int runPlot(const Options& options) {
-    const Recording recording = loadRecording(options.file);
+    const Examined examined = examine(options.file, options.limitAngle);
     std::filesystem::path output = options.output;
     if (output.empty()) output = std::filesystem::path(options.file).filename().replace_extension(".png");
-    plotRecording(recording, computeStats(recording, options.limitAngle), output);
-    print({{"file", "file", output.string()}}, options.settings.json);
+    plotRecording(examined, output);
+    print({{"file", "file", output.string()}, sidecarField(examined.sidecar)}, options.settings.json);
     return kSuccess;
 }
 
@@ -56,8 +88,16 @@ int runPlot(const Options& options) {
 Command describeStats() {
     auto options = std::make_shared<Options>();
     return {
-        .options = recordingOptions(*options),
-        .examples = {{"oisctl stats out/ois_dump_..._status.txt"}, {"oisctl stats status.txt --json"}},
+        .options = statsOptions(*options),
+        .notes =
+            "Verdicts name the lines of the file where they show. The exit status is 0 whatever they are, "
+            "but\n"
+            "with --require-good or --max. Suppression is told where 'oisctl record' left the true motion\n"
+            "beside the recording.\n",
+        .examples = {{"oisctl stats out/ois_dump_..._status.txt"},
+                     {"for f in line/*.txt; do oisctl stats $f --json --require-good; done",
+                      "one line of JSON each"},
+                     {"oisctl stats status.txt --max tracking_error_rms_deg=0.05", "exit status 1 above it"}},
         .run = [options] { return runStats(*options); },
     };
 }
@@ -65,7 +105,7 @@ Command describeStats() {
 Command describePlot() {
     auto options = std::make_shared<Options>();
     return {
-        .options = withOutput(*options),
+        .options = plotOptions(*options),
         .notes = "Works on recordings from a real phone as well.\n",
         .examples = {{"oisctl plot out/ois_dump_..._status.txt"}, {"oisctl plot status.txt -o shake.svg"}},
         .run = [options] { return runPlot(*options); },

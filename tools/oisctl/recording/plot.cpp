@@ -16,6 +16,7 @@
 
 #include "base/errors.h"
 #include "base/terminal.h"
+#include "recording/thinning.h"
 
 namespace oisctl {
 namespace {
@@ -23,10 +24,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kWidth = 1600;
-constexpr int kHeight = 2400;
 
-// More points than a panel is wide in pixels add nothing but time and, in SVG, size.
-constexpr size_t kMaxBuckets = 1400;
+// A panel is not wider in pixels, the path's not wider in cells that one can tell apart.
+constexpr size_t kPanelColumns = 900;
+constexpr size_t kPathCells = 400;
 
 constexpr double kCloseUpS = 1.5;
 constexpr double kMinRange = 1e-3;  // so that a flat line has a scale
@@ -36,6 +37,8 @@ constexpr const char* kTargetColour = "#0072B2";
 constexpr const char* kLightTargetColour = "#56B4E9";
 constexpr const char* kHallColour = "#D55E00";
 constexpr const char* kLightHallColour = "#E69F00";
+constexpr const char* kLimitColour = "#666666";
+constexpr const char* kVerdictColour = "#B00020";
 constexpr std::array<const char*, 3> kAxisColours = {"#009E73", "#AA4499", "#999999"};
 
 struct Range {
@@ -47,8 +50,8 @@ struct Range {
         low = std::min(low, value);
         high = std::max(high, value);
     }
-    void include(const std::vector<double>& values) {
-        for (const double value : values) include(value);
+    void include(const Samples& values) {
+        for (const float value : values) include(double{value});
     }
     // With some air around it, and never empty.
     Range padded(double part = 0.05) const {
@@ -58,29 +61,29 @@ struct Range {
     }
 };
 
-// The rows of the recording that a panel shows.
-struct Window {
-    size_t begin = 0;
-    size_t end = 0;
-};
-
-using Series = std::vector<const std::vector<double>*>;
+using Series = std::vector<const Samples*>;
 
 class Script {
   public:
-    Script(const Recording& recording, const RecordingStats& stats, std::string_view terminal,
-           const fs::path& picture)
-        : mRecording(recording), mStats(stats), mTimeS(recording[Column::kTimestamp]) {
+    Script(const Examined& examined, std::string_view terminal, const fs::path& picture)
+        : mExamined(examined),
+          mRecording(examined.recording),
+          mStats(examined.stats),
+          mTimeS(examined.recording.timeS),
+          mHasMotion(examined.stats.suppression.has_value()),
+          mHeight(kHeight + (mHasMotion ? kRowStep : 0)) {
         for (size_t axis = 0; axis < 2; ++axis) {
-            mTarget[axis] = targetAngle(recording, axis);
-            mResidual[axis] = residualAngle(recording, axis);
+            mTarget[axis] = targetAngle(mRecording, axis);
+            mError[axis] = trackingError(mRecording, axis);
+            if (mHasMotion) mResidual[axis] = residualShake(mRecording, examined.known, axis);
         }
         mCloseUp = worstMoment();
         begin(terminal, picture);
         addGyro();
-        addAxis(0, kFirstRow - kRowStep);
-        addAxis(1, kFirstRow - 2 * kRowStep);
-        addResidual(kFirstRow - 3 * kRowStep);
+        addAxis(0);
+        addAxis(1);
+        addTrackingError();
+        if (mHasMotion) addResidual();
         addPath();
         addSpectrum();
         add("unset multiplot\n");
@@ -89,14 +92,20 @@ class Script {
     const std::string& text() const { return mText; }
 
   private:
-    // Places, as parts of the picture from its lower left corner.
-    static constexpr double kLeft = 0.075;
+    // Pixels, from the upper left corner.
+    static constexpr int kHeight = 2400;
+    static constexpr int kTitle = 36;
+    static constexpr int kSubtitle = 74;
+    static constexpr int kVerdict = 104;
+    static constexpr int kFirstRow = 151;
+    static constexpr int kRowStep = 389;
+    static constexpr int kRowHeight = 281;
+    static constexpr int kBottomHeight = 588;
+    static constexpr int kBottomMargin = 84;
+    static constexpr double kLeft = 0.075;  // parts of the width
     static constexpr double kRight = 0.98;
-    static constexpr double kFirstRow = 0.820;
-    static constexpr double kRowStep = 0.162;
-    static constexpr double kRowHeight = 0.117;
-    static constexpr double kBottom = 0.035;
-    static constexpr double kBottomHeight = 0.245;
+
+    double fromBottom(int pixels) const { return 1 - static_cast<double>(pixels) / mHeight; }
 
     template <typename... Arguments>
     void add(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
@@ -123,23 +132,40 @@ set border linecolor '#444444'
 set grid linecolor '#DDDDDD' linetype 1 linewidth 1
 set tics nomirror textcolor '#222222'
 set key opaque box linecolor '#CCCCCC' samplen 2 spacing 1.1 horizontal top right
-set label 1 {} at screen 0.04,0.985 left noenhanced font ',22'
 )",
-            terminal, kWidth, kHeight, quoted(picture.string()),
-            quoted(fs::path(mRecording.source).filename().string()));
-        add("set label 2 '{} rows, {} s at {} Hz, {} {}; to the right: where the residual is largest' "
-            "at screen 0.04,0.969 left noenhanced font ',15'\n",
-            grouped(mStats.rows), figure(mStats.durationS, 2), figure(mStats.rateHz, 1), mStats.gaps,
-            mStats.gaps == 1 ? "gap" : "gaps");
+            terminal, kWidth, mHeight, quoted(picture.string()));
+        addLabel(1, fs::path(mRecording.source).filename().string(), kTitle, 22, "#000000");
+        addLabel(
+            2,
+            fmt::format("{} rows, {} s at {} Hz, {} {}; to the right: where the tracking error is largest",
+                        grouped(mStats.rows), figure(mStats.durationS, 2), figure(mStats.rateHz, 1),
+                        mStats.gaps.count, mStats.gaps.count == 1 ? "gap" : "gaps"),
+            kSubtitle, 15, "#000000");
+        addLabel(3, verdict(), kVerdict, 15, kVerdictColour);
     }
 
-    // Around the largest excursion of a residual.
-    Window worstMoment() const {
+    void addLabel(int number, std::string_view text, int top, int size, const char* colour) {
+        add("set label {} {} at screen 0.04,{} left noenhanced font ',{}' textcolor rgb '{}'\n", number,
+            quoted(text), fromBottom(top), size, colour);
+    }
+
+    // The first thing that is wrong.
+    std::string verdict() const {
+        const auto first = std::ranges::find(mExamined.verdicts, true, &RecordingVerdict::fault);
+        if (first == mExamined.verdicts.end()) return {};
+        const auto count = std::ranges::count(mExamined.verdicts, true, &RecordingVerdict::fault);
+        std::string text = toText(*first);
+        if (count > 1) text += fmt::format(" (and {} more; 'oisctl stats' has them)", count - 1);
+        return text;
+    }
+
+    // Around the largest excursion of a tracking error.
+    RowRange worstMoment() const {
         size_t worst = 0;
         double largest = -1;
         for (size_t axis = 0; axis < 2; ++axis) {
             for (size_t i = 0; i < mTimeS.size(); ++i) {
-                const double excursion = std::abs(mResidual[axis][i] - mStats.axes[axis].residualMean);
+                const double excursion = std::abs(mError[axis][i] - mStats.axes[axis].trackingErrorMean);
                 if (std::isfinite(excursion) && excursion > largest) {
                     largest = excursion;
                     worst = i;
@@ -155,47 +181,24 @@ set label 1 {} at screen 0.04,0.985 left noenhanced font ',22'
         return {row(beginS), std::min(row(beginS + lengthS) + 1, mTimeS.size())};
     }
 
-    void addValue(double value) {
-        add(" {:.9g}", std::isfinite(value) ? value : std::numeric_limits<double>::quiet_NaN());
-    }
-
-    // Defines the data block: each series is a column.
-    void addData(std::string_view name, const Series& series) {
+    // Defines the data block: each series is a column behind the time.
+    void addTimedData(std::string_view name, RowRange rows, const Series& series) {
         add("${} << END_OF_DATA\n", name);
-        for (size_t row = 0; row < series[0]->size(); ++row) {
-            for (const std::vector<double>* values : series) addValue((*values)[row]);
-            add("\n");
-        }
+        appendThinned(mText, mTimeS, mStats.segments, rows, series, kPanelColumns);
         add("END_OF_DATA\n");
-    }
-
-    // The same over time. Long ones are thinned to the extremes of each stretch, in the order in which they
-    // came.
-    void addTimedData(std::string_view name, Window window, const Series& series) {
-        const size_t bucket = std::max<size_t>(1, (window.end - window.begin) / kMaxBuckets);
-        add("${} << END_OF_DATA\n", name);
-        for (size_t begin = window.begin; begin < window.end; begin += bucket) {
-            const size_t last = std::min(begin + bucket, window.end) - 1;
-            addRow(mTimeS[begin], begin, last, series, true);
-            if (last > begin) addRow(mTimeS[last], begin, last, series, false);
-        }
-        add("END_OF_DATA\n");
-    }
-
-    void addRow(double timeS, size_t begin, size_t last, const Series& series, bool first) {
-        addValue(timeS);
-        for (const std::vector<double>* values : series) {
-            const auto [low, high] = std::minmax_element(values->data() + begin, values->data() + last + 1);
-            addValue((low < high) == first ? *low : *high);
-        }
-        add("\n");
     }
 
     struct Panel {
         double left, right, bottom, top;  // parts of the picture
     };
-    static Panel leftPanel(double bottom) { return {kLeft, 0.60, bottom, bottom + kRowHeight}; }
-    static Panel rightPanel(double bottom) { return {0.675, kRight, bottom, bottom + kRowHeight}; }
+    Panel row(int number, double left, double right) const {
+        const int top = kFirstRow + number * kRowStep;
+        return {left, right, fromBottom(top + kRowHeight), fromBottom(top)};
+    }
+    Panel bottomPanel(double left, double right) const {
+        const int bottom = mHeight - kBottomMargin;
+        return {left, right, fromBottom(bottom), fromBottom(bottom - kBottomHeight)};
+    }
 
     void place(const Panel& panel, std::string_view title, std::string_view xLabel, std::string_view yLabel) {
         add("set lmargin at screen {}\nset rmargin at screen {}\nset bmargin at screen {}\nset tmargin at "
@@ -209,7 +212,7 @@ set label 1 {} at screen 0.04,0.985 left noenhanced font ',22'
         add("set {}range [{:.9g}:{:.9g}]\n", axis, range.low, range.high);
     }
 
-    void timeRange(Window window) { setRange('x', {mTimeS[window.begin], mTimeS[window.end - 1]}); }
+    void timeRange(RowRange rows) { setRange('x', {mTimeS[rows.begin], mTimeS[rows.end - 1]}); }
 
     struct Curve {
         const char* name;
@@ -222,41 +225,45 @@ set label 1 {} at screen 0.04,0.985 left noenhanced font ',22'
         for (size_t i = 0; i < curves.size(); ++i)
             add("{} ${} using 1:{} with lines linecolor rgb '{}' linewidth {} title '{}'", i == 0 ? "" : ",",
                 data, i + 2, curves[i].colour, curves[i].width, curves[i].name);
+        if (std::isfinite(mLimit))
+            for (const double at : {-mLimit, mLimit})
+                add(", {:.9g} with lines linecolor rgb '{}' dashtype 2 notitle", at, kLimitColour);
         add("\n");
     }
 
-    // The whole recording to the left, the close-up to the right, at one scale each for the row.
-    void addPanels(const std::string& name, double bottom, const std::string& title, const char* yLabel,
+    // The whole recording to the left, the close-up to the right.
+    void addPanels(const std::string& name, const std::string& title, const char* yLabel,
                    const Series& series, const std::vector<Curve>& curves, Range range) {
-        const Window whole{0, mTimeS.size()};
+        const RowRange whole{0, mTimeS.size()};
         setRange('y', range);
         addTimedData(name, whole, series);
-        place(leftPanel(bottom), title, "time [s]", yLabel);
+        place(row(mRow, kLeft, 0.60), title, "time [s]", yLabel);
         timeRange(whole);
         add("set object 1 rectangle from first {:.9g}, graph 0 to first {:.9g}, graph 1 behind "
             "fillcolor rgb '#F0E6C0' fillstyle solid noborder\n",
             mTimeS[mCloseUp.begin], mTimeS[mCloseUp.end - 1]);
         plotCurves(name, curves);
-        add("unset object 1\nunset label 1\nunset label 2\n");
+        add("unset object 1\nunset label 1\nunset label 2\nunset label 3\n");
 
         Range near;
-        for (const std::vector<double>* values : series)
-            for (size_t i = mCloseUp.begin; i < mCloseUp.end; ++i) near.include((*values)[i]);
+        for (const Samples* values : series)
+            for (size_t i = mCloseUp.begin; i < mCloseUp.end; ++i) near.include(double{(*values)[i]});
         setRange('y', near.padded());
         addTimedData(name + "_near", mCloseUp, series);
-        place(rightPanel(bottom), "", "time [s]", yLabel);
+        place(row(mRow, 0.675, kRight), "", "time [s]", yLabel);
         timeRange(mCloseUp);
         add("set key off\n");
         plotCurves(name + "_near", curves);
         add("set key on\n");
+        ++mRow;
     }
 
     void addGyro() {
         const Series series = {&mRecording[Column::kGyroRawX], &mRecording[Column::kGyroRawY],
                                &mRecording[Column::kGyroRawZ]};
         Range range;
-        for (const std::vector<double>* values : series) range.include(*values);
-        addPanels("gyro", kFirstRow, "gyro, raw", "gyro [counts]", series,
+        for (const Samples* values : series) range.include(*values);
+        addPanels("gyro", "gyro, raw", "gyro [counts]", series,
                   {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}, {"z", kAxisColours[2], 1}},
                   range.padded(0.15));
     }
@@ -265,80 +272,130 @@ set label 1 {} at screen 0.04,0.985 left noenhanced font ',22'
 
     std::string axisTitle(size_t axis) const {
         const AxisStats& stats = mStats.axes[axis];
-        std::string title = fmt::format("{}: shake {} RMS", axis == 0 ? "x" : "y", angle(stats.shakeRms));
-        if (std::isfinite(stats.suppressionDb))
-            title += fmt::format(", suppressed by {}", figure(stats.suppressionDb, 1, " dB"));
+        std::string title = fmt::format("{}: target {} RMS", axis == 0 ? "x" : "y", angle(stats.targetRms));
         if (stats.samplesAtLimit > 0)
-            title += fmt::format(", {} samples at the limit", grouped(stats.samplesAtLimit));
+            title += fmt::format(", {} samples at the limit of {}", grouped(stats.samplesAtLimit),
+                                 angle(stats.limit));
         return title;
     }
 
-    void addAxis(size_t axis, double bottom) {
-        // One scale for both axes.
+    // Of target and hall, one for both axes.
+    Range angles() const {
         Range range;
-        for (const auto& target : mTarget) range.include(target);
-        range.include(mRecording[Column::kAngleHallX]);
-        range.include(mRecording[Column::kAngleHallY]);
-        const Column hall = axis == 0 ? Column::kAngleHallX : Column::kAngleHallY;
-        addPanels(axis == 0 ? "axis_x" : "axis_y", bottom, axisTitle(axis),
-                  axis == 0 ? "angle x [\u00b0]" : "angle y [\u00b0]", {&mTarget[axis], &mRecording[hall]},
-                  {{"target", kLightTargetColour, 3.5}, {"hall", kHallColour, 1.3}}, range.padded(0.15));
+        for (size_t axis = 0; axis < 2; ++axis) {
+            range.include(mTarget[axis]);
+            range.include(hallAngle(mRecording, axis));
+        }
+        return range;
     }
 
-    void addResidual(double bottom) {
+    void addAxis(size_t axis) {
+        mLimit = mStats.axes[axis].limit;
+        addPanels(axis == 0 ? "axis_x" : "axis_y", axisTitle(axis),
+                  axis == 0 ? "angle x [\u00b0]" : "angle y [\u00b0]",
+                  {&mTarget[axis], &hallAngle(mRecording, axis)},
+                  {{"target", kLightTargetColour, 3.5}, {"hall", kHallColour, 1.3}}, angles().padded(0.15));
+        mLimit = std::numeric_limits<double>::quiet_NaN();
+    }
+
+    void addBoth(const char* name, const std::string& title, const char* yLabel,
+                 const std::array<Samples, 2>& series) {
         Range range;
-        for (const auto& residual : mResidual) range.include(residual);
-        addPanels("residual", bottom,
-                  fmt::format("residual, target minus hall: x {} RMS, y {} RMS",
-                              angle(mStats.axes[0].residualRms), angle(mStats.axes[1].residualRms)),
-                  "residual [\u00b0]", {&mResidual[0], &mResidual[1]},
+        for (const Samples& values : series) range.include(values);
+        addPanels(name, title, yLabel, {&series[0], &series[1]},
                   {{"x", kAxisColours[0], 1}, {"y", kAxisColours[1], 1}}, range.padded(0.15));
     }
 
+    void addTrackingError() {
+        addBoth("error",
+                fmt::format("tracking error, target minus hall: x {} RMS, y {} RMS",
+                            angle(mStats.axes[0].trackingErrorRms), angle(mStats.axes[1].trackingErrorRms)),
+                "error [\u00b0]", mError);
+    }
+
+    void addResidual() {
+        const BandSuppression& all = mStats.suppression->bands.back();
+        addBoth("residual",
+                fmt::format("residual shake, true motion minus lens; {}: x {} RMS, y {} RMS", bandText(all),
+                            angle(all.residualRms[0]), angle(all.residualRms[1])),
+                "residual [\u00b0]", mResidual);
+    }
+
+    void addPathData(const char* name, const Samples& x, const Samples& y, Range range) {
+        add("${} << END_OF_DATA\n", name);
+        appendThinnedPath(mText, x, y, mStats.segments, range.low, range.high, kPathCells);
+        add("\nnan nan\nEND_OF_DATA\n");
+    }
+
     void addPath() {
-        const Series path{&mTarget[0], &mTarget[1], &mRecording[Column::kAngleHallX],
-                          &mRecording[Column::kAngleHallY]};
-        Range range;
-        for (const std::vector<double>* values : path) range.include(*values);
-        addData("path", path);
-        constexpr double kAsWideAsHigh = kBottomHeight * kHeight / kWidth;
-        place({kLeft, kLeft + kAsWideAsHigh, kBottom, kBottom + kBottomHeight}, "path of the lens",
+        const Range range = angles().padded();
+        addPathData("target_path", mTarget[0], mTarget[1], range);
+        addPathData("hall_path", hallAngle(mRecording, 0), hallAngle(mRecording, 1), range);
+        place(bottomPanel(kLeft, kLeft + static_cast<double>(kBottomHeight) / kWidth), "path of the lens",
               "angle x [\u00b0]", "angle y [\u00b0]");
-        setRange('x', range.padded());
-        setRange('y', range.padded());
-        add("plot $path using 1:2 with lines linecolor rgb '{}' linewidth 1 title 'target', "
-            "$path using 3:4 with lines linecolor rgb '{}' linewidth 1 title 'hall'\n",
+        setRange('x', range);
+        setRange('y', range);
+        const double x = mStats.axes[0].limit, y = mStats.axes[1].limit;
+        if (std::isfinite(x) && std::isfinite(y))
+            add("set object 1 rectangle from {:.9g},{:.9g} to {:.9g},{:.9g} fillstyle empty border rgb '{}' "
+                "dashtype 2\n",
+                -x, -y, x, y, kLimitColour);
+        add("plot $target_path using 1:2 with lines linecolor rgb '{}' linewidth 1 title 'target', "
+            "$hall_path using 1:2 with lines linecolor rgb '{}' linewidth 1 title 'hall'\nunset object 1\n",
             kLightTargetColour, kHallColour);
+    }
+
+    std::string spectrumTitle() const {
+        if (!mHasMotion) return "spectrum";
+        const BandSuppression& all = mStats.suppression->bands.back();
+        return fmt::format("spectrum; suppression {}: x {}, y {}", bandText(all), figure(all.db(0), 1, " dB"),
+                           figure(all.db(1), 1, " dB"));
     }
 
     void addSpectrum() {
         const auto& [x, y] = mStats.axes;
-        const Series densities{&x.shakeDensity, &y.shakeDensity, &x.residualDensity, &y.residualDensity};
+        std::vector<const std::vector<double>*> densities{&x.targetDensity, &y.targetDensity,
+                                                          &x.trackingErrorDensity, &y.trackingErrorDensity};
+        std::vector<Curve> curves{{"target x", kTargetColour, 1.5},
+                                  {"target y", kLightTargetColour, 1.5},
+                                  {"tracking error x", kHallColour, 1.5},
+                                  {"tracking error y", kLightHallColour, 1.5}};
+        if (mHasMotion) {
+            densities = {&x.motionDensity, &y.motionDensity, &x.residualDensity, &y.residualDensity};
+            const char* const names[] = {"motion x", "motion y", "residual x", "residual y"};
+            for (size_t i = 0; i < curves.size(); ++i) curves[i].name = names[i];
+        }
         Range range;
         for (const std::vector<double>* values : densities)
             for (const double value : *values)
                 if (value > 0) range.include(value);  // the scale is logarithmic
         if (range.low > range.high) return;
-        Series columns{&mStats.frequencyHz};
-        columns.insert(columns.end(), densities.begin(), densities.end());
-        addData("spectrum", columns);
-        place({0.52, kRight, kBottom, kBottom + kBottomHeight}, "spectrum", "frequency [Hz]",
-              "density [\u00b0/\u221aHz]");
+        add("$spectrum << END_OF_DATA\n");
+        for (size_t i = 0; i < mStats.frequencyHz.size(); ++i) {
+            add("{:.9g}", mStats.frequencyHz[i]);
+            for (const std::vector<double>* values : densities) add(" {:.9g}", (*values)[i]);
+            add("\n");
+        }
+        add("END_OF_DATA\n");
+        place(bottomPanel(0.52, kRight), spectrumTitle(), "frequency [Hz]", "density [\u00b0/\u221aHz]");
         add("set logscale xy\nset format y '%g'\n");
         setRange('x', {mStats.frequencyHz.front(), mStats.frequencyHz.back()});
         setRange('y', {range.low / 2, range.high * 4});
-        plotCurves("spectrum", {{"target x", kTargetColour, 1.5},
-                                {"target y", kLightTargetColour, 1.5},
-                                {"residual x", kHallColour, 1.5},
-                                {"residual y", kLightHallColour, 1.5}});
+        plotCurves("spectrum", curves);
     }
 
+    const Examined& mExamined;
     const Recording& mRecording;
     const RecordingStats& mStats;
     const std::vector<double>& mTimeS;
-    std::array<std::vector<double>, 2> mTarget;
-    std::array<std::vector<double>, 2> mResidual;
-    Window mCloseUp;
+    const bool mHasMotion;
+    const int mHeight;
+    std::array<Samples, 2> mTarget;
+    std::array<Samples, 2> mError;
+    std::array<Samples, 2> mResidual;  // empty where the true motion is not known
+    RowRange mCloseUp;
+    double mLimit = std::numeric_limits<double>::quiet_NaN();  // where the panel being drawn has lines
+    int mRow = 0;
     std::string mText;
 };
 
@@ -375,13 +432,13 @@ void runGnuplot(const std::string& script) {
 
 }  // namespace
 
-void plotRecording(const Recording& recording, const RecordingStats& stats, const fs::path& out) {
+void plotRecording(const Examined& examined, const fs::path& out) {
     const std::string_view terminal = terminalFor(out);
     const fs::path part = out.string() + ".part";
     if (!std::ofstream(part)) throw JobError(out.string() + ": cannot be written: " + std::strerror(errno));
     std::error_code error;
     try {
-        runGnuplot(Script(recording, stats, terminal, part).text());
+        runGnuplot(Script(examined, terminal, part).text());
         fs::rename(part, out, error);
         if (error) throw JobError(out.string() + ": cannot be written: " + error.message());
     } catch (const JobError&) {

@@ -5,10 +5,14 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <optional>
+#include <string_view>
 
+#include "base/errors.h"
 #include "base/file_content.h"
 #include "base/number.h"
+#include "recording/line_reader.h"
+#include "recording/row_order.h"
 
 namespace oisctl {
 
@@ -20,153 +24,228 @@ constexpr const char* kHeader =
     "angle_gyro_target_y angle_acc_target_x angle_acc_target_y angle_hall_x angle_hall_y";
 constexpr size_t kTimestampColumn = static_cast<size_t>(Column::kTimestamp);
 constexpr size_t kFirstAngleColumn = static_cast<size_t>(Column::kAngleGyroTargetX);
-constexpr double kSecondsPerMicrosecond = 1e-6;
+constexpr int64_t kUsPerSecond = 1'000'000;
+constexpr double kSecondsPerUs = 1e-6;
+constexpr uint64_t kMostSeconds = 1'000'000'000'000;
+// A time that jumps ahead by more and stays there is another stretch: nobody looks at the pause between them.
+constexpr int64_t kFarUs = 600 * kUsPerSecond;
 
 using Cells = std::array<std::string_view, kColumnCount>;
 
-struct Timestamp {
-    uint64_t seconds = 0;
-    uint64_t microseconds = 0;  // may exceed a million: the recorder prints what the controller says
-
-    double since(const Timestamp& start) const {
-        return static_cast<double>(static_cast<int64_t>(seconds - start.seconds)) +
-               static_cast<double>(static_cast<int64_t>(microseconds - start.microseconds)) *
-                   kSecondsPerMicrosecond;
+// As many cells as stand in the line; those beyond the last column are only counted.
+size_t split(std::string_view line, Cells& cells) {
+    size_t count = 0;
+    const char* at = line.data();
+    const char* const end = at + line.size();
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+    for (;;) {
+        while (at != end && isBlank(*at)) ++at;
+        if (at == end) return count;
+        const char* const begin = at;
+        while (at != end && !isBlank(*at)) ++at;
+        if (count < kColumnCount) cells[count] = {begin, static_cast<size_t>(at - begin)};
+        ++count;
     }
-};
+}
 
-// Rows that were left out for one reason.
-struct LeftOut {
-    size_t rows = 0;
-    size_t firstLine = 0;
-
-    void add(size_t line) {
-        if (rows++ == 0) firstLine = line;
-    }
-};
+// The controller's microseconds may exceed a million: the recorder prints what it says.
+std::optional<int64_t> timestampUs(std::string_view cell) {
+    const size_t dot = std::min(cell.find('.'), cell.size());
+    const auto seconds = numberOf<uint64_t>(cell.substr(0, dot));
+    const auto micros = numberOf<uint64_t>(cell.substr(std::min(dot + 1, cell.size())));
+    if (!seconds || !micros || *seconds > kMostSeconds || *micros > kMostSeconds) return std::nullopt;
+    return static_cast<int64_t>(*seconds) * kUsPerSecond + static_cast<int64_t>(*micros);
+}
 
 class StatusReader {
   public:
-    explicit StatusReader(const std::filesystem::path& file) : mFile(file.string()) {
-        mRecording.source = mFile;
+    explicit StatusReader(const std::filesystem::path& file) : mLines(file, "reading") {
+        mRecording.source = file.string();
+        split(kHeader, mNames);
     }
 
     Recording read() {
-        const std::string content = asInput("", [this] { return phone::readFile(mFile); });
-        std::string_view rest = content;
-        for (size_t end = 0; (end = rest.find('\n')) != std::string_view::npos; rest.remove_prefix(end + 1)) {
-            ++mLine;
-            const std::string_view line = phone::trimmed(rest.substr(0, end));
-            if (mLine == 1) {
+        std::string_view line;
+        while (mLines.next(line)) {
+            if (mLines.number() == 1) {
                 takeHeader(line);
+            } else if (mLines.cut()) {
+                mRecording.cutLine = mLines.number();
             } else {
                 takeRow(line);
             }
         }
-        if (mLine == 0) fail(1, "no header line; this is no status recording");
-        note(mUnanswered, "all zero, the controller did not answer");
-        note(mRepeats, "time does not go on");
-        if (!rest.empty())
-            mRecording.notes.push_back(fmt::format("line {} left out: cut while being written", mLine + 1));
+        if (mLines.number() == 0) failAtStart("no header line");
+        mRecording.bytes = mLines.bytes();
+        arrange();
         return std::move(mRecording);
     }
 
   private:
-    [[noreturn]] void fail(size_t line, const std::string& reason) const {
-        throw InputError(fmt::format("{}:{}: {}", mFile, line, reason));
+    [[noreturn]] void failAtStart(const std::string& reason) const {
+        throw InputError(fmt::format("{}:1: {}; this is no status recording", mRecording.source, reason));
     }
 
-    Cells split(std::string_view line) const {
-        Cells cells;
-        size_t count = 0;
-        for (size_t begin = line.find_first_not_of(' '); begin != std::string_view::npos;) {
-            const size_t end = std::min(line.find(' ', begin), line.size());
-            if (count < kColumnCount) cells[count] = line.substr(begin, end - begin);
-            ++count;
-            begin = line.find_first_not_of(' ', end);
-        }
-        if (count != kColumnCount) {
-            fail(mLine, fmt::format("{} column{}, expected {}{}", count, count == 1 ? "" : "s", kColumnCount,
-                                    mLine == 1 ? "; this is no status recording" : ""));
-        }
-        return cells;
+    static std::string columnCount(size_t count) {
+        return fmt::format("{} column{}, expected {}", count, count == 1 ? "" : "s", kColumnCount);
     }
 
     void takeHeader(std::string_view line) const {
-        const Cells cells = split(line);
+        Cells cells;
+        const size_t count = split(line, cells);
+        if (count != kColumnCount) failAtStart(columnCount(count));
         for (size_t i = 0; i < kColumnCount; ++i) {
             if (cells[i] == mNames[i]) continue;
-            fail(mLine, fmt::format("column {} is \"{}\", expected \"{}\"; this is no status recording",
-                                    i + 1, cells[i], mNames[i]));
+            failAtStart(fmt::format("column {} is \"{}\", expected \"{}\"", i + 1, cells[i], mNames[i]));
         }
+    }
+
+    void leaveUnreadable(std::string why) {
+        if (mRecording.unreadable.empty()) mRecording.whyUnreadable = std::move(why);
+        mRecording.unreadable.add(mLines.number());
     }
 
     void takeRow(std::string_view line) {
-        const Cells cells = split(line);
-        std::array<double, kColumnCount> values{};
-        const Timestamp time = timestamp(cells[kTimestampColumn]);
-        bool answered = time.seconds != 0 || time.microseconds != 0;
+        Cells cells;
+        const size_t count = split(line, cells);
+        // Files that were put one behind the other.
+        if (count == kColumnCount && cells == mNames) return mHeaders.push_back(mTimesUs.size());
+        if (count != kColumnCount) return leaveUnreadable(columnCount(count));
+        std::array<float, kColumnCount> values{};
+        const std::optional<int64_t> timeUs = timestampUs(cells[kTimestampColumn]);
+        if (!timeUs) return leaveUnreadableCell(cells, kTimestampColumn, "seconds.microseconds");
+        bool answered = *timeUs != 0;
         for (size_t i = 0; i < kColumnCount; ++i) {
             if (i == kTimestampColumn) continue;
-            values[i] = i < kFirstAngleColumn ? number<int>(cells[i], i, "a whole number")
-                                              : number<double>(cells[i], i, "a number");
-            answered |= i > kTimestampColumn && i < kFirstAngleColumn && values[i] != 0;
+            const bool isAngle = i >= kFirstAngleColumn;
+            if (!parse(cells[i], isAngle, values[i]))
+                return leaveUnreadableCell(cells, i, isAngle ? "a number" : "a whole number");
+            answered |= i > kTimestampColumn && !isAngle && values[i] != 0;
         }
-        if (!answered) {
-            mUnanswered.add(mLine);
-            return;
+        if (!answered) return mRecording.unanswered.add(mLines.number());
+        if (mTimesUs.empty()) reserve(line.size() + 1);
+        mTimesUs.push_back(*timeUs);
+        mRecording.lines.push_back(static_cast<uint32_t>(mLines.number()));
+        for (size_t i = 0; i < kColumnCount; ++i)
+            if (i != kTimestampColumn) mRecording.columns[i].push_back(values[i]);
+        mRecording.lastLine = line;
+    }
+
+    static bool parse(std::string_view cell, bool isAngle, float& value) {
+        if (isAngle) {
+            const auto angle = numberOf<float>(cell);
+            value = angle.value_or(0);
+            return angle.has_value();
         }
-        if (mRecording.rows() == 0) {
-            mStart = time;
-            mRecording.startS = time.since({});
+        const auto whole = numberOf<int>(cell);
+        value = static_cast<float>(whole.value_or(0));
+        return whole.has_value();
+    }
+
+    void leaveUnreadableCell(const Cells& cells, size_t column, const char* expected) {
+        if (!mRecording.unreadable.empty()) return leaveUnreadable({});
+        leaveUnreadable(fmt::format("{} is \"{}\", expected {}", mNames[column], cells[column], expected));
+    }
+
+    // Growing by doubling would take twice the memory.
+    void reserve(size_t rowBytes) {
+        const size_t rows = mLines.fileBytes() / rowBytes + 1;
+        mTimesUs.reserve(rows);
+        mRecording.lines.reserve(rows);
+        for (size_t i = 0; i < kColumnCount; ++i)
+            if (i != kTimestampColumn) mRecording.columns[i].reserve(rows);
+    }
+
+    // Puts the rows into their order, and their time on one line.
+    void arrange() {
+        const std::vector<RowFate> fates = rowFates(mTimesUs, mHeaders);
+        std::vector<double>& timeS = mRecording.timeS;
+        timeS.reserve(mTimesUs.size());
+        int64_t beforeUs = 0;
+        for (size_t row = 0; row < fates.size(); ++row) {
+            const size_t line = mRecording.lines[row];
+            if (fates[row] == RowFate::kRepeated) mRecording.repeated.add(line);
+            if (fates[row] == RowFate::kOutOfOrder) mRecording.outOfOrder.add(line);
+            if (fates[row] == RowFate::kRepeated || fates[row] == RowFate::kOutOfOrder) continue;
+            const size_t kept = timeS.size();
+            const int64_t timeUs = mTimesUs[row];
+            const bool begins = fates[row] == RowFate::kBegins;
+            if (begins || timeUs - beforeUs > kFarUs) {
+                mRecording.stretches.push_back(
+                    {kept, static_cast<double>(timeUs) * kSecondsPerUs, startOf(row, begins)});
+                mShift = timeS.empty() ? 0 : timeS.back() + Recording::kBetweenStretchesS;
+                mShiftUs = timeUs;
+            }
+            timeS.push_back(mShift + static_cast<double>(timeUs - mShiftUs) * kSecondsPerUs);
+            beforeUs = timeUs;
+            if (kept != row) move(row, kept);
         }
-        values[kTimestampColumn] = time.since(mStart);
-        const std::vector<double>& times = mRecording[Column::kTimestamp];
-        if (!times.empty() && values[kTimestampColumn] <= times.back()) {
-            mRepeats.add(mLine);
-            return;
-        }
-        for (size_t i = 0; i < kColumnCount; ++i) mRecording.columns[i].push_back(values[i]);
+        mRecording.lines.resize(timeS.size());
+        for (Samples& column : mRecording.columns)
+            if (!column.empty()) column.resize(timeS.size());
     }
 
-    [[noreturn]] void failValue(std::string_view cell, size_t column, const char* expected) const {
-        fail(mLine, fmt::format("{} is \"{}\", expected {}", mNames[column], cell, expected));
+    Stretch::Start startOf(size_t row, bool begins) const {
+        if (mRecording.timeS.empty()) return Stretch::Start::kFile;
+        if (!begins) return Stretch::Start::kTimeAhead;
+        return std::ranges::binary_search(mHeaders, row) ? Stretch::Start::kHeader
+                                                         : Stretch::Start::kTimeBack;
     }
 
-    Timestamp timestamp(std::string_view cell) const {
-        const size_t dot = std::min(cell.find('.'), cell.size());
-        const auto seconds = numberOf<uint64_t>(cell.substr(0, dot));
-        const auto micros = numberOf<uint64_t>(cell.substr(std::min(dot + 1, cell.size())));
-        if (!seconds || !micros) failValue(cell, kTimestampColumn, "seconds.microseconds");
-        return {*seconds, *micros};
+    void move(size_t from, size_t to) {
+        mRecording.lines[to] = mRecording.lines[from];
+        for (Samples& column : mRecording.columns)
+            if (!column.empty()) column[to] = column[from];
     }
 
-    template <typename Number>
-    double number(std::string_view cell, size_t column, const char* expected) const {
-        const auto value = numberOf<Number>(cell);
-        if (!value) failValue(cell, column, expected);
-        return *value;
-    }
-
-    void note(const LeftOut& out, const char* what) {
-        if (out.rows == 0) return;
-        mRecording.notes.push_back(fmt::format("{} row{} left out, the first in line {}: {}", out.rows,
-                                               out.rows == 1 ? "" : "s", out.firstLine, what));
-    }
-
-    const std::string mFile;
-    const Cells mNames = split(kHeader);
-    size_t mLine = 0;
-    Timestamp mStart;
-    LeftOut mUnanswered;
-    LeftOut mRepeats;
+    LineReader mLines;
+    Cells mNames;
+    std::vector<size_t> mHeaders;
+    std::vector<int64_t> mTimesUs;
+    double mShift = 0;     // where the present stretch stands
+    int64_t mShiftUs = 0;  // its first row's time
     Recording mRecording;
 };
 
+constexpr std::array kGyroTarget = {Column::kAngleGyroTargetX, Column::kAngleGyroTargetY};
+constexpr std::array kAccTarget = {Column::kAngleAccTargetX, Column::kAngleAccTargetY};
+constexpr std::array kHall = {Column::kAngleHallX, Column::kAngleHallY};
+
 }  // namespace
+
+void Places::add(LineRange range, size_t rowsInIt) {
+    if (count++ < kMostKept) ranges.push_back(range);
+    rows += rowsInIt;
+    mLast = range.last;
+}
+
+void Places::goOn(LineRange range, size_t rowsInIt) {
+    if (count == 0 || range.first != mLast + 1) return add(range, rowsInIt);
+    if (count == ranges.size()) ranges.back().last = range.last;
+    rows += rowsInIt;
+    mLast = range.last;
+}
 
 Recording loadRecording(const std::filesystem::path& file) {
     return StatusReader(file).read();
+}
+
+Samples targetAngle(const Recording& recording, size_t axis) {
+    Samples result = recording[kGyroTarget[axis]];
+    const Samples& acc = recording[kAccTarget[axis]];
+    for (size_t i = 0; i < result.size(); ++i) result[i] += acc[i];
+    return result;
+}
+
+Samples trackingError(const Recording& recording, size_t axis) {
+    Samples result = targetAngle(recording, axis);
+    const Samples& hall = hallAngle(recording, axis);
+    for (size_t i = 0; i < result.size(); ++i) result[i] -= hall[i];
+    return result;
+}
+
+const Samples& hallAngle(const Recording& recording, size_t axis) {
+    return recording[kHall[axis]];
 }
 
 }  // namespace oisctl

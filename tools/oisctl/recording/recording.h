@@ -1,16 +1,12 @@
 #pragma once
-// Status recordings: the text files that the driver's recorder writes, and what they say about the
-// stabilisation.
+// Status recordings: the text files that the driver's recorder writes.
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
-
-#include "base/errors.h"
-#include "base/report.h"
 
 namespace oisctl {
 
@@ -29,65 +25,76 @@ enum class Column : size_t {
 };
 constexpr size_t kColumnCount = 22;
 
-// One recording, column by column. Timestamps are in seconds from `startS` on and strictly increase; every
-// other column holds what the file says, "inf" and "nan" included.
-struct Recording {
-    std::string source;              // the file
-    std::vector<std::string> notes;  // what was left out of the file, and why
-    double startS = 0;               // the controller's time of the first row
-    std::array<std::vector<double>, kColumnCount> columns;
+// The recorder writes whole numbers of 16 bits and angles of six digits: a float holds both as they stand.
+using Samples = std::vector<float>;
 
-    const std::vector<double>& operator[](Column column) const {
-        return columns[static_cast<size_t>(column)];
-    }
-    size_t rows() const { return columns[0].size(); }
+struct LineRange {
+    size_t first = 0;
+    size_t last = 0;
 };
 
-// Reads a status file. A last row without its newline was cut while being written, rows of zeros are polls
-// that the controller did not answer, rows whose time does not go on are repeats: they are left out, with a
-// note. Throws InputError "FILE:LINE: reason".
+// Where in the file something shows. The first ranges are kept.
+struct Places {
+    static constexpr size_t kMostKept = 20;
+    std::vector<LineRange> ranges;
+    size_t count = 0;  // of all ranges
+    size_t rows = 0;   // in all of them
+
+    void add(LineRange range, size_t rowsInIt);
+    // One range with the one before when it begins right behind it.
+    void goOn(LineRange range, size_t rowsInIt);
+    void add(size_t line) { goOn({line, line}, 1); }
+    bool empty() const { return count == 0; }
+
+  private:
+    size_t mLast = 0;  // the line last added
+};
+
+// Rows whose time goes on.
+struct Stretch {
+    enum class Start { kFile, kHeader, kTimeBack, kTimeAhead };
+    size_t firstRow = 0;
+    double startS = 0;  // the controller's time of its first row
+    Start start = Start::kFile;
+};
+
+// One recording, column by column. The time of a row strictly increases: what comes after a break of the time
+// (a second session, a clock that jumped) is put kBetweenStretchesS behind what was before.
+struct Recording {
+    static constexpr double kBetweenStretchesS = 1;
+
+    std::string source;                         // the file
+    std::vector<double> timeS;                  // from the first row on
+    std::array<Samples, kColumnCount> columns;  // as in the file, "inf" and "nan" included; no timestamps
+    std::vector<uint32_t> lines;                // where each row stands in the file
+    std::vector<Stretch> stretches;
+
+    // What is not in the columns.
+    Places unanswered;  // all zero: polls that the controller did not answer
+    Places repeated;    // the time of a row before
+    Places outOfOrder;
+    Places unreadable;
+    std::string whyUnreadable;  // of the first one
+    size_t cutLine = 0;         // the last line, if it was cut while being written
+
+    // Which file it was.
+    uint64_t bytes = 0;
+    std::string lastLine;
+
+    const Samples& operator[](Column column) const { return columns[static_cast<size_t>(column)]; }
+    size_t rows() const { return timeS.size(); }
+    LineRange linesOf(size_t firstRow, size_t lastRow) const { return {lines[firstRow], lines[lastRow]}; }
+};
+
+// Reads a status file of any length. Rows that say nothing, stand in the wrong place or cannot be read are
+// left out and noted; whatever follows them counts. Throws InputError "FILE:LINE: reason" for a file that is
+// no status recording.
 Recording loadRecording(const std::filesystem::path& file);
 
-// Angles in the recording's angle unit (degrees); RMS values are taken about the mean. NaN: cannot be told.
-struct AxisStats {
-    double shakeRms = 0;       // of the target: what was there to cancel
-    double shakePeak = 0;      // largest excursion from the mean
-    double residualRms = 0;    // of target minus hall: what was left
-    double residualPeak = 0;   // largest excursion from the mean
-    double residualMean = 0;   // constant offset of the lens; costs travel, not sharpness
-    double suppressionDb = 0;  // shake over residual; NaN with too little shake
-    double limit = 0;          // hall angle at which the lens stops; NaN when the lens never got there
-    size_t samplesAtLimit = 0;
-    // Spectral density, angle unit per root hertz, at RecordingStats::frequencyHz.
-    std::vector<double> shakeDensity;
-    std::vector<double> residualDensity;
-};
-
-struct RecordingStats {
-    size_t rows = 0;
-    double durationS = 0;
-    double rateHz = 0;  // of the median period
-    double medianPeriodS = 0;
-    size_t gaps = 0;  // periods above 1.5 times the median
-    double longestGapS = 0;
-    std::array<double, 3> gyroRawRms{};  // counts, about the mean
-    std::array<AxisStats, 2> axes;       // x, y
-    std::vector<double> frequencyHz;     // empty for recordings too short for a spectrum
-};
-
-// What statistics need, and what they say of fewer: "0 rows".
-constexpr size_t kFewestRows = 2;
-std::string rowText(size_t rows);
-
-// `limitAngle` is the lens's travel either way; without it the travel is estimated from where the lens stops
-// while its target goes on. Throws InputError for a recording of fewer rows.
-RecordingStats computeStats(const Recording& recording, std::optional<double> limitAngle = std::nullopt);
-
-// Target minus hall angle, row by row; axis 0 is x, 1 is y. The target is the gyro's and the accelerometer's
+// Target minus hall, row by row; axis 0 is x, 1 is y. The target is the gyro's and the accelerometer's
 // together.
-std::vector<double> targetAngle(const Recording& recording, size_t axis);
-std::vector<double> residualAngle(const Recording& recording, size_t axis);
-
-Record statsReport(const Recording& recording, const RecordingStats& stats);
+Samples targetAngle(const Recording& recording, size_t axis);
+Samples trackingError(const Recording& recording, size_t axis);
+const Samples& hallAngle(const Recording& recording, size_t axis);
 
 }  // namespace oisctl

@@ -1,0 +1,46 @@
+#pragma once
+// What `record` knows and the driver's own file cannot say, in two files beside it: FILE.about.json, and,
+// where the motion is simulated, FILE.true-motion.txt with a row for each of the recording's.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "motion/motion.h"
+#include "recording/recording_stats.h"
+
+namespace oisctl {
+
+struct Sidecar {
+    struct ModeChange {
+        double timeS = 0;  // the controller's
+        int32_t mode = 0;
+    };
+    std::string module;
+    std::string way;  // "hub", "sub-device"
+    std::vector<ModeChange> modes{};
+    std::vector<std::pair<std::string, std::string>> properties{};
+    std::string motion;
+    uint64_t seed = 0;
+    std::optional<double> limitAngle;
+    int32_t intervalMs = 0;  // 0: as fast as it went
+    uint32_t firmwareVersion = 0;
+};
+
+// Writes both files. `source`: the motion that was simulated; null where it was not. Throws JobError.
+void writeSidecar(const Recording& recording, const Sidecar& sidecar,
+                  const std::shared_ptr<const phone::MotionSource>& source);
+
+struct FoundSidecar {
+    std::string file;
+    std::string whyNot;  // it was not used; empty: it was
+    Known known;
+};
+// Nothing where none stands beside the recording. One that belongs to another recording, or cannot be read,
+// is not used, and says why.
+std::optional<FoundSidecar> findSidecar(const Recording& recording);
+
+}  // namespace oisctl
