@@ -8,9 +8,11 @@ results=$REPO/bench-results
 mkdir -p "$results"
 
 options=()
+refused=2000 traced=50
 if [ "${1:-}" = --quick ]; then
     # Only shows that everything runs and that nothing allocates.
     options=(--benchmark_repetitions=1 --benchmark_min_time=0.005)
+    refused=100 traced=10
     shift
 fi
 "$programs/bench/ois_bench" --benchmark_out="$results/benchmarks.json" --benchmark_out_format=json \
@@ -31,6 +33,27 @@ if command -v valgrind >/dev/null; then
         echo "instructions of one request, $way: $(((many - few) / (more - fewer)))"
     done | tee "$results/instructions.txt"
 fi
+# What looking on costs a private request: one that the kernel refuses at once, which leaves nothing but the way to it.
+# refused COUNT COMMAND...: nanoseconds of one of that many, behind a command.
+refused() {
+    local count=$1
+    shift
+    env "$@" "$programs/bench/ois_refused_requests" "$count"
+}
+spied=$(mktemp -d)
+trap 'rm -rf "$spied"' EXIT
+{
+    alone=$(refused "$refused")
+    printf '%-48s %10s %8s %9s\n' "a private request that is refused" ns ratio above
+    row() { awk -v name="$1" -v ns="$2" -v floor="$alone" \
+        'BEGIN { printf "%-48s %10.1f %7.2fx %+9.1f\n", name, ns, ns / floor, ns - floor }'; }
+    row "alone" "$alone"
+    row "with libois_spy.so (aim: 500 ns above)" \
+        "$(refused "$refused" LD_PRELOAD="$programs/tools/spy/libois_spy.so" OIS_SPY_TRACE="$spied/trace.jsonl")"
+    if command -v strace >/dev/null; then
+        row "under strace" "$(refused "$traced" strace -f -o "$spied/strace.txt" -e trace=ioctl)"
+    fi
+} | tee "$results/spy.txt"
 # In simulated time: what the procedure waits, whatever machine this is.
 "$REPO/build/release/tools/oisctl/oisctl" firmware-update --json >"$results/firmware-update.json"
 seconds=$(sed -n 's/.*"duration_s":\([0-9.]*\).*/\1/p' "$results/firmware-update.json")

@@ -1,12 +1,16 @@
 #!/usr/bin/env python3
-"""Checks that Android.bp and CMake build the driver from the same sources, and that these are all there are."""
+"""Checks that Android.bp and CMake build driver and capture library from the same sources, and that these are all."""
 
 import pathlib
 import re
 import sys
 
 REPO = pathlib.Path(__file__).resolve().parent.parent
-DRIVER = pathlib.Path("aaa/peripheraldriver/ois")
+# Folder, how its list begins in its CMakeLists.txt, and the library in Android.bp.
+LIBRARIES = [
+    (pathlib.Path("aaa/peripheraldriver/ois"), "set(OIS_DRV_SOURCES", 'name: "libois_drv"'),
+    (pathlib.Path("tools/spy"), "add_library(ois_spy SHARED", 'name: "libois_spy"'),
+]
 
 
 def names(text, opening, closing):
@@ -15,18 +19,27 @@ def names(text, opening, closing):
     return set(re.findall(r"[\w/]+\.cpp", text[start:text.index(closing, start)]))
 
 
-def main():
-    cmake = names((REPO / DRIVER / "CMakeLists.txt").read_text(), "set(OIS_DRV_SOURCES", ")")
+def problems_of(folder, cmake_begin, library):
+    """What the two lists of one library lack, or have too much."""
+    cmake = names((REPO / folder / "CMakeLists.txt").read_text(), cmake_begin, ")")
+    android = (REPO / "Android.bp").read_text()
     lists = {
-        "CMakeLists.txt": {str(DRIVER / name) for name in cmake},
-        "Android.bp": names((REPO / "Android.bp").read_text(), "srcs: [", "]"),
+        f"{folder}/CMakeLists.txt": {str(folder / name) for name in cmake},
+        "Android.bp": names(android[android.index(library):], "srcs: [", "]"),
     }
-    present = {str(path.relative_to(REPO)) for path in (REPO / DRIVER).rglob("*.cpp")}
+    present = {str(path.relative_to(REPO)) for path in (REPO / folder).rglob("*.cpp")}
     problems = []
     for where, listed in lists.items():
         problems += [f"{where} lacks {name}" for name in sorted(present - listed)]
         problems += [f"{where} lists {name}, which does not exist" for name in sorted(listed - present)]
-    print("\n".join(problems) or f"{len(present)} driver sources, the same in {' and '.join(lists)}")
+    if not problems:
+        print(f"{len(present)} sources in {folder}, the same in {' and '.join(lists)}")
+    return problems
+
+
+def main():
+    problems = [problem for library in LIBRARIES for problem in problems_of(*library)]
+    print("\n".join(problems), end="\n" if problems else "")
     return 1 if problems else 0
 
 

@@ -23,6 +23,14 @@ listed=$(sed -n 's/^ *"\(.*\)";$/\1/p' "$repo/aaa/peripheraldriver/ois/ois_drv.m
 [ "$exported" = "$listed" ] || { diff <(echo "$exported") <(echo "$listed"); exit 1; }
 echo "libois_drv.so exports what ois_drv.map lists, $(echo "$listed" | wc -l) names"
 
+# The capture library stands in front of all that a program may call of the driver.
+calls=$(echo "$listed" | grep '^OISDrv::[A-Za-z]' | grep -v '^OISDrv::OISDrv(')
+spied=$(nm -DC --defined-only "$(find "$prefix" -name libois_spy.so)" | sed -n 's/^[0-9a-f]* T //p' | grep '^OISDrv::' | sort -u)
+[ "$spied" = "$calls" ] || { diff <(echo "$spied") <(echo "$calls"); exit 1; }
+"$prefix/bin/oisctl" spy -o "$work/spy.jsonl" -- "$prefix/bin/oisctl" session -q >/dev/null 2>&1
+"$prefix/bin/oisctl" replay "$work/spy.jsonl" >/dev/null
+echo "libois_spy.so captures a session of the installed oisctl that replays"
+
 # The example that stands in the phone's first page.
 sed -n '/^\/\/   #include <cstdio>/,/^\/\/   }$/s/^\/\/ \{0,3\}//p' "$prefix/include/ois_drv/phone/phone.h" >"$work/example.cpp"
 cmake -S "$repo/tests/install" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \

@@ -43,7 +43,7 @@ template <typename Value>
 Value noteProperty(const char* key, const char* type, Value byDefault, Value value) {
     if (inDriver() && wanted()) {
         PropertyLine line("property", key);
-        line.open("fields").text("type", type).number("default", int64_t{byDefault}).close();
+        line.open("fields").word("type", type).number("default", int64_t{byDefault}).close();
         line.result(int64_t{value}).record();
     }
     return value;
@@ -114,7 +114,7 @@ class SpiedProvider final : public SensorProvider {
         const bool bringUp = id == kInit && mBringUp.exchange(false);
         const int32_t result = asked([&] { return mProvider->customCmd(type, record); });
         Line<256> line("hub");
-        line.number("code", id).text("phase", bringUp ? "bring-up" : "running").number("result", result);
+        line.number("code", id).word("phase", bringUp ? "bring-up" : "running").number("result", result);
         if (result < 0) line.error(-result);
         const HubRecord answered = hubRecord(record);
         line.record(sent, std::span(answered).first(result < 0 ? 0 : answered.size()));
@@ -179,7 +179,7 @@ SPY_EXPORT int32_t NSCam::Utils::Properties::property_get(const char* key, char*
     if (inDriver() && wanted()) {
         PropertyLine line("property", key);
         line.open("fields")
-            .text("type", "string")
+            .word("type", "string")
             .text("default", defaultValue == nullptr ? "" : defaultValue);
         line.text("value", value).close();
         line.record();

@@ -1,6 +1,7 @@
 #pragma once
 // JSON text in a buffer of its own, without allocation.
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -42,6 +43,11 @@ class Text {
 
     Text& text(std::string_view key, std::string_view value) { return name(key).quoted(value); }
 
+    // A word that needs no escapes.
+    Text& word(std::string_view key, std::string_view value) {
+        return name(key).raw("\"").raw(value).raw("\"");
+    }
+
     Text& open(std::string_view key) { return name(key).raw("{"); }
     Text& close() { return raw("}"); }
 
@@ -62,25 +68,34 @@ class Text {
         return *this;
     }
 
+    static bool isPlain(char c) {
+        constexpr char kFirstPrintable = 0x20;  // what is no ASCII is negative, or behind the last
+        constexpr char kLastAscii = 0x7f;
+        return c >= kFirstPrintable && c <= kLastAscii && c != '"' && c != '\\';
+    }
+
     Text& quoted(std::string_view value) {
         raw("\"");
-        for (const char c : value) put(static_cast<unsigned char>(c));
+        for (size_t begin = 0; begin < value.size();) {
+            const auto end = std::find_if_not(value.begin() + begin, value.end(), isPlain);
+            const auto plainOnes = static_cast<size_t>(end - value.begin()) - begin;
+            raw(value.substr(begin, plainOnes));
+            begin += plainOnes;
+            if (begin < value.size()) escape(value[begin++]);
+        }
         return raw("\"");
     }
 
-    void put(unsigned char c) {
-        constexpr unsigned char kFirstPrintable = 0x20;
-        constexpr unsigned char kLastAscii = 0x7f;
+    void escape(char c) {
         constexpr std::string_view kDigits = "0123456789abcdef";
-        if (c > kLastAscii) {
+        const auto code = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            raw("\\").raw({&c, 1});
+        } else if (code > 0x7f) {
             raw("\\ufffd");  // the trace is plain ASCII, and a name in it a name that the platform made
-        } else if (c < kFirstPrintable) {
-            const std::array<char, 2> digits = {kDigits[c >> 4U], kDigits[c & 0xfU]};
-            raw("\\u00").raw({digits.data(), digits.size()});
         } else {
-            if (c == '"' || c == '\\') raw("\\");
-            const char plainCharacter = static_cast<char>(c);
-            raw({&plainCharacter, 1});
+            const std::array<char, 2> digits = {kDigits[code >> 4U], kDigits[code & 0xfU]};
+            raw("\\u00").raw({digits.data(), digits.size()});
         }
     }
 

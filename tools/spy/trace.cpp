@@ -28,6 +28,7 @@ constexpr size_t kPathSize = PATH_MAX;
 constexpr size_t kNumbersSize = 32;  // of a process, and of its programs
 constexpr size_t kPendingSize = 64 * 1024;
 constexpr mode_t kFileMode = 0644;
+constexpr int64_t kNsPerUs = 1000;
 static_assert(sizeof(long) == 8, "system calls take their offsets in one word");
 
 // What this process has recorded. It lies in pages that the kernel clears in a child of fork, which so begins
@@ -164,21 +165,21 @@ void put(State& state, std::string_view text) {
     }
 }
 
+// A member whose value are bytes; `key` with all that stands before the digits.
 void putHex(State& state, std::string_view key, std::span<const uint8_t> bytes) {
     if (bytes.empty()) return;
     constexpr std::string_view kDigits = "0123456789abcdef";
-    put(state, key);
-    std::array<char, 512> digits;
-    while (!bytes.empty()) {
-        const auto chunk = bytes.first(std::min(bytes.size(), digits.size() / 2));
-        size_t length = 0;
-        for (const uint8_t byte : chunk) {
-            digits[length++] = kDigits[byte >> 4U];
-            digits[length++] = kDigits[byte & 0xfU];
+    std::array<char, 512> text;
+    size_t length = key.copy(text.data(), text.size());
+    for (const uint8_t byte : bytes) {
+        if (length + 2 > text.size()) {
+            put(state, {text.data(), length});
+            length = 0;
         }
-        put(state, {digits.data(), length});
-        bytes = bytes.subspan(chunk.size());
+        text[length++] = kDigits[byte >> 4U];
+        text[length++] = kDigits[byte & 0xfU];
     }
+    put(state, {text.data(), length});
     put(state, "\"");
 }
 
@@ -189,7 +190,7 @@ void beginLine(State& state, size_t length) {
 }
 
 void endLine(State& state) {
-    put(state, "\n");
+    put(state, "}\n");
     if (state.ended) return;
     state.pending[state.used] = '\0';
     std::atomic_ref(state.pending[state.lineBegin]).store(state.lineFirst, std::memory_order_release);
@@ -253,8 +254,8 @@ void putHead(State& state) {
     Text<512> head;
     head.raw("{").text("kind", "trace").number("format", kTraceFormat).text("recorder", "libois_spy");
     head.text("kernel", "real").number("pid", state.process);
-    head.text("program", {name.data(), programName(name)}).number("clock_us", gStartNs / 1000).raw("}");
-    beginLine(state, head.view().size());
+    head.text("program", {name.data(), programName(name)}).number("clock_us", gStartNs / kNsPerUs);
+    beginLine(state, head.view().size() + 2);
     put(state, head.view());
     endLine(state);
 }
@@ -314,7 +315,6 @@ uint32_t numberIn(State& state) {
 
 void putEvent(State& state, std::string_view members, std::span<const uint8_t> sent,
               std::span<const uint8_t> received) {
-    constexpr int64_t kNsPerUs = 1000;
     Text<128> head;
     head.raw("{").number("sequence", ++state.sequence).number("time_us", (nowNs() - gStartNs) / kNsPerUs);
     head.number("thread", numberIn(state)).raw(",");
@@ -327,7 +327,6 @@ void putEvent(State& state, std::string_view members, std::span<const uint8_t> s
     put(state, members);
     putHex(state, kSent, sent);
     putHex(state, kReceived, received);
-    put(state, "}");
     endLine(state);
 }
 

@@ -47,7 +47,7 @@ template <size_t Size>
 class Line : public Text<Size> {
   public:
     explicit Line(std::string_view kind, std::string_view name = {}) {
-        this->text("kind", kind);
+        this->word("kind", kind);
         if (!name.empty()) this->text("name", name);
     }
 
@@ -56,7 +56,7 @@ class Line : public Text<Size> {
         return *this;
     }
     Line& error(int error) {
-        this->text("error", ErrorName(error).view());
+        this->word("error", ErrorName(error).view());
         return *this;
     }
     // Of a system call: `error` counts when it failed.
