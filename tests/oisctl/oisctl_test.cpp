@@ -142,6 +142,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
     write("cut.txt", recording.substr(0, recording.size() - 9));
     write("cut.txt.about.json", "{}");
     run("session --json --trace=a.jsonl");
+    run("session -m dw9786 --trace=c.jsonl");
     run("session --json --trace=b.jsonl --fault SET_MODE@3:lost");
     write("changed.jsonl",
           std::regex_replace(readFile(mFolder / "a.jsonl"), std::regex(R"("mode":2)"), R"("mode":0)"));
@@ -152,7 +153,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
           "session --scenario fix-mode", "op read-gain-x", "mode 2"}},
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
         {"compare", {"compare a.jsonl b.jsonl"}},
-        {"replay", {"replay changed.jsonl", "replay a.jsonl"}},
+        {"replay", {"replay changed.jsonl", "replay c.jsonl"}},
         {"compliance", {"compliance --fault READ_STATUS:garbage=00"}},
         {"calibrate", {"calibrate"}},
         {"firmware-update", {"firmware-update", "firmware-update -m dw9786"}},

@@ -106,7 +106,7 @@ TEST_F(Spy, ThreadsWriteWholeLinesInOrder) {
         byThread[event.thread].push_back(phone::recordOf<uint32_t>(event.sent));
     }
     ASSERT_EQ(byThread.size(), 4U);
-    for (const uint32_t thread : {1U, 2U, 3U, 4U}) EXPECT_EQ(byThread[thread], upTo(kMany)) << thread;
+    for (const auto& [thread, values] : byThread) EXPECT_EQ(values, upTo(kMany)) << thread;
 }
 
 TEST_F(Spy, ChildrenWriteTracesOfTheirOwn) {
