@@ -112,7 +112,12 @@ int run(const Options& options) {
     for (const fs::path& file : spiedTraces(trace)) {
         if (std::ranges::find(before, file) != before.end()) continue;
         if (!run.othersRunning) appendPendingLines(file);
-        all.push_back(captured(file));
+        try {
+            all.push_back(captured(file));
+        } catch (const InputError&
+                     error) {  // a full disk has cut it, or it is too large to be looked through here
+            printRemark(fmt::format("oisctl spy: {}", error.what()));
+        }
     }
     if (options.settings.json) {
         print(reportOf(all, run), true);
