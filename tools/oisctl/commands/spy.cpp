@@ -109,19 +109,21 @@ int run(const Options& options) {
     const std::vector<fs::path> before = spiedTraces(trace);
     const SpiedRun run = runSpied(options.program, trace);
     std::vector<Captured> all;
+    bool unreadable = false;
     for (const fs::path& file : spiedTraces(trace)) {
         if (std::ranges::find(before, file) != before.end()) continue;
         if (!run.othersRunning) appendPendingLines(file);
         try {
             all.push_back(captured(file));
-        } catch (const InputError&
-                     error) {  // a full disk has cut it, or it is too large to be looked through here
+        } catch (const InputError& error) {
+            // A full disk has cut it, or it is too large to be looked through here.
             printRemark(fmt::format("oisctl spy: {}", error.what()));
+            unreadable = true;
         }
     }
     if (options.settings.json) {
         print(reportOf(all, run), true);
-    } else {
+    } else if (!all.empty() || !unreadable) {
         printRemark(sentence(options, all, run));
     }
     return run.exitStatus;
