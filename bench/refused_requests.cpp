@@ -1,5 +1,5 @@
-// Makes private requests that the kernel refuses at once, and prints how many nanoseconds one takes: what stands in
-// front of them, or looks on, shows in that.
+// Makes private requests that the kernel refuses at once, and prints how many nanoseconds one takes: what
+// stands in front of them, or looks on, shows in that.
 //     ois_refused_requests COUNT
 
 #include <fcntl.h>
