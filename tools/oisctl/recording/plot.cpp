@@ -93,11 +93,11 @@ class Script {
 
   private:
     // Pixels, from the upper left corner.
-    static constexpr int kHeight = 2400;
+    static constexpr int kHeight = 2420;
     static constexpr int kTitle = 36;
     static constexpr int kSubtitle = 74;
     static constexpr int kVerdict = 104;
-    static constexpr int kFirstRow = 151;
+    static constexpr int kFirstRow = 171;
     static constexpr int kRowStep = 389;
     static constexpr int kRowHeight = 281;
     static constexpr int kBottomHeight = 588;
