@@ -135,7 +135,7 @@ int run(Options options) {
 
 Command describeRecord() {
     auto options = std::make_shared<Options>();
-    options->settings.module = "dw9786";
+    options->settings.simulatedModule = "dw9786";
     return {
         .options = withPhoneOptions(
             {value("--seconds", "S", "How long, in seconds", &options->seconds, {.range = Range{0.1, 86400}}),

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/suggest.h"
 #include "kernel/media_graph.h"
 #include "session/settings.h"
 #include "wire/ois_ioctl.h"
@@ -41,6 +42,12 @@ void chooseEntity(const WalkedDevice& device, std::string_view driverName, std::
             taken = &*met;
         }
     }
+}
+
+std::vector<phone::ModuleDescription> shippedOnSubDevice() {
+    std::vector<phone::ModuleDescription> modules = phone::shippedModules();
+    std::erase_if(modules, [](const phone::ModuleDescription& module) { return !onSubDevice(module); });
+    return modules;
 }
 
 }  // namespace
@@ -96,10 +103,14 @@ std::string_view wordsFor(EntityFate fate) {
     return {};
 }
 
+std::vector<std::string> shippedDriverNames() {
+    return namesIn(shippedOnSubDevice(), &phone::ModuleDescription::driverName);
+}
+
 std::vector<phone::ModuleDescription> modulesShownBy(const std::vector<WalkedDevice>& devices) {
-    std::vector<phone::ModuleDescription> shown = phone::shippedModules();
+    std::vector<phone::ModuleDescription> shown = shippedOnSubDevice();
     std::erase_if(shown, [&](const phone::ModuleDescription& module) {
-        return !onSubDevice(module) || choiceOf(devices, module.driverName).entity == nullptr;
+        return choiceOf(devices, module.driverName).entity == nullptr;
     });
     return shown;
 }

@@ -21,8 +21,10 @@ std::vector<std::string> assignmentWords() {
 
 std::vector<Option> phoneOptions(Settings& settings) {
     return {
-        value("-m,--module", "NAME|FILE", "Camera module: a shipped one ('oisctl modules') or a TOML file",
-              &settings.module, {.words = moduleNames}),
+        value("-m,--module", "NAME|FILE",
+              "Camera module: a shipped one ('oisctl modules') or a TOML file; with --kernel real else the "
+              "one that the media graph shows",
+              &settings.module, {.words = moduleNames, .otherwise = settings.simulatedModule}),
         value("--sensor", "N", "Sensor device index, 0 to 7", &settings.sensorDev, {.range = Range{0, 7}}),
         value("--sensor-id", "N", "Sensor id that Init is given", &settings.sensorId),
         value("--module-id", "N", "Module id that Init is given", &settings.moduleId),
@@ -35,14 +37,16 @@ std::vector<Option> phoneOptions(Settings& settings) {
               &settings.propertiesFile),
         value("--motion", "NAME|FILE", "Motion of the phone: rest, hand, pan, walk, or a CSV recording",
               &settings.motion, {.words = phone::builtinMotions}),
-        value("--seed", "N", "Seed of the built-in motions", &settings.seed),
+        value("--seed", "N", "Seed of the built-in motions", &settings.seed,
+              {.otherwise = std::to_string(kDefaultSeed)}),
         value("--fault", "SPEC",
               "What goes wrong: SET_MODE@3:lost, chip.never-idle, ... ('oisctl faults'); repeatable",
               [&settings](const std::string& word) { settings.faults.push_back(phone::parseFault(word)); },
               {.words = faultWords, .repeats = true}),
         flag("--real-time", "Sleeps last as long as they say, instead of being simulated",
              &settings.realTime),
-        value("--kernel", "KIND", "Whose device nodes and files: simulated, or real for this machine's own",
+        value("--kernel", "KIND",
+              "Whose device nodes and files: simulated, or real for this machine's own, in real time",
               [&settings](const std::string& word) { settings.realKernel = word == "real"; },
               {.choices = {"simulated", "real"}, .otherwise = "simulated"}),
         flag("--allow-write",
