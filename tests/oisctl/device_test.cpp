@@ -111,6 +111,20 @@ TEST(MediaWalk, KeepsTheErrorOfEveryStep) {
     EXPECT_EQ(modulesShownBy(devices)[0].name, "dw9786");
 }
 
+TEST(MediaWalk, FindsPadsAndTheLinksThatBeginThere) {
+    phone::Phone phone;
+    const std::vector<WalkedEntity> entities = walkMedia().at(0).entities;
+    ASSERT_EQ(entities.at(1).pads.size(), 2U);
+    EXPECT_EQ(entities[1].pads[1].index, 1);
+    EXPECT_EQ(entities[1].pads[1].flags, 2U) << "a source";
+    ASSERT_EQ(entities[1].links.size(), 1U);
+    EXPECT_EQ(entities[1].links[0].sourcePad, 1);
+    EXPECT_EQ(entities[1].links[0].sinkEntity, 17U);
+    EXPECT_TRUE(entities.at(2).links.empty());
+    phone.faults().add("media.ENUM_LINKS@2:errno=EIO");
+    EXPECT_EQ(walkMedia().at(0).entities.at(1).padsError, EIO);
+}
+
 MediaDevice lensDevice(std::vector<MediaEntity> entities) {
     return {0, kModel, "", "", "", std::move(entities)};
 }

@@ -74,7 +74,7 @@ Sidecar aboutSession(const DriverSession& session, const Options& options, doubl
                     .way = module.behindHub() ? "hub" : "sub-device",
                     .modes = {{modeS, options.mode}},
                     .motion = settings.motion.empty() ? "hand" : settings.motion,
-                    .seed = settings.seed,
+                    .seed = settings.seed.value_or(kDefaultSeed),
                     .limitAngle = module.stabiliser.limitAngle,
                     .intervalMs = options.intervalMs,
                     .firmwareVersion = module.firmwareVersion};

@@ -44,12 +44,6 @@ void chooseEntity(const WalkedDevice& device, std::string_view driverName, std::
     }
 }
 
-std::vector<phone::ModuleDescription> shippedOnSubDevice() {
-    std::vector<phone::ModuleDescription> modules = phone::shippedModules();
-    std::erase_if(modules, [](const phone::ModuleDescription& module) { return !onSubDevice(module); });
-    return modules;
-}
-
 }  // namespace
 
 DriverChoice choiceOf(const std::vector<WalkedDevice>& devices, std::string_view driverName) {
@@ -68,7 +62,7 @@ DriverChoice choiceOf(const std::vector<WalkedDevice>& devices, std::string_view
 std::string_view wordsFor(DeviceFate fate) {
     switch (fate) {
         case DeviceFate::kWalked:
-            return "the driver looks here";
+            return "looks here";
         case DeviceFate::kNotOpened:
             return "cannot be opened";
         case DeviceFate::kNoInfo:
@@ -76,7 +70,7 @@ std::string_view wordsFor(DeviceFate fate) {
         case DeviceFate::kOtherModel:
             return "no " OIS_MEDIA_MODEL;
         case DeviceFate::kBehind:
-            return "behind the one that the driver takes";
+            return "behind the one where the driver looks";
         case DeviceFate::kTooFar:
             return "the driver tries 0 to 31";
     }
@@ -88,7 +82,7 @@ std::string_view wordsFor(EntityFate fate) {
         case EntityFate::kTaken:
             return "taken";
         case EntityFate::kOtherDevice:
-            return "not in the device that the driver walks";
+            return "the driver does not look there";
         case EntityFate::kNotReached:
             return "its id is beyond the driver's 32 steps";
         case EntityFate::kNoLens:
@@ -101,6 +95,12 @@ std::string_view wordsFor(EntityFate fate) {
             return "behind the one that is taken";
     }
     return {};
+}
+
+std::vector<phone::ModuleDescription> shippedOnSubDevice() {
+    std::vector<phone::ModuleDescription> modules = phone::shippedModules();
+    std::erase_if(modules, [](const phone::ModuleDescription& module) { return !onSubDevice(module); });
+    return modules;
 }
 
 std::vector<std::string> shippedDriverNames() {

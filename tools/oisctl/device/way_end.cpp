@@ -91,6 +91,19 @@ WaySeen seenIn(const std::vector<WalkedDevice>& devices) {
     return seen;
 }
 
+WayEnd endOf(const std::vector<WalkedDevice>& devices, const std::string& driverName) {
+    WaySeen seen = seenIn(devices);
+    const DriverChoice choice = choiceOf(devices, driverName);
+    for (size_t d = 0; d < devices.size(); ++d) {
+        for (size_t e = 0; e < devices[d].entities.size(); ++e) {
+            const WalkedEntity& entity = devices[d].entities[e];
+            if (choice.entities[d][e] == EntityFate::kNoNode)
+                seen.link = {entity.linkPath(), entity.linkError};
+        }
+    }
+    return endOf(seen, {driverName});
+}
+
 std::string_view keyOf(EndPlace place) {
     switch (place) {
         case EndPlace::kModule:

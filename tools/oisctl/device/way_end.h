@@ -47,7 +47,9 @@ struct WayEnd {
 
 // `driverNames`: how the lens entity's name may begin.
 WayEnd endOf(const WaySeen& seen, std::vector<std::string> driverNames);
-// What the driver would see there.
+// Where the driver's would end there, for a lens that it does not take.
+WayEnd endOf(const std::vector<WalkedDevice>& devices, const std::string& driverName);
+// What the driver would see there, up to the lens.
 WaySeen seenIn(const std::vector<WalkedDevice>& devices);
 
 // For programs: "no media device".

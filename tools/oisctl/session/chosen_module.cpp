@@ -38,11 +38,15 @@ void refuse(const std::string& option, std::string_view why, const ModuleDescrip
     throw InputError(fmt::format("{}: {}; with --kernel real {} has a real one", option, why, module.name));
 }
 
-void requireMatchingFolders(const Settings& settings) {
+void requireMatchingKernel(const Settings& settings) {
     if (settings.realKernel && !settings.folder.empty()) {
         throw InputError("--folder " + settings.folder.string() +
                          ": keeps the simulated phone's files; with --kernel real it is --dump-folder and "
                          "--thermal-folder");
+    }
+    if (settings.realKernel && !settings.mediaGraph.empty()) {
+        throw InputError("--media-graph " + settings.mediaGraph.string() +
+                         ": is for the simulated kernel; with --kernel real it is this machine's own");
     }
     if (settings.realKernel) return;
     for (const auto& [option, folder] : {std::pair("--dump-folder ", &settings.dumpFolder),
@@ -74,7 +78,7 @@ void requireMeaning(const phone::Fault& fault, const Settings& settings, const M
 }
 
 void requireMeaning(const Settings& settings, const ModuleDescription& module) {
-    requireMatchingFolders(settings);
+    requireMatchingKernel(settings);
     for (const phone::Fault& fault : settings.faults) requireMeaning(fault, settings, module);
     if (!isRealLens(settings, module)) return;
     constexpr const char* kMoves = "moves the simulated lens";

@@ -48,7 +48,7 @@ std::vector<Option> phoneOptions(Settings& settings) {
         value("--kernel", "KIND",
               "Whose device nodes and files: simulated, or real for this machine's own, in real time",
               [&settings](const std::string& word) { settings.realKernel = word == "real"; },
-              {.choices = {"simulated", "real"}, .otherwise = "simulated"}),
+              {.choices = {"simulated", "real"}, .otherwise = settings.realKernel ? "real" : "simulated"}),
         flag("--allow-write",
              "With --kernel real: let gyro offset, gains, flash and firmware of the controller be written",
              &settings.allowWrite),
