@@ -39,7 +39,7 @@ enum class FaultPoint {
     kCommand,          // a request or a hub command of that name, whichever way it goes
     kRequest,          // private ioctl; key: request name
     kHubCommand,       // hub record; key: command name
-    kMediaRequest,     // media ioctl; key: "DEVICE_INFO" or "ENUM_ENTITIES"
+    kMediaRequest,     // media ioctl; key: "DEVICE_INFO", "ENUM_ENTITIES", ...
     kOpen,             // open or fopen; key: path as the driver gave it
     kReadlink,         // key: path
     kClose,            // close or fclose; key: path

@@ -7,6 +7,8 @@
 #include <span>
 #include <utility>
 
+#include "kernel/user_memory.h"
+
 namespace phone {
 
 namespace {
@@ -53,6 +55,11 @@ MediaGraph::MediaGraph() {
         makeEntity(3, "nxa-isp-raw", kSubDeviceEntityType, 21, "v4l-subdev1"),
         makeEntity(17, "nxa-isp-preview", kVideoNodeEntityType, 22, "video0"),
     };
+    processor.entities[0].pads = {MEDIA_PAD_FL_SOURCE};
+    processor.entities[1].pads = {MEDIA_PAD_FL_SINK, MEDIA_PAD_FL_SOURCE};
+    processor.entities[2].pads = {MEDIA_PAD_FL_SINK};
+    processor.links = {{1, 0, 3, 0, MEDIA_LNK_FL_ENABLED | MEDIA_LNK_FL_IMMUTABLE},
+                       {3, 1, 17, 0, MEDIA_LNK_FL_ENABLED}};
     MediaDevice codec{3, "nxa_codec", "nxa-codec", "", "platform:nxa-codec", {}};
     codec.entities = {makeEntity(1, "nxa-codec-enc", kVideoNodeEntityType, 60, "video8")};
     mDevices = {processor, lensDevice(), codec};
@@ -140,9 +147,40 @@ int MediaGraph::enumerateEntity(int number, media_entity_desc& entity) const {
     copyText(found->name, entity.name);
     entity.type = found->type;
     entity.group_id = found->groupId;
+    entity.pads = static_cast<uint16_t>(found->pads.size());
+    entity.links = static_cast<uint16_t>(std::ranges::count(device->links, found->id, &MediaLink::source));
     entity.dev.major = found->major;
     entity.dev.minor = found->minor;
     return 0;
+}
+
+int MediaGraph::enumerateLinks(int number, const media_links_enum& places) const {
+    const std::lock_guard lock(mMutex);
+    const MediaDevice* device = find(number);
+    if (device == nullptr) return -ENODEV;
+    const auto found = std::ranges::find(device->entities, places.entity, &MediaEntity::id);
+    if (found == device->entities.end()) return -EINVAL;
+    std::vector<media_pad_desc> pads;
+    for (const uint32_t flags : found->pads) {
+        media_pad_desc& pad = pads.emplace_back();
+        pad.entity = found->id;
+        pad.index = static_cast<uint16_t>(pads.size() - 1);
+        pad.flags = flags;
+    }
+    std::vector<media_link_desc> links;
+    for (const MediaLink& from : device->links) {
+        if (from.source != found->id) continue;
+        media_link_desc& link = links.emplace_back();
+        link.source.entity = from.source;
+        link.source.index = from.sourcePad;
+        link.sink.entity = from.sink;
+        link.sink.index = from.sinkPad;
+        link.flags = from.flags;
+    }
+    const bool copied =
+        (places.pads == nullptr || copyToUser(places.pads, std::as_bytes(std::span(pads)))) &&
+        (places.links == nullptr || copyToUser(places.links, std::as_bytes(std::span(links))));
+    return copied ? 0 : -EFAULT;
 }
 
 std::optional<std::string> MediaGraph::sysfsLink(uint32_t major, uint32_t minor) const {

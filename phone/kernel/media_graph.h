@@ -13,6 +13,7 @@
 
 struct media_device_info;
 struct media_entity_desc;
+struct media_links_enum;
 
 namespace phone {
 
@@ -31,10 +32,19 @@ struct MediaEntity {
     uint32_t groupId = 0;  // kernels have long had no groups
     uint32_t major = kVideoMajor;
     uint32_t minor = 0;
-    std::string node{};   // under /dev, such as "v4l-subdev10"; empty: no node
-    bool hasLink = true;  // /sys/dev/char/MAJOR:MINOR exists
+    std::string node{};            // under /dev, such as "v4l-subdev10"; empty: no node
+    bool hasLink = true;           // /sys/dev/char/MAJOR:MINOR exists
     // Answers the private requests; without one they are unknown.
     std::shared_ptr<Controller> controller{};
+    std::vector<uint32_t> pads{};  // MEDIA_PAD_FL_* of each
+};
+
+struct MediaLink {
+    uint32_t source = 0;  // an entity's id
+    uint16_t sourcePad = 0;
+    uint32_t sink = 0;
+    uint16_t sinkPad = 0;
+    uint32_t flags = 0;  // MEDIA_LNK_FL_*
 };
 
 struct MediaDevice {
@@ -45,6 +55,7 @@ struct MediaDevice {
     std::string busInfo;
     std::vector<MediaEntity> entities;           // in the order in which the kernel registered them
     uint32_t version = (5U << 16) | (15U << 8);  // of the kernel
+    std::vector<MediaLink> links{};
 };
 
 // The devices that a TOML file describes: [[device]] with number, model, driver, serial, bus_info and
@@ -76,6 +87,8 @@ class MediaGraph {
     int deviceInfo(int number, media_device_info& info) const;
     // As the kernel: with the next-flag, the first registered entity whose id is greater.
     int enumerateEntity(int number, media_entity_desc& entity) const;
+    // Fills the caller's own arrays, of the lengths that enumerateEntity told.
+    int enumerateLinks(int number, const media_links_enum& places) const;
     // Target of /sys/dev/char/MAJOR:MINOR.
     std::optional<std::string> sysfsLink(uint32_t major, uint32_t minor) const;
     // The entity whose node has that name.

@@ -23,6 +23,7 @@ namespace {
 constexpr size_t kLargestRecord = sizeof(ois::OisCustInfo);  // of the requests that the phone answers
 constexpr size_t kLargestMoved = kLargestRecord + static_cast<size_t>(kMostMoved);
 static_assert(kLargestRecord >= sizeof(media_device_info) && kLargestRecord >= sizeof(media_entity_desc));
+static_assert(kLargestRecord >= sizeof(media_links_enum));
 static_assert(kLargestRecord >= sizeof(ois::OisFlashRecord));
 
 bool isPrivateRequest(uint32_t request) {
@@ -81,6 +82,9 @@ int32_t Kernel::carryOut(const Node& node, uint32_t request, std::span<std::byte
     if (node.kind == Node::Kind::kAnswers) return 0;
     if (request == MEDIA_IOC_DEVICE_INFO) {
         return mMedia.deviceInfo(node.number, *reinterpret_cast<media_device_info*>(record.data()));
+    }
+    if (request == MEDIA_IOC_ENUM_LINKS) {
+        return mMedia.enumerateLinks(node.number, *reinterpret_cast<media_links_enum*>(record.data()));
     }
     return mMedia.enumerateEntity(node.number, *reinterpret_cast<media_entity_desc*>(record.data()));
 }

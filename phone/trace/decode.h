@@ -139,6 +139,8 @@ std::string numberText(double value);
 // "EIO", "error 4711"; and back, 0 for what is no error's name.
 std::string errorName(int error);
 int errorByName(std::string_view name);
+// "EIO (Input/output error)"
+std::string errorText(int error);
 
 // "0c 00 ff"; "0c00ff", and back (throws std::invalid_argument).
 std::string hexBytes(std::span<const uint8_t> bytes);

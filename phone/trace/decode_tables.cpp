@@ -185,8 +185,12 @@ constexpr RecordLayout kBypassDisable{"three zero words", sizeof(ois::HubInit), 
 constexpr RecordLayout kRegisterAccess{"HubRegisterAccess", sizeof(ois::HubRegisterAccess),
                                        kRegisterAccessFields};
 constexpr RecordLayout kFirmware{"HubFirmwareCommand", sizeof(ois::HubFirmwareCommand), kFirmwareFields};
+// Behind it are two pointers, which say nothing.
+constexpr std::array kLinksFields{field<uint32_t>("entity", offsetof(media_links_enum, entity))};
+
 constexpr RecordLayout kDeviceInfo{"media_device_info", sizeof(media_device_info), kDeviceInfoFields};
 constexpr RecordLayout kEntity{"media_entity_desc", sizeof(media_entity_desc), kEntityFields};
+constexpr RecordLayout kLinks{"media_links_enum", sizeof(media_links_enum), kLinksFields};
 
 // --- Requests.
 
@@ -230,6 +234,8 @@ constexpr std::array kMediaRequests{
                 true, "describes the media device"},
     RequestInfo{"ENUM_ENTITIES", static_cast<uint32_t>(MEDIA_IOC_ENUM_ENTITIES), EventKind::kMedia, &kEntity,
                 true, "describes an entity, or the next one"},
+    RequestInfo{"ENUM_LINKS", static_cast<uint32_t>(MEDIA_IOC_ENUM_LINKS), EventKind::kMedia, &kLinks, true,
+                "describes an entity's pads, and the links that begin there"},
 };
 
 // --- Hub commands.

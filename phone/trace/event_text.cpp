@@ -130,11 +130,7 @@ bool showsResult(const Event& event) {
 std::string outcome(const Event& event, const Decoded& decoded) {
     std::string text;
     if (showsResult(event)) text = fmt::format(" -> {}", *event.result);
-    if (event.error != 0) {
-        const char* description = strerrordesc_np(event.error);
-        text += (text.empty() ? " -> " : " ") + errorName(event.error);
-        if (description != nullptr) text += fmt::format(" ({})", description);
-    }
+    if (event.error != 0) text += (text.empty() ? " -> " : " ") + errorText(event.error);
     const bool inSentence = !decoded.sentence.empty() && event.kind == EventKind::kHub;
     if (!decoded.answer.empty() && !inSentence) {
         text += (text.empty() ? " -> " : ": ") + fieldList(decoded.answer);
@@ -170,6 +166,11 @@ std::string callText(const Event& event) {
 std::string errorName(int error) {
     const char* name = strerrorname_np(error);
     return name == nullptr ? fmt::format("error {}", error) : name;
+}
+
+std::string errorText(int error) {
+    const char* description = strerrordesc_np(error);
+    return errorName(error) + (description == nullptr ? "" : fmt::format(" ({})", description));
 }
 
 int errorByName(std::string_view name) {

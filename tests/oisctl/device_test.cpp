@@ -8,6 +8,8 @@
 #include "device/media_walk.h"
 #include "ois_drv.h"
 #include "phone.h"
+#include "session/chosen_module.h"
+#include "test_support.h"
 
 namespace {
 
@@ -107,6 +109,49 @@ TEST(MediaWalk, KeepsTheErrorOfEveryStep) {
     EXPECT_EQ(openErrorOf("/dev/v4l-subdev10"), EBUSY);
     ASSERT_EQ(modulesShownBy(devices).size(), 1U);
     EXPECT_EQ(modulesShownBy(devices)[0].name, "dw9786");
+}
+
+TEST(MediaWalk, FindsPadsAndTheLinksThatBeginThere) {
+    phone::Phone phone;
+    const std::vector<WalkedEntity> entities = walkMedia().at(0).entities;
+    ASSERT_EQ(entities.at(1).pads.size(), 2U);
+    EXPECT_EQ(entities[1].pads[1].index, 1);
+    EXPECT_EQ(entities[1].pads[1].flags, 2U) << "a source";
+    ASSERT_EQ(entities[1].links.size(), 1U);
+    EXPECT_EQ(entities[1].links[0].sourcePad, 1);
+    EXPECT_EQ(entities[1].links[0].sinkEntity, 17U);
+    EXPECT_TRUE(entities.at(2).links.empty());
+    phone.faults().add("media.ENUM_LINKS@2:errno=EIO");
+    EXPECT_EQ(walkMedia().at(0).entities.at(1).padsError, EIO);
+}
+
+MediaDevice lensDevice(std::vector<MediaEntity> entities) {
+    return {0, kModel, "", "", "", std::move(entities)};
+}
+
+TEST(ChosenModule, IsTheOneThatTheMediaGraphShows) {
+    const struct {
+        std::vector<MediaDevice> devices;
+        std::string chosen;  // or what the error says
+    } cases[] = {
+        {{lensDevice({entity(1, "dw9781 2-0064")})}, "dw9781"},
+        {{lensDevice({entity(1, "korvas4sw 2-003e")})}, "korvas4sw-subdev"},
+        {{lensDevice({entity(1, "dw9781"), entity(2, "dw9786")})},
+         "dw9781 (\"dw9781\" in /dev/media0), dw9786"},
+        {{lensDevice({entity(1, "focus 5-0018")})}, "there are: focus 5-0018"},
+        {{{4, "other", "", "", "", {}}}, "there are: other (/dev/media4)"},
+        {{}, "no media device"},
+    };
+    for (const auto& c : cases) {
+        phone::Phone phone;
+        phone.media().setDevices(c.devices);
+        Settings settings;
+        settings.realKernel = true;
+        std::string chosen;
+        const std::string refused = test_support::thrown([&] { chosen = chosenModule(settings).name; });
+        EXPECT_NE((chosen + refused).find(c.chosen), std::string::npos) << chosen << refused;
+        EXPECT_EQ(refused.empty(), c.chosen == chosen);
+    }
 }
 
 }  // namespace

@@ -21,8 +21,8 @@ using Take = std::function<void(const std::string& word)>;
 // Where a value goes; it must outlive the command. What stands there before is the default. The first is a
 // flag's; a list replaces its default.
 using Target = std::variant<bool*, int32_t*, uint64_t*, double*, std::optional<double>*,
-                            std::optional<uint32_t>*, std::string*, std::filesystem::path*,
-                            std::vector<int32_t>*, std::vector<std::string>*, Take>;
+                            std::optional<uint32_t>*, std::optional<uint64_t>*, std::string*,
+                            std::filesystem::path*, std::vector<int32_t>*, std::vector<std::string>*, Take>;
 
 struct Range {
     double least;

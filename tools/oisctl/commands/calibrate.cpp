@@ -180,9 +180,9 @@ Field offsetField(const char* key, const char* label, const std::optional<Offset
 int run(Settings settings) {
     // The hub's own calibration would tell nothing; the family parser goes through the registers.
     settings.presets.push_back(phone::knownProperty("bypassen", "0"));
-    if (settings.motion.empty()) settings.motion = "rest";
     DriverSession session(settings, Narration::kIfVerbose);
     session.requireMayWrite("calibrate", findOperation(kGyroOffset)->name);
+    if (settings.motion.empty()) session.setMotion("rest");
     session.requireStreaming();
     if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);

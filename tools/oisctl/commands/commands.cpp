@@ -14,6 +14,8 @@ const std::vector<CommandEntry>& commands() {
         {"Sessions", "compare", "Hold two traces beside each other and say where they part", describeCompare},
         {"Sessions", "replay", "Call and answer the driver as a trace has it, and say where it differs",
          describeReplay},
+        {"Controller", "probe", "Show which lens the driver finds here, and ask it what harms nothing",
+         describeProbe},
         {"Controller", "compliance", "Check a kernel driver's private requests, one line a check",
          describeCompliance},
         {"Controller", "calibrate", "Measure the gyro offset and save it to the controller's flash",

@@ -12,6 +12,7 @@ Command describeDecode();
 Command describeSpy();
 Command describeCompare();
 Command describeReplay();
+Command describeProbe();
 Command describeCompliance();
 Command describeCalibrate();
 Command describeFirmwareUpdate();

@@ -135,8 +135,7 @@ std::string chosenNode(const Options& options, const phone::ModuleDescription* m
 // Once here rather than in every check.
 void requireOpening(const std::string& node) {
     const int error = openErrorOf(node);
-    if (error != 0)
-        throw JobError(fmt::format("{} cannot be opened: {}", node, phone::errorName(error)));
+    if (error != 0) throw JobError(fmt::format("{} cannot be opened: {}", node, phone::errorName(error)));
 }
 
 phone::PhoneOptions phoneOptions(const Settings& settings) {
@@ -185,7 +184,7 @@ int run(const Options& options) {
 
 Command describeCompliance() {
     auto options = std::make_shared<Options>();
-    options->settings.module.clear();
+    options->settings.simulatedModule = shippedOnSubDevice().front().name;
     return {
         .options = withSomePhoneOptions(
             {value("--node", "PATH",

@@ -166,7 +166,7 @@ int run(const Settings& settings) {
 
 Command describeDetectDefect() {
     auto settings = std::make_shared<Settings>();
-    settings->module = "dw9786";
+    settings->simulatedModule = "dw9786";
     return {
         .options = withPhoneOptions(
             {value("--defect", "DEFECT,DEFECT",

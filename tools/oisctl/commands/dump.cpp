@@ -69,7 +69,7 @@ int run(Options options) {
 
 Command describeDump() {
     auto options = std::make_shared<Options>();
-    options->settings.module = "dw9786";
+    options->settings.simulatedModule = "dw9786";
     return {
         .options = withPhoneOptions(
             {value("what", "otp|flash", "Which of them", &options->what,

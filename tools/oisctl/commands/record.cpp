@@ -74,7 +74,7 @@ Sidecar aboutSession(const DriverSession& session, const Options& options, doubl
                     .way = module.behindHub() ? "hub" : "sub-device",
                     .modes = {{modeS, options.mode}},
                     .motion = settings.motion.empty() ? "hand" : settings.motion,
-                    .seed = settings.seed,
+                    .seed = settings.seed.value_or(kDefaultSeed),
                     .limitAngle = module.stabiliser.limitAngle,
                     .intervalMs = options.intervalMs,
                     .firmwareVersion = module.firmwareVersion};
@@ -135,7 +135,7 @@ int run(Options options) {
 
 Command describeRecord() {
     auto options = std::make_shared<Options>();
-    options->settings.module = "dw9786";
+    options->settings.simulatedModule = "dw9786";
     return {
         .options = withPhoneOptions(
             {value("--seconds", "S", "How long, in seconds", &options->seconds, {.range = Range{0.1, 86400}}),

@@ -148,7 +148,7 @@ int run(const Options& options) {
         session.requireStreaming();
         return conclude(session, Tour(session, options).run());
     }
-    const Scenario scenario = scenarioByName(options.scenario, options.settings.seed);
+    const Scenario scenario = scenarioByName(options.scenario, options.settings.seed.value_or(kDefaultSeed));
     if (options.settings.realKernel && options.settings.thermalFolder.empty() && scenario.setsTemperature()) {
         throw InputError("--scenario " + options.scenario +
                          ": sets the temperature, which --kernel real allows only with --thermal-folder");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/suggest.h"
 #include "kernel/media_graph.h"
 #include "session/settings.h"
 #include "wire/ois_ioctl.h"
@@ -61,7 +62,7 @@ DriverChoice choiceOf(const std::vector<WalkedDevice>& devices, std::string_view
 std::string_view wordsFor(DeviceFate fate) {
     switch (fate) {
         case DeviceFate::kWalked:
-            return "the driver looks here";
+            return "looks here";
         case DeviceFate::kNotOpened:
             return "cannot be opened";
         case DeviceFate::kNoInfo:
@@ -69,7 +70,7 @@ std::string_view wordsFor(DeviceFate fate) {
         case DeviceFate::kOtherModel:
             return "no " OIS_MEDIA_MODEL;
         case DeviceFate::kBehind:
-            return "behind the one that the driver takes";
+            return "behind the one where the driver looks";
         case DeviceFate::kTooFar:
             return "the driver tries 0 to 31";
     }
@@ -81,7 +82,7 @@ std::string_view wordsFor(EntityFate fate) {
         case EntityFate::kTaken:
             return "taken";
         case EntityFate::kOtherDevice:
-            return "not in the device that the driver walks";
+            return "the driver does not look there";
         case EntityFate::kNotReached:
             return "its id is beyond the driver's 32 steps";
         case EntityFate::kNoLens:
@@ -96,10 +97,20 @@ std::string_view wordsFor(EntityFate fate) {
     return {};
 }
 
+std::vector<phone::ModuleDescription> shippedOnSubDevice() {
+    std::vector<phone::ModuleDescription> modules = phone::shippedModules();
+    std::erase_if(modules, [](const phone::ModuleDescription& module) { return !onSubDevice(module); });
+    return modules;
+}
+
+std::vector<std::string> shippedDriverNames() {
+    return namesIn(shippedOnSubDevice(), &phone::ModuleDescription::driverName);
+}
+
 std::vector<phone::ModuleDescription> modulesShownBy(const std::vector<WalkedDevice>& devices) {
-    std::vector<phone::ModuleDescription> shown = phone::shippedModules();
+    std::vector<phone::ModuleDescription> shown = shippedOnSubDevice();
     std::erase_if(shown, [&](const phone::ModuleDescription& module) {
-        return !onSubDevice(module) || choiceOf(devices, module.driverName).entity == nullptr;
+        return choiceOf(devices, module.driverName).entity == nullptr;
     });
     return shown;
 }

@@ -48,6 +48,9 @@ DriverChoice choiceOf(const std::vector<WalkedDevice>& devices, std::string_view
 std::string_view wordsFor(DeviceFate fate);
 std::string_view wordsFor(EntityFate fate);
 
+std::vector<phone::ModuleDescription> shippedOnSubDevice();
+// How the names of the shipped sub-device modules' lenses begin.
+std::vector<std::string> shippedDriverNames();
 // The shipped sub-device modules for which the driver takes a lens there.
 std::vector<phone::ModuleDescription> modulesShownBy(const std::vector<WalkedDevice>& devices);
 

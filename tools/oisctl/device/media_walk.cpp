@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <linux/media.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,6 +10,7 @@
 #include <optional>
 #include <string_view>
 
+#include "device/descriptor.h"
 #include "wire/layout.h"
 
 namespace oisctl {
@@ -21,28 +21,8 @@ constexpr int kMediaNodes = 256;        // as many as a kernel has
 constexpr size_t kMostEntities = 4096;  // a kernel that never ends its list is not to be believed
 constexpr size_t kLinkSize = 256;
 
-class Descriptor {
-  public:
-    Descriptor(const std::string& path, int flags)
-        : mFd(open(path.c_str(), flags)), mError(mFd < 0 ? errno : 0) {}
-    ~Descriptor() {
-        if (mFd >= 0) close(mFd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int error() const { return mError; }
-    // Errno of the request.
-    int ask(unsigned long request, void* record) const { return ioctl(mFd, request, record) < 0 ? errno : 0; }
-
-  private:
-    int mFd;
-    int mError;
-};
-
 void readNode(WalkedEntity& entity) {
-    if (entity.major == 0 && entity.minor == 0) return;
-    const std::string link = fmt::format("/sys/dev/char/{}:{}", entity.major, entity.minor);
+    const std::string link = entity.linkPath();
     std::array<char, kLinkSize> target{};
     const ssize_t length = readlink(link.c_str(), target.data(), target.size());
     if (length < 0) {
@@ -121,6 +101,10 @@ std::optional<WalkedDevice> walkDevice(int number) {
 }
 
 }  // namespace
+
+std::string WalkedEntity::linkPath() const {
+    return fmt::format("/sys/dev/char/{}:{}", major, minor);
+}
 
 std::vector<WalkedDevice> walkMedia() {
     std::vector<WalkedDevice> devices;

@@ -35,6 +35,9 @@ struct WalkedEntity {
     std::vector<WalkedPad> pads{};
     std::vector<WalkedLink> links{};  // that begin here
     int padsError = 0;                // of asking for both
+
+    // Of the link whose target names the node.
+    std::string linkPath() const;
 };
 
 struct WalkedDevice {

@@ -22,7 +22,8 @@ class Player {
         const bool supported = mSession.open();
         if (supported) mSession.waitForBringUp();
         if (supported && !mScenario.drivesStream()) setStream(true);
-        playFrames();
+        // Without a channel nothing of it arrives, which takes time to find out where time is real.
+        if (mSession.channelIsUp() || !mSession.settings().realTime) playFrames();
         if (mStreaming) setStream(false);
         mSession.close();
 

@@ -11,6 +11,7 @@
 
 #include "base/errors.h"
 #include "base/suggest.h"
+#include "base/terminal.h"
 #include "controllers/controller.h"
 #include "controllers/korva/chip.h"
 #include "faults/faults.h"
@@ -19,6 +20,7 @@
 #include "motion/motion.h"
 #include "services/log_service.h"
 #include "services/property_store.h"
+#include "session/chosen_module.h"
 #include "session/dump_files.h"
 #include "session/operations.h"
 #include "wire/commands.h"
@@ -68,27 +70,18 @@ std::vector<phone::Field> fieldsOf(const ois_params& params) {
     return fields;
 }
 
-void requireMatchingFolders(const Settings& settings) {
-    if (settings.realKernel) return;
-    for (const auto& [option, folder] : {std::pair("--dump-folder ", &settings.dumpFolder),
-                                         std::pair("--thermal-folder ", &settings.thermalFolder)}) {
-        if (!folder->empty()) {
-            throw InputError(option + folder->string() +
-                             ": goes with --kernel real; --folder keeps the simulated phone's files");
-        }
-    }
+Settings withRealTime(Settings settings) {
+    settings.realTime = settings.realTime || settings.realKernel;  // hardware needs the time it is given
+    return settings;
 }
 
 }  // namespace
 
 DriverSession::DriverSession(const Settings& settings, Narration narration)
-    : mSettings(settings),
-      mModule(asInput("--module: ", [&] { return phone::moduleByName(settings.module); })),
-      mTraceOutput(settings, narration) {
-    requireMatchingFolders(settings);
-    for (const phone::Fault& fault : settings.faults) requireItsPlace(fault);
+    : mSettings(withRealTime(settings)), mModule(chosenModule(settings)), mTraceOutput(settings, narration) {
+    requireMeaning(settings, mModule);
     mPhone = asInput(settings.folder.empty() ? "" : "--folder: ",
-                     [&] { return std::make_unique<phone::Phone>(phoneOptions(settings)); });
+                     [&] { return std::make_unique<phone::Phone>(phoneOptions(mSettings)); });
     mTraceOutput.begin({{"recorder", std::string("oisctl")},
                         {"kernel", std::string(settings.realKernel ? "real" : "simulated")},
                         {"module", mModule.name},
@@ -99,6 +92,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
         mTally.count(event, ended);
         mOrders.take(event);
         mWrittenFiles.take(event);
+        mWay.take(event);
         mTraceOutput.show(event, ended);
         if (mObserver) mObserver(event);
     });
@@ -117,6 +111,12 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
     mDriver = OISDrv::GetInstance(settings.sensorDev);
     if (mDriver == nullptr)
         throw InputError("--sensor " + std::to_string(settings.sensorDev) + ": it may be 0 to 7");
+    if (settings.realKernel && behindHub()) {
+        printRemark(
+            fmt::format("oisctl: {} sits behind the sensor hub, which is simulated with --kernel real too: "
+                        "no controller of this machine is reached",
+                        mModule.name));
+    }
 }
 
 DriverSession::~DriverSession() {
@@ -134,8 +134,9 @@ void DriverSession::setProperties() {
 }
 
 void DriverSession::setMotion(const std::string& nameOrFile) {
-    mPhone->motion().set(
-        asInput("--motion: ", [&] { return phone::motionByName(nameOrFile, mSettings.seed); }));
+    mPhone->motion().set(asInput("--motion: ", [&] {
+        return phone::motionByName(nameOrFile, mSettings.seed.value_or(kDefaultSeed));
+    }));
 }
 
 phone::Stabiliser* DriverSession::stabiliser() {
@@ -146,14 +147,8 @@ phone::Stabiliser* DriverSession::stabiliser() {
     return controller == nullptr ? nullptr : &controller->stabiliser();
 }
 
-void DriverSession::requireItsPlace(const phone::Fault& fault) const {
-    if (fault.point != phone::FaultPoint::kChip || behindHub()) return;
-    throw InputError(fmt::format("--fault {}: {} has no chip behind the hub; choose a hub module", fault.text,
-                                 mModule.name));
-}
-
 void DriverSession::addFault(const phone::Fault& fault) {
-    requireItsPlace(fault);
+    requireMeaning(fault, mSettings, mModule);
     mPhone->faults().add(fault);
 }
 
@@ -197,12 +192,11 @@ bool DriverSession::open() {
 }
 
 bool DriverSession::openFor() {
-    if (open()) {
-        waitForBringUp();
-    } else if (mOpening == Opening::kNoOis) {
-        fail("Init answered 0: the module has no OIS, or it is switched off");
-    }
-    return mOpen;
+    if (!open()) return false;
+    waitForBringUp();
+    if (channelIsUp() && !wayEnd()) return true;
+    close();
+    return false;
 }
 
 void DriverSession::waitForBringUp() {
@@ -210,8 +204,7 @@ void DriverSession::waitForBringUp() {
     const bool staysBusy = !behindHub() && (mDriver->mProperty.dump & kDumpStatus) != 0;
     if (!staysBusy && mDriver->mInitDrvThread.joinable()) mDriver->mInitDrvThread.join();
     const int64_t limitUs = nowUs() + kBringUpLimitUs;
-    while (staysBusy && !channelIsUp() && nowUs() < limitUs) sleepUs(kBringUpPollUs);
-    if (!channelIsUp()) fail("the bring-up did not reach the controller; --trace shows where it stopped");
+    while (staysBusy && wayEnd() && nowUs() < limitUs) sleepUs(kBringUpPollUs);
 }
 
 bool DriverSession::channelIsUp() const {
@@ -355,6 +348,13 @@ int32_t DriverSession::firmwareUpdate() {
     return call("FirmwareUpdate",
                 {{"sensor_id", int64_t{mSettings.sensorId}}, {"module_id", int64_t{mSettings.moduleId}}},
                 [this] { return mDriver->FirmwareUpdate(mSettings.sensorId, mSettings.moduleId); });
+}
+
+std::optional<WayEnd> DriverSession::wayEnd() const {
+    if (mTally.counts().delivered > 0) return std::nullopt;
+    if (mOpening == Opening::kNoOis) return WayEnd{EndPlace::kModule, {}, {}, {}};
+    if (mOpening == Opening::kFailed) return WayEnd{EndPlace::kInit, {}, {}, {}};
+    return mWay.end(mModule.driverName);
 }
 
 double DriverSession::nowS() {

@@ -21,6 +21,7 @@
 #include "session/settings.h"
 #include "session/tally.h"
 #include "session/trace_output.h"
+#include "session/way.h"
 #include "session/written_files.h"
 
 namespace oisctl {
@@ -63,7 +64,7 @@ class DriverSession {
 
     // Called for every event of the trace, in order and one at a time; must not call back into the phone.
     void observe(std::function<void(const phone::Event&)> observer) { mObserver = std::move(observer); }
-    // Throws InputError when the module has no such place.
+    // Throws InputError when there is no such place.
     void addFault(const phone::Fault& fault);
     void clearFaults();
     // Throws InputError with the modules that would do; `needed` is what they have in common.
@@ -81,10 +82,10 @@ class DriverSession {
     bool open();
     enum class Opening { kNotTried, kDone, kNoOis, kFailed };
     Opening opening() const { return mOpening; }
-    // Opens and waits for the bring-up. False, and a failure, when the driver is not open then.
+    // Opens and waits for the bring-up. False, and closed again, when none of its commands was delivered.
     bool openFor();
-    // Waits until the bring-up has ended, or, where it goes on as a recorder, until the channel is up. A
-    // channel that is not up then is a failure.
+    // Waits until the bring-up has ended, or, where it goes on as a recorder, until a command was
+    // delivered.
     void waitForBringUp();
     bool channelIsUp() const;
     // Uninit, and the end of every worker. A controller on a sub-device is left with stabilisation off and no
@@ -114,6 +115,8 @@ class DriverSession {
     void sleepUs(int64_t us) { mPhone->clock().sleepUs(us); }
     double wallSeconds() const;
     void fail(std::string text);
+    // Where the way to the controller ended; empty when a command was delivered.
+    std::optional<WayEnd> wayEnd() const;
 
     // Ends the trace's output. Throws JobError.
     void finishTrace() { mTraceOutput.finish(); }
@@ -123,7 +126,6 @@ class DriverSession {
     std::optional<int32_t> run(const char* name, std::vector<phone::Field> arguments,
                                const std::function<int32_t()>& operation,
                                std::span<const uint8_t> argument = {});
-    void requireItsPlace(const phone::Fault& fault) const;
     void setProperties();
     void bringToRest();
 
@@ -135,6 +137,7 @@ class DriverSession {
     Tally mTally;
     ControllerOrders mOrders;
     WrittenFiles mWrittenFiles;
+    Way mWay;
     TraceOutput mTraceOutput;
     std::function<void(const phone::Event&)> mObserver;
     std::unique_ptr<phone::Phone> mPhone;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,8 +16,11 @@
 
 namespace oisctl {
 
+constexpr uint64_t kDefaultSeed = 1;
+
 struct Settings {
-    std::string module = "korvas4sw-hub";
+    std::string module;  // empty: with the machine's own kernel what its media graph shows, else the next
+    std::string simulatedModule = "korvas4sw-hub";  // that suits the job
     int32_t sensorDev = 0;
     int32_t sensorId = 0;
     int32_t moduleId = 0;
@@ -25,7 +29,7 @@ struct Settings {
     std::vector<phone::Property> properties;
     std::vector<phone::Fault> faults;
     std::string motion;  // empty: the scenario's, or what suits the job; "hand" in general
-    uint64_t seed = 1;
+    std::optional<uint64_t> seed;
 
     bool realTime = false;
     bool realKernel = false;  // this machine's own

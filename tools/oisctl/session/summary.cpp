@@ -12,8 +12,6 @@ namespace oisctl {
 
 namespace {
 
-using Opening = DriverSession::Opening;
-
 constexpr double kMicro = 1e-6;
 
 // `start`, and the entries behind it, in lines of the usual width of a terminal.
@@ -197,11 +195,18 @@ Field lossField(const Tally::Counts& counts) {
     return {"device_lost_s", "device", secondsOf(*counts.loss), lossText(counts), Style::kBad};
 }
 
+Field wayEndField(const std::optional<WayEnd>& end) {
+    if (!end) return {"way_end", "", {}};
+    const WayText text = textOf(*end);
+    return {"way_end", "way ended", keyOf(end->place), text.what + "\n" + text.advice, Style::kBad};
+}
+
 Record endFields(DriverSession& session, const Tally::Counts& counts, bool good) {
     const Settings& settings = session.settings();
     std::string time = duration(session.nowS()) + (settings.realTime ? " (real time)" : " simulated");
     if (settings.wallTime) time += fmt::format(", {} wall", duration(session.wallSeconds()));
     Record fields{{"good", "", good},
+                  wayEndField(session.wayEnd()),
                   failureField(counts),
                   {"first_failures", "", firstFailures(counts)},
                   faultField(session.phone().faults().counts()),
@@ -229,9 +234,14 @@ Field verdictField(const char* key, const Verdict& verdict, const std::string& t
 
 Record moduleFields(const DriverSession& session) {
     const phone::ModuleDescription& module = session.module();
+    const bool real = session.settings().realKernel;
     std::string text = module.name;
     if (module.hasOis) text += module.behindHub() ? ", behind the sensor hub" : ", on its sub-device";
-    return {{"module", "module", module.name, text}, {"way", "", wayName(module)}};
+    if (real && onHub(module)) text += ", which is simulated";
+    return {{"module", "module", module.name, text},
+            {"way", "", wayName(module)},
+            {"kernel", "", real ? "real" : "simulated"},
+            {"hub", "", onHub(module) ? Value("simulated") : Value()}};
 }
 
 int conclude(DriverSession& session, Record report, Ending ending, std::optional<bool> good) {
@@ -239,6 +249,7 @@ int conclude(DriverSession& session, Record report, Ending ending, std::optional
     const Tally::Counts counts = session.tally().counts();
     if (!good) good = counts.failures == 0;
     if (counts.loss) good = false;
+    if (counts.delivered == 0) good = false;
     Record whole = moduleFields(session);
     Record end = endFields(session, counts, *good);
     const bool json = session.settings().json;
@@ -256,7 +267,6 @@ int conclude(DriverSession& session, Record report, Ending ending, std::optional
 
 int conclude(DriverSession& session, const Summary& summary) {
     const Tally::Counts counts = session.tally().counts();
-    const Opening opening = session.opening();
     const auto unless = [](bool absent, const char* label) { return absent ? "" : label; };
     session.finishTrace();  // what it still shows stands above
     if (!session.settings().json) {
@@ -267,10 +277,7 @@ int conclude(DriverSession& session, const Summary& summary) {
         session,
         {{"scenario", unless(summary.scenario.empty(), "scenario"),
           summary.scenario.empty() ? Value() : summary.scenario},
-         {"opened", unless(opening == Opening::kDone, "OIS"), opening == Opening::kDone,
-          opening == Opening::kFailed
-              ? "not opened: Init failed"
-              : "the module has none, or it is switched off: the driver sends nothing"},
+         {"opened", "", session.opening() == DriverSession::Opening::kDone},
          {"requests", unless(summary.requests == 0, "requests"), summary.requests, grouped(summary.requests)},
          {"commands_sent", "commands", counts.sent, commandText(counts)},
          {"commands", "", commandCounts(counts)},
