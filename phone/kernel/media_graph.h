@@ -32,8 +32,8 @@ struct MediaEntity {
     uint32_t groupId = 0;  // kernels have long had no groups
     uint32_t major = kVideoMajor;
     uint32_t minor = 0;
-    std::string node{};            // under /dev, such as "v4l-subdev10"; empty: no node
-    bool hasLink = true;           // /sys/dev/char/MAJOR:MINOR exists
+    std::string node{};   // under /dev, such as "v4l-subdev10"; empty: no node
+    bool hasLink = true;  // /sys/dev/char/MAJOR:MINOR exists
     // Answers the private requests; without one they are unknown.
     std::shared_ptr<Controller> controller{};
     std::vector<uint32_t> pads{};  // MEDIA_PAD_FL_* of each
