@@ -31,7 +31,7 @@ first_samples() {
 on() {
     local kernel=$1 module=$2
     shift 2
-    oisctl "$@" -m "/tmp/$module.toml" --motion rest --kernel "$kernel" --json --trace="$kernel" >"$kernel.out" 2>&1
+    oisctl "$@" -m "/tmp/$module.toml" --kernel "$kernel" --json --trace="$kernel" >"$kernel.out" 2>&1
     echo $? >"$kernel.status"
     first_samples "$kernel"
 }
@@ -45,7 +45,7 @@ both() {
     echo "$module $*" >what
     echo 30 >thermal/cam_thermal_sensor0
     on real "$module" "$@" --real-time --allow-write --dump-folder dump --thermal-folder thermal
-    on simulated "$module" "$@" --media-graph /tmp/graph.toml
+    on simulated "$module" "$@" --motion rest --media-graph /tmp/graph.toml
     case $1 in record) aside="--aside $MEASURED,hall_x,hall_y" ;; esac
     # shellcheck disable=SC2086 # options are words
     oisctl compare real.start simulated.start $aside >comparison 2>&1 && cmp real.status simulated.status >>comparison &&
