@@ -14,10 +14,11 @@
 #include "commands/commands.h"
 #include "compliance/examination.h"
 #include "device/driver_choice.h"
+#include "device/way_end.h"
 #include "phone.h"
+#include "session/chosen_module.h"
 #include "session/settings.h"
 #include "session/trace_output.h"
-#include "trace/decode.h"
 
 namespace oisctl {
 
@@ -103,39 +104,37 @@ std::vector<JunitCase> junitCases(const std::vector<Result>& results) {
     return cases;
 }
 
-// The one that is named; else, of the simulated phone, the first that is on a sub-device, and of a machine
-// the first that its media graph shows.
-std::optional<phone::ModuleDescription> chosenModule(const Options& options) {
-    if (!options.settings.module.empty()) {
-        auto module = asInput("--module: ", [&] { return phone::moduleByName(options.settings.module); });
-        if (onSubDevice(module)) return module;
-        std::vector<phone::ModuleDescription> able = phone::shippedModules();
-        std::erase_if(able, [](const auto& other) { return !onSubDevice(other); });
-        throw InputError(fmt::format("compliance: {} is no module on a sub-device; these are: {}",
-                                     module.name, joined(namesIn(able, &phone::ModuleDescription::name))));
-    }
-    if (!options.settings.realKernel) return *std::ranges::find_if(phone::shippedModules(), onSubDevice);
-    const auto modules = modulesShownBy(walkMedia());
-    return modules.empty() ? std::nullopt : std::optional(modules.front());
+// As for any command; a node that is named needs none.
+std::optional<phone::ModuleDescription> examinedModule(const Options& options) {
+    const Settings& settings = options.settings;
+    if (!options.node.empty() && settings.module.empty() && settings.realKernel) return std::nullopt;
+    phone::ModuleDescription module = chosenModule(settings);
+    requireMeaning(settings, module);
+    if (onSubDevice(module)) return module;
+    throw InputError(fmt::format("compliance: {} is no module on a sub-device; these are: {}", module.name,
+                                 joined(namesIn(shippedOnSubDevice(), &phone::ModuleDescription::name))));
 }
 
-std::string chosenNode(const Options& options, const phone::ModuleDescription* module) {
+// Throws JobError that says where the way ended.
+void endAt(const WayEnd& end) {
+    const WayText text = textOf(end);
+    throw JobError(fmt::format("{}; {}", text.what, text.advice));
+}
+
+std::string examinedNode(const Options& options, const std::optional<phone::ModuleDescription>& module) {
     if (!options.node.empty()) return options.node;
     const std::vector<WalkedDevice> devices = walkMedia();
-    const WalkedEntity* const entity =
-        module == nullptr ? nullptr : choiceOf(devices, module->driverName).entity;
-    if (entity == nullptr) {
-        throw JobError(
-            "no lens of a known module in the media graph; name its node with --node, and the module with "
-            "-m");
-    }
+    const WalkedEntity* const entity = choiceOf(devices, module->driverName).entity;
+    if (entity == nullptr) endAt(endOf(devices, module->driverName));
     return entity->node;
 }
 
 // Once here rather than in every check.
 void requireOpening(const std::string& node) {
     const int error = openErrorOf(node);
-    if (error != 0) throw JobError(fmt::format("{} cannot be opened: {}", node, phone::errorName(error)));
+    if (error == 0) return;
+    if (error == ENOENT) throw JobError(node + ": there is no such node");
+    endAt({.place = EndPlace::kNode, .step = {node, error}});
 }
 
 phone::PhoneOptions phoneOptions(const Settings& settings) {
@@ -152,12 +151,12 @@ int run(const Options& options) {
     const InterruptGuard interruptGuard;
     TraceOutput trace(settings, Narration::kNothing);
     phone::Phone phone(phoneOptions(settings));
+    trace.begin({});
     phone.trace().setKeep(false);
     phone.trace().setListener([&trace](const phone::Event& event) { trace.show(event, std::nullopt); });
-    const std::optional<phone::ModuleDescription> module = chosenModule(options);
+    const std::optional<phone::ModuleDescription> module = examinedModule(options);
     if (module) phone.fit(kSensor, *module);
-    const Subject subject{chosenNode(options, module ? &*module : nullptr), module ? &*module : nullptr,
-                          settings.allowWrite};
+    const Subject subject{examinedNode(options, module), module ? &*module : nullptr, settings.allowWrite};
     requireOpening(subject.node);
     for (const phone::Fault& fault : settings.faults) phone.faults().add(fault);
     JunitFile junit(options.junit);

@@ -56,8 +56,7 @@ int run(const Settings& settings) {
     if (!settings.module.empty()) modules = {namedModule(settings.module)};
     TraceOutput trace(settings, Narration::kNothing);
     phone::Phone phone(phoneOptions(settings));
-    const char* const kernel = settings.realKernel ? "real" : "simulated";
-    trace.begin({{"recorder", std::string("oisctl")}, {"kernel", std::string(kernel)}});
+    trace.begin({});
     phone.trace().setKeep(false);
     phone.trace().setListener([&trace](const phone::Event& event) { trace.show(event, std::nullopt); });
     if (!settings.realKernel)

@@ -82,10 +82,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
     requireMeaning(settings, mModule);
     mPhone = asInput(settings.folder.empty() ? "" : "--folder: ",
                      [&] { return std::make_unique<phone::Phone>(phoneOptions(mSettings)); });
-    mTraceOutput.begin({{"recorder", std::string("oisctl")},
-                        {"kernel", std::string(settings.realKernel ? "real" : "simulated")},
-                        {"module", mModule.name},
-                        {"sensor", int64_t{settings.sensorDev}}});
+    mTraceOutput.begin({{"module", mModule.name}, {"sensor", int64_t{settings.sensorDev}}});
     mPhone->trace().setKeep(false);
     mPhone->trace().setListener([this](const phone::Event& event) {
         const std::optional<EndedCall> ended = mCalls.take(event);

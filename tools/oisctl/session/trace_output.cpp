@@ -37,7 +37,7 @@ bool isRepeat(const Event& event, const Event& last) {
 }  // namespace
 
 TraceOutput::TraceOutput(const Settings& settings, Narration narration)
-    : mFileName(settings.traceFile), mVerbose(settings.verbose) {
+    : mFileName(settings.traceFile), mVerbose(settings.verbose), mRealKernel(settings.realKernel) {
     if (settings.traceWanted && !mFileName.empty()) {
         mFile.open(mFileName);
         if (!mFile) throw InputError("--trace=" + mFileName + ": cannot be written: " + std::strerror(errno));
@@ -56,8 +56,12 @@ TraceOutput::~TraceOutput() {
 }
 
 void TraceOutput::begin(const std::vector<phone::Field>& about) {
-    if (mFile.is_open()) mFile << phone::traceHead(about) << '\n';
-    if (mTerminal == Terminal::kJson) printLine(phone::traceHead(about));
+    std::vector<phone::Field> fields{{"recorder", std::string("oisctl")},
+                                     {"kernel", std::string(mRealKernel ? "real" : "simulated")}};
+    fields.insert(fields.end(), about.begin(), about.end());
+    const std::string head = phone::traceHead(fields);
+    if (mFile.is_open()) mFile << head << '\n';
+    if (mTerminal == Terminal::kJson) printLine(head);
 }
 
 void TraceOutput::show(const Event& event, const std::optional<EndedCall>& ended) {

@@ -28,7 +28,7 @@ class TraceOutput {
     TraceOutput(const TraceOutput&) = delete;
     TraceOutput& operator=(const TraceOutput&) = delete;
 
-    // What the trace is of.
+    // What the trace is of, beside its kernel.
     void begin(const std::vector<phone::Field>& about);
     // Events in order, one at a time, each with the call that ended with it, if any.
     void show(const phone::Event& event, const std::optional<EndedCall>& ended);
@@ -47,6 +47,7 @@ class TraceOutput {
     std::ofstream mFile;
     std::string mFileName;
     const bool mVerbose;
+    const bool mRealKernel;
     Terminal mTerminal = Terminal::kNothing;
     std::optional<phone::Event> mLast;  // a command; its repeats are counted, not shown
     uint64_t mRepeats = 0;
