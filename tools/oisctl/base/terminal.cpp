@@ -122,9 +122,9 @@ std::string duration(double seconds) {
 }
 
 std::string grouped(uint64_t value) {
-    std::string text = std::to_string(value);
-    for (size_t place = text.size(); place > 3; place -= 3) text.insert(place - 3, ",");
-    return text;
+    constexpr uint64_t kThousand = 1000;
+    if (value < kThousand) return fmt::format("{}", value);
+    return fmt::format("{},{:03}", grouped(value / kThousand), value % kThousand);
 }
 
 }  // namespace oisctl
