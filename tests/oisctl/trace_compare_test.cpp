@@ -37,10 +37,12 @@ TraceFile story(uint8_t process) {
         request(ois::Request::kReadHallInfo, std::vector<uint8_t>(16), std::vector<uint8_t>(16, 7)),
         request(ois::Request::kReadFlash, flash, flash),
         {.kind = EventKind::kMessage, .name = "unified"},
+        {.kind = EventKind::kMessage, .name = "unified"},
     };
     events[0].result = process;
     events[1].text = "open as " + std::to_string(process) + ", mode 2";
     events[5].text = fmt::format("at 0x5500{:02x}, size 8", process);
+    events[6].text = "[DetectActutorDefect] hall_x (3), error_y (42)\n";
     TraceFile trace{"trace", {}, {}};
     for (const Event& event : events) {
         trace.events.push_back({trace.events.size() + 1, event});
@@ -75,11 +77,13 @@ TEST(TraceCompare, FindsTheFirstDifferenceAndNamesIt) {
         {"a message's number that is no descriptor", [](auto& e) { e[1].event.text.back() = '3'; }, 2,
          "text"},
         {"a message's other number", [](auto& e) { e[5].event.text.back() = '9'; }, 6, "text"},
+        {"a number without a meaning", [](auto& e) { e[6].event.text.replace(43, 2, "17"); }, 0, ""},
+        {"one in front of it", [](auto& e) { e[6].event.text.replace(30, 1, "7"); }, 7, "text"},
         {"messages aside", [](auto& e) { e[5].event.text.back() = '9'; }, 0, "", {{EventKind::kMessage}, {}}},
         {"another path", [](auto& e) { e[0].event.fields[0].value = std::string("/dev/media1"); }, 1, "path"},
         {"a failed open", [](auto& e) { e[0].event.result = -1; }, 1, "result"},
         {"an event less", [](auto& e) { e.erase(e.begin() + 2); }, 3, "event"},
-        {"the end missing", [](auto& e) { e.pop_back(); }, 6, nullptr},
+        {"the end missing", [](auto& e) { e.pop_back(); }, 7, nullptr},
         {"another thread", [](auto& e) { e[3].event.thread = 2; }, 4, nullptr},
     };
     for (const Case& one : cases) {
@@ -105,7 +109,7 @@ TEST(TraceCompare, FindsTheFirstDifferenceAndNamesIt) {
 TEST(TraceCompare, CountsCommandByCommand) {
     const TraceFile a = story(5);
     TraceFile b = story(5);
-    b.events.push_back({7, b.events[2].event});
+    b.events.push_back({8, b.events[2].event});
     b.events.back().event.sent[0] = 3;
     b.events[3].event.received[0] = 9;
     const TraceComparison found = compareTraces(a, b, {});
