@@ -65,9 +65,11 @@ Field total(const char* key, const char* label, int64_t number, Style style) {
 }
 
 // A table a group for people, one list for programs.
-Record report(const Subject& subject, const std::vector<Result>& results) {
+Record report(const Subject& subject, bool realKernel, const std::vector<Result>& results) {
     const auto unless = [](const std::string& text) { return text.empty() ? Value() : Value(text); };
-    Record fields{{"node", "node", subject.node, {}, Style::kName},
+    Record fields{{"kernel", "kernel", realKernel ? "real" : "simulated",
+                   realKernel ? "this machine's own" : "simulated; --kernel real examines this machine's"},
+                  {"node", "node", subject.node, {}, Style::kName},
                   {"module", "module", subject.module == nullptr ? Value() : Value(subject.module->name)}};
     Table all;
     Table* group = nullptr;
@@ -107,7 +109,16 @@ std::vector<JunitCase> junitCases(const std::vector<Result>& results) {
 // As for any command; a node that is named needs none.
 std::optional<phone::ModuleDescription> examinedModule(const Options& options) {
     const Settings& settings = options.settings;
-    if (!options.node.empty() && settings.module.empty() && settings.realKernel) return std::nullopt;
+    if (!options.node.empty() && !settings.realKernel) {
+        throw InputError("--node " + options.node +
+                         ": goes with --kernel real; on the simulated kernel it is the module's");
+    }
+    if (!options.node.empty() && settings.module.empty()) {
+        phone::ModuleDescription unknown;
+        unknown.name = options.node;
+        requireMeaning(settings, unknown);
+        return std::nullopt;
+    }
     phone::ModuleDescription module = chosenModule(settings);
     requireMeaning(settings, module);
     if (onSubDevice(module)) return module;
@@ -169,9 +180,10 @@ int run(const Options& options) {
     }
     phone.trace().setListener(nullptr);
     trace.finish();
-    junit.write("oisctl compliance", junitCases(results));
+    junit.write(settings.realKernel ? "oisctl compliance" : "oisctl compliance, simulated kernel",
+                junitCases(results));
     const bool good = count(results, Verdict::kFailed) == 0;
-    Record fields = report(subject, results);
+    Record fields = report(subject, settings.realKernel, results);
     fields.push_back({"good", "", good});
     fields.push_back({"interrupted", "", interrupted()});
     print(fields, settings.json);

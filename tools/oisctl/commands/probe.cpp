@@ -11,6 +11,7 @@
 #include "device/probe_report.h"
 #include "faults/faults.h"
 #include "phone.h"
+#include "session/chosen_module.h"
 #include "session/settings.h"
 #include "session/trace_output.h"
 
@@ -54,6 +55,7 @@ std::vector<Candidate> findLenses(const std::vector<ModuleDescription>& modules,
 int run(const Settings& settings) {
     std::vector<ModuleDescription> modules = shippedOnSubDevice();
     if (!settings.module.empty()) modules = {namedModule(settings.module)};
+    requireMeaning(settings, modules.front());
     TraceOutput trace(settings, Narration::kNothing);
     phone::Phone phone(phoneOptions(settings));
     trace.begin({});

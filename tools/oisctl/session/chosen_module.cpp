@@ -73,8 +73,9 @@ void requireMeaning(const phone::Fault& fault, const Settings& settings, const M
         throw InputError(
             fmt::format("{}: {} has no chip behind the hub; choose a hub module", option, module.name));
     }
-    if (fault.point == phone::FaultPoint::kLens && isRealLens(settings, module))
-        refuse(option, "is a defect of the simulated lens", module);
+    if (!isRealLens(settings, module)) return;
+    if (fault.point == phone::FaultPoint::kLens) refuse(option, "is a defect of the simulated lens", module);
+    if (fault.point == phone::FaultPoint::kHubCommand) refuse(option, "strikes at the sensor hub", module);
 }
 
 void requireMeaning(const Settings& settings, const ModuleDescription& module) {
