@@ -65,13 +65,19 @@ void ois_debugfs_exit(void)
 	debugfs_remove_recursive(root);
 }
 
+/* Of a lens's folder. */
+void ois_debugfs_name(const char *lens, char folder[OIS_NAME_SIZE])
+{
+	strscpy(folder, lens, OIS_NAME_SIZE);
+	strreplace(folder, ' ', '-');
+	strreplace(folder, '/', '-');
+}
+
 void ois_debugfs_add(struct ois_lens *lens)
 {
 	char folder[OIS_NAME_SIZE];
 
-	strscpy(folder, lens->sd.name, sizeof(folder));
-	strreplace(folder, ' ', '-');
-	strreplace(folder, '/', '-');
+	ois_debugfs_name(lens->sd.name, folder);
 	lens->folder = debugfs_create_dir(folder, root);
 	debugfs_create_file("log", 0600, lens->folder, lens, &ois_log_fops);
 	debugfs_create_file("knobs", 0600, lens->folder, lens, &knobs_fops);

@@ -12,6 +12,8 @@
 
 #include "ois_virtual.h"
 
+#define MAX_BYSTANDERS 4
+
 /* A sub-device that answers no private request. */
 struct bystander {
 	struct v4l2_subdev sd;
@@ -119,6 +121,9 @@ static struct ois_media *allocate(struct device *dev, const char *model)
 	INIT_LIST_HEAD(&media->bystanders);
 	media->mdev.dev = dev;
 	strscpy(media->mdev.model, model, sizeof(media->mdev.model));
+	/* Else the core asks the device's driver, which it loses first. */
+	strscpy(media->mdev.driver_name, OIS_VIRTUAL_NAME,
+		sizeof(media->mdev.driver_name));
 	snprintf(media->mdev.bus_info, sizeof(media->mdev.bus_info),
 		 "platform:%s", dev_name(dev));
 	media_device_init(&media->mdev);
@@ -167,12 +172,21 @@ struct ois_media *ois_media_create(struct device *dev, const char *model,
 /* Closes the way to a node before anything behind it goes: the core looks at
  * what is registered with the media device when a node is opened.
  */
-static void unregister_nodes(struct ois_media *media)
+static int unregister_nodes(struct ois_media *media,
+			    struct video_device **nodes)
 {
 	struct v4l2_subdev *sd;
+	int count = 0;
 
-	v4l2_device_for_each_subdev(sd, &media->v4l2_dev)
+	v4l2_device_for_each_subdev(sd, &media->v4l2_dev) {
+		if (!sd->devnode)
+			continue;
+		/* The core looks at it once more, and its last user may go. */
+		get_device(&sd->devnode->dev);
+		nodes[count++] = sd->devnode;
 		video_unregister_device(sd->devnode);
+	}
+	return count;
 }
 
 /**
@@ -181,12 +195,16 @@ static void unregister_nodes(struct ois_media *media)
  */
 void ois_media_destroy(struct ois_media *media)
 {
+	struct video_device *nodes[OIS_MAX_LENSES + MAX_BYSTANDERS];
 	struct ois_lens *lens;
+	int count;
 
 	list_for_each_entry(lens, &media->lenses, list)
 		ois_debugfs_remove(lens);
-	unregister_nodes(media);
+	count = unregister_nodes(media, nodes);
 	media_device_unregister(&media->mdev);
 	v4l2_device_unregister(&media->v4l2_dev);
+	while (count > 0)
+		put_device(&nodes[--count]->dev);
 	v4l2_device_put(&media->v4l2_dev);
 }

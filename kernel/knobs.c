@@ -219,11 +219,12 @@ int ois_knobs_write(struct list_head *knobs, struct mutex *lock, char *text)
 	}
 	if (!error) {
 		mutex_lock(lock);
-		if (clears)
-			list_splice_init(knobs, &dropped);
-		if (count_of(knobs) + count_of(&armed) > MOST_KNOBS)
+		if ((clears ? 0 : count_of(knobs)) + count_of(&armed) >
+		    MOST_KNOBS)
 			error = -ENOSPC;
-		else
+		if (!error && clears)
+			list_splice_init(knobs, &dropped);
+		if (!error)
 			list_splice_tail_init(&armed, knobs);
 		mutex_unlock(lock);
 	}

@@ -5,7 +5,7 @@
  *     NUMBER SECONDS PID REQUEST in BYTES out BYTES RESULT
  *
  * What is not there is "-". The time is that of CLOCK_MONOTONIC, at which the
- * request came. A missing number is an entry for which there was no memory.
+ * controller took the request up. A missing number is an entry for which there was no memory.
  */
 #include <linux/ktime.h>
 #include <linux/math64.h>

@@ -88,10 +88,13 @@ static int check_name(const char *parameter, const char *name)
 /* A folder is named like its lens. */
 static int check_distinct(int lens)
 {
+	char folder[OIS_NAME_SIZE], other[OIS_NAME_SIZE];
 	int i;
 
+	ois_debugfs_name(lenses[lens], folder);
 	for (i = 0; i < lens; i++) {
-		if (strcmp(lenses[i], lenses[lens]))
+		ois_debugfs_name(lenses[i], other);
+		if (strcmp(folder, other))
 			continue;
 		pr_err(OIS_VIRTUAL_NAME ": lens \"%s\" is named twice\n",
 		       lenses[i]);

@@ -78,5 +78,5 @@ s32 ois_shift(int axis, s64 now_us)
  */
 s32 ois_angle_of_shift(s32 shift_um, s32 distance_mm)
 {
-	return div_s64((s64)shift_um * 57296, distance_mm * 1000);
+	return div64_s64((s64)shift_um * 57296, (s64)distance_mm * 1000);
 }

@@ -160,6 +160,7 @@ void ois_lens_free(struct ois_lens *lens);
 
 void ois_debugfs_init(void);
 void ois_debugfs_exit(void);
+void ois_debugfs_name(const char *lens, char folder[OIS_NAME_SIZE]);
 void ois_debugfs_add(struct ois_lens *lens);
 void ois_debugfs_remove(struct ois_lens *lens);
 extern const struct file_operations ois_log_fops;

@@ -106,6 +106,8 @@ int32_t Kernel::refuse(const Node& node, uint32_t request, const void* argument)
     if (!reached) record.clear();
     const bool asked = reached && isPrivateRequest(request);
     const Fate fate = asked ? consultRequest(request, record) : Fate{};
+    if (fate.error() != 0) result = -fate.error();
+    if (fate.lost()) result = 0;
     result = static_cast<int32_t>(fate.result().value_or(result));
     if (mTrace.enabled()) traceRequest(request, record, {}, result, fate);
     return result;

@@ -1,6 +1,7 @@
 #include "base/interrupt.h"
 
 #include <array>
+#include <atomic>
 #include <csignal>
 
 namespace oisctl {
@@ -9,11 +10,14 @@ namespace {
 
 constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP};
 
-volatile std::sig_atomic_t gEndingSignal = 0;
+// Any thread looks at it, and any may have been the one that the signal came to.
+std::atomic<int> gEndingSignal = 0;
+static_assert(std::atomic<int>::is_always_lock_free, "a signal's handler may not wait");
 
 extern "C" void noteSignal(int signal) {
+    int none = 0;
     // A closed output outranks the rest: nobody is there to read what would follow.
-    if (gEndingSignal == 0 || signal == SIGPIPE) gEndingSignal = signal;
+    if (!gEndingSignal.compare_exchange_strong(none, signal) && signal == SIGPIPE) gEndingSignal = signal;
 }
 
 }  // namespace

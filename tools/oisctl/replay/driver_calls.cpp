@@ -47,6 +47,10 @@ void keep(Event& call, const Record& record) {
 // A register of the chip behind the hub, read or written alone.
 int32_t accessRegister(OISDrv& driver, Event& call) {
     auto access = record<ois::HubRegisterAccess>(call);
+    if (access.byteCount > sizeof access.value) {
+        throw InputError(fmt::format("{}: {} bytes of a register, which has no more than {}", call.name,
+                                     access.byteCount, sizeof access.value));
+    }
     const bool writes = findField(call, "write") != nullptr;
     uint32_t value = 0;
     const int32_t result = driver.CustomCmdPackage(
@@ -59,8 +63,11 @@ int32_t accessRegister(OISDrv& driver, Event& call) {
 // Any command, whose record is also where the answer goes.
 int32_t transfer(OISDrv& driver, Event& call) {
     const auto request = static_cast<uint32_t>(number(call, "request"));
+    if (call.sent.size() < _IOC_SIZE(request) || call.sent.size() > sizeof(ois::OisCustInfo)) {
+        throw InputError(fmt::format("{}: the trace has {} bytes of its record, not {}", call.name,
+                                     call.sent.size(), _IOC_SIZE(request)));
+    }
     std::vector<uint8_t> bytes = call.sent;
-    bytes.resize(std::max<size_t>(bytes.size(), _IOC_SIZE(request)));
     const int32_t result = driver.ConfigOisTransfer(
         request, number(call, "command"), bytes.data(), bytes.data(), static_cast<int32_t>(bytes.size()),
         std::min(number(call, "output_length"), static_cast<int32_t>(bytes.size())));
@@ -121,8 +128,13 @@ const std::map<std::string_view, Make>& operations() {
         {"SetOisCfgData", withRecord(&OISDrv::SetOisCfgData)},
         {"SetFixMode", plain(&OISDrv::SetFixMode)},
         {"GetHall", plain(&OISDrv::GetHall)},
-        {"SetActOis", [](OISDrv& driver,
-                         const Event& call) { return driver.SetActOis(record<ois_act_parameters>(call)); }},
+        {"SetActOis",
+         [](OISDrv& driver, Event& call) {
+             const auto params = record<ois_act_parameters>(call);
+             const int32_t result = driver.SetActOis(params);
+             keep(call, params);
+             return result;
+         }},
         {"SetActOisBySoftTrigger", withNumber(&OISDrv::SetActOisBySoftTrigger, "trigger")},
         {"GimbalCalibration", plain(&OISDrv::GimbalCalibration)},
         {"NotifyStream", withRecord(&OISDrv::NotifyStream)},

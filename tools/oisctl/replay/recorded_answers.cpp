@@ -26,14 +26,14 @@ int64_t numberIn(const Event& event, std::string_view name) {
     return phone::integerField({.fields = event.fields, .answer = event.answer}, name);
 }
 
-// What a request or a record to the hub is called where faults strike; unknown ones have no name there.
+// What a request or a record to the hub is called where faults strike.
 std::string commandName(const Event& event) {
     if (event.kind == EventKind::kHub) {
         const auto* info = phone::hubCommand(phone::recordOf<ois::OisCustomCmd>(event.sent), event.phase);
         return info == nullptr ? std::string() : std::string(info->name);
     }
     const phone::RequestInfo* info = phone::findRequest(event.code);
-    return info == nullptr ? std::string() : std::string(info->name);
+    return std::string(info == nullptr ? phone::kUnknownRequest : info->name);
 }
 
 // The place at which the driver asked this; empty for what is no question.
