@@ -3,7 +3,7 @@
 LENS=/sys/kernel/debug/ois_virtual/dw9786-4-0069
 
 # For the lines.
-tool() { oisctl "$@" --kernel real --real-time; }
+tool() { oisctl "$@" --kernel real; }
 knob() { echo "$*" >$LENS/knobs; }
 # follow YES: whether READ_FLASH fills the buffer that its record points to.
 follow() { echo "$1" >/sys/module/ois_virtual/parameters/flash_follow_pointer; }
@@ -12,6 +12,15 @@ gone_after() {
     (sleep "$1" && echo ois_virtual >$BUS/unbind) &
     shift
     "$@"
+}
+
+# printed WORDS: whether `seen` has them; " ... " stands between those that need not follow each other.
+printed() {
+    local rest=$1
+    while :; do
+        grep -qF -e "${rest%% ... *}" seen || return
+        case $rest in *' ... '*) rest=${rest#* ... } ;; *) return 0 ;; esac
+    done
 }
 
 modprobe -a videodev v4l2-async
@@ -26,7 +35,7 @@ while IFS='|' read -r status words line; do
     eval "$line" >seen 2>&1 </dev/null
     ended=$?
     words=$(echo "$words" | sed 's/^ *//; s/ *$//')
-    [ "$ended" = "$((status))" ] && grep -qF -e "$words" seen
+    [ "$ended" = "$((status))" ] && printed "$words"
     good=$?
     echo "exit status $ended, and this, where $((status)) and '$words' were expected:" | cat - seen >why
     result $good "$(echo "$line" | sed 's/^ *//')" why
