@@ -13,6 +13,14 @@ gone_after() {
     shift
     "$@"
 }
+# lenses NAME,...: there are these lenses, and no others.
+lenses() { load "lens=\"$1\""; }
+
+# load PARAMETER=VALUE...: the module anew.
+load() {
+    rmmod ois_virtual 2>/dev/null
+    insmod "$shared/ois_virtual.ko" shake=N "$@"
+}
 
 # printed WORDS: whether `seen` has them; " ... " stands between those that need not follow each other.
 printed() {
@@ -23,15 +31,14 @@ printed() {
     done
 }
 
-modprobe -a videodev v4l2-async
-insmod ois_virtual.ko shake=N || exit 1
+modprobe videodev
 shared=$PWD
 mkdir -p /tmp/dump
 cd /tmp || exit 1
 cat "$shared"/cases/*.txt >lines
 while IFS='|' read -r status words line; do
     case $status in '' | '#'*) continue ;; esac
-    rebind
+    load || exit 1
     eval "$line" >seen 2>&1 </dev/null
     ended=$?
     words=$(echo "$words" | sed 's/^ *//; s/ *$//')
