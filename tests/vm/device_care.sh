@@ -90,7 +90,7 @@ check_dumps() {
     check "a dump folder that is missing is said first" "2 0" "$? $(wc -l <$LENS/log)"
 }
 
-modprobe -a videodev v4l2-async
+modprobe videodev
 insmod ois_virtual.ko shake=N || exit 1
 cd /tmp || exit 1
 check_writes
