@@ -3,7 +3,7 @@
 LENS=/sys/kernel/debug/ois_virtual/dw9786-4-0069
 
 # For the lines.
-tool() { oisctl "$@" --kernel real --real-time; }
+tool() { oisctl "$@" --kernel real; }
 knob() { echo "$*" >$LENS/knobs; }
 # follow YES: whether READ_FLASH fills the buffer that its record points to.
 follow() { echo "$1" >/sys/module/ois_virtual/parameters/flash_follow_pointer; }
@@ -13,20 +13,36 @@ gone_after() {
     shift
     "$@"
 }
+# lenses NAME,...: there are these lenses, and no others.
+lenses() { load "lens=\"$1\""; }
 
-modprobe -a videodev v4l2-async
-insmod ois_virtual.ko shake=N || exit 1
+# load PARAMETER=VALUE...: the module anew.
+load() {
+    rmmod ois_virtual 2>/dev/null
+    insmod "$shared/ois_virtual.ko" shake=N "$@"
+}
+
+# printed WORDS: whether `seen` has them; " ... " stands between those that need not follow each other.
+printed() {
+    local rest=$1
+    while :; do
+        grep -qF -e "${rest%% ... *}" seen || return
+        case $rest in *' ... '*) rest=${rest#* ... } ;; *) return 0 ;; esac
+    done
+}
+
+modprobe videodev
 shared=$PWD
 mkdir -p /tmp/dump
 cd /tmp || exit 1
 cat "$shared"/cases/*.txt >lines
 while IFS='|' read -r status words line; do
     case $status in '' | '#'*) continue ;; esac
-    rebind
+    load || exit 1
     eval "$line" >seen 2>&1 </dev/null
     ended=$?
     words=$(echo "$words" | sed 's/^ *//; s/ *$//')
-    [ "$ended" = "$((status))" ] && grep -qF -e "$words" seen
+    [ "$ended" = "$((status))" ] && printed "$words"
     good=$?
     echo "exit status $ended, and this, where $((status)) and '$words' were expected:" | cat - seen >why
     result $good "$(echo "$line" | sed 's/^ *//')" why

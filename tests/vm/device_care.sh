@@ -17,7 +17,7 @@ check() {
 
 # tool COMMAND...: on the lens; its report in `report`, its exit status the tool's.
 tool() {
-    oisctl "$@" -m dw9786 --kernel real --real-time --dump-folder dump --json >report 2>errors
+    oisctl "$@" -m dw9786 --kernel real --dump-folder dump --json >report 2>errors
 }
 # value KEY: what stands in the report, up to the next comma or bracket.
 value() { sed -n "s/.*\"$1\":\\(\\[[^]]*\\]\\|[^,}]*\\).*/\\1/p" report; }
@@ -60,7 +60,7 @@ check_rest() {
     done
     check "fix mode is ended" "00000000 00000000" "$(last)"
     afresh
-    timeout -s INT 2 oisctl session -m dw9786 --kernel real --real-time --modes 2 --hold 60 >report 2>&1
+    timeout -s INT 2 oisctl session -m dw9786 --kernel real --modes 2 --hold 60 >report 2>&1
     check "a signal leaves the lens at rest" "00000000" "$(last | cut -d' ' -f1)"
 }
 
@@ -90,7 +90,7 @@ check_dumps() {
     check "a dump folder that is missing is said first" "2 0" "$? $(wc -l <$LENS/log)"
 }
 
-modprobe -a videodev v4l2-async
+modprobe videodev
 insmod ois_virtual.ko shake=N || exit 1
 cd /tmp || exit 1
 check_writes
