@@ -300,6 +300,40 @@ TEST_F(Oisctl, VerdictsAreOfWhatGotThrough) {
     }
 }
 
+// Whoever runs the detector hears what it found, and only what it found.
+TEST_F(Oisctl, TheDetectorsOutcomeCountsWhereverItRuns) {
+    write("once.toml", "duration_s = 0.1\n[[at]]\ns = 0\noperation = 19\n");
+    write("request.toml", "duration_s = 0.1\n[[span]]\nengineer_mode = 8\nengineer_operation = 19\n");
+    const struct {
+        const char* fault;
+        const char* says;  // beside the fault's own strikes; null: nothing
+    } cases[] = {
+        {"", nullptr},
+        {" --fault lens.stuck", "the detector found a defect"},
+        {" --fault GET_HALL:errno=EIO", nullptr},
+        {" --fault GET_HALL:lost", nullptr},
+        {" --fault request@after5:errno=EIO", nullptr},
+        {" -m korvas4sw-hub", "the detector tells nothing: no hall position was read back"},
+    };
+    for (const char* command : {"op detect-defect", "session --hold 0 --operations detect-defect",
+                                "session --scenario once.toml", "session --scenario request.toml"}) {
+        for (const auto& c : cases) {
+            const std::string options(c.fault);
+            const std::string line =
+                command + (options.starts_with(" -m") ? options : " -m dw9786" + options);
+            SCOPED_TRACE(line);
+            const Outcome outcome = run(line + " --json");
+            EXPECT_EQ(outcome.status, options.empty() ? 0 : 1);
+            json said;
+            const json report = json::parse(outcome.out, nullptr, false);
+            ASSERT_TRUE(report.is_object()) << outcome.err;
+            for (const json& failure : report["first_failures"])
+                if (const std::string what = failure["what"]; what.starts_with("the detector")) said = what;
+            EXPECT_EQ(said, c.says == nullptr ? json() : json(c.says));
+        }
+    }
+}
+
 // Neither a longer look nor another hand turns a verdict round: the shake is compared with itself.
 TEST_F(Oisctl, ShakeLeftIsHeldAgainstTheSameStretch) {
     const struct {

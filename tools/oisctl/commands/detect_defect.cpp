@@ -2,17 +2,14 @@
 
 #include <fmt/core.h>
 
-#include <algorithm>
-#include <array>
-#include <cmath>
 #include <limits>
 #include <memory>
 
 #include "commands/commands.h"
+#include "session/detector_run.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
 #include "session/summary.h"
-#include "trace/decode.h"
 
 namespace oisctl {
 
@@ -30,57 +27,6 @@ std::vector<std::string> defectWords() {
     return words;
 }
 
-// Tracking errors of one axis, as the driver measures them.
-struct AxisErrors {
-    double largest = 0;
-    double sum = 0;
-    void add(double error) {
-        largest = std::max(largest, error);
-        sum += error;
-    }
-};
-
-// Follows the run: each position that is set and read back.
-class Observation {
-  public:
-    explicit Observation(const ois::OisCustInfo& info) : mInfo(info) {}
-    void take(const phone::Event& event, const OisCalibInfo& calibration) {
-        if (!phone::isCommand(event.kind)) return;
-        const bool behindHub = event.kind == phone::EventKind::kHub;
-        const auto isA = [&](ois::Request request, ois::HubCommand command) {
-            return event.code == (behindHub ? ois::idByte(command) : ois::code(request));
-        };
-        if (isA(ois::Request::kSetFixMode, ois::HubCommand::kSetFixMode)) {
-            ++positions;
-            mLensMoved = wasDelivered(event);
-        }
-        // Behind the hub the read-back is relayed as a command without a meaning, and the record keeps its
-        // old hall. A lens that was not told to move, or does not answer, tells nothing of its errors.
-        if (!isA(ois::Request::kGetHall, ois::HubCommand::kNoHubMeaning)) return;
-        if (positions == 0 || positions > ois::kCoordinateCapacity) return;
-        if (behindHub || !mLensMoved || !wasDelivered(event)) return;
-        ++hallsRead;
-        const size_t i = positions - 1;
-        const auto error = [](float coordinate, int32_t centre, int64_t hall) {
-            return std::abs(static_cast<double>(coordinate) + centre - static_cast<double>(hall));
-        };
-        const phone::Decoded record = phone::decode(event);
-        const int64_t hallX = phone::integerField(record, "hall_x");
-        const int64_t hallY = phone::integerField(record, "hall_y");
-        axes[0].add(error(mInfo.coordinateX[i], calibration.hall_center_x, hallX));
-        axes[1].add(error(mInfo.coordinateY[i], calibration.hall_center_y, hallY));
-    }
-
-    uint64_t positions = 0;
-    uint64_t hallsRead = 0;  // of lenses that were told to go there
-    std::array<AxisErrors, 2> axes;
-    bool complete() const { return hallsRead > 0 && hallsRead == positions; }
-
-  private:
-    const ois::OisCustInfo& mInfo;
-    bool mLensMoved = false;
-};
-
 constexpr Verdict kGood{"good", "good", true};
 constexpr Verdict kGoodSoFar{"good so far", "good so far", true};
 constexpr Verdict kNotExamined{"not examined", "not examined"};
@@ -90,26 +36,26 @@ constexpr Verdict kTooFarAtOnce{"defective", "defective: too far off at one posi
 constexpr Verdict kTooFarInSum{"defective", "defective: too far off in sum"};
 
 // The driver ends the run at the first defect, which leaves the other axis with the positions so far.
-const Verdict& judge(const Observation& seen, size_t axis, const ois::OisCustInfo& info) {
+const Verdict& judge(const DetectorRun& seen, size_t axis, const ois::OisCustInfo& info) {
     const AxisErrors& errors = seen.axes.at(axis);
     const bool wholeRun = seen.positions >= info.coordinateNum;
     if (seen.positions == 0) return kNotExamined;
     if (seen.hallsRead == 0) return kNotTold;
-    if (errors.largest >= info.max_error_threshold) return kTooFarAtOnce;
-    if (errors.sum >= info.max_sum_error_threshold) return kTooFarInSum;
+    if (errors.tooFarAtOnce(info)) return kTooFarAtOnce;
+    if (errors.tooFarInSum(info)) return kTooFarInSum;
     if (!seen.complete()) return kPartlyTold;
     return wholeRun ? kGood : kGoodSoFar;
 }
 
 // The driver takes a lens that did not answer for one that did not move.
-Field driverSays(const Observation& seen, bool tripped, int32_t error) {
+Field driverSays(const DetectorRun& seen, bool tripped, int32_t error) {
     if (!seen.complete()) return {"defective", "the driver says", {}, "nothing that counts", Style::kBad};
     return {"defective", "the driver says", tripped,
             tripped ? fmt::format("defect, error {} hall counts", error) : "no defect",
             tripped ? Style::kBad : Style::kGood};
 }
 
-Record report(DriverSession& session, const Observation& seen, bool tripped) {
+Record report(DriverSession& session, const DetectorRun& seen, bool tripped) {
     const ois::OisCustInfo& info = session.module().custInfo;
     const int32_t error = session.driver().mActuatorDefectError;
     Table axes;
@@ -140,18 +86,12 @@ int run(const Settings& settings) {
     session.requireModule("detect-defect", "with test positions", hasTestPositions);
     if (!session.openFor()) return conclude(session, Record());
 
-    const OisCalibInfo calibration = session.driver().mOisCalibInfo;
-    Observation seen(session.module().custInfo);
+    DetectorRun seen;
     {
         Progress progress("positions", session.module().custInfo.coordinateNum);
-        session.observe([&](const phone::Event& event) {
-            seen.take(event, calibration);
-            progress.update(static_cast<double>(seen.positions));
-        });
-        session.setOperation(kDetectDefect);
-        std::thread& detector = session.driver().mDefectDetectThread;
-        if (detector.joinable()) detector.join();
-        session.observe(nullptr);
+        seen = followDetector(
+            session, [&] { session.setOperation(kDetectDefect); },
+            [&](const DetectorRun& soFar) { progress.update(static_cast<double>(soFar.positions)); });
     }
     const bool tripped = session.driver().mDefectDetectDone != 0;
     session.close();

@@ -3,9 +3,9 @@
 #include <fmt/core.h>
 
 #include <memory>
-#include <thread>
 
 #include "commands/commands.h"
+#include "session/detector_run.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
 #include "session/summary.h"
@@ -44,13 +44,9 @@ int runOperation(const Options& options) {
     if (const OperationInfo* info = findOperation(operation); info != nullptr && info->writes)
         session.requireMayWrite("op", info->name);
     return runOnce(session, [&](std::vector<OperationResult>& results) {
-        results.push_back({operation, session.setOperation(operation)});
-        // The detector works on a thread of its own, which no close waits for.
-        std::thread& detector = session.driver().mDefectDetectThread;
-        if (detector.joinable()) detector.join();
-        // A lens that did not answer is no defect that was found.
-        const bool found = session.driver().mDefectDetectDone != 0 && !session.deviceLost();
-        if (found) session.fail("the detector found a defect");
+        carryOut(session, operation, [&] {
+            results.push_back({operation, session.setOperation(operation)});
+        });
     });
 }
 

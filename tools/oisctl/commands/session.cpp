@@ -11,6 +11,7 @@
 #include "commands/commands.h"
 #include "scenario/scenario.h"
 #include "scenario/scenario_runner.h"
+#include "session/detector_run.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
 #include "session/shake_meter.h"
@@ -117,7 +118,9 @@ class Tour {
     void runOperations() {
         for (const int32_t operation : mOperations) {
             if (mSession.endsEarly()) return;
-            mSummary.operations.push_back({operation, mSession.setOperation(operation)});
+            carryOut(mSession, operation, [&] {
+                mSummary.operations.push_back({operation, mSession.setOperation(operation)});
+            });
         }
     }
 

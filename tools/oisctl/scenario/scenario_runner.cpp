@@ -5,6 +5,7 @@
 #include "base/terminal.h"
 #include "kernel/file_tree.h"
 #include "motion/motion.h"
+#include "session/detector_run.h"
 #include "session/shake_meter.h"
 
 namespace oisctl {
@@ -67,8 +68,11 @@ class Player {
         if (moment.sensorMode) mSession.setSensorMode(*moment.sensorMode);
         if (moment.dynamic) mSession.enableOis(*moment.dynamic);
         if (moment.mode) mSession.setMode(*moment.mode);
-        if (moment.operation)
-            mSummary.operations.push_back({*moment.operation, mSession.setOperation(*moment.operation)});
+        if (moment.operation) {
+            carryOut(mSession, *moment.operation, [&] {
+                mSummary.operations.push_back({*moment.operation, mSession.setOperation(*moment.operation)});
+            });
+        }
         if (moment.checkStatus) mSession.checkStatus();
     }
 
@@ -114,7 +118,7 @@ class Player {
         if (mScenario.value("requests", timeS) == 0) return;
         ++mSummary.requests;
         ois_params params = mScenario.requestAt(timeS, mSession.settings().sensorDev);
-        mSession.setParams(params);
+        carryOut(mSession, params.engineer_operation, [&] { mSession.setParams(params); });
         if (params.op_result_ptr != nullptr)
             mSummary.operations.push_back({params.engineer_operation, params.op_result});
     }

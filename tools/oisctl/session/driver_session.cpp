@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <atomic>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -91,6 +92,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
         mWrittenFiles.take(event);
         mWay.take(event);
         mTraceOutput.show(event, ended);
+        const std::lock_guard lock(mObserverMutex);
         if (mObserver) mObserver(event);
     });
     mPhone->log().setLevel(settings.logLevel);

@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/interrupt.h"
@@ -63,7 +65,10 @@ class DriverSession {
     phone::Stabiliser* stabiliser();
 
     // Called for every event of the trace, in order and one at a time; must not call back into the phone.
-    void observe(std::function<void(const phone::Event&)> observer) { mObserver = std::move(observer); }
+    void observe(std::function<void(const phone::Event&)> observer) {
+        const std::lock_guard lock(mObserverMutex);
+        mObserver = std::move(observer);
+    }
     // Throws InputError when there is no such place.
     void addFault(const phone::Fault& fault);
     void clearFaults();
@@ -139,6 +144,7 @@ class DriverSession {
     WrittenFiles mWrittenFiles;
     Way mWay;
     TraceOutput mTraceOutput;
+    std::mutex mObserverMutex;  // events come on every thread of the driver
     std::function<void(const phone::Event&)> mObserver;
     std::unique_ptr<phone::Phone> mPhone;
     OISDrv* mDriver = nullptr;
