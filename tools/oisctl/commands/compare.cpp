@@ -31,13 +31,10 @@ std::vector<std::string> kindNames() {
 }
 
 std::vector<std::string> fieldNames() {
-    std::vector<std::string> names;
+    std::set<std::string> names;
     for (const phone::RequestInfo& info : phone::privateRequests())
-        for (const phone::RecordField& field : info.record->fields) names.emplace_back(field.name);
-    std::ranges::sort(names);
-    const auto repeated = std::ranges::unique(names);
-    names.erase(repeated.begin(), repeated.end());
-    return names;
+        for (const phone::RecordField& field : info.record->fields) names.emplace(field.name);
+    return {names.begin(), names.end()};
 }
 
 std::vector<std::string> asideWords() {

@@ -63,8 +63,8 @@ std::string sentence(const Options& options, const std::vector<Captured>& all, c
             "cannot go into a program that is linked statically or changes its user",
             options.program.front());
     }
-    std::vector<std::string> files;
-    for (const Captured& one : all) files.push_back(one.file.string());
+    const std::vector<std::string> files =
+        namesIn(all, [](const Captured& one) { return one.file.string(); });
     std::string text = fmt::format("oisctl spy: requests {}, calls of the driver {}, threads {}: {}",
                                    sumOf(all, &Captured::requests), sumOf(all, &Captured::calls),
                                    sumOf(all, &Captured::threads), joined(files));

@@ -47,11 +47,12 @@ Welch::Welch(const std::vector<double>& timeS, const std::vector<RowRange>& segm
         mHannPower += mHann[i] * mHann[i];
     }
     const double lengthS = static_cast<double>(mLength - 1) * periodS;
+    const size_t half = mLength / 2;  // by which windows overlap
     for (const RowRange& segment : segments) {
         const double endS = timeS[segment.end - 1] + periodS / 2;
         size_t row = segment.begin;
         for (double beginS = timeS[row]; beginS + lengthS <= endS;
-             beginS += static_cast<double>(mLength / 2) * periodS) {
+             beginS += static_cast<double>(half) * periodS) {
             while (row + 1 < segment.end && timeS[row + 1] <= beginS) ++row;
             mWindows.push_back({beginS, row, segment.end});
         }
