@@ -158,6 +158,24 @@ TEST_F(Oisctl, ARecordingThatIsRefusedEndsAndKeepsNothing) {
     }
 }
 
+// Only the request for the update tells whether it was taken.
+TEST_F(Oisctl, AnUpdateIsJudgedByItsOwnRequest) {
+    write("nowhere.toml", moduleOfNoDevice());
+    const std::pair<const char*, const char*> cases[] = {
+        {"-m dw9786", "accepted"},
+        {"-m dw9786 --fault readlink:errno=EACCES", "not asked"},
+        {"-m dw9786 --fault UPDATE_FIRMWARE:errno=EIO", "refused"},
+        {"-m dw9786 --fault UPDATE_FIRMWARE:errno=ENODEV", "no outcome"},
+        {"-m dw9786 --fault close:errno=EIO", "accepted"},
+        {"-m dw9786 --fault media.DEVICE_INFO:errno=EIO", "not asked"},
+        {"-m nowhere.toml --kernel real --allow-write", "not asked"},
+    };
+    for (const auto& [options, outcome] : cases) {
+        const json report = json::parse(run(std::string("firmware-update --json ") + options).out);
+        EXPECT_EQ(report["updates"][0]["outcome"], outcome) << options;
+    }
+}
+
 // Where a dump stands already, only a new one counts.
 TEST_F(Oisctl, ADumpIsOneThatThisCallWrote) {
     const std::pair<const char*, const char*> cases[] = {
