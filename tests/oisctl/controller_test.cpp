@@ -176,6 +176,13 @@ TEST_F(Oisctl, AnUpdateIsJudgedByItsOwnRequest) {
     }
 }
 
+TEST_F(Oisctl, WhatADescriptionSaysIsNotCalledTheDevices) {
+    write("nowhere.toml", moduleOfNoDevice());
+    const Outcome dump = run("dump otp -m nowhere.toml --kernel real --dump-folder .");
+    EXPECT_EQ(dump.status, 2);
+    EXPECT_NE(dump.err.find("the module's description"), std::string::npos) << dump.err;
+}
+
 // Where a dump stands already, only a new one counts.
 TEST_F(Oisctl, ADumpIsOneThatThisCallWrote) {
     const std::pair<const char*, const char*> cases[] = {
