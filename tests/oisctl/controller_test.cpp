@@ -181,6 +181,10 @@ TEST_F(Oisctl, WhatADescriptionSaysIsNotCalledTheDevices) {
     const Outcome dump = run("dump otp -m nowhere.toml --kernel real --dump-folder .");
     EXPECT_EQ(dump.status, 2);
     EXPECT_NE(dump.err.find("the module's description"), std::string::npos) << dump.err;
+    run("record --seconds 0.2");
+    const json about = json::parse(readFile(mFolder / "ois_dump_tele_dw9786_status.txt.about.json"));
+    EXPECT_EQ(about["limit_from"], "module description");
+    EXPECT_TRUE(about["firmware_version"].is_number());
 }
 
 // Where a dump stands already, only a new one counts.

@@ -108,7 +108,8 @@ Sidecar aboutSession(const DriverSession& session, const Options& options, doubl
                     .seed = settings.seed.value_or(kDefaultSeed),
                     .limitAngle = module.stabiliser.limitAngle,
                     .intervalMs = options.intervalMs,
-                    .firmwareVersion = module.firmwareVersion};
+                    .firmwareVersion = {}};
+    if (!session.onDevice()) sidecar.firmwareVersion = module.firmwareVersion;
     for (const auto& properties : {settings.presets, settings.properties})
         for (const phone::Property& property : properties)
             sidecar.properties.emplace_back(property.key, property.value);
