@@ -100,6 +100,11 @@ TEST_F(Oisctl, ALostDeviceEndsTheJobOnce) {
         {"record --seconds 20", "READ_STATUS@after100:errno=ENODEV", 1, "rows", "100"},
         {"record --seconds 20", "READ_STATUS@after100:errno=EIO", 8, "rows", "100"},
         {"record --seconds 20", "request@after6:errno=ENODEV", 1, "rows", "0"},
+        {"record --seconds 20", "request@after6:errno=ENODEV", 1, "file", "null"},
+        {"record --seconds 20", "READ_STATUS:errno=EIO", 8, "file", "null"},
+        {"record --seconds 20", "request@after4:errno=EIO", 8, "file", "null"},
+        {"session --scenario video-zoom", "request@after5:errno=ETIMEDOUT", 5, "scenario", "video-zoom"},
+        {"session --scenario fix-mode --set gethall=1", "GET_HALL:errno=EIO", 8, "scenario", "fix-mode"},
         {"dump flash -o .", "READ_FLASH:errno=ENODEV", 1, "file", "null"},
         {"detect-defect", "request@after20:errno=ENODEV", 1, "axes/0/verdict", "not told"},
         {"detect-defect", "request@after20:errno=ENODEV", 1, "defective", "null"},
@@ -126,11 +131,60 @@ TEST_F(Oisctl, TroubleThatPassesIsNoLostDevice) {
     const std::string readBack = "session -m dw9786 --scenario fix-mode --set gethall=1 ";
     for (const std::string& options :
          {std::string("session -m dw9786 --fault SET_MODE@2-5:errno=EIO"),
-          readBack + "--fault GET_HALL:errno=EIO",  // which never worked
+          std::string("mode 2 -m dw9786 --fault request:errno=EIO"),  // which was never there
           readBack + "--fault GET_HALL@2-6:errno=EIO --fault GET_HALL@8-12:errno=EIO"}) {
         const json report = json::parse(run(options + " --json").out);
         EXPECT_EQ(report.value("device_lost_s", json("missing")), json()) << options;
     }
+}
+
+TEST_F(Oisctl, ALossIsSaidAsItWasSeen) {
+    const std::pair<const char*, const char*> cases[] = {{"ENODEV", "went away at"}, {"EIO", "noticed at"}};
+    for (const auto& [error, says] : cases) {
+        const Outcome outcome = run(std::string("record -m dw9786 --fault READ_STATUS:errno=") + error);
+        EXPECT_NE(outcome.out.find(says), std::string::npos) << outcome.out;
+        EXPECT_EQ(outcome.out.find("went away") == std::string::npos, std::string(error) == "EIO");
+    }
+}
+
+TEST_F(Oisctl, ARecordingThatIsRefusedEndsAndKeepsNothing) {
+    for (const char* fault : {"READ_STATUS:errno=ENOTTY", "READ_STATUS:lost"}) {
+        const json report =
+            json::parse(run(std::string("record --seconds 1 -o out --json --fault ") + fault).out);
+        EXPECT_EQ(report["good"], false) << fault;
+        EXPECT_EQ(report.value("file", json("missing")), json()) << fault;
+        EXPECT_TRUE(fs::is_empty(mFolder / "out")) << fault;
+        EXPECT_EQ(report["time_s"] < 0.5, std::string(fault) != "READ_STATUS:lost") << fault;
+    }
+}
+
+// Only the request for the update tells whether it was taken.
+TEST_F(Oisctl, AnUpdateIsJudgedByItsOwnRequest) {
+    write("nowhere.toml", moduleOfNoDevice());
+    const std::pair<const char*, const char*> cases[] = {
+        {"-m dw9786", "accepted"},
+        {"-m dw9786 --fault readlink:errno=EACCES", "not asked"},
+        {"-m dw9786 --fault UPDATE_FIRMWARE:errno=EIO", "refused"},
+        {"-m dw9786 --fault UPDATE_FIRMWARE:errno=ENODEV", "no outcome"},
+        {"-m dw9786 --fault close:errno=EIO", "accepted"},
+        {"-m dw9786 --fault media.DEVICE_INFO:errno=EIO", "not asked"},
+        {"-m nowhere.toml --kernel real --allow-write", "not asked"},
+    };
+    for (const auto& [options, outcome] : cases) {
+        const json report = json::parse(run(std::string("firmware-update --json ") + options).out);
+        EXPECT_EQ(report["updates"][0]["outcome"], outcome) << options;
+    }
+}
+
+TEST_F(Oisctl, WhatADescriptionSaysIsNotCalledTheDevices) {
+    write("nowhere.toml", moduleOfNoDevice());
+    const Outcome dump = run("dump otp -m nowhere.toml --kernel real --dump-folder .");
+    EXPECT_EQ(dump.status, 2);
+    EXPECT_NE(dump.err.find("the module's description"), std::string::npos) << dump.err;
+    run("record --seconds 0.2");
+    const json about = json::parse(readFile(mFolder / "ois_dump_tele_dw9786_status.txt.about.json"));
+    EXPECT_EQ(about["limit_from"], "module description");
+    EXPECT_TRUE(about["firmware_version"].is_number());
 }
 
 // Where a dump stands already, only a new one counts.

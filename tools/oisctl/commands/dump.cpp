@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "base/errors.h"
 #include "base/file_content.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
@@ -47,6 +48,15 @@ void dumpOtp(DriverSession& session) {
         bytesOf(otp));
 }
 
+// The driver has no request that reads the memory: the tool stands in for the 3A layer, with the
+// description's image.
+void requireMemory(const DriverSession& session) {
+    if (!session.onDevice()) return;
+    throw InputError(
+        "dump otp: cannot be read from a real controller: no request asks for it, and what would be shown is "
+        "the image in the module's description");
+}
+
 int run(Options options) {
     const bool otp = options.what == "otp";
     if (!options.folder.empty()) requireFolder(options.folder);
@@ -55,6 +65,7 @@ int run(Options options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
     if (otp) {
         session.requireModule("dump otp", "with OIS", hasOis);
+        requireMemory(session);
     } else {
         session.requireModule("dump flash", "on a sub-device", onSubDevice);
     }

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <cerrno>
 #include <memory>
 
 #include "base/errors.h"
@@ -9,6 +10,7 @@
 #include "controllers/korva/chip.h"
 #include "hub/firmware_image.h"
 #include "hub/sensor_hub.h"
+#include "session/calls.h"
 #include "session/driver_session.h"
 #include "session/register_access.h"
 #include "session/summary.h"
@@ -66,6 +68,7 @@ constexpr Verdict kUpdated{"updated", "updated", true};
 constexpr Verdict kUpToDate{"up to date", "nothing to do: the controller has this version already", true};
 constexpr Verdict kAccepted{"accepted", "the kernel driver took the update", true};
 constexpr Verdict kRefused{"refused", "the kernel driver did not take the update"};
+constexpr Verdict kNotAsked{"not asked", "not asked: no request for an update reached the kernel driver"};
 constexpr Verdict kNotIdle{"not idle", "not updated: controller not idle"};
 constexpr Verdict kControllerError{"controller error", "the controller reported an error after the download"};
 constexpr Verdict kCheckValueRefused{"check value refused",
@@ -152,14 +155,24 @@ Update updateBehindHub(DriverSession& session) {
     return update;
 }
 
+Verdict judgeRequest(const phone::Event& request) {
+    if (wasDelivered(request)) return kAccepted;
+    if (request.error == EBADF && request.fault == nullptr) return kNotAsked;  // no device was open
+    return request.error == ENODEV ? kDeviceLost : kRefused;
+}
+
 Update updateOnSubDevice(DriverSession& session) {
     const double startS = session.nowS();
-    const uint64_t failuresBefore = session.tally().counts().failures;
-    const int32_t result = session.firmwareUpdate();
     Update update;
+    update.outcome = kNotAsked;
+    session.observe([&update](const phone::Event& event) {
+        if (event.kind == phone::EventKind::kSubDevice &&
+            event.code == ois::code(ois::Request::kUpdateFirmware))
+            update.outcome = judgeRequest(event);
+    });
+    session.firmwareUpdate();
+    session.observe(nullptr);
     update.seconds = session.nowS() - startS;
-    const bool accepted = result == 1 && session.tally().counts().failures == failuresBefore;
-    update.outcome = accepted ? kAccepted : session.deviceLost() ? kDeviceLost : kRefused;
     return update;
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <atomic>
 #include <memory>
 
 #include "base/errors.h"
@@ -13,6 +14,7 @@
 #include "session/dump_files.h"
 #include "session/operations.h"
 #include "session/summary.h"
+#include "wire/requests.h"
 
 namespace oisctl {
 
@@ -21,6 +23,8 @@ namespace {
 constexpr double kMicrosPerSecond = 1e6;
 constexpr int32_t kModeOn = 2;
 constexpr int64_t kStepUs = 250'000;  // between two looks at the clock; each costs two changes of thread
+
+constexpr int kFailedRow = 8;  // status requests in a row: more than a moment's trouble
 
 constexpr int64_t kStalledUs = 2'000'000;  // without a row; the longest interval is 255 ms
 
@@ -46,16 +50,43 @@ bool startRecorder(DriverSession& session) {
 
 constexpr const char* kStatusFile = "_status.txt";
 
-// Ends early when the file stops growing: what is asked for then is not recorded, however long it takes.
+// Status requests that were refused since the last one that was not.
+class RefusedRow {
+  public:
+    explicit RefusedRow(DriverSession& session) : mSession(session) {
+        mSession.observe([this](const phone::Event& event) {
+            if (event.kind != phone::EventKind::kSubDevice) return;
+            if (event.code == ois::code(ois::Request::kReadStatus))
+                mCount = event.error == 0 ? 0 : mCount + 1;
+        });
+    }
+    ~RefusedRow() { mSession.observe(nullptr); }
+    RefusedRow(const RefusedRow&) = delete;
+    RefusedRow& operator=(const RefusedRow&) = delete;
+    int count() const { return mCount; }
+
+  private:
+    DriverSession& mSession;
+    std::atomic<int> mCount{0};
+};
+
+// Ends early when nothing is recorded any more, however long it was to take: the controller refuses, or the
+// file stops growing.
 void waitWhileRecording(DriverSession& session, double seconds) {
     const int64_t startUs = session.nowUs();
     const int64_t endUs = startUs + static_cast<int64_t>(seconds * kMicrosPerSecond);
     Progress progress("recording", seconds);
     uintmax_t bytes = 0;
     int64_t grownUs = startUs;
+    const RefusedRow refused(session);
     while (session.nowUs() < endUs && !session.endsEarly()) {
         session.phone().clock().sleepUntilUs(std::min(endUs, session.nowUs() + kStepUs));
         progress.update(static_cast<double>(session.nowUs() - startUs) / kMicrosPerSecond);
+        if (refused.count() >= kFailedRow && !session.endsEarly()) {
+            session.fail(fmt::format("READ_STATUS failed {} times in a row; the recording ended there",
+                                     refused.count()));
+            return;
+        }
         if (const uintmax_t now = dumpedBytes(session, kStatusFile); now > bytes) {
             bytes = now;
             grownUs = session.nowUs();
@@ -77,31 +108,53 @@ Sidecar aboutSession(const DriverSession& session, const Options& options, doubl
                     .seed = settings.seed.value_or(kDefaultSeed),
                     .limitAngle = module.stabiliser.limitAngle,
                     .intervalMs = options.intervalMs,
-                    .firmwareVersion = module.firmwareVersion};
+                    .firmwareVersion = {}};
+    if (!session.onDevice()) sidecar.firmwareVersion = module.firmwareVersion;
     for (const auto& properties : {settings.presets, settings.properties})
         for (const phone::Property& property : properties)
             sidecar.properties.emplace_back(property.key, property.value);
     return sidecar;
 }
 
+// Without one row there is no recording.
+Record nothingRecorded(DriverSession& session, const std::string& why) {
+    if (!session.deviceLost()) session.fail(why);
+    return {{"file", "file", {}, "none"}, {"rows", "rows", 0}};
+}
+
 // Of too few rows nothing is told but their number. The true motion is known of a simulated controller only.
-Record reportOn(DriverSession& session, const std::filesystem::path& file, const Sidecar& sidecar) {
+Record reportOn(DriverSession& session, const Recording& recording, const Sidecar& sidecar) {
     try {
-        const Recording recording = loadRecording(file);
+        const std::string& file = recording.source;
         const auto motion = session.phone().motion().source();
         writeSidecar(recording, sidecar, session.stabiliser() == nullptr ? nullptr : motion);
         if (recording.rows() < kFewestRows) {
             if (!session.deviceLost())
-                session.fail(fmt::format("{}: {} with data", file.string(), rowText(recording.rows())));
-            return {{"file", "file", file.string()}, {"rows", "rows", recording.rows()}};
+                session.fail(fmt::format("{}: {} with data", file, rowText(recording.rows())));
+            return {{"file", "file", file}, {"rows", "rows", recording.rows()}};
         }
         Record report = statsReport(examine(file));
-        report.push_back({"", "plot it with", {}, fmt::format("oisctl plot {}", file.string())});
+        report.push_back({"", "plot it with", {}, fmt::format("oisctl plot {}", file)});
         return report;
     } catch (const std::runtime_error& error) {
         session.fail(error.what());
         return {};
     }
+}
+
+// Keeps what the driver wrote, if it is a recording, and tells of it.
+Record keepAndReport(DriverSession& session, const std::filesystem::path& file, const Options& options,
+                     double modeS) {
+    Recording recording;
+    try {
+        recording = loadRecording(file);
+    } catch (const std::runtime_error& error) {
+        return nothingRecorded(session, error.what());
+    }
+    if (recording.rows() == 0)
+        return nothingRecorded(session, "the driver's status file has no row with data; it is not kept");
+    recording.source = keepFile(file, options.folder).string();
+    return reportOn(session, recording, aboutSession(session, options, modeS));
 }
 
 int run(Options options) {
@@ -127,8 +180,7 @@ int run(Options options) {
     session.close();
     const std::optional<std::filesystem::path> file = dumpFile(session, kStatusFile);
     if (!file) return conclude(session, Record());
-    return conclude(
-        session, reportOn(session, keepFile(*file, options.folder), aboutSession(session, options, modeS)));
+    return conclude(session, keepAndReport(session, *file, options, modeS));
 }
 
 }  // namespace

@@ -25,9 +25,9 @@ struct Sidecar {
     std::vector<std::pair<std::string, std::string>> properties{};
     std::string motion;
     uint64_t seed = 0;
-    std::optional<double> limitAngle;
-    int32_t intervalMs = 0;  // 0: as fast as it went
-    uint32_t firmwareVersion = 0;
+    std::optional<double> limitAngle;           // as the module's description has it
+    int32_t intervalMs = 0;                     // 0: as fast as it went
+    std::optional<uint32_t> firmwareVersion{};  // empty: of a controller that nobody asked
 };
 
 // Writes both files. `source`: the motion that was simulated; null where it was not. Throws JobError.

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "session/calls.h"
+#include "wire/requests.h"
 
 namespace oisctl {
 
@@ -20,12 +21,16 @@ void DeviceLoss::take(const phone::Event& command) {
     if (command.error == ENODEV) {
         mEvidence = command;
     } else if (wasDelivered(command)) {
-        mWorked.insert(command.code);
+        mWasThere = true;
         mRow = 0;
-    } else if (std::ranges::count(kNobodyAnswers, command.error) != 0 && mWorked.contains(command.code)) {
-        if (mRow++ == 0) mFirstOfRow = command;
-        if (mRow == kRowThatTells) mEvidence = mFirstOfRow;
+    } else if (std::ranges::count(kNobodyAnswers, command.error) != 0 && mWasThere) {
+        const bool last = ois::Request{command.code} == ois::Request::kEndSession;
+        if (++mRow >= (last ? kRowToTheEnd : kRowThatTells)) mEvidence = command;
     }
+}
+
+bool saysSo(const phone::Event& evidence) {
+    return evidence.error == ENODEV;
 }
 
 }  // namespace oisctl

@@ -186,7 +186,8 @@ double secondsOf(const phone::Event& event) {
 }
 
 std::string lossText(const Tally::Counts& counts) {
-    return fmt::format("went away at {:.4f} s, after {} commands had got through; the job ended there",
+    return fmt::format("{} at {:.4f} s, after {} commands had got through; the job ended there",
+                       saysSo(*counts.loss) ? "went away" : "does not answer any more, noticed",
                        secondsOf(*counts.loss), grouped(counts.delivered));
 }
 
