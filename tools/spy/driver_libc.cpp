@@ -160,7 +160,7 @@ int createWorker(pthread_t* thread, const pthread_attr_t* attributes, Start* sta
     const int error = gThreadCreate(thread, attributes, run, worker.get());
     ThreadLine line("thread", "pthread_create");
     if (error == 0) {
-        worker.release();
+        static_cast<void>(worker.release());  // run deletes it
         gThreads.add(keyOf(*thread), number);
         line.open("fields").number("thread", number).close();
     }

@@ -51,7 +51,7 @@ void numberThreads(TraceFile& trace) {
 }
 
 std::string pendingLines(const fs::path& path) {
-    const std::string lines = linesIn(pendingFile(path));
+    std::string lines = linesIn(pendingFile(path));
     // A process that is killed between writing them and forgetting them leaves them twice.
     std::ifstream trace(path, std::ios::binary | std::ios::ate);
     const auto length = static_cast<std::streamoff>(lines.size());

@@ -100,6 +100,7 @@ Record report(const Subject& subject, bool realKernel, const std::vector<Result>
 
 std::vector<JunitCase> junitCases(const std::vector<Result>& results) {
     std::vector<JunitCase> cases;
+    cases.reserve(results.size());
     for (const Result& result : results)
         cases.push_back({std::string(result.group), result.name, shown(result.finding.verdict).outcome,
                          sentence(result.finding)});

@@ -42,9 +42,7 @@ int run(const Options& options) {
     const Replay replayed = replay(trace, options.polled);
     const bool same = isEqual(replayed.compared) && !replayed.unanswered;
     const auto names = [](const std::set<phone::EventKind>& kinds) {
-        std::vector<std::string> all;
-        for (const phone::EventKind kind : kinds) all.emplace_back(phone::name(kind));
-        return all;
+        return namesIn(kinds, [](phone::EventKind kind) { return std::string(phone::name(kind)); });
     };
     const std::vector<std::string> notRecorded = names(replayed.notRecorded);
     Record report{{"same", "the driver", same,

@@ -38,8 +38,10 @@ std::vector<Check> requestChecks() {
     }
     // The request that reads gains stands before the one that writes them, and the last one of a session at
     // the end.
-    std::ranges::stable_partition(checks, [](const Check& check) { return check.needs.empty(); });
-    std::ranges::stable_partition(checks, [](const Check& check) { return check.name != "END_SESSION"; });
+    std::stable_partition(checks.begin(), checks.end(),
+                          [](const Check& check) { return check.needs.empty(); });
+    std::stable_partition(checks.begin(), checks.end(),
+                          [](const Check& check) { return check.name != "END_SESSION"; });
     return checks;
 }
 
