@@ -160,7 +160,7 @@ TEST_F(Compliance, ADeviceThatGoesAwayFailsOnceAndTheRestIsNotAsked) {
 
 TEST_F(Oisctl, AComplianceRunThatIsInterruptedLeavesTheLensAtRest) {
     const std::vector<json> events =
-        trace("compliance --real-time", "timeout --foreground --preserve-status -s INT 0.4");
+        trace("compliance --real-time", "timeout --foreground --preserve-status -s INT " OISCTL_INTERRUPT_S);
     std::vector<std::string> asked;
     for (const json& event : events)
         if (event.value("kind", "") == "sub-device") asked.push_back(event["name"]);

@@ -53,7 +53,7 @@ TEST_F(Oisctl, ATourThatWritesNoGainNoticesOneThatChanged) {
 
 // However a command goes about it, the last that the controller hears is mode 0, and no fix mode before it.
 TEST_F(Oisctl, ASubDeviceIsLeftWithStabilisationOffAndNoTargetHeld) {
-    const std::string interrupt = "timeout --foreground --preserve-status -s INT 0.4";
+    const std::string interrupt = "timeout --foreground --preserve-status -s INT " OISCTL_INTERRUPT_S;
     const std::pair<const char*, std::string> cases[] = {
         {"mode 2", ""},
         {"op on", ""},

@@ -21,7 +21,7 @@ int afterOutput(int status) {
         if (status == oisctl::kSuccess) status = oisctl::kJobFailed;
     }
     const int signal = oisctl::endingSignal();
-    return status == oisctl::kSuccess && signal != 0 ? kSignalBase + signal : status;
+    return signal != 0 ? kSignalBase + signal : status;
 }
 
 }  // namespace

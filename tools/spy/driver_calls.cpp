@@ -253,6 +253,7 @@ int32_t spySetActOis(OISDrv* driver, ois_act_parameters params) {
 // The argument is the address of a record, or 0.
 SPY_MEMBER(int32_t, SetAccParam, "11SetAccParamEl", OISDrv*, long)
 int32_t spySetAccParam(OISDrv* driver, long address) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is what the operation takes.
     const auto* const focus = reinterpret_cast<const ois_focus_params*>(address);
     Argument shown{"distance_mm", int64_t{focus == nullptr ? 0 : focus->distance}};
     if (focus != nullptr && focus->useFocus != 0) shown = {"focus_diopter", focus->focusDiopter};

@@ -26,7 +26,7 @@ constexpr const char* kPendingSuffix = ".pending";
 constexpr int kTraceFormat = 1;  // the one that the reader of traces knows
 constexpr size_t kPathSize = PATH_MAX;
 constexpr size_t kNumbersSize = 32;  // of a process, and of its programs
-constexpr size_t kPendingSize = 64 * 1024;
+constexpr size_t kPendingSize = size_t{64} * 1024;
 constexpr mode_t kFileMode = 0644;
 constexpr int64_t kNsPerUs = 1000;
 static_assert(sizeof(long) == 8, "system calls take their offsets in one word");

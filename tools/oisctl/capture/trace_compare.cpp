@@ -113,12 +113,16 @@ std::string_view nextToken(std::string_view text) {
     return text.substr(0, static_cast<size_t>(end - text.begin()));
 }
 
-// The detector's messages end with a number whose format does not fit it: what is shown is whatever stood in
-// a register.
+// Some messages end with a number whose format does not fit it: what is shown is whatever stood in a
+// register.
 std::string_view defined(std::string_view text) {
-    constexpr std::string_view kSender = "[DetectActutorDefect]";
-    constexpr std::string_view kUndefined = "error_y (";
-    return text.starts_with(kSender) ? text.substr(0, text.rfind(kUndefined)) : text;
+    constexpr std::pair<std::string_view, std::string_view> kUndefinedBehind[] = {
+        {"[DetectActutorDefect]", "error_y ("}, {"[GetSensorData] <", ","}};
+    for (const auto& [sender, mark] : kUndefinedBehind) {
+        const std::string_view untilMark = text.substr(0, text.rfind(",>"));
+        if (text.starts_with(sender)) return untilMark.substr(0, untilMark.rfind(mark));
+    }
+    return text;
 }
 
 bool sameMessage(std::string_view a, std::string_view b, const StandIns& standIns) {

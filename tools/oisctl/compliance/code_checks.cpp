@@ -53,7 +53,7 @@ Finding otherSizes(Examination& examination) {
             for (const uint32_t step : {uint32_t{0} - 1, uint32_t{1}}) {
                 const uint32_t code = _IOC(_IOC_DIR(request.code), ois::kRequestType, _IOC_NR(request.code),
                                            (_IOC_SIZE(request.code) + step) & _IOC_SIZEMASK);
-                const std::string seen = askUnknown(examination, device, request, code);
+                std::string seen = askUnknown(examination, device, request, code);
                 if (!seen.empty()) return seen;
             }
             return "";
@@ -67,7 +67,7 @@ Finding otherDirections(Examination& examination) {
                 const uint32_t code =
                     _IOC(direction, ois::kRequestType, _IOC_NR(request.code), _IOC_SIZE(request.code));
                 if (code == request.code) continue;
-                const std::string seen = askUnknown(examination, device, request, code);
+                std::string seen = askUnknown(examination, device, request, code);
                 if (!seen.empty()) return seen;
             }
             return "";

@@ -113,6 +113,7 @@ Finding readersAtOnce(Examination& examination) {
             std::make_unique<Reader>(examination, Reader::kMark + static_cast<int32_t>(i), hall));
     {
         std::vector<std::jthread> threads;
+        threads.reserve(readers.size());
         for (const auto& reader : readers) threads.emplace_back([&reader] { reader->run(); });
     }
     for (const auto& reader : readers)

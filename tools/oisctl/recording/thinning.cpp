@@ -67,12 +67,12 @@ std::vector<RowRange> joined(const std::vector<RowRange>& segments, const std::v
 
 }  // namespace
 
-void appendThinned(std::string& text, const std::vector<double>& timeS, const std::vector<RowRange>& all,
+void appendThinned(std::string& text, const std::vector<double>& timeS, const std::vector<RowRange>& segments,
                    RowRange rows, const std::vector<const Samples*>& series, size_t columns) {
     const double startS = timeS[rows.begin];
     const double columnS = (timeS[rows.end - 1] - startS) / static_cast<double>(columns);
     const auto columnOf = [&](size_t row) { return std::floor((timeS[row] - startS) / columnS); };
-    for (const RowRange& segment : joined(all, timeS, columnS)) {
+    for (const RowRange& segment : joined(segments, timeS, columnS)) {
         const size_t end = std::min(segment.end, rows.end);
         for (size_t begin = std::max(segment.begin, rows.begin), next = begin; begin < end; begin = next) {
             const double column = columnOf(begin);
