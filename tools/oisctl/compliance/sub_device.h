@@ -67,7 +67,7 @@ constexpr bool isGuard(std::byte byte) {
 template <typename Record>
 std::vector<std::byte> bytesOf(const Record& record) {
     const auto* const begin = reinterpret_cast<const std::byte*>(&record);
-    return {begin, begin + sizeof(Record)};
+    return {begin, begin + sizeof(Record)};  // NOLINT(bugprone-sizeof-expression): an address is a record too
 }
 
 // "0", "EFAULT": a result as the checks tell it.
