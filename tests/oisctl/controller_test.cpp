@@ -68,7 +68,7 @@ TEST_F(Oisctl, ASubDeviceIsLeftWithStabilisationOffAndNoTargetHeld) {
     };
     for (const auto& [command, before] : cases) {
         SCOPED_TRACE(command);
-        int64_t mode = -1;
+        int64_t mode = 0;  // as it is before anything was sent
         int64_t held = 0;
         for (const json& event : trace(std::string(command) + " -m dw9786", before)) {
             if (event.value("name", "") == "SET_MODE") mode = event["fields"]["mode"];
