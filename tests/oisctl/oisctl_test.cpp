@@ -69,6 +69,7 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
         {"compliance -m korvas4sw-hub", "these are: korvas4sw-subdev"},
         {"compliance --node /dev/v4l-subdev10", "goes with --kernel real"},
         {"probe --fault lens.stuck-x", "simulated lens"},
+        {"session --kernel real -m dw9786 --fault request.GET_HALL:moves=+8", "the simulated kernel copies"},
         {"session --kernel real -m dw9786 --fault hub:errno=EIO", "strikes at the sensor hub"},
         {"compliance --junit no/such/folder", "--junit no/such/folder"},
         {"scenarios bad_scenario.toml", "did you mean 'zoom_ratio'"},

@@ -75,6 +75,8 @@ void requireMeaning(const phone::Fault& fault, const Settings& settings, const M
     }
     if (!isRealLens(settings, module)) return;
     if (fault.point == phone::FaultPoint::kLens) refuse(option, "is a defect of the simulated lens", module);
+    if (fault.effect.kind == phone::FaultEffect::Kind::kMoves)
+        refuse(option, "is how much the simulated kernel copies", module);
     if (fault.point == phone::FaultPoint::kHubCommand) refuse(option, "strikes at the sensor hub", module);
 }
 
