@@ -159,8 +159,7 @@ TEST_F(Compliance, ADeviceThatGoesAwayFailsOnceAndTheRestIsNotAsked) {
 }
 
 TEST_F(Oisctl, AComplianceRunThatIsInterruptedLeavesTheLensAtRest) {
-    const std::vector<json> events =
-        trace("compliance --real-time", "timeout --foreground --preserve-status -s INT " OISCTL_INTERRUPT_S);
+    const std::vector<json> events = trace("compliance --real-time", interruptedAt("SET_FIX_MODE"));
     std::vector<std::string> asked;
     for (const json& event : events)
         if (event.value("kind", "") == "sub-device") asked.push_back(event["name"]);

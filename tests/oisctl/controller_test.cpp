@@ -53,7 +53,6 @@ TEST_F(Oisctl, ATourThatWritesNoGainNoticesOneThatChanged) {
 
 // However a command goes about it, the last that the controller hears is mode 0, and no fix mode before it.
 TEST_F(Oisctl, ASubDeviceIsLeftWithStabilisationOffAndNoTargetHeld) {
-    const std::string interrupt = "timeout --foreground --preserve-status -s INT " OISCTL_INTERRUPT_S;
     const std::pair<const char*, std::string> cases[] = {
         {"mode 2", ""},
         {"op on", ""},
@@ -63,8 +62,8 @@ TEST_F(Oisctl, ASubDeviceIsLeftWithStabilisationOffAndNoTargetHeld) {
         {"session --hold 0 --operations on", ""},
         {"session --hold 0 --operations detect-defect", ""},
         {"session --scenario fix-mode", ""},
-        {"session --modes 2 --hold 60 --real-time", interrupt},
-        {"session --scenario fix-mode --set targetx=100 --real-time", interrupt},
+        {"session --modes 2 --hold 60 --real-time", interruptedAt("SET_MODE")},
+        {"session --scenario fix-mode --set targetx=100 --real-time", interruptedAt("SET_FIX_MODE")},
     };
     for (const auto& [command, before] : cases) {
         SCOPED_TRACE(command);

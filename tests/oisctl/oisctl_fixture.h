@@ -72,6 +72,13 @@ class Oisctl : public testing::Test {
         for (std::string line; std::getline(file, line);) events.push_back(json::parse(line));
         return events;
     }
+    // To be put before a command: ends it by a signal when its trace shows this.
+    static std::string interruptedAt(const std::string& seen) {
+        return R"(sh -c 'seen=$1; shift; "$@" & )"
+               R"(until grep -qs "$seen" trace.jsonl || ! kill -0 $! 2>/dev/null; do sleep 0.02; done; )"
+               R"(kill -TERM $! && wait $!' sh )" +
+               seen;
+    }
     // A sub-device module whose lens no machine has, for --kernel real.
     std::string moduleOfNoDevice() const {
         return std::regex_replace(run("modules dw9786 --toml").out, std::regex("driverName = .*"),
