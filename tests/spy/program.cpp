@@ -116,6 +116,7 @@ void interrupted(int) {
     errno = kept;
 }
 void signals() {
+    null();  // opened by no handler
     std::signal(SIGALRM, interrupted);
     const itimerval often{{0, 50}, {0, 50}};
     setitimer(ITIMER_REAL, &often, nullptr);

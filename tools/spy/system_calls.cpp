@@ -38,6 +38,20 @@ constinit Next<ssize_t(const char*, char*, size_t, size_t)> gReadlinkChecked("__
 constinit Next<ssize_t(int, const char*, char*, size_t)> gReadlinkAt("readlinkat");
 constinit Next<ssize_t(int, const char*, char*, size_t, size_t)> gReadlinkAtChecked("__readlinkat_chk");
 
+// A signal handler, or a child of fork, may call these, but not search for them.
+[[gnu::constructor]] void findAll() {
+    gOpen.get();
+    gOpenChecked.get();
+    gOpenAt.get();
+    gOpenAtChecked.get();
+    gClose.get();
+    gIoctl.get();
+    gReadlink.get();
+    gReadlinkChecked.get();
+    gReadlinkAt.get();
+    gReadlinkAtChecked.get();
+}
+
 // --- Requests.
 
 // What kind of event a request is; null for those of no interest.
