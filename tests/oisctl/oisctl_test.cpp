@@ -165,6 +165,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
         {"compare", {"compare a.jsonl b.jsonl"}},
         {"replay", {"replay changed.jsonl", "replay c.jsonl"}},
+        {"timeline", {"timeline c.jsonl", "timeline zoom-active-ois -m dw9786"}},
         {"probe", {"probe --kernel simulated"}},
         {"compliance", {"compliance --fault READ_STATUS:garbage=00"}},
         {"calibrate", {"calibrate"}},

@@ -85,6 +85,13 @@ size_t columnsOf(std::string_view text) {
     return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins));
 }
 
+std::string shortened(std::string text) {
+    constexpr size_t kLongestLine = 180;
+    if (text.size() <= kLongestLine) return text;
+    text.resize(kLongestLine);
+    return text + " ...";
+}
+
 Progress::Progress(std::string label, double total) : mLabel(std::move(label)), mTotal(total) {}
 
 Progress::~Progress() {

@@ -18,6 +18,9 @@ void printLine(std::string_view text = {});
 // One line to standard error, for remarks that are not the result.
 void printRemark(std::string_view text);
 
+// What fits about a line; what is left out is said by an ellipsis.
+std::string shortened(std::string text);
+
 // How many columns a text takes on the terminal.
 size_t columnsOf(std::string_view text);
 

@@ -14,6 +14,7 @@ const std::vector<CommandEntry>& commands() {
         {"Sessions", "compare", "Hold two traces beside each other and say where they part", describeCompare},
         {"Sessions", "replay", "Call and answer the driver as a trace has it, and say where it differs",
          describeReplay},
+        {"Sessions", "timeline", "Show what was sent, why, and what was held back", describeTimeline},
         {"Controller", "probe", "Show which lens the driver finds here, and ask it what harms nothing",
          describeProbe},
         {"Controller", "compliance", "Check a kernel driver's private requests, one line a check",

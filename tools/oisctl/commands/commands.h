@@ -12,6 +12,7 @@ Command describeDecode();
 Command describeSpy();
 Command describeCompare();
 Command describeReplay();
+Command describeTimeline();
 Command describeProbe();
 Command describeCompliance();
 Command describeCalibrate();

@@ -132,12 +132,6 @@ class Tour {
     Summary mSummary;
 };
 
-Settings withScenario(Settings settings, const Scenario& scenario) {
-    settings.presets = scenario.properties;
-    settings.faults.insert(settings.faults.begin(), scenario.faults.begin(), scenario.faults.end());
-    return settings;
-}
-
 // Nothing that the user names is left out in silence.
 void requireMayRun(const DriverSession& session, const std::string& option, const std::set<int32_t>& wanted) {
     for (const int32_t operation : wanted)

@@ -148,6 +148,12 @@ class Player {
 
 }  // namespace
 
+Settings withScenario(Settings settings, const Scenario& scenario) {
+    settings.presets = scenario.properties;
+    settings.faults.insert(settings.faults.begin(), scenario.faults.begin(), scenario.faults.end());
+    return settings;
+}
+
 Summary runScenario(DriverSession& session, const Scenario& scenario) {
     return Player(session, scenario).play();
 }

@@ -24,6 +24,7 @@
 #include "session/chosen_module.h"
 #include "session/dump_files.h"
 #include "session/operations.h"
+#include "session/request_fields.h"
 #include "wire/commands.h"
 
 namespace oisctl {
@@ -48,27 +49,6 @@ phone::PhoneOptions phoneOptions(const Settings& settings) {
 template <typename T>
 T shared(T& field) {
     return std::atomic_ref<T>(field).load();
-}
-
-// What a request asks for, as far as it is not as usual.
-std::vector<phone::Field> fieldsOf(const ois_params& params) {
-    std::vector<phone::Field> fields;
-    const auto add = [&fields](const char* name, int64_t value, int64_t usual = 0) {
-        if (value != usual) fields.push_back({name, value});
-    };
-    add("ois_mode_from_tag", params.ois_mode_from_tag);
-    add("video_mode", params.video_mode);
-    add("engineer_mode", params.engineer_mode);
-    add("engineer_operation", params.engineer_operation, -1);
-    add("act_scene", params.act_scene);
-    fields.push_back({"zoom_ratio", double{params.zoom_ratio}});
-    add("zoom_scale_en", params.zoom_scale_en);
-    add("extra_param", params.extra_param);
-    add("scenario", params.scenario);
-    add("capture_en", params.capture_en);
-    add("capture_value", params.capture_value);
-    add("scenario_flag", params.scenario_flag);
-    return fields;
 }
 
 Settings withRealTime(Settings settings) {

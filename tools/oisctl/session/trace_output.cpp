@@ -18,7 +18,6 @@ namespace {
 
 constexpr double kMicro = 1e-6;
 constexpr size_t kTimeColumns = 10;
-constexpr size_t kLongestLine = 180;
 
 std::string timeColumn(int64_t timeUs) {
     return styled(Style::kDim, fmt::format("{:{}.4f} s", static_cast<double>(timeUs) * kMicro, kTimeColumns));
@@ -117,11 +116,7 @@ void TraceOutput::printCommand(const Event& event) {
     }
     endRepeats();
     mLast = event;
-    std::string text = toText(event, false);
-    if (text.size() > kLongestLine) {
-        text.resize(kLongestLine);
-        text += " ... (whole with --trace)";
-    }
+    const std::string text = shortened(toText(event, false));
     printLine(timeColumn(event.timeUs) + "    " + styled(failed(event) ? Style::kBad : Style::kPlain, text));
 }
 
