@@ -77,6 +77,27 @@ TEST_F(Replay, OneChangedByteIsFoundAndNamed) {
     }
 }
 
+TEST_F(Replay, WhatTheProgramDoesBesideIsNoneOfTheDriversAffair) {
+    run("session -m dw9786 --trace=run.jsonl");
+    const std::string trace = readFile(mFolder / "run.jsonl");
+    const size_t first = trace.find('\n') + 1;
+    const std::string foreign =
+        R"({"time_us":0,"thread":9,"kind":"file","name":"open","fields":{"path":"/dev/media0"},"result":4})";
+    write("beside.jsonl", trace.substr(0, first) + foreign + '\n' + trace.substr(first));
+    EXPECT_EQ(run("replay beside.jsonl").status, 0);
+    // Calls of two threads, one after the other, and at the same time.
+    write("two.jsonl", changed(trace, R"("name":"SetOperation")", R"("thread":0)", R"("thread":9)"));
+    EXPECT_EQ(run("replay two.jsonl").status, 0);
+    const std::string call = R"({"time_us":0,"thread":9,"kind":"call","name":"SetFixMode","fields":{}})";
+    const size_t second = trace.find('\n', first) + 1;
+    write("meanwhile.jsonl", trace.substr(0, second) + call + '\n' + trace.substr(second));
+    const Outcome meanwhile = run("replay meanwhile.jsonl");
+    EXPECT_EQ(meanwhile.status, 2);
+    EXPECT_NE(meanwhile.err.find("meanwhile.jsonl:3: a call begins while another thread's, of line 2"),
+              std::string::npos)
+        << meanwhile.err;
+}
+
 TEST_F(Replay, PollsMayBeAsManyAsTimeAllows) {
     run("record --seconds 1 --trace=run.jsonl");
     EXPECT_EQ(run("replay run.jsonl --polled READ_STATUS").status, 0);

@@ -136,6 +136,10 @@ TEST_F(Spy, GoesOnWhenEveryDescriptorIsClosed) {
 TEST_F(Spy, AKilledProgramsTraceIsWhole) {
     EXPECT_EQ(spied("killed").status, 128 + SIGKILL);
     EXPECT_EQ(modes(trace()), upTo(kMany));
+    // As if it had been killed while it wrote them.
+    const std::string pending = oisctl::pendingLines(mFolder / "t.jsonl");
+    std::ofstream(mFolder / "t.jsonl", std::ios::app) << pending.substr(0, pending.size() / 2);
+    EXPECT_EQ(modes(trace()), upTo(kMany));
     oisctl::appendPendingLines(mFolder / "t.jsonl");
     EXPECT_EQ(modes(trace()), upTo(kMany));
 }
@@ -148,6 +152,7 @@ TEST_F(Spy, ALimitEndsTheTraceAndNotTheProgram) {
     EXPECT_EQ(recorded, upTo(static_cast<uint32_t>(recorded.size())));
     EXPECT_GT(recorded.size(), 1000U);
     EXPECT_FALSE(fs::exists(mFolder / "t.jsonl.pending"));
+    EXPECT_TRUE(oisctl::endsEarly(mFolder / "t.jsonl"));
 }
 
 TEST_F(Spy, WithoutAPlaceForItNothingIsRecordedAndNothingElseChanges) {
@@ -178,6 +183,8 @@ TEST_F(Spy, SeesOfTheDriverWhatTheSimulatedPhoneSees) {
         "session -m dw9786 --fault open:errno=EACCES",
         "session -m dw9786 --fault SET_MODE@2:errno=EIO --fault thread@1:errno=EAGAIN",
         "session -m korvas4sw-hub --fault sensor-provider:fail",
+        "session --sensor 3",
+        "registers --seconds 0.1",
         "samples",
         "dump otp",
         "detect-defect"};
@@ -199,6 +206,8 @@ TEST_F(Spy, SeesOfTheDriverWhatTheSimulatedPhoneSees) {
         }
         EXPECT_TRUE(compared.commands.empty());
         EXPECT_GT(compared.compared, 5U);
+        const Outcome replayed = run(OISCTL_COMMAND " replay s.jsonl");
+        EXPECT_EQ(replayed.status, 0) << replayed.out;
     }
 }
 

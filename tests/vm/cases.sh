@@ -4,6 +4,13 @@ LENS=/sys/kernel/debug/ois_virtual/dw9786-4-0069
 
 # For the lines.
 tool() { oisctl "$@" --kernel real; }
+# spied COMMAND...: the same in front of the capture library; its trace is spy.jsonl.
+spied() {
+    rm -f spy.jsonl*
+    oisctl spy -o spy.jsonl -- oisctl "$@" --kernel real
+}
+# changed: one byte of what spy.jsonl says was sent, in changed.jsonl.
+changed() { sed 's/"sent":"02000000"/"sent":"03000000"/' spy.jsonl >changed.jsonl; }
 knob() { echo "$*" >$LENS/knobs; }
 # follow YES: whether READ_FLASH fills the buffer that its record points to.
 follow() { echo "$1" >/sys/module/ois_virtual/parameters/flash_follow_pointer; }

@@ -1,6 +1,7 @@
 // The public calls of the driver's library, as a program makes them. The library calls its own members by the
 // same names; what it calls, or runs on a thread of its own, is no call of the program.
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -95,6 +96,11 @@ struct Buffer {
     }
 };
 
+// Of a command: what goes out, and what comes back, which is all of it where it comes to the same place.
+Buffer answerTo(const void* in, const void* out, int32_t inLength, int32_t outLength) {
+    return {out, in == out ? std::max(inLength, outLength) : outLength};
+}
+
 struct Nothing {
     static std::span<const uint8_t> bytes() { return {}; }
 };
@@ -104,13 +110,10 @@ struct Nothing {
 template <typename Described>
 Line<kLineSize> callLine(const char* name, const OISDrv* driver, const Described& described) {
     Line<kLineSize> line("call", name);
-    for (size_t sensor = 1; sensor < kSensors; ++sensor)
-        if (gDrivers[sensor].load(std::memory_order_relaxed) == driver) line.number("sensor", sensor);
-    if constexpr (std::is_same_v<Described, Arguments>) {
-        if (described.size() == 0) return line;
-    }
     line.open("fields");
     describe(line, described);
+    for (size_t sensor = 1; sensor < kSensors; ++sensor)
+        if (gDrivers[sensor].load(std::memory_order_relaxed) == driver) line.number("sensor", sensor);
     line.close();
     return line;
 }
@@ -271,28 +274,28 @@ SPY_MEMBER(int32_t, ConfigOisTransfer, "17ConfigOisTransferEjiPvS0_ii", OISDrv*,
            void*, int32_t, int32_t)
 int32_t spyConfigOisTransfer(OISDrv* driver, uint32_t request, int32_t command, void* in, void* out,
                              int32_t inLength, int32_t outLength) {
-    return call("ConfigOisTransfer", driver, Arguments{{"request", int64_t{request}}, {"command", command}},
-                Buffer{in, inLength}, Buffer{out, outLength},
+    return call("ConfigOisTransfer", driver,
+                Arguments{{"request", int64_t{request}},
+                          {"command", int64_t{command}},
+                          {"output_length", int64_t{outLength}},
+                          {"in_place", int64_t{in == out}}},
+                Buffer{in, inLength}, answerTo(in, out, inLength, outLength),
                 [=] { return gConfigOisTransfer(driver, request, command, in, out, inLength, outLength); });
 }
 
-SPY_MEMBER(int32_t, CustomCmdPackage, "16CustomCmdPackageEiPvS0_ii", OISDrv*, int32_t, void*, void*, int32_t,
-           int32_t)
-int32_t spyCustomCmdPackage(OISDrv* driver, int32_t command, void* in, void* out, int32_t inLength,
-                            int32_t outLength) {
-    return call("CustomCmdPackage", driver, Arguments{{"command", command}}, Buffer{in, inLength},
-                Buffer{out, outLength},
-                [=] { return gCustomCmdPackage(driver, command, in, out, inLength, outLength); });
-}
-
-SPY_MEMBER(int32_t, KorvaCmdParse, "13KorvaCmdParseEiPvS0_ii", OISDrv*, int32_t, void*, void*, int32_t,
-           int32_t)
-int32_t spyKorvaCmdParse(OISDrv* driver, int32_t command, void* in, void* out, int32_t inLength,
-                         int32_t outLength) {
-    return call("KorvaCmdParse", driver, Arguments{{"command", command}}, Buffer{in, inLength},
-                Buffer{out, outLength},
-                [=] { return gKorvaCmdParse(driver, command, in, out, inLength, outLength); });
-}
+#define SPY_TRANSFER(Name, symbol)                                                            \
+    SPY_MEMBER(int32_t, Name, symbol, OISDrv*, int32_t, void*, void*, int32_t, int32_t)       \
+    int32_t spy##Name(OISDrv* driver, int32_t command, void* in, void* out, int32_t inLength, \
+                      int32_t outLength) {                                                    \
+        return call(#Name, driver,                                                            \
+                    Arguments{{"command", int64_t{command}},                                  \
+                              {"output_length", int64_t{outLength}},                          \
+                              {"in_place", int64_t{in == out}}},                              \
+                    Buffer{in, inLength}, answerTo(in, out, inLength, outLength),             \
+                    [=] { return g##Name(driver, command, in, out, inLength, outLength); });  \
+    }
+SPY_TRANSFER(CustomCmdPackage, "16CustomCmdPackageEiPvS0_ii")
+SPY_TRANSFER(KorvaCmdParse, "13KorvaCmdParseEiPvS0_ii")
 
 SPY_MEMBER(int32_t, GetV4l2MediaDevice, "18GetV4l2MediaDeviceEPKc", OISDrv*, const char*)
 int32_t spyGetV4l2MediaDevice(OISDrv* driver, const char* name) {

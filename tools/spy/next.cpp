@@ -40,8 +40,15 @@ void* findAmongLoaded(const char* symbol) {
 }  // namespace
 
 void* findNext(const char* symbol) {
-    void* const found = dlsym(RTLD_NEXT, symbol);
-    return found != nullptr ? found : findAmongLoaded(symbol);
+    void* const next = dlsym(RTLD_NEXT, symbol);
+    void* const found = next != nullptr ? next : findAmongLoaded(symbol);
+    // What is called from here stays where it is, whatever the program unloads.
+    Dl_info where{};
+    if (found != nullptr && dladdr(found, &where) != 0) {
+        void* const library = dlopen(where.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+        if (library != nullptr) dlclose(library);
+    }
+    return found;
 }
 
 }  // namespace spy

@@ -96,11 +96,10 @@ void openFlags(Text<Size>& text, int flags) {
     if (rest != 0) text.raw("|0x").raw({digits.begin(), digitsEnd});
 }
 
-// What was opened, or could not be. A path that the kernel could not read is none.
+// What was opened, or could not be. A path that the kernel did not look at may be none.
 int noteOpen(const char* pathOrNull, int flags, int fd) {
     const int error = errno;
-    if (fd < 0 && error == EFAULT) return fd;
-    const std::string_view path(pathOrNull);
+    const std::string_view path = fd >= 0 ? pathOrNull : readableText(pathOrNull);
     if (fd >= 0) noteOpened(fd, path);
     if (isDevice(path) && wanted()) {
         Text<64> shown;
@@ -113,11 +112,11 @@ int noteOpen(const char* pathOrNull, int flags, int fd) {
     return fd;
 }
 
-ssize_t noteReadlink(const char* path, const char* buffer, ssize_t length) {
+ssize_t noteReadlink(const char* pathOrNull, const char* buffer, ssize_t length) {
     constexpr std::string_view kDevicesByNumber = "/sys/dev/char/";
+    const std::string_view path = length >= 0 ? pathOrNull : readableText(pathOrNull);
     const int error = errno;
-    if ((length < 0 && error == EFAULT) || !std::string_view(path).starts_with(kDevicesByNumber))
-        return length;
+    if (!path.starts_with(kDevicesByNumber)) return length;
     if (wanted()) {
         Line<kFileLine> line("file", "readlink");
         line.open("fields").text("path", path).close();
@@ -189,6 +188,7 @@ SPY_EXPORT int spyOpenAt64Checked(int folder, const char* path, int flags) __asm
 SPY_EXPORT int spyClose(int fd) __asm__("close");
 int spyClose(int fd) {
     const std::string_view path = devicePath(fd);
+    if (!path.empty() && inVforkChild()) return gClose(fd);  // the parent's stays open
     if (path.empty() || !wanted()) {
         forget(fd);
         return gClose(fd);

@@ -23,7 +23,8 @@ namespace {
 
 constexpr const char* kPathVariable = "OIS_SPY_TRACE";
 constexpr const char* kPendingSuffix = ".pending";
-constexpr int kTraceFormat = 1;  // the one that the reader of traces knows
+constexpr const char* kCutSuffix = ".cut";  // an empty file: what is in the trace is not all
+constexpr int kTraceFormat = 1;             // the one that the reader of traces knows
 constexpr size_t kPathSize = PATH_MAX;
 constexpr size_t kNumbersSize = 32;  // of a process, and of its programs
 constexpr size_t kPendingSize = size_t{64} * 1024;
@@ -36,6 +37,7 @@ static_assert(sizeof(long) == 8, "system calls take their offsets in one word");
 struct State {
     pthread_mutex_t mutex;
     std::atomic<bool> ended;     // no more events are taken
+    std::atomic<bool> stuck;     // somebody keeps the mutex
     std::atomic<uint64_t> lost;  // events since the last line
     pid_t process;               // 0: nothing was recorded yet
     uint64_t sequence;
@@ -115,6 +117,10 @@ void removePending(State& state) {
 void end(State& state, int fd, std::string_view partlyWritten) {
     state.ended = true;
     removePending(state);
+    std::array<char, kPathSize + 2 * kNumbersSize> mark;
+    std::snprintf(mark.data(), mark.size(), "%s%s", state.path.data(), kCutSuffix);
+    const int made = openFile(mark.data(), O_WRONLY | O_CREAT);
+    if (made >= 0) closeFile(made);
     const size_t newline = partlyWritten.rfind('\n');
     const off_t whole = newline == std::string_view::npos ? std::min(state.lineBeginInFile, state.written)
                                                           : state.written + static_cast<off_t>(newline) + 1;
@@ -282,6 +288,7 @@ class Inside {
     Inside() {
         tThread.inside = true;
         mLocked = pthread_mutex_trylock(&gState->mutex) == 0 || waitForLock();
+        if (mLocked && gState->stuck.load(std::memory_order_relaxed)) gState->stuck = false;
         if (mLocked && gState->process == 0) begin(*gState);
     }
     ~Inside() {
@@ -294,12 +301,16 @@ class Inside {
     bool mayWrite() const { return mLocked && !gState->ended; }
 
   private:
+    // Once in vain is enough: the program is not to wait again.
     static bool waitForLock() {
         constexpr int kLimitS = 1;
+        if (gState->stuck) return false;
         timespec limit{};
         clock_gettime(CLOCK_REALTIME, &limit);
         limit.tv_sec += kLimitS;
-        return pthread_mutex_timedlock(&gState->mutex, &limit) == 0;
+        const bool locked = pthread_mutex_timedlock(&gState->mutex, &limit) == 0;
+        gState->stuck = !locked;
+        return locked;
     }
 
     bool mLocked = false;
@@ -394,6 +405,10 @@ void record(std::string_view members, std::span<const uint8_t> sent, std::span<c
     if (!inside.mayWrite()) return noteLost();
     putLost(*gState);
     putEvent(*gState, members, sent, received);
+}
+
+bool inVforkChild() {
+    return gState != nullptr && gState->process != 0 && gState->process != getpid();
 }
 
 uint32_t threadNumber() {

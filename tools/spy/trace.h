@@ -26,6 +26,9 @@ void record(std::string_view members, std::span<const uint8_t> sent, std::span<c
 // Notes that an event was lost.
 void noteLost();
 
+// Whether this is a child of vfork, which shares its parent's memory until it becomes another program.
+bool inVforkChild();
+
 // The calling thread's number in the trace. A thread that it is about to start gets the next, and says itself
 // that it is the one. 0 where nothing is recorded.
 uint32_t threadNumber();

@@ -39,6 +39,17 @@ bool readable(const void* address, size_t size, const void* stack) {
     return all;
 }
 
+std::string_view readableText(const char* address) {
+    size_t length = 0;
+    while (readable(address + length, 1, nullptr)) {
+        const size_t rest = kSmallestPage - reinterpret_cast<uintptr_t>(address + length) % kSmallestPage;
+        const size_t more = strnlen(address + length, rest);
+        length += more;
+        if (more < rest) break;
+    }
+    return {length > 0 ? address : "", length};
+}
+
 UserCopy::UserCopy(const void* address, size_t size, const void* stack) {
     if (!readable(address, size, stack)) return;
     if (size > kUsual) mLarge.reset(new (std::nothrow) uint8_t[size]);

@@ -7,11 +7,15 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string_view>
 
 namespace spy {
 
 // Whether all of it may be read. `stack` is a place on the stack that is in use. errno is left as it was.
 bool readable(const void* address, size_t size, const void* stack);
+
+// The text there, up to its NUL or to where nothing can be read. errno is left as it was.
+std::string_view readableText(const char* address);
 
 // A copy of a record as a program hands it over; empty when there is none to be read.
 class UserCopy {

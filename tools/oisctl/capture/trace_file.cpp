@@ -10,12 +10,16 @@
 
 #include "base/errors.h"
 #include "base/file_content.h"
+#include "base/terminal.h"
+#include "trace/decode.h"
 
 namespace oisctl {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::string_view kThread = "thread";  // the field that names one
 
 // What a command found, as it stands behind its trace.
 bool isReport(std::string_view line) {
@@ -25,6 +29,11 @@ bool isReport(std::string_view line) {
 
 fs::path pendingFile(const fs::path& path) {
     return path.string() + ".pending";
+}
+
+// Empty; it says that the trace is not whole.
+fs::path cutMark(const fs::path& path) {
+    return path.string() + ".cut";
 }
 
 // The lines end at the first NUL; behind it is what was there before.
@@ -44,21 +53,39 @@ void numberThreads(TraceFile& trace) {
     const auto caller = std::ranges::find_if(trace.events, isCall);
     std::map<uint32_t, uint32_t> numbers;
     if (caller != trace.events.end()) numbers.emplace(caller->event.thread, 0);
+    const auto numberFor = [&numbers](uint32_t thread) {
+        return numbers.try_emplace(thread, static_cast<uint32_t>(numbers.size())).first->second;
+    };
+    for (TracedEvent& traced : trace.events) traced.event.thread = numberFor(traced.event.thread);
     for (TracedEvent& traced : trace.events) {
-        const auto next = static_cast<uint32_t>(numbers.size());
-        traced.event.thread = numbers.try_emplace(traced.event.thread, next).first->second;
+        if (traced.event.kind != phone::EventKind::kThread) continue;
+        for (phone::Field& field : traced.event.fields)
+            if (field.name == kThread && !std::holds_alternative<std::string>(field.value))
+                field.value = uint64_t{
+                    numberFor(static_cast<uint32_t>(phone::integerField({.fields = {field}}, kThread)))};
     }
 }
 
 std::string pendingLines(const fs::path& path) {
-    std::string lines = linesIn(pendingFile(path));
-    // A process that is killed between writing them and forgetting them leaves them twice.
+    const std::string lines = linesIn(pendingFile(path));
     std::ifstream trace(path, std::ios::binary | std::ios::ate);
-    const auto length = static_cast<std::streamoff>(lines.size());
-    if (lines.empty() || trace.tellg() < length) return lines;
-    std::string last(lines.size(), '\0');
-    trace.seekg(-length, std::ios::end).read(last.data(), length);
-    return last == lines ? std::string() : lines;
+    if (lines.empty() || !trace) return lines;
+    // A process that is killed between writing them, or some of them, and forgetting them leaves them twice.
+    std::string last(std::min(lines.size(), static_cast<size_t>(trace.tellg())), '\0');
+    trace.seekg(-static_cast<std::streamoff>(last.size()), std::ios::end)
+        .read(last.data(), static_cast<std::streamsize>(last.size()));
+    size_t written = last.size();
+    while (written > 0 && !last.ends_with(std::string_view(lines).substr(0, written))) --written;
+    return lines.substr(written);
+}
+
+void removeTrace(const fs::path& path, std::error_code& error) {
+    for (const fs::path& file : {path, pendingFile(path), cutMark(path)})
+        if (fs::remove(file, error); error) return;
+}
+
+bool endsEarly(const fs::path& path) {
+    return fs::exists(cutMark(path));
 }
 
 void appendPendingLines(const fs::path& path) {
@@ -85,6 +112,11 @@ TraceFile loadTrace(const fs::path& path) {
             }
         } catch (const std::invalid_argument& error) {
             if (isReport(line)) continue;
+            if (at > text.size()) {
+                printRemark(
+                    fmt::format("oisctl: {}:{}: the last line is cut, and left out", path.string(), number));
+                continue;
+            }
             throw InputError(fmt::format("{}:{}: {}", path.string(), number, error.what()));
         }
     }

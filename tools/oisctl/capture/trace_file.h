@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "trace/trace.h"
@@ -30,6 +31,11 @@ void numberThreads(TraceFile& trace);
 std::string pendingLines(const std::filesystem::path& path);
 // Puts them where they belong. Not while the process may still write.
 void appendPendingLines(const std::filesystem::path& path);
+
+// With what stands beside it.
+void removeTrace(const std::filesystem::path& path, std::error_code& error);
+// Whether the capture library could not write all of it, for a full disk, say.
+bool endsEarly(const std::filesystem::path& path);
 
 // A trace in JSON lines, with what is pending, its threads numbered so; the report that a command prints
 // behind its trace is left out. Throws InputError that names file, line and what is wrong there.

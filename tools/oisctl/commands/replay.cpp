@@ -57,7 +57,7 @@ int run(const Options& options) {
                       missing ? fmt::format("{}, which thread {} asked once more than recorded",
                                             missing->asked, missing->thread)
                               : ""});
-    Record compared = comparisonReport(trace, replayed.done, replayed.compared);
+    Record compared = comparisonReport(replayed.trace, replayed.done, replayed.compared);
     if (same) {
         for (Field& field : compared) field.label.clear();
     }

@@ -33,6 +33,7 @@ struct Captured {
     uint64_t calls = 0;
     uint64_t threads = 0;
     uint64_t lost = 0;
+    bool cut = false;  // more was lost than anybody counted
 };
 
 Captured captured(const fs::path& file) {
@@ -47,6 +48,7 @@ Captured captured(const fs::path& file) {
         if (lost != nullptr) found.lost += std::get<uint64_t>(lost->value);
     }
     found.threads = threads.size();
+    found.cut = endsEarly(file);
     return found;
 }
 
@@ -70,6 +72,9 @@ std::string sentence(const Options& options, const std::vector<Captured>& all, c
                                    sumOf(all, &Captured::threads), joined(files));
     if (const uint64_t lost = sumOf(all, &Captured::lost); lost != 0)
         text += fmt::format("; events lost {}", lost);
+    for (const Captured& one : all)
+        if (one.cut)
+            text += fmt::format("; {} could not be written any further: it ends early", one.file.string());
     if (run.othersRunning) text += "; processes that it left behind still run and write";
     return text;
 }
@@ -81,7 +86,8 @@ Record reportOf(const std::vector<Captured>& all, const SpiedRun& run) {
                           {"requests", "", one.requests},
                           {"calls", "", one.calls},
                           {"threads", "", one.threads},
-                          {"events_lost", "", one.lost}});
+                          {"events_lost", "", one.cut ? Value() : Value(one.lost)},
+                          {"ends_early", "", one.cut}});
     }
     return {{"exit_status", "", run.exitStatus},
             {"still_running", "", run.othersRunning},
@@ -96,7 +102,7 @@ void makeRoom(const fs::path& trace) {
     const fs::file_status status = fs::status(trace, error);
     if (fs::exists(status) && !fs::is_regular_file(status))
         throw InputError(fmt::format("-o {}: is no regular file; name one", trace.string()));
-    fs::remove(trace, error);
+    removeTrace(trace, error);
     if (error) throw InputError(fmt::format("-o {}: {}", trace.string(), error.message()));
     const fs::path folder = fs::absolute(trace).parent_path();
     if (!fs::is_directory(folder))

@@ -2,9 +2,11 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <string_view>
+#include <system_error>
 
 #include "base/errors.h"
 #include "session/driver_session.h"
@@ -44,35 +46,43 @@ void keep(Event& call, const Record& record) {
     call.received.assign(bytes.begin(), bytes.end());
 }
 
-// A register of the chip behind the hub, read or written alone.
-int32_t accessRegister(OISDrv& driver, Event& call) {
-    auto access = record<ois::HubRegisterAccess>(call);
-    if (access.byteCount > sizeof access.value) {
-        throw InputError(fmt::format("{}: {} bytes of a register, which has no more than {}", call.name,
-                                     access.byteCount, sizeof access.value));
+using Make = std::function<int32_t(OISDrv&, Event&)>;
+
+// A command with its lengths, whose answer comes to a place of its own or to that of the record. `make` is
+// given both.
+using Transfer =
+    std::function<int32_t(int32_t command, void* in, void* out, int32_t inLength, int32_t outLength)>;
+int32_t transfer(OISDrv& driver, Event& call, size_t recordSize, const Transfer& make) {
+    const bool behindHub = driver.mOisCustInfo.useSensorHub != 0;
+    const int32_t outLength = number(call, "output_length");
+    const size_t most = behindHub ? ois::kHubPayloadSize : sizeof(ois::OisCustInfo);
+    if (call.sent.size() > most || outLength < 0 || static_cast<size_t>(outLength) > most) {
+        throw InputError(fmt::format("{}: {} bytes out and {} back; no command has more than {}", call.name,
+                                     call.sent.size(), outLength, most));
     }
-    const bool writes = findField(call, "write") != nullptr;
-    uint32_t value = 0;
-    const int32_t result = driver.CustomCmdPackage(
-        ois::id(writes ? ois::HubCommand::kKorvaWriteReg : ois::HubCommand::kKorvaReadReg), &access, &value,
-        sizeof access, writes ? 0 : static_cast<int32_t>(access.byteCount));
-    keep(call, access);
+    const auto inLength = static_cast<int32_t>(call.sent.size());
+    std::vector<uint8_t> in = call.sent;
+    std::vector<uint8_t> out(static_cast<size_t>(outLength));
+    in.resize(std::max({in.size(), out.size(), recordSize}));
+    const bool inPlace = number(call, "in_place") != 0;
+    const int32_t result =
+        make(number(call, "command"), in.data(), inPlace ? in.data() : out.data(), inLength, outLength);
+    in.resize(std::max(call.sent.size(), out.size()));
+    call.received = inPlace ? std::move(in) : std::move(out);
     return result;
 }
 
-// Any command, whose record is also where the answer goes.
-int32_t transfer(OISDrv& driver, Event& call) {
+Make transferBy(int32_t (OISDrv::*operation)(int32_t, void*, void*, int32_t, int32_t)) {
+    return [operation](OISDrv& driver, Event& call) {
+        return transfer(driver, call, 0,
+                        [&](auto... arguments) { return (driver.*operation)(arguments...); });
+    };
+}
+
+int32_t transferRequest(OISDrv& driver, Event& call) {
     const auto request = static_cast<uint32_t>(number(call, "request"));
-    if (call.sent.size() < _IOC_SIZE(request) || call.sent.size() > sizeof(ois::OisCustInfo)) {
-        throw InputError(fmt::format("{}: the trace has {} bytes of its record, not {}", call.name,
-                                     call.sent.size(), _IOC_SIZE(request)));
-    }
-    std::vector<uint8_t> bytes = call.sent;
-    const int32_t result = driver.ConfigOisTransfer(
-        request, number(call, "command"), bytes.data(), bytes.data(), static_cast<int32_t>(bytes.size()),
-        std::min(number(call, "output_length"), static_cast<int32_t>(bytes.size())));
-    call.received = std::move(bytes);
-    return result;
+    return transfer(driver, call, _IOC_SIZE(request),
+                    [&](auto... arguments) { return driver.ConfigOisTransfer(request, arguments...); });
 }
 
 int32_t setAccParam(OISDrv& driver, Event& call) {
@@ -82,8 +92,6 @@ int32_t setAccParam(OISDrv& driver, Event& call) {
     keep(call, focus);
     return result;
 }
-
-using Make = std::function<int32_t(OISDrv&, Event&)>;
 
 // A call without arguments that gives nothing, and one that gives a result.
 Make plain(void (OISDrv::*operation)()) {
@@ -164,8 +172,9 @@ const std::map<std::string_view, Make>& operations() {
         {"DumpOtp2File", plain(&OISDrv::DumpOtp2File)},
         {"DumpOisFlashData2File", plain(&OISDrv::DumpOisFlashData2File)},
         {"GetDataRuvex", plain(&OISDrv::GetDataRuvex)},
-        {"CustomCmdPackage", accessRegister},
-        {"ConfigOisTransfer", transfer},
+        {"CustomCmdPackage", transferBy(&OISDrv::CustomCmdPackage)},
+        {"KorvaCmdParse", transferBy(&OISDrv::KorvaCmdParse)},
+        {"ConfigOisTransfer", transferRequest},
     };
     return all;
 }
@@ -176,7 +185,11 @@ void makeCall(OISDrv& driver, Event& call) {
     const auto found = operations().find(call.name);
     if (found == operations().end())
         throw InputError(fmt::format("{}: no operation of the driver that can be called again", call.name));
-    call.result = found->second(driver, call);
+    try {
+        call.result = found->second(driver, call);
+    } catch (const std::system_error&) {
+        call.result = -1;  // a thread that could not be started; the session goes on without
+    }
     call.sent.clear();
 }
 

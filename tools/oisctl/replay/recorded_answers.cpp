@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -52,6 +53,9 @@ std::optional<std::pair<FaultPoint, std::string>> placeOf(const Event& event) {
         {"getService", FaultPoint::kTelemetry},
         {"report", FaultPoint::kTelemetryReport},
         {"GetOisDriverName", FaultPoint::kCustomisation},
+        {"pthread_create", FaultPoint::kThreadCreate},
+        {"pthread_getschedparam", FaultPoint::kThreadPriority},
+        {"pthread_setschedparam", FaultPoint::kThreadSchedule},
     };
     switch (event.kind) {
         case EventKind::kSubDevice:
@@ -65,7 +69,8 @@ std::optional<std::pair<FaultPoint, std::string>> placeOf(const Event& event) {
         case EventKind::kFile:
         case EventKind::kSensor:
         case EventKind::kCustomisation:
-        case EventKind::kTelemetry: {
+        case EventKind::kTelemetry:
+        case EventKind::kThread: {
             const auto found = kByName.find(event.name);
             if (found == kByName.end()) return std::nullopt;
             return {{found->second, textIn(event, "path")}};
@@ -87,13 +92,13 @@ FaultEffect failure(int error) {
 
 }  // namespace
 
-RecordedAnswers::RecordedAnswers(phone::Phone& phone, const TraceFile& trace, int32_t sensorDev,
+RecordedAnswers::RecordedAnswers(phone::Phone& phone, const TraceFile& trace,
                                  const std::set<std::string>& polled)
-    : mPhone(phone), mSensorDev(sensorDev), mPolled(polled) {
+    : mPhone(phone), mPolled(polled) {
     for (const TracedEvent& traced : trace.events) {
         const auto place = placeOf(traced.event);
         if (!place) continue;
-        mQueues[{traced.event.thread, place->first, place->second}].events.push_back(&traced.event);
+        mQueues[{traced.event.thread, place->first, place->second}].events.push_back(&traced);
         mRecorded.insert(place->first);
     }
     mPhone.faults().setOverride([this](FaultPoint point, std::string_view key, std::span<const uint8_t>) {
@@ -105,6 +110,15 @@ RecordedAnswers::~RecordedAnswers() {
     mPhone.faults().setOverride(nullptr);
 }
 
+bool RecordedAnswers::allGivenBefore(size_t line) const {
+    const std::lock_guard lock(mMutex);
+    return std::ranges::all_of(mQueues, [line](const auto& entry) {
+        const auto& [place, queue] = entry;
+        return std::get<uint32_t>(place) == 0 || queue.next == queue.events.size() ||
+               queue.events[queue.next]->line >= line;
+    });
+}
+
 std::optional<Unanswered> RecordedAnswers::unanswered() const {
     const std::lock_guard lock(mMutex);
     return mUnanswered;
@@ -113,9 +127,9 @@ std::optional<Unanswered> RecordedAnswers::unanswered() const {
 const Event* RecordedAnswers::take(const Place& place) {
     const std::lock_guard lock(mMutex);
     Queue& queue = mQueues[place];
-    if (queue.next < queue.events.size()) return queue.events[queue.next++];
+    if (queue.next < queue.events.size()) return &queue.events[queue.next++]->event;
     const auto& [thread, point, name] = place;
-    if (!queue.events.empty() && mPolled.contains(name)) return queue.events.back();
+    if (!queue.events.empty() && mPolled.contains(name)) return &queue.events.back()->event;
     if (!mUnanswered) mUnanswered = {thread, fmt::format("{} {}", what(point), name)};
     return nullptr;
 }
@@ -154,6 +168,9 @@ std::optional<FaultEffect> RecordedAnswers::prepare(FaultPoint point, const Even
                 mPhone.files().setThermal({event.received.begin(), event.received.end()});
             return std::nullopt;
         case FaultPoint::kClose:
+        case FaultPoint::kThreadCreate:
+        case FaultPoint::kThreadPriority:
+        case FaultPoint::kThreadSchedule:
             return std::nullopt;
         default:
             break;
@@ -185,7 +202,7 @@ void RecordedAnswers::fitModule(const Event& event) {
     };
     fill(module.custInfo);
     fill(module.otpAddresses);
-    mPhone.fit(mSensorDev, module);
+    mPhone.fit(static_cast<int32_t>(numberIn(event, "sensor_dev")), module);
 }
 
 }  // namespace oisctl

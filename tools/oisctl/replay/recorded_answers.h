@@ -30,18 +30,19 @@ class RecordedAnswers {
   public:
     // Answers on `phone` from now on; both must outlive it. `polled`: names of requests and hub commands
     // whose number depends on time; their last answer stands for any further one.
-    RecordedAnswers(phone::Phone& phone, const TraceFile& trace, int32_t sensorDev,
-                    const std::set<std::string>& polled);
+    RecordedAnswers(phone::Phone& phone, const TraceFile& trace, const std::set<std::string>& polled);
     ~RecordedAnswers();
     RecordedAnswers(const RecordedAnswers&) = delete;
     RecordedAnswers& operator=(const RecordedAnswers&) = delete;
 
+    // Whether each thread but the caller's has had all answers that stand before the trace's line.
+    bool allGivenBefore(size_t line) const;
     // The first of them.
     std::optional<Unanswered> unanswered() const;
 
   private:
     struct Queue {
-        std::vector<const phone::Event*> events;
+        std::vector<const TracedEvent*> events;
         size_t next = 0;
     };
     using Place = std::tuple<uint32_t, phone::FaultPoint, std::string>;  // thread, what is asked, its name
@@ -54,7 +55,6 @@ class RecordedAnswers {
     void fitModule(const phone::Event& event);
 
     phone::Phone& mPhone;
-    const int32_t mSensorDev;
     const std::set<std::string>& mPolled;
     std::set<phone::FaultPoint> mRecorded;  // what the trace knows of
     mutable std::mutex mMutex;              // of the rest

@@ -12,16 +12,17 @@
 namespace oisctl {
 
 struct Replay {
-    TraceFile done;  // what the driver did this time
-    TraceComparison compared;
-    std::optional<Unanswered> unanswered;
-    std::set<phone::EventKind> notRecorded;  // kinds that the recorder did not look at
-    Aside aside;                             // what was not compared
+    TraceFile trace;   // what it was to do: of the recording, what the driver's callers and its threads did
+    TraceFile done{};  // what it did this time
+    TraceComparison compared{};
+    std::optional<Unanswered> unanswered{};
+    std::set<phone::EventKind> notRecorded{};  // kinds that the recorder did not look at
+    Aside aside{};                             // what was not compared
 };
 
 // Runs the driver on a simulated clock. `polled`: requests whose number depends on time; how many there are,
 // the sleeps between them and what the driver said of them does not count. Throws InputError when the trace
-// has no calls of the driver, or lacks what a call needs.
-Replay replay(const TraceFile& trace, const std::set<std::string>& polled);
+// has no calls of the driver, lacks what a call needs, or has calls of two threads at the same time.
+Replay replay(const TraceFile& recorded, const std::set<std::string>& polled);
 
 }  // namespace oisctl

@@ -216,7 +216,8 @@ void DriverSession::bringToRest() {
             "ConfigOisTransfer",
             {{"request", uint64_t{request}, true},
              {"command", int64_t{hubCommand}},
-             {"output_length", int64_t{kCommand.outLength}}},
+             {"output_length", int64_t{kCommand.outLength}},
+             {"in_place", int64_t{1}}},
             [&] {
                 return mDriver->ConfigOisTransfer(request, hubCommand, &released, &released,
                                                   kCommand.inLength, kCommand.outLength);
@@ -237,8 +238,10 @@ void joinWorkers(OISDrv& driver) {
 
 std::optional<int32_t> DriverSession::run(const char* name, std::vector<phone::Field> arguments,
                                           const std::function<int32_t()>& operation,
-                                          std::span<const uint8_t> argument) {
+                                          std::span<const uint8_t> argument,
+                                          std::optional<std::span<const uint8_t>> answer) {
     phone::Event event{.kind = phone::EventKind::kCall, .name = name, .fields = std::move(arguments)};
+    if (mSettings.sensorDev != 0) event.fields.push_back({"sensor", int64_t{mSettings.sensorDev}});
     event.sent.assign(argument.begin(), argument.end());
     mPhone->trace().record(event);
     event.sent.clear();
@@ -248,15 +251,17 @@ std::optional<int32_t> DriverSession::run(const char* name, std::vector<phone::F
     } catch (const std::system_error& error) {
         fail(fmt::format("{}: {}", name, error.what()));
     }
-    event.received.assign(argument.begin(), argument.end());
+    const std::span<const uint8_t> received = answer.value_or(argument);
+    event.received.assign(received.begin(), received.end());
     event.result = result.value_or(-1);
     mPhone->trace().record(std::move(event));
     return result;
 }
 
 int32_t DriverSession::call(const char* name, std::vector<phone::Field> arguments,
-                            const std::function<int32_t()>& operation, std::span<const uint8_t> argument) {
-    return run(name, std::move(arguments), operation, argument).value_or(-1);
+                            const std::function<int32_t()>& operation, std::span<const uint8_t> argument,
+                            std::optional<std::span<const uint8_t>> answer) {
+    return run(name, std::move(arguments), operation, argument, answer).value_or(-1);
 }
 
 int32_t DriverSession::notifyStream(bool on) {

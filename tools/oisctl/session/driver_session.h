@@ -111,9 +111,11 @@ class DriverSession {
     int32_t setFocus(ois_focus_params& focus);
     int32_t setAfPosition(int32_t position);
     int32_t firmwareUpdate();
-    // Any other operation. `argument`: the record that it points to, if any.
+    // Any other operation. `argument`: the record that it points to, if any; `answer`: what it fills, if not
+    // that.
     int32_t call(const char* name, std::vector<phone::Field> arguments,
-                 const std::function<int32_t()>& operation, std::span<const uint8_t> argument = {});
+                 const std::function<int32_t()>& operation, std::span<const uint8_t> argument = {},
+                 std::optional<std::span<const uint8_t>> answer = {});
 
     int64_t nowUs() { return mPhone->clock().nowUs(); }
     double nowS();
@@ -130,7 +132,8 @@ class DriverSession {
     // Empty when it threw.
     std::optional<int32_t> run(const char* name, std::vector<phone::Field> arguments,
                                const std::function<int32_t()>& operation,
-                               std::span<const uint8_t> argument = {});
+                               std::span<const uint8_t> argument = {},
+                               std::optional<std::span<const uint8_t>> answer = {});
     void setProperties();
     void bringToRest();
 

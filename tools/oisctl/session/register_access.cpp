@@ -15,29 +15,36 @@ std::optional<RegisterAccess> registerAccess(const phone::Event& event) {
                           wasDelivered(event), phone::integerField(decoded, "value")};
 }
 
-std::optional<uint32_t> readRegister(DriverSession& session, uint32_t address, uint32_t bytes) {
-    ois::HubRegisterAccess access{address, bytes, 0};
-    uint32_t value = 0;
+namespace {
+
+// The driver's answer comes to `value`, as many bytes of it.
+void access(DriverSession& session, ois::HubCommand command, std::string_view meaning,
+            ois::HubRegisterAccess& record, uint32_t& value, uint32_t answered) {
+    const int32_t id = ois::id(command);
+    const auto length = static_cast<int32_t>(answered);
     session.call(
-        "CustomCmdPackage", {{"read", uint64_t{address}, true}},
-        [&] {
-            return session.driver().CustomCmdPackage(ois::id(ois::HubCommand::kKorvaReadReg), &access, &value,
-                                                     sizeof access, static_cast<int32_t>(bytes));
-        },
-        bytesOf(access));
+        "CustomCmdPackage",
+        {{"command", int64_t{id}, false, meaning},
+         {"output_length", int64_t{length}},
+         {"in_place", int64_t{0}}},
+        [&] { return session.driver().CustomCmdPackage(id, &record, &value, sizeof record, length); },
+        bytesOf(record), bytesOf(value).first(answered));
+}
+
+}  // namespace
+
+std::optional<uint32_t> readRegister(DriverSession& session, uint32_t address, uint32_t bytes) {
+    ois::HubRegisterAccess record{address, bytes, 0};
+    uint32_t value = 0;
+    access(session, ois::HubCommand::kKorvaReadReg, "reads a register", record, value, bytes);
     const auto call = session.tally().lastCall();
     return call && call->delivered > 0 ? std::optional(value) : std::nullopt;
 }
 
 void writeRegister(DriverSession& session, uint32_t address, uint32_t bytes, uint32_t value) {
-    ois::HubRegisterAccess access{address, bytes, value};
-    session.call(
-        "CustomCmdPackage", {{"write", uint64_t{address}, true}},
-        [&] {
-            return session.driver().CustomCmdPackage(ois::id(ois::HubCommand::kKorvaWriteReg), &access,
-                                                     nullptr, sizeof access, 0);
-        },
-        bytesOf(access));
+    ois::HubRegisterAccess record{address, bytes, value};
+    uint32_t nothing = 0;
+    access(session, ois::HubCommand::kKorvaWriteReg, "writes a register", record, nothing, 0);
 }
 
 }  // namespace oisctl
