@@ -186,6 +186,28 @@ TEST_F(Oisctl, WhatADescriptionSaysIsNotCalledTheDevices) {
     EXPECT_TRUE(about["firmware_version"].is_number());
 }
 
+// A mode that was only asked for is none of the recording's, and excuses no lens that stands still.
+TEST_F(Oisctl, ARecordingHasTheModesThatTheControllerTook) {
+    const struct {
+        const char* arguments;
+        const char* modes;
+        bool good;
+    } cases[] = {
+        {"--mode 2", "[2]", true},
+        {"--mode 0", "[0]", true},
+        {"--mode 0 --fault SET_MODE:errno=EIO", "[]", false},
+        {"--mode 0 --fault SET_MODE:lost", "[]", false},
+    };
+    for (const auto& c : cases) {
+        const json report = json::parse(run(std::string("record --seconds 2 --json ") + c.arguments).out);
+        const json about = json::parse(readFile(mFolder / "ois_dump_tele_dw9786_status.txt.about.json"));
+        json modes = json::array();
+        for (const json& change : about["modes"]) modes.push_back(change["mode"]);
+        EXPECT_EQ(modes.dump(), c.modes) << c.arguments;
+        EXPECT_EQ(report["recording_good"], c.good) << c.arguments;
+    }
+}
+
 // Where a dump stands already, only a new one counts.
 TEST_F(Oisctl, ADumpIsOneThatThisCallWrote) {
     const std::pair<const char*, const char*> cases[] = {

@@ -25,6 +25,8 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
     write("bad_scenario.toml", "duration_s = 1\n[[span]]\nzoom_ration = 2\n");
     write("bad_module.toml", "name = \"mine\"\n");
     write("bad_properties", "vendor.debug.ois.dump=none\n");
+    write("trace.jsonl", "\n {}\n");
+    write("status.txt", "chose sys_timestamp\n");
     struct Case {
         const char* arguments;
         const char* says;
@@ -66,6 +68,11 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
         {"detect-defect --defect stuk-x", "did you mean 'stuck-x'?"},
         {"firmware-update --from new", "0x"},
         {"plot bad_scenario.toml", "bad_scenario.toml"},
+        {"compare trace.jsonl status.txt", "trace.jsonl is a trace and status.txt a recording"},
+        {"compare status.txt bad_module.toml", "bad_module.toml: neither a trace"},
+        {"compare trace.jsonl trace.jsonl --plot both.png", "--plot"},
+        {"compare status.txt status.txt --aside message", "--aside"},
+        {"compare . status.txt", ".: cannot be read: Is a directory"},
         {"compliance -m korvas4sw-hub", "these are: korvas4sw-subdev"},
         {"compliance --node /dev/v4l-subdev10", "goes with --kernel real"},
         {"probe --fault lens.stuck-x", "simulated lens"},
@@ -149,6 +156,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
     write("doubtful.toml", std::regex_replace(module, std::regex("driverName = .*"), "driverName = \"\""));
     write("nowhere.toml", moduleOfNoDevice());
     run("record --seconds 0.2");
+    run("record --seconds 0.2 --fault lens.stuck-x -o other");
     const std::string recording = readFile(mFolder / "ois_dump_tele_dw9786_status.txt");
     write("cut.txt", recording.substr(0, recording.size() - 9));
     write("cut.txt.about.json", "{}");
@@ -163,7 +171,10 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
           "session -m nowhere.toml --kernel real", "session -m dw9786 --operations on,off",
           "session --scenario fix-mode", "op read-gain-x", "mode 2"}},
         {"decode", {"decode 0x400456C2", "decode '0x400456C2: 02000000'"}},
-        {"compare", {"compare a.jsonl b.jsonl"}},
+        {"compare, of traces", {"compare a.jsonl b.jsonl"}},
+        {"compare, of recordings",
+         {"compare cut.txt ois_dump_tele_dw9786_status.txt",
+          "compare ois_dump_tele_dw9786_status.txt other/ois_dump_tele_dw9786_status.txt"}},
         {"replay", {"replay changed.jsonl", "replay c.jsonl"}},
         {"timeline", {"timeline c.jsonl", "timeline zoom-active-ois -m dw9786"}},
         {"probe", {"probe --kernel simulated"}},

@@ -9,11 +9,13 @@
 #include <limits>
 #include <numbers>
 #include <random>
+#include <set>
 #include <sstream>
 
 #include "base/errors.h"
 #include "motion/motion.h"
 #include "recording/plot.h"
+#include "recording/recording_compare.h"
 #include "recording/row_order.h"
 #include "recording/stats_report.h"
 #include "recording/thinning.h"
@@ -435,6 +437,88 @@ TEST_F(RecordingTest, TheSidecarIsUsedForItsOwnRecordingOnly) {
     EXPECT_NE(findSidecar(recording)->whyNot, "");
 }
 
+// Rows stand beside each other by their time since the first one, whenever that was.
+TEST_F(RecordingTest, TwoAreEqualByTheirRows) {
+    using Gyro = std::array<int, 3>;
+    const std::string plain = Good().text();
+    Good repeated, missing;
+    repeated.line(50) += repeated.line(50);
+    missing.line(1500).clear();
+    const struct {
+        const char* what;
+        std::string b;
+        std::vector<size_t> counts;  // alike, with other values, only in A, only in B
+        std::vector<size_t> first;   // its lines, and columns
+    } cases[] = {
+        {"the same", plain, {3000, 0, 0, 0}, {}},
+        {"an hour later",
+         Good([](size_t, double& t, Angles&, Gyro&) { t += 3600; }).text(),
+         {3000, 0, 0, 0},
+         {}},
+        {"a row twice", repeated.text(), {3000, 0, 0, 0}, {}},
+        {"two values",
+         Good([](size_t line, double&, Angles& a, Gyro& g) {
+             if (line == 700) a.hallY = g[0] = 9;
+         }).text(),
+         {2999, 1, 0, 0},
+         {700, 700, 2, 21}},
+        {"no number",
+         Good([](size_t line, double&, Angles& a, Gyro&) { a.hallX = line == 9 ? NAN : a.hallX; }).text(),
+         {2999, 1, 0, 0},
+         {9, 9, 20}},
+        {"a row less", missing.text(), {2999, 0, 1, 0}, {1500, 0}},
+        {"a row late",
+         Good([](size_t line, double& t, Angles&, Gyro&) { t += line == 8 ? 0.001 : 0; }).text(),
+         {2999, 0, 1, 1},
+         {8, 0}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        read(plain);
+        const Examined a = examine(mFile.string());
+        read(c.b);
+        const RecordingComparison compared = compareRecordings(a, examine(mFile.string()));
+        EXPECT_EQ((std::vector{compared.alike, compared.other, compared.onlyA, compared.onlyB}), c.counts);
+        EXPECT_EQ(isEqual(compared), c.first.empty());
+        std::vector<size_t> first;
+        if (compared.first) first = {compared.first->lineA, compared.first->lineB};
+        if (compared.first)
+            for (const RowDifference::Sample& sample : compared.first->samples)
+                first.push_back(sample.column);
+        EXPECT_EQ(first, c.first);
+    }
+}
+
+TEST_F(RecordingTest, FiguresSettingsAndVerdictsStandSideBySide) {
+    const auto examined = [this](const Good& good, uint64_t seed) {
+        writeSidecar(read(good.text()),
+                     {.module = "m",
+                      .way = "hub",
+                      .modes = {{1, 2}},
+                      .motion = "hand",
+                      .seed = seed,
+                      .limitAngle = 1.25},
+                     phone::motionByName("hand", seed));
+        return examine(mFile.string());
+    };
+    const Examined a = examined(Good(), 1);
+    const Examined b =
+        examined(Good([](size_t, double&, Angles& angles, std::array<int, 3>&) { angles.hallX = 0; }), 2);
+    const RecordingComparison compared = compareRecordings(a, b);
+    std::set<std::string> different;
+    for (const FigurePair& pair : compared.figures)
+        if (differs(pair)) different.insert(pair.a.key + "." + pair.a.axis);
+    EXPECT_TRUE(different.contains("tracking_error_rms_deg.x"));
+    EXPECT_TRUE(different.contains("suppression_2_to_8_hz_db.y"));
+    EXPECT_FALSE(different.contains("tracking_error_rms_deg.y"));
+    for (const SettingPair& pair : compared.settings)
+        EXPECT_EQ(differs(pair), pair.name == "seed") << pair.name;
+    const auto frozen = std::ranges::find_if(
+        compared.verdicts, [](const VerdictPair& pair) { return pair.b->kind == VerdictKind::kHallFrozen; });
+    ASSERT_NE(frozen, compared.verdicts.end());
+    EXPECT_EQ(frozen->a, nullptr);
+}
+
 // A spike of one row and a gap survive; lines stay few.
 TEST(Thinning, KeepsPeaksAndGaps) {
     std::vector<double> timeS;
@@ -489,6 +573,12 @@ TEST_F(PlotTest, DrawsWhateverTheRecordingHolds) {
         EXPECT_EQ(begin(png, 4), "\x89PNG");
         EXPECT_GT(fs::file_size(png), 20000U);
         fs::remove(png);
+    }
+    const Examined longer = examine(mFile.string());
+    read(contents[0]);
+    for (const auto& [a, b] : {std::pair(examine(mFile.string()), longer), std::pair(longer, longer)}) {
+        EXPECT_EQ(thrown([&] { plotBoth(a, b, png); }), "");
+        EXPECT_EQ(begin(png, 4), "\x89PNG");
     }
     EXPECT_EQ(plot(contents[0], mFolder / "b.svg"), "");
     EXPECT_EQ(begin(mFolder / "b.svg", 5), "<?xml");

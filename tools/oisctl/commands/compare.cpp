@@ -1,4 +1,5 @@
-// oisctl compare: whether two traces tell the same story, and where they part.
+// oisctl compare: whether two traces tell the same story, or two recordings have the same rows, and where
+// they part.
 
 #include <fmt/format.h>
 
@@ -8,8 +9,11 @@
 #include "base/report.h"
 #include "base/suggest.h"
 #include "capture/comparison_report.h"
+#include "capture/file_kind.h"
 #include "capture/trace_compare.h"
 #include "commands/commands.h"
+#include "recording/plot.h"
+#include "recording/recording_compare.h"
 #include "session/settings.h"
 #include "trace/decode.h"
 
@@ -20,6 +24,7 @@ namespace {
 struct Options {
     std::string a, b;
     Aside aside;
+    std::string plot;
     Settings settings;
 };
 
@@ -59,7 +64,8 @@ void leaveAside(Aside& aside, const std::string& word) {
     aside.fields.insert(word);
 }
 
-int run(const Options& options) {
+int runOnTraces(const Options& options) {
+    if (!options.plot.empty()) throw InputError("--plot: draws recordings; these are traces");
     const TraceFile a = loadTrace(options.a);
     const TraceFile b = loadTrace(options.b);
     const TraceComparison compared = compareTraces(a, b, options.aside);
@@ -70,25 +76,57 @@ int run(const Options& options) {
     return equal ? kSuccess : kJobFailed;
 }
 
+int runOnRecordings(const Options& options) {
+    if (!options.aside.kinds.empty() || !options.aside.fields.empty())
+        throw InputError("--aside: leaves parts of traces out; these are recordings");
+    const Examined a = examine(options.a);
+    const Examined b = examine(options.b);
+    const RecordingComparison compared = compareRecordings(a, b);
+    if (!options.plot.empty()) plotBoth(a, b, options.plot);
+    Record report = comparisonReport(a, b, compared);
+    report.push_back({"plot", options.plot.empty() ? "" : "picture",
+                      options.plot.empty() ? Value() : Value(options.plot)});
+    print(report, options.settings.json);
+    return isEqual(compared) ? kSuccess : kJobFailed;
+}
+
+int run(const Options& options) {
+    const FileKind a = kindOf(options.a);
+    const FileKind b = kindOf(options.b);
+    if (a != b)
+        throw InputError(fmt::format("{} is a {} and {} a {}; compare two of a kind", options.a, name(a),
+                                     options.b, name(b)));
+    return a == FileKind::kTrace ? runOnTraces(options) : runOnRecordings(options);
+}
+
 }  // namespace
 
 Command describeCompare() {
     auto options = std::make_shared<Options>();
     return {
-        .options = {value("a", "TRACE", "A trace, as --trace=FILE writes it", &options->a,
-                          {.required = true}),
-                    value("b", "TRACE", "The trace to hold beside it", &options->b, {.required = true}),
-                    value("--aside", "KIND|FIELD,...",
-                          "Leave out a kind of event, or a field of the requests' records; repeatable",
-                          [options](const std::string& word) { leaveAside(options->aside, word); },
-                          {.words = asideWords, .repeats = true, .commas = true}),
-                    jsonOption(options->settings)},
+        .options =
+            {value("a", "FILE", "A trace, as --trace=FILE writes it, or a status recording", &options->a,
+                   {.required = true}),
+             value("b", "FILE", "The one of its kind to hold beside it", &options->b, {.required = true}),
+             value("--aside", "KIND|FIELD,...",
+                   "Of traces: leave out a kind of event, or a field of the requests' records; repeatable",
+                   [options](const std::string& word) { leaveAside(options->aside, word); },
+                   {.words = asideWords, .repeats = true, .commas = true}),
+             value("--plot", "FILE", "Of recordings: draw both over each other, .png or .svg",
+                   &options->plot),
+             jsonOption(options->settings)},
         .notes =
             "Traces are compared thread by thread. Times, numbers of descriptors and addresses of "
-            "memory do not count.\n",
+            "memory do not count.\n"
+            "Recordings are equal when they have the same rows, each at the same time since the first row "
+            "and "
+            "with the same\nvalues. Figures, verdicts and what 'oisctl record' left beside them are shown "
+            "side "
+            "by side.\n",
         .examples = {{"oisctl session -m dw9786 --trace=a.jsonl"},
                      {"oisctl compare a.jsonl b.jsonl", "exit status 1 when they differ"},
-                     {"oisctl compare a.jsonl b.jsonl --aside message --aside hall_x,hall_y"}},
+                     {"oisctl compare a.jsonl b.jsonl --aside message --aside hall_x,hall_y"},
+                     {"oisctl compare last-week.txt today.txt --plot both.png"}},
         .run = [options] { return run(*options); },
     };
 }

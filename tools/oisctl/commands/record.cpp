@@ -10,10 +10,12 @@
 #include "motion/motion.h"
 #include "recording/sidecar.h"
 #include "recording/stats_report.h"
+#include "session/calls.h"
 #include "session/driver_session.h"
 #include "session/dump_files.h"
 #include "session/operations.h"
 #include "session/summary.h"
+#include "trace/decode.h"
 #include "wire/requests.h"
 
 namespace oisctl {
@@ -50,41 +52,54 @@ bool startRecorder(DriverSession& session) {
 
 constexpr const char* kStatusFile = "_status.txt";
 
-// Status requests that were refused since the last one that was not.
-class RefusedRow {
+// What the trace shows of the recording while it is made.
+class Watch {
   public:
-    explicit RefusedRow(DriverSession& session) : mSession(session) {
-        mSession.observe([this](const phone::Event& event) {
-            if (event.kind != phone::EventKind::kSubDevice) return;
-            if (event.code == ois::code(ois::Request::kReadStatus))
-                mCount = event.error == 0 ? 0 : mCount + 1;
-        });
+    explicit Watch(DriverSession& session) : mSession(session) {
+        mSession.observe([this](const phone::Event& event) { take(event); });
     }
-    ~RefusedRow() { mSession.observe(nullptr); }
-    RefusedRow(const RefusedRow&) = delete;
-    RefusedRow& operator=(const RefusedRow&) = delete;
-    int count() const { return mCount; }
+    ~Watch() { mSession.observe(nullptr); }
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+    // Status requests that were refused since the last one that was not.
+    int refused() const { return mRefused; }
+    // That were delivered before the last row. To be asked when no thread of the driver runs.
+    const std::vector<Sidecar::ModeChange>& modes() const { return mModes; }
 
   private:
+    void take(const phone::Event& event) {
+        if (event.kind != phone::EventKind::kSubDevice) return;
+        if (event.code == ois::code(ois::Request::kSetMode) && wasDelivered(event)) {
+            mPending.push_back(
+                {static_cast<double>(event.timeUs) / kMicrosPerSecond, phone::recordOf<int32_t>(event.sent)});
+        } else if (event.code == ois::code(ois::Request::kReadStatus)) {
+            mRefused = event.error == 0 ? 0 : mRefused + 1;
+            if (event.error == 0) mModes.insert(mModes.end(), mPending.begin(), mPending.end());
+            if (event.error == 0) mPending.clear();
+        }
+    }
+
     DriverSession& mSession;
-    std::atomic<int> mCount{0};
+    std::atomic<int> mRefused{0};
+    std::vector<Sidecar::ModeChange> mModes;
+    std::vector<Sidecar::ModeChange> mPending;  // since the last row
 };
 
 // Ends early when nothing is recorded any more, however long it was to take: the controller refuses, or the
 // file stops growing.
-void waitWhileRecording(DriverSession& session, double seconds) {
+void waitWhileRecording(DriverSession& session, const Watch& watch, double seconds) {
     const int64_t startUs = session.nowUs();
     const int64_t endUs = startUs + static_cast<int64_t>(seconds * kMicrosPerSecond);
     Progress progress("recording", seconds);
     uintmax_t bytes = 0;
     int64_t grownUs = startUs;
-    const RefusedRow refused(session);
     while (session.nowUs() < endUs && !session.endsEarly()) {
         session.phone().clock().sleepUntilUs(std::min(endUs, session.nowUs() + kStepUs));
         progress.update(static_cast<double>(session.nowUs() - startUs) / kMicrosPerSecond);
-        if (refused.count() >= kFailedRow && !session.endsEarly()) {
+        if (watch.refused() >= kFailedRow && !session.endsEarly()) {
             session.fail(fmt::format("READ_STATUS failed {} times in a row; the recording ended there",
-                                     refused.count()));
+                                     watch.refused()));
             return;
         }
         if (const uintmax_t now = dumpedBytes(session, kStatusFile); now > bytes) {
@@ -98,12 +113,13 @@ void waitWhileRecording(DriverSession& session, double seconds) {
     }
 }
 
-Sidecar aboutSession(const DriverSession& session, const Options& options, double modeS) {
+Sidecar aboutSession(const DriverSession& session, const Options& options,
+                     const std::vector<Sidecar::ModeChange>& modes) {
     const phone::ModuleDescription& module = session.module();
     const Settings& settings = session.settings();
     Sidecar sidecar{.module = module.name,
                     .way = module.behindHub() ? "hub" : "sub-device",
-                    .modes = {{modeS, options.mode}},
+                    .modes = modes,
                     .motion = settings.motion.empty() ? "hand" : settings.motion,
                     .seed = settings.seed.value_or(kDefaultSeed),
                     .limitAngle = module.stabiliser.limitAngle,
@@ -144,7 +160,7 @@ Record reportOn(DriverSession& session, const Recording& recording, const Sideca
 
 // Keeps what the driver wrote, if it is a recording, and tells of it.
 Record keepAndReport(DriverSession& session, const std::filesystem::path& file, const Options& options,
-                     double modeS) {
+                     const std::vector<Sidecar::ModeChange>& modes) {
     Recording recording;
     try {
         recording = loadRecording(file);
@@ -154,7 +170,7 @@ Record keepAndReport(DriverSession& session, const std::filesystem::path& file, 
     if (recording.rows() == 0)
         return nothingRecorded(session, "the driver's status file has no row with data; it is not kept");
     recording.source = keepFile(file, options.folder).string();
-    return reportOn(session, recording, aboutSession(session, options, modeS));
+    return reportOn(session, recording, aboutSession(session, options, modes));
 }
 
 int run(Options options) {
@@ -165,22 +181,22 @@ int run(Options options) {
     // Simulated time stands still for a recorder that never sleeps.
     if (options.intervalMs == 0) options.settings.realTime = true;
     DriverSession session(options.settings, Narration::kIfVerbose);
+    const Watch watch(session);
     session.requireModule("record", "on a sub-device", onSubDevice);
     if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);
-    const double modeS = session.nowS();
     session.setMode(options.mode);
     if (!startRecorder(session)) {
         if (!session.deviceLost()) session.fail("the recorder did not start");
         session.close();
         return conclude(session, Record());
     }
-    waitWhileRecording(session, options.seconds);
+    waitWhileRecording(session, watch, options.seconds);
     session.notifyStream(false);
     session.close();
     const std::optional<std::filesystem::path> file = dumpFile(session, kStatusFile);
     if (!file) return conclude(session, Record());
-    return conclude(session, keepAndReport(session, *file, options, modeS));
+    return conclude(session, keepAndReport(session, *file, options, watch.modes()));
 }
 
 }  // namespace

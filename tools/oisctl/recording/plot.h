@@ -1,5 +1,5 @@
 #pragma once
-// Draws a status recording with gnuplot.
+// Draws status recordings with gnuplot.
 
 #include <filesystem>
 
@@ -12,5 +12,9 @@ namespace oisctl {
 // known. An existing `out` is replaced only by a finished picture. Throws InputError for another extension,
 // JobError when gnuplot is missing or fails or `out` cannot be written.
 void plotRecording(const Examined& examined, const std::filesystem::path& out);
+
+// The same of two recordings over each other, each from its first row on: where the lens was, and what it
+// left.
+void plotBoth(const Examined& a, const Examined& b, const std::filesystem::path& out);
 
 }  // namespace oisctl

@@ -48,6 +48,15 @@ size_t split(std::string_view line, Cells& cells) {
     }
 }
 
+const Cells& columnNames() {
+    static const Cells kNames = [] {
+        Cells names;
+        split(kHeader, names);
+        return names;
+    }();
+    return kNames;
+}
+
 // The controller's microseconds may exceed a million: the recorder prints what it says.
 std::optional<int64_t> timestampUs(std::string_view cell) {
     const size_t dot = std::min(cell.find('.'), cell.size());
@@ -61,7 +70,6 @@ class StatusReader {
   public:
     explicit StatusReader(const std::filesystem::path& file) : mLines(file, "reading") {
         mRecording.source = file.string();
-        split(kHeader, mNames);
     }
 
     Recording read() {
@@ -199,7 +207,7 @@ class StatusReader {
     }
 
     LineReader mLines;
-    Cells mNames;
+    const Cells& mNames = columnNames();
     std::vector<size_t> mHeaders;
     std::vector<int64_t> mTimesUs;
     double mShift = 0;     // where the present stretch stands
@@ -224,6 +232,10 @@ void Places::goOn(LineRange range, size_t rowsInIt) {
     if (count == ranges.size()) ranges.back().last = range.last;
     rows += rowsInIt;
     mLast = range.last;
+}
+
+std::string_view columnName(size_t column) {
+    return columnNames().at(column);
 }
 
 Recording loadRecording(const std::filesystem::path& file) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace oisctl {
@@ -24,6 +25,7 @@ enum class Column : size_t {
     kAngleHallY,
 };
 constexpr size_t kColumnCount = 22;
+std::string_view columnName(size_t column);  // "hall_x": as the file's header has it
 
 // The recorder writes whole numbers of 16 bits and angles of six digits: a float holds both as they stand.
 using Samples = std::vector<float>;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -87,20 +88,44 @@ std::array<Samples, 2> readMotion(const Recording& recording, const std::string&
     return motion;
 }
 
-Known knownFrom(const Recording& recording, const Json& json) {
+// Null: it is not known.
+template <typename Type>
+std::optional<Type> knownAt(const Json& json, const char* key) {
+    const Json& value = json.at(key);
+    return value.is_null() ? std::nullopt : std::optional(value.get<Type>());
+}
+
+Sidecar sidecarOf(const Json& json) {
+    Sidecar sidecar{.module = json.at("module").get<std::string>(),
+                    .way = json.at("way").get<std::string>(),
+                    .motion = knownAt<std::string>(json, "motion").value_or(""),
+                    .seed = knownAt<uint64_t>(json, "seed").value_or(0),
+                    .limitAngle = knownAt<double>(json, "limit_deg"),
+                    .intervalMs = json.at("interval_ms").get<int32_t>(),
+                    .firmwareVersion = knownAt<uint32_t>(json, "firmware_version")};
+    for (const Json& change : json.at("modes"))
+        sidecar.modes.push_back({change.at("time_s").get<double>(), change.at("mode").get<int32_t>()});
+    for (const auto& [name, value] : json.at("properties").items())
+        sidecar.properties.emplace_back(name, value.get<std::string>());
+    return sidecar;
+}
+
+void readInto(FoundSidecar& found, const Recording& recording, const Json& json) {
     if (json.at("format") != kFormat)
         throw std::runtime_error(
             fmt::format("its format is {}, expected {}", json.at("format").dump(), kFormat));
     if (json.at("bytes") != recording.bytes || json.at("last_row") != recording.lastLine)
         throw std::runtime_error("it belongs to another recording");
-    Known known;
-    if (json.at("limit_deg").is_number()) known.limitAngle = json["limit_deg"].get<double>();
-    if (const auto ms = json.at("interval_ms").get<int32_t>(); ms > 0) known.intervalS = ms * 1e-3;
-    known.lensHeld = true;
-    for (const Json& change : json.at("modes"))
-        known.lensHeld = known.lensHeld && change.at("mode").get<int32_t>() == kModeOff;
+    const Sidecar about = sidecarOf(json);
+    Known known{.limitAngle = about.limitAngle};
+    if (about.intervalMs > 0) known.intervalS = about.intervalMs * 1e-3;
+    // A controller that took no mode does as it likes.
+    known.lensHeld = !about.modes.empty() && std::ranges::all_of(about.modes, [](const auto& change) {
+        return change.mode == kModeOff;
+    });
     if (json.at("true_motion").is_string()) known.trueMotion = readMotion(recording, motionFile(recording));
-    return known;
+    found.about = about;
+    found.known = std::move(known);
 }
 
 }  // namespace
@@ -134,11 +159,11 @@ void writeSidecar(const Recording& recording, const Sidecar& sidecar,
 }
 
 std::optional<FoundSidecar> findSidecar(const Recording& recording) {
-    FoundSidecar found{aboutFile(recording), {}, {}};
+    FoundSidecar found{aboutFile(recording), {}, {}, {}};
     std::error_code ignored;
     if (!fs::exists(found.file, ignored)) return std::nullopt;
     try {
-        found.known = knownFrom(recording, Json::parse(phone::readFile(found.file)));
+        readInto(found, recording, Json::parse(phone::readFile(found.file)));
     } catch (const std::exception& error) {  // ours, and those of the JSON library
         found.whyNot = error.what();
     }

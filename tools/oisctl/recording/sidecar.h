@@ -15,17 +15,19 @@
 namespace oisctl {
 
 struct Sidecar {
+    // That the controller took, up to the last row.
     struct ModeChange {
-        double timeS = 0;  // the controller's
+        double timeS = 0;  // the phone's clock; the simulated controller's, too
         int32_t mode = 0;
+        bool operator==(const ModeChange&) const = default;
     };
-    std::string module;
-    std::string way;  // "hub", "sub-device"
+    std::string module{};
+    std::string way{};  // "hub", "sub-device"
     std::vector<ModeChange> modes{};
     std::vector<std::pair<std::string, std::string>> properties{};
-    std::string motion;
+    std::string motion{};  // empty: it was not simulated
     uint64_t seed = 0;
-    std::optional<double> limitAngle;           // as the module's description has it
+    std::optional<double> limitAngle{};         // as the module's description has it
     int32_t intervalMs = 0;                     // 0: as fast as it went
     std::optional<uint32_t> firmwareVersion{};  // empty: of a controller that nobody asked
 };
@@ -38,6 +40,7 @@ struct FoundSidecar {
     std::string file;
     std::string whyNot;  // it was not used; empty: it was
     Known known;
+    Sidecar about{};  // as it was written
 };
 // Nothing where none stands beside the recording. One that belongs to another recording, or cannot be read,
 // is not used, and says why.

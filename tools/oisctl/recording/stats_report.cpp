@@ -11,6 +11,14 @@ namespace oisctl {
 
 namespace {
 
+constexpr AxisFigure kLimit{"limit_deg", "lens stops at", &AxisStats::limit};
+constexpr const char* kSamplesAtLimit = "samples at the limit";
+constexpr const char* kResidual = "residual shake, RMS";
+
+std::string suppressionLabel(const BandSuppression& band) {
+    return "suppression, " + bandText(band);
+}
+
 // A line of two columns.
 std::string byAxes(const std::string& x, const std::string& y) {
     return fmt::format("{:>12}  {:>12}", x, y);
@@ -33,7 +41,7 @@ Field limitSamples(const RecordingStats& stats) {
         const AxisStats& a = stats.axes.at(axis);
         return std::isfinite(a.limit) ? grouped(a.samplesAtLimit) : "-";
     };
-    return {"samples_at_limit", "samples at the limit", Record{{"x", "", count(0)}, {"y", "", count(1)}},
+    return {"samples_at_limit", kSamplesAtLimit, Record{{"x", "", count(0)}, {"y", "", count(1)}},
             byAxes(text(0), text(1))};
 }
 
@@ -59,12 +67,12 @@ Record suppressionFields(const std::optional<Suppression>& suppression) {
     Record lines;
     for (const BandSuppression& band : suppression->bands) {
         bands.push_back(bandRecord(band));
-        lines.push_back({"", "suppression, " + bandText(band), Value(),
+        lines.push_back({"", suppressionLabel(band), Value(),
                          byAxes(figure(band.db(0), 1, " dB"), figure(band.db(1), 1, " dB"))});
     }
     const auto& total = suppression->bands.back();
     lines.push_back(
-        {"", "residual shake, RMS", Value(),
+        {"", kResidual, Value(),
          byAxes(figure(total.residualRms[0], 4, " deg"), figure(total.residualRms[1], 4, " deg"))});
     lines.push_back({"suppression", "  told over",
                      Record{{"from_s", "", suppression->fromS},
@@ -135,6 +143,40 @@ Field sidecarField(const std::optional<FoundSidecar>& sidecar) {
             used ? Style::kPlain : Style::kWarning};
 }
 
+std::vector<RecordingFigure> figuresOf(const RecordingStats& stats) {
+    std::vector<RecordingFigure> figures{{"rows", "rows", 0, static_cast<double>(stats.rows)},
+                                         {"duration_s", "duration", 0, stats.durationS, 3, " s"},
+                                         {"rate_hz", "rate", 0, stats.rateHz, 1, " Hz"},
+                                         {"gaps", "gaps", 0, static_cast<double>(stats.gaps.count)},
+                                         {"longest_gap_s", "longest gap", 0, stats.longestGapS, 3, " s"}};
+    for (size_t axis = 0; axis < stats.gyroRawRms.size(); ++axis)
+        figures.push_back(
+            {"gyro_raw_rms_counts", "gyro, RMS", "xyz"[axis], stats.gyroRawRms[axis], 1, " counts"});
+    const auto addBoth = [&figures](const RecordingFigure& of, double x, double y) {
+        for (const auto& [axis, value] : {std::pair('x', x), std::pair('y', y)}) {
+            figures.push_back(of);
+            figures.back().axis = axis;
+            figures.back().value = value;
+        }
+    };
+    const auto& [x, y] = stats.axes;
+    for (const AxisFigure& of : axisFigures())
+        addBoth({of.key, of.label, 0, 0, 4, " deg"}, x.*of.member, y.*of.member);
+    addBoth({kLimit.key, kLimit.label, 0, 0, 4, " deg"}, x.limit, y.limit);
+    const auto atLimit = [](const AxisStats& of) {
+        return std::isfinite(of.limit) ? static_cast<double>(of.samplesAtLimit) : std::nan("");
+    };
+    addBoth({"samples_at_limit", kSamplesAtLimit}, atLimit(x), atLimit(y));
+    if (!stats.suppression) return figures;
+    for (const BandSuppression& band : stats.suppression->bands)
+        addBoth({fmt::format("suppression_{:g}_to_{:g}_hz_db", band.fromHz, band.toHz),
+                 suppressionLabel(band), 0, 0, 1, " dB"},
+                band.db(0), band.db(1));
+    const BandSuppression& all = stats.suppression->bands.back();
+    addBoth({"residual_rms_deg", kResidual, 0, 0, 4, " deg"}, all.residualRms[0], all.residualRms[1]);
+    return figures;
+}
+
 Record statsReport(const Examined& examined) {
     const Recording& recording = examined.recording;
     const RecordingStats& stats = examined.stats;
@@ -152,7 +194,7 @@ Record statsReport(const Examined& examined) {
         {"gyro_raw_rms_counts", "", Record{{"x", "", gyro[0]}, {"y", "", gyro[1]}, {"z", "", gyro[2]}}},
         {"", "axis", {}, byAxes("x", "y")}};
     for (const AxisFigure& figure : axisFigures()) report.push_back(axisField(stats, figure));
-    report.push_back(axisField(stats, {"limit_deg", "lens stops at", &AxisStats::limit}));
+    report.push_back(axisField(stats, kLimit));
     report.push_back(limitSamples(stats));
     const Record suppression = suppressionFields(stats.suppression);
     report.insert(report.end(), suppression.begin(), suppression.end());

@@ -24,6 +24,18 @@ struct Examined {
 Examined examine(const std::string& file, std::optional<double> limitAngle = std::nullopt,
                  const Limits& limits = {});
 
+// One figure of the report, for somebody who looks at figures of several recordings.
+struct RecordingFigure {
+    std::string key;    // as in the JSON; one of many of its kind says which: "suppression_0.5_to_2_hz_db"
+    std::string label;  // "target, RMS"
+    char axis = 0;      // 'x', 'y', 'z', or 0: none of its own
+    double value = 0;   // NaN: it cannot be told
+    int decimals = 0;
+    std::string unit{};  // " deg"
+};
+// Those that need the true motion stand there only where it is known.
+std::vector<RecordingFigure> figuresOf(const RecordingStats& stats);
+
 Record statsReport(const Examined& examined);
 
 // What was read beside the recording, and whether it was used; nothing where there is none.
