@@ -401,6 +401,33 @@ std::string nameOf(const Event& event) {
     }
 }
 
+std::vector<FieldKind> fieldKinds(std::string_view command) {
+    constexpr bool kText = true;
+    const RequestInfo* request = findRequest(command);
+    const HubCommandInfo* hub = findHubCommand(command);
+    if (hub != nullptr && hub->id == ois::id(ois::HubCommand::kKorvaFwCmd)) {
+        return {{"op"},      {"action", kText}, {"outcome", kText}, {"outcome_code"}, {"value"},
+                {"version"}, {"check_value"},   {"address"},        {"size"}};
+    }
+    std::vector<FieldKind> kinds;
+    if (hub != nullptr && hub->record == findHubCommand("WRITE_REGISTER")->record)
+        kinds = {{"register", kText}, {"value"}};
+    std::vector<const RecordLayout*> layouts{request == nullptr ? nullptr : request->record,
+                                             hub == nullptr ? nullptr : hub->record};
+    if (hub != nullptr && hub->record == nullptr)  // its length tells which (hubRecord)
+        layouts = {findRequest("SET_ACC_PARAMS")->record, findRequest("SET_FIX_MODE")->record};
+    for (const RecordLayout* layout : layouts) {
+        for (const RecordField& field : layout == nullptr ? std::span<const RecordField>() : layout->fields) {
+            const bool isText = field.type == FieldType::kText || field.type == FieldType::kFloats ||
+                                field.type == FieldType::kBytes;
+            if (std::ranges::find(kinds, field.name, &FieldKind::name) == kinds.end())
+                kinds.push_back({field.name, isText});
+        }
+    }
+    if (hub != nullptr && hub->record == nullptr) kinds.push_back({"bytes", kText});
+    return kinds;
+}
+
 int64_t integerField(const Decoded& decoded, std::string_view name) {
     for (const std::vector<Field>* fields : {&decoded.answer, &decoded.fields}) {
         const auto found = std::ranges::find(*fields, name, &Field::name);

@@ -121,6 +121,13 @@ struct Decoded {
 Decoded decode(const Event& event);
 // Its name alone.
 std::string nameOf(const Event& event);
+// A field that requests or hub commands of some name decode to.
+struct FieldKind {
+    std::string_view name;
+    bool isText = false;  // else a number
+};
+// All that those of that name may decode to, whichever way they go; empty for an unknown name.
+std::vector<FieldKind> fieldKinds(std::string_view command);
 // A field of what came back, or else of what was sent; 0 when neither has it or it is no number.
 int64_t integerField(const Decoded& decoded, std::string_view name);
 

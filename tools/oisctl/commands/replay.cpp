@@ -10,8 +10,8 @@
 #include "base/suggest.h"
 #include "capture/comparison_report.h"
 #include "commands/commands.h"
+#include "scenario/expectation.h"
 #include "session/settings.h"
-#include "trace/decode.h"
 
 namespace oisctl {
 
@@ -22,13 +22,6 @@ struct Options {
     std::set<std::string> polled;
     Settings settings;
 };
-
-std::vector<std::string> commandNames() {
-    std::vector<std::string> names = namesIn(
-        phone::privateRequests(), [](const phone::RequestInfo& info) { return std::string(info.name); });
-    for (const phone::HubCommandInfo& info : phone::hubCommands()) names.emplace_back(info.name);
-    return names;
-}
 
 void takePolled(std::set<std::string>& polled, const std::string& word) {
     const std::vector<std::string> names = commandNames();

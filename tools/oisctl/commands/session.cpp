@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "base/errors.h"
+#include "base/junit.h"
 #include "base/terminal.h"
 #include "commands/commands.h"
 #include "scenario/scenario.h"
@@ -26,6 +27,7 @@ constexpr double kMicrosPerSecond = 1e6;
 struct Options {
     Settings settings;
     std::string scenario;
+    std::string junit;
     std::vector<int32_t> modes{0, 2, 3, 6, 8, 9, 10};
     std::vector<int32_t> operations;  // empty: all but the defect detector, which needs a session of its own
     double holdS = 0.5;
@@ -140,6 +142,9 @@ void requireMayRun(const DriverSession& session, const std::string& option, cons
 
 int run(const Options& options) {
     if (options.scenario.empty()) {
+        if (!options.junit.empty())
+            throw InputError("--junit " + options.junit +
+                             ": reports what a scenario expects; name one with --scenario");
         DriverSession session(options.settings, Narration::kCalls);
         requireMayRun(session, "--operations", {options.operations.begin(), options.operations.end()});
         session.requireStreaming();
@@ -150,12 +155,19 @@ int run(const Options& options) {
         throw InputError("--scenario " + options.scenario +
                          ": sets the temperature, which --kernel real allows only with --thermal-folder");
     }
+    if (!options.junit.empty() && scenario.expectations.empty()) {
+        throw InputError(fmt::format("--junit {}: {} expects nothing; [[expect]] entries say what it shall",
+                                     options.junit, options.scenario));
+    }
+    JunitFile junit(options.junit);
     DriverSession session(withScenario(options.settings, scenario), Narration::kCommands);
     requireMayRun(session, "--scenario " + options.scenario, scenario.operations());
     // What the command line says overrides what the scenario says.
     if (scenario.motion && options.settings.motion.empty()) session.phone().motion().set(scenario.motion);
     session.requireStreaming();
-    return conclude(session, runScenario(session, scenario));
+    const Summary summary = runScenario(session, scenario);
+    junit.write("oisctl session, " + session.module().name, junitCases(scenario.name, summary.judgements));
+    return conclude(session, summary);
 }
 
 }  // namespace
@@ -166,6 +178,8 @@ Command describeSession() {
         .options = withPhoneOptions(
             {value("--scenario", "NAME|FILE", "Play a timeline of 3A requests instead ('oisctl scenarios')",
                    &options->scenario, {.words = scenarioNames}),
+             value("--junit", "FILE", "Write what the scenario expects and what was seen as JUnit XML too",
+                   &options->junit),
              value("--modes", "N,N", "Modes to go through", &options->modes,
                    {.words = modeNumbers, .commas = true, .excludes = "--scenario"}),
              value(
@@ -182,6 +196,8 @@ Command describeSession() {
                      {"oisctl session --trace", "everything: files, properties, sleeps, messages"},
                      {"oisctl session -m dw9781 --trace=run.jsonl"},
                      {"oisctl session --scenario video-zoom --motion walk"},
+                     {"oisctl session --scenario mine.toml --junit result.xml",
+                      "what it expects, for a build server"},
                      {"oisctl session --fault SET_MODE@3:errno=EIO",
                       "the third SET_MODE fails; exit status 1"},
                      {"oisctl session -m mine.toml --kernel real --dump-folder /tmp/dump",

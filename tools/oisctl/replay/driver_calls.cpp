@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "base/errors.h"
+#include "base/suggest.h"
 #include "session/driver_session.h"
 #include "trace/decode.h"
 
@@ -180,6 +181,10 @@ const std::map<std::string_view, Make>& operations() {
 }
 
 }  // namespace
+
+std::vector<std::string> driverCallNames() {
+    return namesIn(operations(), [](const auto& operation) { return std::string(operation.first); });
+}
 
 void makeCall(OISDrv& driver, Event& call) {
     const auto found = operations().find(call.name);

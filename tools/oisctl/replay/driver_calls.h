@@ -14,4 +14,7 @@ namespace oisctl {
 // is no such operation.
 void makeCall(OISDrv& driver, phone::Event& call);
 
+// Those that can be made.
+std::vector<std::string> driverCallNames();
+
 }  // namespace oisctl

@@ -144,6 +144,10 @@ Scenario readScenario(TableReader table, uint64_t seed) {
     scenario.faults = readFaults(table);
     for (TableReader& span : table.tables("span")) scenario.spans.push_back(readSpan(span, scenario));
     for (TableReader& at : table.tables("at")) scenario.moments.push_back(readMoment(at, scenario, seed));
+    for (TableReader& expect : table.tables("expect")) {
+        const std::vector<Expectation> read = readExpectations(expect, scenario.durationS);
+        scenario.expectations.insert(scenario.expectations.end(), read.begin(), read.end());
+    }
     table.finish();
     std::ranges::stable_sort(scenario.moments, {}, &Moment::atS);
     return scenario;

@@ -14,6 +14,7 @@
 #include "faults/faults.h"
 #include "motion/motion.h"
 #include "ois_drv.h"
+#include "scenario/expectation.h"
 #include "services/property_store.h"
 
 namespace oisctl {
@@ -83,6 +84,7 @@ struct Scenario {
     std::vector<phone::Fault> faults;                   // the same
     std::vector<Span> spans;                            // later ones win
     std::vector<Moment> moments;                        // in order of time
+    std::vector<Expectation> expectations;
 
     uint64_t frames() const;
     double frameTimeS(uint64_t frame) const;

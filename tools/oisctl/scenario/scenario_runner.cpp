@@ -17,11 +17,17 @@ constexpr double kMicrosPerSecond = 1e6;
 class Player {
   public:
     Player(DriverSession& session, const Scenario& scenario)
-        : mSession(session), mScenario(scenario), mShake(session) {}
+        : mSession(session), mScenario(scenario), mShake(session), mCheck(scenario.expectations) {
+        session.observe([this](const phone::Event& event) { mCheck.take(event); });
+    }
+    ~Player() { mSession.observe(nullptr); }
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
 
     Summary play() {
         const bool supported = mSession.open();
         if (supported) mSession.waitForBringUp();
+        mFacts.places = places();
         if (supported && !mScenario.drivesStream()) setStream(true);
         // Without a channel nothing of it arrives, which takes time to find out where time is real.
         if (mSession.channelIsUp() || !mSession.settings().realTime) playFrames();
@@ -30,12 +36,33 @@ class Player {
 
         mSummary.scenario = mScenario.name;
         mSummary.shake = mShake.result();
+        mSummary.judgements = mCheck.judge(facts());
         return mSummary;
     }
 
   private:
+    // Which records go over the hub, the driver itself says once it is open.
+    std::set<std::string> places() {
+        std::set<std::string> all{mSession.module().name};
+        if (onSubDevice(mSession.module())) all.insert("sub-device");
+        if (onHub(mSession.module()))
+            all.insert({"hub", mSession.driver().mUseCustomCmd != 0 ? "hub-records" : "hub-registers"});
+        return all;
+    }
+
+    const SessionFacts& facts() {
+        const Settings& settings = mSession.settings();
+        const bool logs = settings.debugLog || settings.unifiedLog;
+        mFacts.shake = mSummary.shake;
+        mFacts.shakeKnown = mSession.stabiliser() != nullptr;
+        mFacts.shownLevel = logs ? settings.logLevel : phone::LogLevel::kOff;
+        mFacts.failures = mSession.tally().counts().failures;
+        return mFacts;
+    }
+
     void playFrames() {
         const int64_t startUs = mSession.nowUs();
+        mFacts.startS = mSession.nowS();
         const uint64_t frames = mScenario.frames();
         Progress progress(mScenario.name, static_cast<double>(frames));
         for (mFrame = 0; mFrame < frames && !mSession.endsEarly(); ++mFrame) {
@@ -143,6 +170,8 @@ class Player {
     uint64_t mFrame = 0;
     bool mStreaming = false;
     std::optional<long> mTemperature;
+    ExpectationCheck mCheck;
+    SessionFacts mFacts;
     Summary mSummary;
 };
 

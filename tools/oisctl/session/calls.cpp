@@ -1,5 +1,6 @@
 #include "session/calls.h"
 
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
@@ -13,6 +14,10 @@ bool wasDelivered(const phone::Event& command) {
     const bool lost =
         command.fault != nullptr && command.fault->effect.kind == phone::FaultEffect::Kind::kLost;
     return !lost && command.error == 0 && command.result.value_or(0) >= 0;
+}
+
+bool wentNowhere(const phone::Event& command) {
+    return command.error == EBADF && command.fault == nullptr;
 }
 
 std::optional<EndedCall> Calls::take(const phone::Event& event) {

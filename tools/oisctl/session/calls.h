@@ -13,6 +13,10 @@ namespace oisctl {
 // Whether a command reached its target, as far as its sender can tell: neither refused nor lost on the way.
 bool wasDelivered(const phone::Event& command);
 
+// Whether a command went to a sub-device that is not open: two requests go to the descriptor in any case,
+// and that one refuses them is no failure.
+bool wentNowhere(const phone::Event& command);
+
 struct EndedCall {
     std::string name;
     uint64_t commands = 0;       // that the calling thread sent meanwhile

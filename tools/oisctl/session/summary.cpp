@@ -226,6 +226,34 @@ void remark(DriverSession& session, const Tally::Counts& counts) {
         if (fault.strikes == 0) printRemark("oisctl: --fault " + faultText(fault));
 }
 
+// Ends a command whose result is judged already.
+int end(DriverSession& session, const Record& report, Ending ending, bool good) {
+    session.finishTrace();
+    const Tally::Counts counts = session.tally().counts();
+    Record whole = moduleFields(session);
+    Record end = endFields(session, counts, good);
+    const bool json = session.settings().json;
+    if (ending == Ending::kRemarks && !json) {
+        whole.clear();
+        end.clear();
+        remark(session, counts);
+    }
+    whole.insert(whole.end(), report.begin(), report.end());
+    whole.insert(whole.end(), end.begin(), end.end());
+    print(whole, json);
+    if (interrupted() && !outputClosed()) printRemark("oisctl: a signal came before the end");
+    return good ? kSuccess : kJobFailed;
+}
+
+// Where a scenario says how many failures there are to be, its expectations judge alone.
+bool isGood(DriverSession& session, const Summary& summary) {
+    if (!allHold(summary.judgements)) return false;
+    if (judgesFailures(summary.judgements)) return true;
+    const Tally::Counts counts = session.tally().counts();
+    return counts.failures == 0 && counts.delivered != 0 && !counts.loss &&
+           session.phone().faults().strikes() == 0;
+}
+
 }  // namespace
 
 Field verdictField(const char* key, const Verdict& verdict, const std::string& text) {
@@ -245,25 +273,10 @@ Record moduleFields(const DriverSession& session) {
             {"hub", "", onHub(module) ? Value("simulated") : Value()}};
 }
 
-int conclude(DriverSession& session, Record report, Ending ending, std::optional<bool> good) {
-    session.finishTrace();
+int conclude(DriverSession& session, const Record& report, Ending ending, std::optional<bool> good) {
     const Tally::Counts counts = session.tally().counts();
-    if (!good) good = counts.failures == 0;
-    if (counts.loss) good = false;
-    if (counts.delivered == 0) good = false;
-    Record whole = moduleFields(session);
-    Record end = endFields(session, counts, *good);
-    const bool json = session.settings().json;
-    if (ending == Ending::kRemarks && !json) {
-        whole.clear();
-        end.clear();
-        remark(session, counts);
-    }
-    whole.insert(whole.end(), report.begin(), report.end());
-    whole.insert(whole.end(), end.begin(), end.end());
-    print(whole, json);
-    if (interrupted() && !outputClosed()) printRemark("oisctl: a signal came before the end");
-    return *good ? kSuccess : kJobFailed;
+    const bool worked = counts.delivered != 0 && !counts.loss;
+    return end(session, report, ending, worked && good.value_or(counts.failures == 0));
 }
 
 int conclude(DriverSession& session, const Summary& summary) {
@@ -274,24 +287,25 @@ int conclude(DriverSession& session, const Summary& summary) {
         if (!session.settings().quiet) printLine();
         printLine(styled(Style::kBold, "summary"));
     }
-    return conclude(
-        session,
-        {{"scenario", unless(summary.scenario.empty(), "scenario"),
-          summary.scenario.empty() ? Value() : summary.scenario},
-         {"opened", "", session.opening() == DriverSession::Opening::kDone},
-         {"requests", unless(summary.requests == 0, "requests"), summary.requests, grouped(summary.requests)},
-         {"commands_sent", "commands", counts.sent, commandText(counts)},
-         {"commands", "", commandCounts(counts)},
-         callField(counts),
-         {"undelivered", unless(counts.undelivered == 0, "undelivered"), counts.undelivered,
-          grouped(counts.undelivered) + " to a sub-device that is not open"},
-         modeField(summary.modes),
-         operationField(summary.operations),
-         leftOutField(summary.leftOut),
-         customisationField(session),
-         gainField(summary.gains),
-         shakeField(summary.shake)},
-        Ending::kReport, counts.failures == 0 && session.phone().faults().strikes() == 0);
+    Record report{
+        {"scenario", unless(summary.scenario.empty(), "scenario"),
+         summary.scenario.empty() ? Value() : summary.scenario},
+        {"opened", "", session.opening() == DriverSession::Opening::kDone},
+        {"requests", unless(summary.requests == 0, "requests"), summary.requests, grouped(summary.requests)},
+        {"commands_sent", "commands", counts.sent, commandText(counts)},
+        {"commands", "", commandCounts(counts)},
+        callField(counts),
+        {"undelivered", unless(counts.undelivered == 0, "undelivered"), counts.undelivered,
+         grouped(counts.undelivered) + " to a sub-device that is not open"},
+        modeField(summary.modes),
+        operationField(summary.operations),
+        leftOutField(summary.leftOut),
+        customisationField(session),
+        gainField(summary.gains),
+        shakeField(summary.shake)};
+    const Record expected = expectationFields(summary.judgements);
+    report.insert(report.end(), expected.begin(), expected.end());
+    return end(session, report, Ending::kReport, isGood(session, summary));
 }
 
 }  // namespace oisctl

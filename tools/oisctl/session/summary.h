@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/report.h"
+#include "scenario/expectation_check.h"
 #include "session/driver_session.h"
 #include "session/shake_meter.h"
 
@@ -47,6 +48,7 @@ struct Summary {
     std::vector<std::string> leftOut;  // operations that a real controller is not asked for
     std::vector<GainReading> gains;    // of a tour that writes none
     std::optional<ShakeLeft> shake;
+    std::vector<Judgement> judgements;  // of what the scenario expects
 };
 
 // Who tells of module, failures and time.
@@ -57,7 +59,7 @@ enum class Ending {
 
 // Ends a command: finishes the trace, prints the report with what all sessions have in common, and gives the
 // exit status. `good`: whether the result is as it should be; by default, when nothing failed.
-int conclude(DriverSession& session, Record report, Ending ending = Ending::kReport,
+int conclude(DriverSession& session, const Record& report, Ending ending = Ending::kReport,
              std::optional<bool> good = std::nullopt);
 int conclude(DriverSession& session, const Summary& summary);
 

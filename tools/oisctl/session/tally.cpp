@@ -1,6 +1,5 @@
 #include "session/tally.h"
 
-#include <cerrno>
 #include <utility>
 
 #include "trace/decode.h"
@@ -26,8 +25,7 @@ void Tally::count(const phone::Event& event, const std::optional<EndedCall>& end
         mLastCall = ended;
     }
     const bool isCommand = phone::isCommand(event.kind);
-    // Two requests go to the descriptor whether it is open or not; that one refuses them is no failure.
-    if (isCommand && event.error == EBADF && event.fault == nullptr) {
+    if (isCommand && wentNowhere(event)) {
         ++mCounts.undelivered;
         return;
     }
