@@ -23,6 +23,11 @@ struct Failure {
 };
 std::string toText(const Failure& failure);
 
+// A command to a device that is not open: the driver sends two of them blindly, which is no failure.
+bool isUndelivered(const phone::Event& event);
+// Whether a fault took effect, or a command was refused.
+bool isFailure(const phone::Event& event);
+
 // Calls of one operation of the driver.
 struct CallCount {
     uint64_t made = 0;
