@@ -51,10 +51,6 @@ struct ToText {
     std::string operator()(const auto& plain) const { return fmt::format("{}", plain); }
 };
 
-std::string textOf(const Field& field) {
-    return field.text.empty() ? std::visit(ToText{}, field.value.data) : field.text;
-}
-
 // A cell, padded to its column.
 std::string padded(const std::string& text, size_t width, bool right, Style style) {
     const std::string padding(width - std::min(width, columnsOf(text)), ' ');
@@ -123,6 +119,10 @@ void printText(const Record& report) {
 Value::Value(float value) : data(std::isfinite(value) ? std::stod(fmt::to_string(value)) : double{value}) {}
 Value::Value(Record value) : data(std::make_shared<const Record>(std::move(value))) {}
 Value::Value(Table value) : data(std::make_shared<const Table>(std::move(value))) {}
+
+std::string textOf(const Field& field) {
+    return field.text.empty() ? std::visit(ToText{}, field.value.data) : field.text;
+}
 
 std::string figure(double value, int decimals, std::string_view unit) {
     if (!std::isfinite(value)) return "-";

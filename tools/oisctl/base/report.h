@@ -49,6 +49,9 @@ struct Field {
     Style style = Style::kPlain;
 };
 
+// What people read of a field.
+std::string textOf(const Field& field);
+
 // A value with its unit, as it stands behind the number (" deg"): "-" for NaN and infinity, and never "-0.0".
 std::string figure(double value, int decimals, std::string_view unit = {});
 Field measured(std::string key, std::string label, std::floating_point auto value, int decimals,

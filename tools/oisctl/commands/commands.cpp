@@ -32,6 +32,7 @@ const std::vector<CommandEntry>& commands() {
         {"Recordings", "plot", "Draw a status recording: target, hall, lens path, spectrum", describePlot},
         {"Recordings", "stats", "Say what a status recording holds: rate, gaps, tracking, verdicts",
          describeStats},
+        {"Recordings", "report", "Write one page to hand over, of a trace and a recording", describeReport},
         {"Recordings", "dump", "Dump the module's OTP memory or the controller's flash data", describeDump},
         {"Recordings", "samples", "Show the motion samples of the sensor hub's OIS channel", describeSamples},
         {"Listings", "modules", "List the camera modules, or show one in detail", describeModules},

@@ -22,6 +22,7 @@ Command describeDetectDefect();
 Command describeRecord();
 Command describePlot();
 Command describeStats();
+Command describeReport();
 Command describeDump();
 Command describeSamples();
 Command describeModules();

@@ -38,6 +38,15 @@ std::string commandText(const Tally::Counts& counts) {
     return wrapped(grouped(counts.sent) + (entries.empty() ? " sent" : " sent: "), entries);
 }
 
+Field commandsField(const Tally::Counts& counts) {
+    return {"commands_sent", "commands", counts.sent, commandText(counts)};
+}
+
+Field undeliveredField(const Tally::Counts& counts) {
+    return {"undelivered", counts.undelivered == 0 ? "" : "undelivered", counts.undelivered,
+            grouped(counts.undelivered) + " to a sub-device that is not open"};
+}
+
 Field callField(const Tally::Counts& counts) {
     Table table;
     std::vector<std::string> entries;
@@ -261,6 +270,11 @@ Field verdictField(const char* key, const Verdict& verdict, const std::string& t
             verdict.good ? Style::kGood : Style::kBad};
 }
 
+Record trafficFields(const Tally::Counts& counts) {
+    return {commandsField(counts), callField(counts), undeliveredField(counts), failureField(counts),
+            lossField(counts)};
+}
+
 Record moduleFields(const DriverSession& session) {
     const phone::ModuleDescription& module = session.module();
     const bool real = session.settings().realKernel;
@@ -292,11 +306,10 @@ int conclude(DriverSession& session, const Summary& summary) {
          summary.scenario.empty() ? Value() : summary.scenario},
         {"opened", "", session.opening() == DriverSession::Opening::kDone},
         {"requests", unless(summary.requests == 0, "requests"), summary.requests, grouped(summary.requests)},
-        {"commands_sent", "commands", counts.sent, commandText(counts)},
+        commandsField(counts),
         {"commands", "", commandCounts(counts)},
         callField(counts),
-        {"undelivered", unless(counts.undelivered == 0, "undelivered"), counts.undelivered,
-         grouped(counts.undelivered) + " to a sub-device that is not open"},
+        undeliveredField(counts),
         modeField(summary.modes),
         operationField(summary.operations),
         leftOutField(summary.leftOut),

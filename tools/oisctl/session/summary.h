@@ -10,6 +10,7 @@
 #include "scenario/expectation_check.h"
 #include "session/driver_session.h"
 #include "session/shake_meter.h"
+#include "session/tally.h"
 
 namespace oisctl {
 
@@ -65,6 +66,9 @@ int conclude(DriverSession& session, const Summary& summary);
 
 // `text`: what people read instead of the verdict's own.
 Field verdictField(const char* key, const Verdict& verdict, const std::string& text = {});
+
+// Commands, calls and failures, as a session's summary has them.
+Record trafficFields(const Tally::Counts& counts);
 
 // What all of a session's reports begin with.
 Record moduleFields(const DriverSession& session);

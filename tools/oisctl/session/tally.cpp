@@ -16,6 +16,11 @@ std::string toText(const Failure& failure) {
     return failure.event ? phone::toText(*failure.event, false) : failure.remark;
 }
 
+bool isFailure(const phone::Event& event) {
+    const bool refused = phone::isCommand(event.kind) && event.result.value_or(0) < 0;
+    return event.fault != nullptr || (refused && !wentNowhere(event));
+}
+
 void Tally::count(const phone::Event& event, const std::optional<EndedCall>& ended) {
     const std::lock_guard lock(mMutex);
     if (ended) {
@@ -29,16 +34,13 @@ void Tally::count(const phone::Event& event, const std::optional<EndedCall>& end
         ++mCounts.undelivered;
         return;
     }
-    const bool refused = isCommand && event.result.value_or(0) < 0;
     if (isCommand) {
         ++mCounts.sent;
         if (wasDelivered(event)) ++mCounts.delivered;
         ++mCounts.byName[phone::nameOf(event)];
     }
     if (deviceLost()) return;
-    if (event.fault != nullptr || refused) {
-        keepFailure({static_cast<double>(event.timeUs) * kMicro, event, {}});
-    }
+    if (isFailure(event)) keepFailure({static_cast<double>(event.timeUs) * kMicro, event, {}});
     mLoss.take(event);
     mCounts.loss = mLoss.evidence();
     mDeviceLost = mCounts.loss.has_value();

@@ -23,6 +23,9 @@ struct Failure {
 };
 std::string toText(const Failure& failure);
 
+// Whether a fault took effect, or a command was refused.
+bool isFailure(const phone::Event& event);
+
 // Calls of one operation of the driver.
 struct CallCount {
     uint64_t made = 0;
