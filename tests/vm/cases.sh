@@ -14,9 +14,9 @@ changed() { sed 's/"sent":"02000000"/"sent":"03000000"/' spy.jsonl >changed.json
 knob() { echo "$*" >$LENS/knobs; }
 # follow YES: whether READ_FLASH fills the buffer that its record points to.
 follow() { echo "$1" >/sys/module/ois_virtual/parameters/flash_follow_pointer; }
-# gone_after SECONDS COMMAND...: the device goes while the command runs.
-gone_after() {
-    (sleep "$1" && echo ois_virtual >$BUS/unbind) &
+# gone_at REQUEST COMMAND...: the device goes when the command has made the request.
+gone_at() {
+    (until grep -q " $1 in" $LENS/log; do sleep 0.05; done; echo ois_virtual >$BUS/unbind) &
     shift
     "$@"
 }

@@ -187,10 +187,10 @@ int run(Settings settings) {
     if (!session.openFor()) return conclude(session, Record());
     session.notifyStream(true);
     Observation seen;
-    session.observe([&seen](const phone::Event& event) { seen.take(event); });
+    auto observation = session.observe([&seen](const phone::Event& event) { seen.take(event); });
     std::optional<Offsets> before = offsetsOf(session);
     const int32_t result = session.setOperation(kGyroOffset);
-    session.observe(nullptr);
+    observation.reset();
     std::optional<Offsets> after = offsetsOf(session);
     const auto [measured, flash] = seen.accesses > 0 ? judge(seen) : judgeUnseen(session, result);
     if (seen.accesses > 0) before = seen.before;

@@ -139,13 +139,12 @@ Update updateBehindHub(DriverSession& session) {
     const size_t reportsBefore = hub.firmwareReports().size();
     {
         Progress progress("firmware", ois::kFirmwareBlockCount);
-        session.observe([&](const phone::Event& event) {
+        const auto observation = session.observe([&](const phone::Event& event) {
             take(update.seen, event);
             progress.update(static_cast<double>(update.seen.blocks),
                             fmt::format("block {} of {}", update.seen.blocks, ois::kFirmwareBlockCount));
         });
         session.firmwareUpdate();
-        session.observe(nullptr);
     }
     update.seconds = session.nowS() - startS;
     update.after = hub.chip().held()->registers.get(Register::kFirmwareVersion);
@@ -165,13 +164,12 @@ Update updateOnSubDevice(DriverSession& session) {
     const double startS = session.nowS();
     Update update;
     update.outcome = kNotAsked;
-    session.observe([&update](const phone::Event& event) {
+    const auto observation = session.observe([&update](const phone::Event& event) {
         if (event.kind == phone::EventKind::kSubDevice &&
             event.code == ois::code(ois::Request::kUpdateFirmware))
             update.outcome = judgeRequest(event);
     });
     session.firmwareUpdate();
-    session.observe(nullptr);
     update.seconds = session.nowS() - startS;
     return update;
 }

@@ -55,10 +55,9 @@ constexpr const char* kStatusFile = "_status.txt";
 // What the trace shows of the recording while it is made.
 class Watch {
   public:
-    explicit Watch(DriverSession& session) : mSession(session) {
-        mSession.observe([this](const phone::Event& event) { take(event); });
+    explicit Watch(DriverSession& session) {
+        mObservation = session.observe([this](const phone::Event& event) { take(event); });
     }
-    ~Watch() { mSession.observe(nullptr); }
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
 
@@ -80,10 +79,10 @@ class Watch {
         }
     }
 
-    DriverSession& mSession;
     std::atomic<int> mRefused{0};
     std::vector<Sidecar::ModeChange> mModes;
     std::vector<Sidecar::ModeChange> mPending;  // since the last row
+    DriverSession::Observation mObservation;    // ends before what it fills
 };
 
 // Ends early when nothing is recorded any more, however long it was to take: the controller refuses, or the

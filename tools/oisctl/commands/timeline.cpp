@@ -30,9 +30,9 @@ std::vector<phone::Event> played(const Settings& settings, const std::string& na
     if (scenario.motion) session.phone().motion().set(scenario.motion);
     session.requireStreaming();
     std::vector<phone::Event> events;
-    session.observe([&events](const phone::Event& event) { events.push_back(event); });
+    const auto observation =
+        session.observe([&events](const phone::Event& event) { events.push_back(event); });
     runScenario(session, scenario);
-    session.observe(nullptr);
     session.finishTrace();
     return events;
 }

@@ -86,6 +86,13 @@ std::string_view what(FaultPoint point) {
     return "call";
 }
 
+constexpr size_t kAddressSize = sizeof(uint64_t);
+bool sameAddress(const Event& event) {
+    return event.kind == EventKind::kSubDevice && event.code == ois::code(ois::Request::kReadFlash) &&
+           event.received.size() >= kAddressSize &&
+           phone::recordOf<uint64_t>(event.received) == phone::recordOf<uint64_t>(event.sent);
+}
+
 FaultEffect failure(int error) {
     return {.kind = FaultEffect::Kind::kAnswer, .error = error};
 }
@@ -101,9 +108,8 @@ RecordedAnswers::RecordedAnswers(phone::Phone& phone, const TraceFile& trace,
         mQueues[{traced.event.thread, place->first, place->second}].events.push_back(&traced);
         mRecorded.insert(place->first);
     }
-    mPhone.faults().setOverride([this](FaultPoint point, std::string_view key, std::span<const uint8_t>) {
-        return answer(point, key);
-    });
+    mPhone.faults().setOverride([this](FaultPoint point, std::string_view key,
+                                       std::span<const uint8_t> sent) { return answer(point, key, sent); });
 }
 
 RecordedAnswers::~RecordedAnswers() {
@@ -134,13 +140,18 @@ const Event* RecordedAnswers::take(const Place& place) {
     return nullptr;
 }
 
-std::optional<FaultEffect> RecordedAnswers::answer(FaultPoint point, std::string_view key) {
+std::optional<FaultEffect> RecordedAnswers::answer(FaultPoint point, std::string_view key,
+                                                   std::span<const uint8_t> sent) {
     // What the recorder did not look at is as the phone has it.
     if (!mRecorded.contains(point)) return std::nullopt;
     const Event* event = take({mPhone.clock().threadNumber(), point, std::string(key)});
     if (event == nullptr) return failure(ENODATA);
     if (event->error != 0) return failure(event->error);
-    return prepare(point, *event);
+    std::optional<FaultEffect> effect = prepare(point, *event);
+    // A flash record that came back with its address comes back with that of now.
+    if (effect && sameAddress(*event))
+        std::copy_n(sent.begin(), std::min(sent.size(), kAddressSize), effect->bytes.begin());
+    return effect;
 }
 
 // Some questions the phone answers itself, once it has been told what to answer.

@@ -47,7 +47,8 @@ class RecordedAnswers {
     };
     using Place = std::tuple<uint32_t, phone::FaultPoint, std::string>;  // thread, what is asked, its name
 
-    std::optional<phone::FaultEffect> answer(phone::FaultPoint point, std::string_view key);
+    std::optional<phone::FaultEffect> answer(phone::FaultPoint point, std::string_view key,
+                                             std::span<const uint8_t> sent);
     // The next recorded one; null when there is none.
     const phone::Event* take(const Place& place);
     phone::FaultEffect answerOf(phone::FaultPoint point, const phone::Event& event);

@@ -18,9 +18,8 @@ class Player {
   public:
     Player(DriverSession& session, const Scenario& scenario)
         : mSession(session), mScenario(scenario), mShake(session), mCheck(scenario.expectations) {
-        session.observe([this](const phone::Event& event) { mCheck.take(event); });
+        mObservation = session.observe([this](const phone::Event& event) { mCheck.take(event); });
     }
-    ~Player() { mSession.observe(nullptr); }
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
@@ -173,6 +172,7 @@ class Player {
     ExpectationCheck mCheck;
     SessionFacts mFacts;
     Summary mSummary;
+    DriverSession::Observation mObservation;  // ends before what it fills
 };
 
 }  // namespace

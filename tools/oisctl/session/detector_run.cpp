@@ -65,14 +65,13 @@ class Follower {
 DetectorRun followDetector(DriverSession& session, const std::function<void()>& order,
                            const DetectorProgress& progress) {
     Follower follower(session.module().custInfo, session.driver().mOisCalibInfo);
-    session.observe([&](const phone::Event& event) {
+    const auto observation = session.observe([&](const phone::Event& event) {
         follower.take(event);
         if (progress) progress(follower.seen());
     });
     order();
     std::thread& detector = session.driver().mDefectDetectThread;
     if (detector.joinable()) detector.join();
-    session.observe(nullptr);
     return follower.seen();
 }
 

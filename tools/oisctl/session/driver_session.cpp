@@ -73,7 +73,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
         mWay.take(event);
         mTraceOutput.show(event, ended);
         const std::lock_guard lock(mObserverMutex);
-        if (mObserver) mObserver(event);
+        for (const auto& observer : mObservers) observer(event);
     });
     mPhone->log().setLevel(settings.logLevel);
     mPhone->log().setSinks(settings.debugLog, settings.unifiedLog);
@@ -124,6 +124,15 @@ phone::Stabiliser* DriverSession::stabiliser() {
     if (behindHub()) return &mPhone->hub().chip().stabiliser();
     phone::Controller* controller = mPhone->controller(mSettings.sensorDev);
     return controller == nullptr ? nullptr : &controller->stabiliser();
+}
+
+DriverSession::Observation DriverSession::observe(std::function<void(const phone::Event&)> observer) {
+    const std::lock_guard lock(mObserverMutex);
+    const auto place = mObservers.insert(mObservers.end(), std::move(observer));
+    return {nullptr, [this, place](void*) {
+                const std::lock_guard lockAgain(mObserverMutex);
+                mObservers.erase(place);
+            }};
 }
 
 void DriverSession::addFault(const phone::Fault& fault) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -64,11 +65,10 @@ class DriverSession {
     // The lens and loop of the module; null for a module without a simulated controller.
     phone::Stabiliser* stabiliser();
 
-    // Called for every event of the trace, in order and one at a time; must not call back into the phone.
-    void observe(std::function<void(const phone::Event&)> observer) {
-        const std::lock_guard lock(mObserverMutex);
-        mObserver = std::move(observer);
-    }
+    // Called for every event of the trace, in order and one at a time, for as long as the observation lives;
+    // must not call back into the phone.
+    using Observation = std::shared_ptr<void>;
+    [[nodiscard]] Observation observe(std::function<void(const phone::Event&)> observer);
     // Throws InputError when there is no such place.
     void addFault(const phone::Fault& fault);
     void clearFaults();
@@ -148,7 +148,7 @@ class DriverSession {
     Way mWay;
     TraceOutput mTraceOutput;
     std::mutex mObserverMutex;  // events come on every thread of the driver
-    std::function<void(const phone::Event&)> mObserver;
+    std::list<std::function<void(const phone::Event&)>> mObservers;
     std::unique_ptr<phone::Phone> mPhone;
     OISDrv* mDriver = nullptr;
     Opening mOpening = Opening::kNotTried;
