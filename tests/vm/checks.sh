@@ -13,4 +13,14 @@ result() {
     fi
 }
 
+# check NAME EXPECTED SEEN
+check() {
+    if [ "$2" = "$3" ]; then
+        echo "ok      $1"
+    else
+        printf 'FAILED  %s\n  expected %.300s\n  seen     %.300s\n' "$1" "$2" "$3"
+        failed=1
+    fi
+}
+
 rebind() { for verb in unbind bind; do echo ois_virtual >$BUS/$verb 2>/dev/null; done; }

@@ -1,19 +1,8 @@
-# Runs in the virtual machine, with busybox's shell: what does the tool do to a controller that outlives it? Needs
-# ois_virtual.ko and oisctl. One line a check; fails when one did.
+# Runs in the virtual machine, with busybox's shell: what does the tool do to a controller that outlives it? One line a
+# check; fails when one did.
+. ./checks.sh
 LENS=/sys/kernel/debug/ois_virtual/dw9786-4-0069
-BUS=/sys/bus/platform/drivers/ois_virtual
 WRITES='WRITE_GAIN|SET_GYRO_OFFSET|UPDATE_FIRMWARE'
-failed=0
-
-# check NAME EXPECTED SEEN
-check() {
-    if [ "$2" = "$3" ]; then
-        echo "ok      $1"
-    else
-        printf 'FAILED  %s\n  expected %s\n  seen     %s\n' "$1" "$2" "$3"
-        failed=1
-    fi
-}
 
 # tool COMMAND...: on the lens; its report in `report`, its exit status the tool's.
 tool() {
@@ -30,7 +19,6 @@ last() {
     echo "$mode ${held:-none}"
 }
 afresh() { echo >$LENS/log; echo clear >$LENS/knobs; }
-rebind() { for verb in unbind bind; do echo ois_virtual >$BUS/$verb 2>/dev/null; done; }
 
 check_writes() {
     afresh

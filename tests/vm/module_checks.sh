@@ -1,24 +1,9 @@
 # Runs in the virtual machine, with busybox's shell: is the module what kernel/README.md says? One line a check; fails
 # when one did.
-#
-#     gcc -O1 -static -no-pie -o build/vm/request tests/vm/request.c
-#     tests/vm/boot -t 300 -k slub_debug=FZPU -p /usr/bin/v4l2-compliance -f kernel/ois_virtual.ko -f build/vm/request \
-#         tests/vm/module_checks.sh
+. ./checks.sh
 NODE=/dev/v4l-subdev3 # the fourth entity; others=0, so that it comes first
 LENS=/sys/kernel/debug/ois_virtual/dw9786-4-0069
-BUS=/sys/bus/platform/drivers/ois_virtual
 PARAMETERS=/sys/module/ois_virtual/parameters
-failed=0
-
-# check NAME EXPECTED SEEN
-check() {
-    if [ "$2" = "$3" ]; then
-        echo "ok      $1"
-    else
-        printf 'FAILED  %s\n  expected %.300s\n  seen     %.300s\n' "$1" "$2" "$3"
-        failed=1
-    fi
-}
 
 # zeros N: a record of N zero bytes.
 zeros() { printf "%0$((2 * $1))d" 0; }
