@@ -142,11 +142,6 @@ objects() {
              END { print sum + 0 }'
 }
 
-rebind() {
-    echo ois_virtual >$BUS/unbind
-    echo ois_virtual >$BUS/bind
-}
-
 # node_of NAME: sets node to the entity's node. Builtins alone: a process more costs more than all of a round.
 node_of() {
     local file name
@@ -158,21 +153,21 @@ node_of() {
     done
 }
 
-# How often a session that keeps its node open was told that the device has gone, in 100 rounds.
+# How often a session that keeps its nodes open was told that the device has gone, in 100 rounds.
 rounds_under_a_session() {
     local node before after told=0 round=0
     mkfifo /tmp/in /tmp/out
     while [ $((round += 1)) -le 100 ]; do
         node_of "dw9786 4-0069"
         /tmp/request "$node" </tmp/in >/tmp/out &
-        exec 4>/tmp/in 5</tmp/out 6<"$node"
+        exec 4>/tmp/in 5</tmp/out 6<"$node" 7</dev/media0
         echo "$SET_MODE 02000000" >&4
         read -r before _ <&5
         rebind
         echo "$SET_MODE 00000000" >&4
         read -r after _ <&5
         [ "$before $after" != "0 -19" ] || told=$((told + 1))
-        exec 4>&- 5<&- 6<&-
+        exec 4>&- 5<&- 6<&- 7<&-
         wait
     done
     echo $told
