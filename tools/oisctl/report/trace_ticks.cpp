@@ -6,6 +6,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -33,7 +34,9 @@ constexpr const char* keyOf(Lane lane) {
 struct LaneName {
     Lane kind;
     std::string name;
-    auto operator<=>(const LaneName&) const = default;
+    bool operator<(const LaneName& other) const {
+        return std::tie(kind, name) < std::tie(other.kind, other.name);
+    }
 };
 
 struct Tick {
