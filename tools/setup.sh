@@ -10,6 +10,8 @@ declare -A NEEDS=(
              libeigen3-dev:/usr/include/eigen3/unsupported/Eigen/FFT libfmt-dev:/usr/include/fmt/format-inl.h
              libutfcpp-dev:/usr/include/utf8.h"
     [plot]="gnuplot-nox:gnuplot fonts-dejavu-core:/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
+    [report]="libjs-dygraphs:/usr/share/javascript/dygraphs/dygraph.min.js"
+    [browser]="chromium:chromium python3:python3"
     [test]="libgtest-dev:/usr/include/gtest/gtest.h"
     [bench]="libbenchmark-dev:/usr/include/benchmark/benchmark.h valgrind:valgrind"
     [check]="clang-format:clang-format clang-tidy:clang-tidy python3:python3 pkg-config:pkg-config"

@@ -26,7 +26,7 @@ std::string base64(std::string_view bytes) {
 
 }  // namespace
 
-void PackedColumn::add(int64_t value) {
+void PackedColumn::addNumber(int64_t value) {
     const int64_t step = value - mLast;
     mLast = value;
     const auto twice = static_cast<uint64_t>(step) << 1;

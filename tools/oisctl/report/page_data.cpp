@@ -139,7 +139,7 @@ Json columnsOf(const Examined& examined, int64_t beginUs) {
     PackedColumn time;
     for (const double timeS : recording.timeS) time.add(beginUs + std::llround(timeS * kMicrosPerSecond));
     PackedColumn breaks;  // rows in front of which there is a gap
-    for (const RowRange& segment : examined.stats.segments) breaks.add(static_cast<int64_t>(segment.begin));
+    for (const RowRange& segment : examined.stats.segments) breaks.add(segment.begin);
     Json columns{{"time_us", time.json()},
                  {"breaks", breaks.json()},
                  {"gyro_x", columnOf(recording[Column::kGyroRawX], 1)},

@@ -6,6 +6,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -33,14 +34,16 @@ constexpr const char* keyOf(Lane lane) {
 struct LaneName {
     Lane kind;
     std::string name;
-    auto operator<=>(const LaneName&) const = default;
+    bool operator<(const LaneName& other) const {
+        return std::tie(kind, name) < std::tie(other.kind, other.name);
+    }
 };
 
 struct Tick {
     const TracedEvent* traced;  // a call's is its end, or its begin where the trace has none
     int64_t beginUs;
     LaneName lane;
-    std::optional<size_t> call;  // the tick of the call that it belongs to
+    std::optional<int64_t> call;  // the tick of the call that it belongs to
 };
 
 Json fieldsJson(const std::vector<phone::Field>& fields) {
@@ -60,6 +63,11 @@ Json detailOf(const Event& event) {
             {"error", event.error == 0 ? Json() : Json(phone::errorText(event.error))}};
 }
 
+struct LaneCount {
+    LaneName lane;
+    size_t count;
+};
+
 // Ticks in the order of their begin.
 class Ticks {
   public:
@@ -67,10 +75,13 @@ class Ticks {
         for (const TracedEvent& traced : trace.events) take(traced);
     }
 
-    Json json() const {
-        std::map<LaneName, size_t> counts;
-        for (const Tick& tick : mTicks) ++counts[tick.lane];
-        return {{"lanes", lanesJson(counts)}, {"ticks", columns(counts)}, {"details", mDetails}};
+    Json json() {
+        countLanes();
+        Json data;
+        data["lanes"] = lanesJson();
+        data["ticks"] = columns();
+        data["details"] = std::move(mDetails);
+        return data;
     }
 
   private:
@@ -86,11 +97,11 @@ class Ticks {
         const Event& event = traced.event;
         const auto open = mOpen.find(event.thread);
         if (event.result && open != mOpen.end()) {
-            mTicks[open->second].traced = &traced;
+            mTicks[static_cast<size_t>(open->second)].traced = &traced;
             mOpen.erase(open);
             return;
         }
-        if (!event.result) mOpen[event.thread] = mTicks.size();
+        if (!event.result) mOpen[event.thread] = static_cast<int64_t>(mTicks.size());
         mTicks.push_back({&traced, event.timeUs, {Lane::kCall, event.name}, std::nullopt});
     }
 
@@ -109,49 +120,65 @@ class Ticks {
                           open == mOpen.end() ? std::nullopt : std::optional(open->second)});
     }
 
-    static Json lanesJson(const std::map<LaneName, size_t>& counts) {
+    // Calls, commands, messages; those of one kind as they first appear.
+    void countLanes() {
+        for (const Tick& tick : mTicks) {
+            const auto [known, isNew] = mLaneNumbers.try_emplace(tick.lane, mLanes.size());
+            if (isNew) mLanes.push_back({tick.lane, 0});
+            ++mLanes[known->second].count;
+        }
+        std::stable_sort(mLanes.begin(), mLanes.end(),
+                         [](const LaneCount& a, const LaneCount& b) { return a.lane.kind < b.lane.kind; });
+        for (size_t i = 0; i < mLanes.size(); ++i) mLaneNumbers[mLanes[i].lane] = i;
+    }
+
+    Json lanesJson() const {
         Json lanes = Json::array();
-        for (const auto& [lane, count] : counts)
-            lanes.push_back({{"kind", keyOf(lane.kind)}, {"name", lane.name}, {"count", count}});
+        for (const LaneCount& lane : mLanes)
+            lanes.push_back({{"kind", keyOf(lane.lane.kind)}, {"name", lane.lane.name}});
         return lanes;
     }
 
-    Json columns(const std::map<LaneName, size_t>& counts) const {
-        std::map<LaneName, size_t> seen;
-        PackedColumn time, length, lane, line, thread, call, failure, detail;
+    Json columns() {
+        std::vector<size_t> seen(mLanes.size());
+        PackedColumn time, length, lanes, line, thread, call, failure, detail;
         for (const Tick& tick : mTicks) {
             const Event& event = tick.traced->event;
+            const size_t lane = mLaneNumbers.at(tick.lane);
             time.add(tick.beginUs);
             length.add(event.timeUs - tick.beginUs);
-            lane.add(std::distance(counts.begin(), counts.find(tick.lane)));
-            line.add(static_cast<int64_t>(tick.traced->line));
+            lanes.add(lane);
+            line.add(tick.traced->line);
             thread.add(event.thread);
-            tick.call ? call.add(static_cast<int64_t>(*tick.call)) : call.addNone();
+            call.add(tick.call);
             failure.add(isFailure(event) ? 1 : 0);
-            const size_t step = counts.at(tick.lane) / kMostDetails + 1;
-            const auto index = detailIndex(event, seen[tick.lane]++ % step == 0 || isFailure(event));
-            index ? detail.add(static_cast<int64_t>(*index)) : detail.addNone();
+            const size_t step = mLanes[lane].count / kMostDetails + 1;
+            detail.add(detailIndex(event, seen[lane]++ % step == 0 || isFailure(event)));
         }
-        return {{"time_us", time.json()},   {"length_us", length.json()}, {"lane", lane.json()},
+        return {{"time_us", time.json()},   {"length_us", length.json()}, {"lane", lanes.json()},
                 {"line", line.json()},      {"thread", thread.json()},    {"call", call.json()},
                 {"failed", failure.json()}, {"detail", detail.json()}};
     }
 
     // What was seen before costs nothing more. Empty: it is not kept.
-    std::optional<size_t> detailIndex(const Event& event, bool wanted) const {
+    std::optional<int64_t> detailIndex(const Event& event, bool wanted) {
         const std::string key = phone::toJson(event, false);
         const auto known = mIndexes.find(key);
         if (known != mIndexes.end()) return known->second;
         if (!wanted) return std::nullopt;
+        const auto index = static_cast<int64_t>(mDetails.size());
         mDetails.push_back(detailOf(event));
-        return mIndexes[key] = mDetails.size() - 1;
+        mIndexes.emplace(key, index);
+        return index;
     }
 
     std::vector<Tick> mTicks;
-    std::map<uint32_t, size_t> mOpen;  // calls, by thread
+    std::map<uint32_t, int64_t> mOpen;  // calls, by thread
     std::string mSink;
-    mutable std::map<std::string, size_t> mIndexes;
-    mutable Json mDetails = Json::array();
+    std::vector<LaneCount> mLanes;
+    std::map<LaneName, size_t> mLaneNumbers;
+    std::map<std::string, int64_t> mIndexes;
+    Json mDetails = Json::array();
 };
 
 }  // namespace

@@ -45,7 +45,10 @@ function unpackRows(recording) {
   const columns = {};
   for (const [name, packed] of Object.entries(others))
     columns[name] = unpack(packed, name.startsWith("gyro") ? 1 : 1 / recording.angle_steps, Float32Array);
-  return {time: unpack(time, kSeconds), breaks: new Set(unpack(breaks)), columns};
+  const times = unpack(time, kSeconds);
+  const begins = new Uint8Array(times.length);  // 1: there is a gap in front of that row
+  for (const row of unpack(breaks)) begins[row] = 1;
+  return {time: times, begins, columns};
 }
 
 // The first index whose time is not before `time`.
@@ -360,7 +363,7 @@ function appendRows(lines, series, begin, end, from, perPixel) {
     const pixel = Math.floor((rows.time[row] - from) / perPixel);
     let next = row + 1;
     while (next < end && rows.time[next] < from + (pixel + 1) * perPixel) ++next;
-    if (rows.breaks.has(row) && row > begin) lines.push([rows.time[row], ...series.map(() => NaN)]);
+    if (rows.begins[row] && row > begin) lines.push([rows.time[row], ...series.map(() => NaN)]);
     if (next - row <= 2) {
       for (let i = row; i < next; ++i) lines.push([rows.time[i], ...series.map(values => values[i])]);
     } else {
@@ -463,7 +466,7 @@ function addPanel(panel) {
   const coarse = [];
   appendRows(coarse, series, 0, rows.time.length, whole.from, (whole.to - whole.from) / 500);
   let updating = true;
-  const chart = new library(box, linesInView(series, coarse), {
+  const chart = new library(box, coarse, {
     ...chartOptions(panel), dateWindow: [view.from, view.to],
     drawCallback: shown => { if (!updating) look(...shown.xAxisRange()); },
   });
@@ -559,7 +562,7 @@ function visits(x, y, begin, end, at, side) {
   const width = Math.ceil(side);
   let most = 0;
   for (let i = begin; i < end; ++i) {
-    const open = i === begin || rows.breaks.has(i);
+    const open = i === begin || rows.begins[i];
     const toX = at(x[i]);
     const toY = side - at(y[i]);
     const fromX = open ? toX : at(x[i - 1]);
@@ -604,9 +607,10 @@ function drawPathFrame(context, side, reach, at) {
 
 function tableOf(lines, className = "") {
   const table = element("table", className);
-  for (const [label, text, style] of lines) {
+  for (const [label, text, style, note] of lines) {
     const row = element("tr");
     row.append(element("td", "", label), element("td", style, text));
+    if (note !== undefined) row.append(element("td", "soft", note));
     table.append(row);
   }
   return table;
@@ -642,6 +646,8 @@ function addVerdicts() {
   const [head, ...more] = text.split("\n");
   const session = verdictCard("Failures in the session", style, head);
   for (const line of more) session.append(element("p", "", line));
+  const first = ticks.failed.indexOf(1);
+  if (first >= 0) session.append(chooseButton("show the first", first));
   if (!data.recording) return;
   const {good, verdicts} = data.recording;
   const faults = verdicts.filter(verdict => verdict.fault).length;
@@ -681,13 +687,7 @@ function addSettings() {
     if (lines.length === 0) continue;
     const box = element("details");
     box.append(element("summary", "", title));
-    const table = element("table");
-    for (const [name, value, note] of lines) {
-      const row = element("tr");
-      row.append(element("td", "", name), element("td", "", value), element("td", "soft", note));
-      table.append(row);
-    }
-    box.append(table);
+    box.append(tableOf(lines.map(([name, value, note]) => [name, value, "", note]), "stacks"));
     byId("settings").append(box);
   }
 }
