@@ -185,6 +185,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"detect-defect", {"detect-defect"}},
         {"record, stats", {"record --seconds 0.5", "stats cut.txt"}},
         {"report", {"report a.jsonl ois_dump_tele_dw9786_status.txt"}},
+        {"export", {"export ois_dump_tele_dw9786_status.txt", "export a.jsonl"}},
         {"dump", {"dump otp", "dump flash -o ."}},
         {"samples", {"samples"}},
         {"modules", {"modules", "modules no-ois", "modules doubtful.toml"}},
