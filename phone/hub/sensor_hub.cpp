@@ -133,6 +133,7 @@ int32_t SensorHub::command(eSensorType type, OisCustomCmd& command) {
     const HubPhase phase = bringUp ? HubPhase::kBringUp : HubPhase::kRunning;
     const HubCommandInfo* info = hubCommand(command, phase);
     const OisCustomCmd sent = command;
+    const int64_t beganUs = mClock.nowUs();
     const Fate fate =
         mFaults.consult(FaultPoint::kHubCommand, info == nullptr ? std::string_view() : info->name,
                         std::as_bytes(std::span(&sent, 1)));
@@ -146,7 +147,7 @@ int32_t SensorHub::command(eSensorType type, OisCustomCmd& command) {
         const size_t length = std::min<size_t>(command.outputLength, ois::kHubPayloadSize);
         fate.spoil(std::as_writable_bytes(std::span(command.payload)).first(length));
     }
-    record(sent, command, phase, result, fate);
+    record(sent, command, phase, result, fate, beganUs);
     return result;
 }
 
@@ -285,13 +286,14 @@ void SensorHub::serveFirmware(OisCustomCmd& command) {
 }
 
 void SensorHub::record(const OisCustomCmd& sent, const OisCustomCmd& answered, HubPhase phase, int32_t result,
-                       const Fate& fate) {
+                       const Fate& fate, int64_t beganUs) {
     if (!mTrace.enabled()) return;
     const bool answers = !fate.lost() && result >= 0;
     Event event = hubEvent(sent, answers ? &answered : nullptr, phase);
     event.result = result;
     event.error = std::max(-result, 0);
     event.fault = fate.fault();
+    event.tookUs = mClock.nowUs() - beganUs;
     mTrace.record(std::move(event));
 }
 

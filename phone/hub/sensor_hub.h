@@ -110,7 +110,7 @@ class SensorHub {
     void endSession();
     void serveFirmware(ois::OisCustomCmd& command);
     void record(const ois::OisCustomCmd& sent, const ois::OisCustomCmd& answered, HubPhase phase,
-                int32_t result, const Fate& fate);
+                int32_t result, const Fate& fate, int64_t beganUs);
     void recordCall(const char* name, std::vector<Field> fields, std::optional<int64_t> result,
                     const Fate& fate, std::span<const uint8_t> received = {});
 

@@ -98,7 +98,7 @@ class Kernel : private KernelParts {
 
     Fate consultRequest(uint32_t request, std::span<const std::byte> record);
     void traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
-                      int32_t result, const Fate& fate);
+                      int32_t result, const Fate& fate, int64_t beganUs);
     void traceCall(EventKind kind, const char* name, std::vector<Field> fields, int64_t result, int error,
                    const Fate& fate, std::vector<Field> answer = {});
 

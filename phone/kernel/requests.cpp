@@ -60,8 +60,9 @@ Fate Kernel::consultRequest(uint32_t request, std::span<const std::byte> record)
 }
 
 void Kernel::traceRequest(uint32_t request, std::span<const std::byte> in, std::span<const std::byte> out,
-                          int32_t result, const Fate& fate) {
+                          int32_t result, const Fate& fate, int64_t beganUs) {
     Event event = requestEvent(request, asUint8(in), asUint8(out));
+    event.tookUs = mClock.nowUs() - beganUs;
     event.result = std::max(result, -1);
     event.error = std::max(-result, 0);
     event.fault = fate.fault();
@@ -100,6 +101,7 @@ bool Kernel::knows(const Node& node, uint32_t request) {
 // A sub-device copies the record of any request in before it finds that it does not know it; a media device
 // looks at the code first.
 int32_t Kernel::refuse(const Node& node, uint32_t request, const void* argument) {
+    const int64_t beganUs = mClock.nowUs();
     std::vector<std::byte> record(goesIn(request) ? _IOC_SIZE(request) : 0);
     const bool reached = copyFromUser(record, argument);
     int32_t result = !reached && node.kind == Node::Kind::kSubDevice ? -EFAULT : -ENOTTY;
@@ -109,7 +111,7 @@ int32_t Kernel::refuse(const Node& node, uint32_t request, const void* argument)
     if (fate.error() != 0) result = -fate.error();
     if (fate.lost()) result = 0;
     result = static_cast<int32_t>(fate.result().value_or(result));
-    if (mTrace.enabled()) traceRequest(request, record, {}, result, fate);
+    if (mTrace.enabled()) traceRequest(request, record, {}, result, fate, beganUs);
     return result;
 }
 
@@ -126,6 +128,7 @@ int32_t Kernel::serve(const Node& node, uint32_t request, std::span<std::byte> r
 // as a whole unless the request failed.
 int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
     if (!knows(node, request)) return refuse(node, request, argument);
+    const int64_t beganUs = mClock.nowUs();
     alignas(std::max_align_t) std::array<std::byte, kLargestMoved> space;
     const std::span record(space.data(), _IOC_SIZE(request));
     bool reached = copyFromUser(record, argument);
@@ -149,7 +152,7 @@ int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
     if (mTrace.enabled()) {
         traceRequest(request, sent,
                      answered ? std::span<const std::byte>(record) : std::span<const std::byte>{}, result,
-                     fate);
+                     fate, beganUs);
     }
     return result;
 }
@@ -157,6 +160,7 @@ int32_t Kernel::request(const Node& node, uint32_t request, void* argument) {
 // A request to a device of the machine's kernel, or to a descriptor that is none of the phone's.
 int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node* node) {
     const bool traced = mTrace.enabled();
+    const int64_t beganUs = mClock.nowUs();
     std::vector<std::byte> record(node != nullptr || traced ? _IOC_SIZE(request) : 0);
     // Of a bad pointer the kernel itself shall speak.
     if (!goesIn(request) || !copyFromUser(record, argument)) record.clear();
@@ -183,7 +187,7 @@ int32_t Kernel::passRequest(int fd, uint32_t request, void* argument, const Node
     if (traced) {
         traceRequest(request, sent,
                      answered ? std::span<const std::byte>(record) : std::span<const std::byte>{}, result,
-                     fate);
+                     fate, beganUs);
     }
     return result;
 }

@@ -61,11 +61,21 @@ EventKind kindOf(const std::string& text) {
     throw std::invalid_argument(fmt::format("no kind of event is called '{}'", text));
 }
 
+// One that this phone does not know is known by its text alone.
+Fault faultOf(const std::string& text) {
+    try {
+        return parseFault(text);
+    } catch (const std::invalid_argument&) {
+        return {.text = text};
+    }
+}
+
 Event read(const Json& json) {
     Event event;
     event.kind = kindOf(json.at("kind").get<std::string>());
     event.sequence = json.value("sequence", uint64_t{0});
     event.timeUs = json.value("time_us", int64_t{0});
+    event.tookUs = json.value("took_us", int64_t{0});
     event.thread = json.value("thread", uint32_t{0});
     event.code = json.value("code", uint32_t{0});
     if (json.contains("phase")) {
@@ -82,7 +92,7 @@ Event read(const Json& json) {
     if (json.contains("result")) event.result = json.at("result").get<int64_t>();
     if (json.contains("error")) event.error = errorByName(json.at("error").get<std::string>());
     if (json.contains("fault")) {
-        event.fault = std::make_shared<const Fault>(Fault{.text = json.at("fault").get<std::string>()});
+        event.fault = std::make_shared<const Fault>(faultOf(json.at("fault").get<std::string>()));
     }
     return event;
 }
@@ -129,6 +139,7 @@ std::string toJson(const Event& event, bool inTrace) {
     if (event.result) object["result"] = *event.result;
     if (event.error != 0) object["error"] = errorName(event.error);
     if (event.fault != nullptr) object["fault"] = event.fault->text;
+    if (inTrace && event.tookUs != 0) object["took_us"] = event.tookUs;
     // A request alone, as somebody asks what it is.
     if (!inTrace && event.sent.empty() && event.kind != EventKind::kHub && event.code != 0) {
         const RequestInfo* info = findRequest(event.code);

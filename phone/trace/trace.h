@@ -75,6 +75,7 @@ struct Event {
     std::optional<int64_t> result{};
     int error = 0;                         // errno of a failure, else 0
     std::shared_ptr<const Fault> fault{};  // the one that took effect, if any
+    int64_t tookUs = 0;                    // of what is recorded at its end; 0: no time, or nobody looked
     // Set by Trace::record.
     uint64_t sequence = 0;
     int64_t timeUs = 0;

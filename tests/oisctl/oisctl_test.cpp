@@ -185,6 +185,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"detect-defect", {"detect-defect"}},
         {"record, stats", {"record --seconds 0.5", "stats cut.txt"}},
         {"report", {"report a.jsonl ois_dump_tele_dw9786_status.txt"}},
+        {"export", {"export ois_dump_tele_dw9786_status.txt", "export a.jsonl"}},
         {"dump", {"dump otp", "dump flash -o ."}},
         {"samples", {"samples"}},
         {"modules", {"modules", "modules no-ois", "modules doubtful.toml"}},
@@ -221,6 +222,32 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         EXPECT_EQ(seen, documented[section]) << section;
     }
     EXPECT_EQ(seenOfCommon, common);
+}
+
+TEST_F(Oisctl, StatsOfManyFilesLosesNone) {
+    run("record --seconds 0.5 -o a");
+    run("record --seconds 0.5 -o b --fault lens.stuck-x");
+    write("c.txt", "no recording\n");
+    const std::string name = "/ois_dump_tele_dw9786_status.txt";
+    const struct {
+        std::string files;
+        int status;
+        size_t good, bad;
+    } cases[] = {
+        {"a" + name + " a" + name, 0, 2, 0},
+        {"b" + name + " a" + name, 1, 1, 1},
+        {"a" + name + " c.txt b" + name, 2, 1, 1},
+    };
+    for (const auto& c : cases) {
+        const Outcome outcome = run("stats --json --require-good " + c.files);
+        EXPECT_EQ(outcome.status, c.status) << c.files;
+        EXPECT_EQ(lines(outcome.err), c.status == 2 ? 1U : 0U) << outcome.err;
+        size_t good = 0, bad = 0;
+        std::istringstream stream(outcome.out);
+        for (std::string line; std::getline(stream, line);)
+            ++(json::parse(line)["recording_good"] == true ? good : bad);
+        EXPECT_EQ(std::pair(good, bad), std::pair(c.good, c.bad)) << c.files;
+    }
 }
 
 TEST_F(Oisctl, TwoRunsAreEqualByteByByte) {

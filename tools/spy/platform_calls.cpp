@@ -112,8 +112,10 @@ class SpiedProvider final : public SensorProvider {
         const uint8_t id = sent[offsetof(ois::OisCustomCmd, id)];
         // The first after the channel was enabled; its bytes may be those of another command.
         const bool bringUp = id == kInit && mBringUp.exchange(false);
+        const int64_t beganNs = nowNs();
         const int32_t result = asked([&] { return mProvider->customCmd(type, record); });
         Line<256> line("hub");
+        line.took(beganNs);
         line.number("code", id).word("phase", bringUp ? "bring-up" : "running").number("result", result);
         if (result < 0) line.error(-result);
         const HubRecord answered = hubRecord(record);

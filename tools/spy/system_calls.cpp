@@ -65,12 +65,14 @@ const char* kindOfRequest(int fd, uint32_t code) {
                                     const void* stack) {
     const auto code = static_cast<uint32_t>(request);
     const UserCopy sent(argument, _IOC_SIZE(code), stack);
+    const int64_t beganNs = nowNs();
     const int result = gIoctl(fd, request, argument);
     const int error = errno;
     const bool answered = result >= 0 && (_IOC_DIR(code) & _IOC_READ) != 0;
     Line<128> line(kind);
     line.number("code", code);
-    line.result(result, error)
+    line.took(beganNs)
+        .result(result, error)
         .record(sent.bytes(),
                 std::span(static_cast<const uint8_t*>(argument), answered ? sent.bytes().size() : 0));
     return result;

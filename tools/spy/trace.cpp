@@ -66,13 +66,6 @@ struct ThreadState {
 };
 [[gnu::tls_model("initial-exec")]] thread_local constinit ThreadState tThread;
 
-int64_t nowNs() {
-    constexpr int64_t kNsPerS = 1'000'000'000;
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * kNsPerS + now.tv_nsec;
-}
-
 // --- System calls as such: nothing that the process puts in front of libc sees them, no thread is cancelled
 // in them.
 
@@ -389,6 +382,13 @@ bool takePath() {
 }
 
 }  // namespace
+
+int64_t nowNs() {
+    constexpr int64_t kNsPerS = 1'000'000'000;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * kNsPerS + now.tv_nsec;
+}
 
 bool wanted() {
     return gState != nullptr && !gState->ended.load(std::memory_order_relaxed);

@@ -18,6 +18,9 @@
 
 namespace spy {
 
+// Of the clock by which events are told.
+int64_t nowNs();
+
 // Whether the calling thread's next event would be recorded.
 bool wanted();
 
@@ -60,6 +63,13 @@ class Line : public Text<Size> {
     }
     Line& error(int error) {
         this->word("error", ErrorName(error).view());
+        return *this;
+    }
+    // Since it began, by nowNs().
+    Line& took(int64_t beganNs) {
+        constexpr int64_t kNsPerUs = 1000;
+        const int64_t us = (nowNs() - beganNs) / kNsPerUs;
+        if (us != 0) this->number("took_us", us);
         return *this;
     }
     // Of a system call: `error` counts when it failed.

@@ -33,6 +33,8 @@ const std::vector<CommandEntry>& commands() {
         {"Recordings", "stats", "Say what a status recording holds: rate, gaps, tracking, verdicts",
          describeStats},
         {"Recordings", "report", "Write one page to hand over, of a trace and a recording", describeReport},
+        {"Recordings", "export", "Write a recording or a trace in a form that other programs read",
+         describeExport},
         {"Recordings", "dump", "Dump the module's OTP memory or the controller's flash data", describeDump},
         {"Recordings", "samples", "Show the motion samples of the sensor hub's OIS channel", describeSamples},
         {"Listings", "modules", "List the camera modules, or show one in detail", describeModules},

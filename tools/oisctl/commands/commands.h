@@ -23,6 +23,7 @@ Command describeRecord();
 Command describePlot();
 Command describeStats();
 Command describeReport();
+Command describeExport();
 Command describeDump();
 Command describeSamples();
 Command describeModules();

@@ -122,6 +122,8 @@ Sidecar aboutSession(const DriverSession& session, const Options& options,
                     .motion = settings.motion.empty() ? "hand" : settings.motion,
                     .seed = settings.seed.value_or(kDefaultSeed),
                     .limitAngle = module.stabiliser.limitAngle,
+                    .gyroCountsPerRadS = module.stabiliser.gyroLsbPerRadS,
+                    .accCountsPerMS2 = module.stabiliser.accLsbPerMS2,
                     .intervalMs = options.intervalMs,
                     .firmwareVersion = {}};
     if (!session.onDevice()) sidecar.firmwareVersion = module.firmwareVersion;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "base/errors.h"
@@ -18,7 +19,8 @@ namespace oisctl {
 namespace {
 
 struct Options {
-    std::string file;
+    std::string file;                // that plot draws
+    std::vector<std::string> files;  // that stats looks at
     std::string output;
     std::optional<double> limitAngle;  // none: the sidecar's, else estimated
     bool requireGood = false;
@@ -26,8 +28,9 @@ struct Options {
     Settings settings;
 };
 
-std::vector<Option> recordingOptions(Options& options) {
-    return {value("file", "STATUS_FILE", "Status recording", &options.file, {.required = true}),
+// `recording`: which, or which ones.
+std::vector<Option> recordingOptions(Options& options, Option recording) {
+    return {std::move(recording),
             value("--limit", "DEGREES",
                   "The lens's travel either way; else what stands beside the recording, or estimated",
                   &options.limitAngle, {.range = Range{0.001, 90}}),
@@ -51,7 +54,9 @@ void takeLimit(Limits& limits, const std::string& word) {
 }
 
 std::vector<Option> statsOptions(Options& options) {
-    std::vector<Option> all = recordingOptions(options);
+    std::vector<Option> all =
+        recordingOptions(options, value("files", "STATUS_FILE...", "Status recordings", &options.files,
+                                        {.required = true, .repeats = true}));
     all.push_back(value("--max", "FIGURE=NUMBER", "The greatest that it may be on either axis; repeatable",
                         [&options](const std::string& word) { takeLimit(options.limits, word); },
                         {.words = figureNames, .repeats = true}));
@@ -60,18 +65,31 @@ std::vector<Option> statsOptions(Options& options) {
 }
 
 std::vector<Option> plotOptions(Options& options) {
-    std::vector<Option> all = recordingOptions(options);
+    std::vector<Option> all = recordingOptions(
+        options, value("file", "STATUS_FILE", "Status recording", &options.file, {.required = true}));
     all.push_back(value("-o,--output", "FILE",
                         "Picture, .png or .svg; else beside you, named after the recording",
                         &options.output));
     return all;
 }
 
+// Of many files one that cannot be used is no reason to say nothing of the others.
 int runStats(const Options& options) {
-    const Examined examined = examine(options.file, options.limitAngle, options.limits);
-    print(statsReport(examined), options.settings.json);
     const bool mustBeGood = options.requireGood || !options.limits.empty();
-    return mustBeGood && !isGood(examined.verdicts) ? kJobFailed : kSuccess;
+    int status = kSuccess;
+    for (const std::string& file : options.files) {
+        try {
+            const Examined examined = examine(file, options.limitAngle, options.limits);
+            if (!options.settings.json && file != options.files.front()) printLine();
+            print(statsReport(examined), options.settings.json);
+            if (mustBeGood && !isGood(examined.verdicts)) status = std::max<int>(status, kJobFailed);
+        } catch (const InputError& error) {
+            if (options.files.size() == 1) throw;
+            printRemark(fmt::format("oisctl: {}", error.what()));
+            status = kWrongInput;
+        }
+    }
+    return status;
 }
 
 int runPlot(const Options& options) {
@@ -92,11 +110,14 @@ Command describeStats() {
         .notes =
             "Verdicts name the lines of the file where they show. The exit status is 0 whatever they are, "
             "but\n"
-            "with --require-good or --max. Suppression is told where 'oisctl record' left the true motion\n"
+            "with --require-good or --max. Of several files each is told of; one that cannot be read makes "
+            "the\n"
+            "exit status 2 and holds up no other. Suppression is told where 'oisctl record' left the true "
+            "motion\n"
             "beside the recording.\n",
         .examples = {{"oisctl stats out/ois_dump_..._status.txt"},
-                     {"for f in line/*.txt; do oisctl stats $f --json --require-good; done",
-                      "one line of JSON each"},
+                     {"oisctl stats line/*.txt --json --require-good > line.jsonl",
+                      "one line of JSON each; exit status 1 when one of them is bad"},
                      {"oisctl stats status.txt --max tracking_error_rms_deg=0.05", "exit status 1 above it"}},
         .run = [options] { return runStats(*options); },
     };

@@ -3,10 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <numbers>
 #include <stdexcept>
@@ -14,6 +11,7 @@
 #include "base/errors.h"
 #include "base/file_content.h"
 #include "base/number.h"
+#include "base/whole_file.h"
 #include "recording/line_reader.h"
 
 namespace oisctl {
@@ -37,9 +35,9 @@ std::string motionFile(const Recording& recording) {
 }
 
 void write(const std::string& file, std::string_view text) {
-    std::ofstream out(file, std::ios::binary);
-    out << text;
-    if (!out.flush()) throw JobError(fmt::format("{}: cannot be written: {}", file, std::strerror(errno)));
+    WholeFile out(file);
+    out.write(text);
+    out.finish();
 }
 
 std::string trueMotion(const Recording& recording, const std::shared_ptr<const phone::MotionSource>& source) {
@@ -58,6 +56,11 @@ std::string trueMotion(const Recording& recording, const std::shared_ptr<const p
         fmt::format_to(std::back_inserter(text), "{:.6f} {:.6f} {:.6f}\n", timeS, angle[0], angle[1]);
     }
     return text;
+}
+
+template <typename Type>
+Json orNull(const std::optional<Type>& value) {
+    return value ? Json(*value) : Json();
 }
 
 Json modesJson(const Sidecar& sidecar) {
@@ -95,12 +98,19 @@ std::optional<Type> knownAt(const Json& json, const char* key) {
     return value.is_null() ? std::nullopt : std::optional(value.get<Type>());
 }
 
+// Earlier sidecars have none.
+std::optional<double> scaleAt(const Json& json, const char* key) {
+    return json.contains(key) ? knownAt<double>(json, key) : std::nullopt;
+}
+
 Sidecar sidecarOf(const Json& json) {
     Sidecar sidecar{.module = json.at("module").get<std::string>(),
                     .way = json.at("way").get<std::string>(),
                     .motion = knownAt<std::string>(json, "motion").value_or(""),
                     .seed = knownAt<uint64_t>(json, "seed").value_or(0),
                     .limitAngle = knownAt<double>(json, "limit_deg"),
+                    .gyroCountsPerRadS = scaleAt(json, "gyro_counts_per_rad_s"),
+                    .accCountsPerMS2 = scaleAt(json, "acc_counts_per_m_s2"),
                     .intervalMs = json.at("interval_ms").get<int32_t>(),
                     .firmwareVersion = knownAt<uint32_t>(json, "firmware_version")};
     for (const Json& change : json.at("modes"))
@@ -144,10 +154,12 @@ void writeSidecar(const Recording& recording, const Sidecar& sidecar,
         {"tool", "oisctl " OISCTL_VERSION},
         {"module", sidecar.module},
         {"way", sidecar.way},
-        {"firmware_version", sidecar.firmwareVersion ? Json(*sidecar.firmwareVersion) : Json()},
+        {"firmware_version", orNull(sidecar.firmwareVersion)},
         {"angle_unit", "deg"},
-        {"limit_deg", sidecar.limitAngle ? Json(*sidecar.limitAngle) : Json()},
+        {"limit_deg", orNull(sidecar.limitAngle)},
         {"limit_from", sidecar.limitAngle ? Json("module description") : Json()},
+        {"gyro_counts_per_rad_s", orNull(sidecar.gyroCountsPerRadS)},
+        {"acc_counts_per_m_s2", orNull(sidecar.accCountsPerMS2)},
         {"interval_ms", sidecar.intervalMs},
         {"modes", modesJson(sidecar)},
         {"properties", properties},

@@ -28,6 +28,8 @@ struct Sidecar {
     std::string motion{};  // empty: it was not simulated
     uint64_t seed = 0;
     std::optional<double> limitAngle{};         // as the module's description has it
+    std::optional<double> gyroCountsPerRadS{};  // likewise, what is raw in the recording
+    std::optional<double> accCountsPerMS2{};
     int32_t intervalMs = 0;                     // 0: as fast as it went
     std::optional<uint32_t> firmwareVersion{};  // empty: of a controller that nobody asked
 };
