@@ -175,7 +175,13 @@ TEST_F(Oisctl, ANodeThatCannotBeReachedIsSaidOnce) {
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(lines(outcome.err), 1U) << outcome.err;
     EXPECT_NE(outcome.err.find("/dev/v4l-subdev99"), std::string::npos) << outcome.err;
-    EXPECT_FALSE(fs::exists(mFolder / "x.xml"));
+    // Who reads the results for programs learns of it, too.
+    EXPECT_NE(readFile(mFolder / "x.xml").find("<failure message=\"/dev/v4l-subdev99"), std::string::npos);
+    const Outcome told = run("compliance --json --kernel real --node /dev/v4l-subdev99");
+    EXPECT_EQ(told.status, 1);
+    const json report = json::parse(told.out, nullptr, false);
+    EXPECT_EQ(report.value("good", true), false) << told.out;
+    EXPECT_EQ("oisctl: " + report.value("error", "") + "\n", told.err);
 }
 
 TEST(Junit, HoldsWhatXmlCannotInOtherWords) {

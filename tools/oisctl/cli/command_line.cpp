@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/errors.h"
+#include "base/report.h"
 #include "base/suggest.h"
 #include "cli/command.h"
 #include "cli/generate.h"
@@ -108,6 +109,25 @@ std::string exampleLines(const std::vector<Example>& examples) {
     return text;
 }
 
+bool wantsJson(const Command& command) {
+    return std::ranges::any_of(command.options, [](const Option& option) {
+        bool* const* flag = std::get_if<bool*>(&option.target);
+        return option.names == "--json" && flag != nullptr && **flag;
+    });
+}
+
+// Who reads JSON learns of a job that could not be carried through, too.
+int runJob(const Command& command) {
+    try {
+        return command.run();
+    } catch (const InputError&) {
+        throw;
+    } catch (const std::exception& error) {
+        if (wantsJson(command)) print({{"good", "", false}, {"error", "", error.what()}}, true);
+        throw;
+    }
+}
+
 constexpr const char* kEnd =
     "\n\n'oisctl COMMAND --help' shows each command with examples. Exit status: 0 done, 1 something failed,\n"
     "2 wrong input.";
@@ -150,7 +170,7 @@ int runCommandLine(int argc, char** argv) {
         return kWrongInput;
     }
     for (size_t i = 0; i < described.size(); ++i)
-        if (commands()[i].name == asked->get_name()) return described[i].run();
+        if (commands()[i].name == asked->get_name()) return runJob(described[i]);
     return kWrongInput;
 }
 

@@ -168,10 +168,18 @@ int run(const Options& options) {
     phone.trace().setListener([&trace](const phone::Event& event) { trace.show(event, std::nullopt); });
     const std::optional<phone::ModuleDescription> module = examinedModule(options);
     if (module) phone.fit(kSensor, *module);
-    const Subject subject{examinedNode(options, module), module ? &*module : nullptr, settings.allowWrite};
-    requireOpening(subject.node);
-    for (const phone::Fault& fault : settings.faults) phone.faults().add(fault);
     JunitFile junit(options.junit);
+    const char* const suite =
+        settings.realKernel ? "oisctl compliance" : "oisctl compliance, simulated kernel";
+    Subject subject{{}, module ? &*module : nullptr, settings.allowWrite};
+    try {
+        subject.node = examinedNode(options, module);
+        requireOpening(subject.node);
+    } catch (const JobError& error) {
+        junit.write(suite, {{"node", "can be reached", JunitCase::Outcome::kFailed, error.what()}});
+        throw;
+    }
+    for (const phone::Fault& fault : settings.faults) phone.faults().add(fault);
     std::vector<Result> results;
     {
         Progress progress("compliance", 1);
@@ -181,8 +189,7 @@ int run(const Options& options) {
     }
     phone.trace().setListener(nullptr);
     trace.finish();
-    junit.write(settings.realKernel ? "oisctl compliance" : "oisctl compliance, simulated kernel",
-                junitCases(results));
+    junit.write(suite, junitCases(results));
     const bool good = count(results, Verdict::kFailed) == 0;
     Record fields = report(subject, settings.realKernel, results);
     fields.push_back({"good", "", good});
