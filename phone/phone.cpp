@@ -120,6 +120,16 @@ const ModuleDescription* Phone::module(int32_t sensorDev) const {
     return mPositions[static_cast<size_t>(sensorDev)].module.get();
 }
 
+KeptByController Phone::kept(int32_t sensorDev) {
+    const Controller* const own = controller(sensorDev);
+    return own == nullptr ? mHub.kept() : own->kept();
+}
+
+void Phone::restore(int32_t sensorDev, const KeptByController& kept) {
+    Controller* const own = controller(sensorDev);
+    return own == nullptr ? mHub.restore(kept) : own->restore(kept);
+}
+
 Controller* Phone::controller(int32_t sensorDev) const {
     if (sensorDev < 0 || sensorDev >= kSensorCount) return nullptr;
     return mPositions[static_cast<size_t>(sensorDev)].controller.get();

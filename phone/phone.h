@@ -110,6 +110,11 @@ class Phone {
     // The controller behind that position's sub-device; null when it has none.
     Controller* controller(int32_t sensorDev) const;
 
+    // What the controller at that position keeps without power, and the other way round: it powers on with
+    // it. Not while the driver uses it.
+    KeptByController kept(int32_t sensorDev);
+    void restore(int32_t sensorDev, const KeptByController& kept);
+
     Clock& clock() { return mClock; }
     Trace& trace() { return mTrace; }
     Faults& faults() { return mFaults; }

@@ -238,6 +238,18 @@ std::optional<std::array<int16_t, 2>> Controller::gyroOffset() const {
     return mGyroOffset;
 }
 
+KeptByController Controller::kept() const {
+    const std::lock_guard lock(mMutex);
+    return {.gain = mGain, .gyroOffset = mGyroOffset, .flash = {}};
+}
+
+void Controller::restore(const KeptByController& kept) {
+    const std::lock_guard lock(mMutex);
+    mGain = kept.gain;
+    mGyroOffset = kept.gyroOffset;
+    if (mGyroOffset) mStabiliser.setGyroOffset((*mGyroOffset)[0], (*mGyroOffset)[1]);
+}
+
 uint64_t Controller::count(Request request) const {
     return mCounts[indexOf(request)].load(std::memory_order_relaxed);
 }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 
+#include "controllers/kept.h"
 #include "controllers/lens_faults.h"
 #include "controllers/stabiliser.h"
 #include "ois_drv.h"
@@ -44,6 +45,10 @@ class Controller {
     int32_t mode() const;
     // As measured for SET_GYRO_OFFSET, raw counts; empty before.
     std::optional<std::array<int16_t, 2>> gyroOffset() const;
+    // What it keeps without power: gains and gyro offset.
+    KeptByController kept() const;
+    // As it is when power comes. Not while the driver uses it.
+    void restore(const KeptByController& kept);
     // How often the request reached the controller.
     uint64_t count(ois::Request request) const;
     uint64_t count() const;  // of all requests

@@ -376,6 +376,23 @@ void SensorHub::fit(const ModuleDescription& module) {
     mFirmware = FirmwareImage::generate(module.firmwareVersion + 1);
 }
 
+KeptByController SensorHub::kept() {
+    KeptByController kept{.gain = {}, .gyroOffset = {}, .flash = mChip.held()->flash};
+    const std::lock_guard lock(mMutex);
+    kept.gain = mGain;
+    return kept;
+}
+
+void SensorHub::restore(const KeptByController& kept) {
+    {
+        const KorvaChip::Held chip = mChip.held();
+        chip->flash = kept.flash;
+        chip->powerOn();
+    }
+    const std::lock_guard lock(mMutex);
+    mGain = kept.gain;
+}
+
 std::shared_ptr<SensorProvider> SensorHub::createProvider(const char* userName) {
     mClock.enter();
     const Fate fate = mFaults.consult(FaultPoint::kSensorProvider);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "camera_platform/sensor_provider.h"
+#include "controllers/kept.h"
 #include "controllers/korva/chip.h"
 #include "hub/firmware_image.h"
 #include "ois_drv.h"
@@ -49,6 +50,11 @@ class SensorHub {
     void fit(const ModuleDescription& module);
     // The controller; it answers from the start, as that of a generic module, also when none was fitted.
     KorvaChip& chip() { return mChip; }
+
+    // What the controller keeps without power: its flash, and gains.
+    KeptByController kept();
+    // As it is when power comes. Not while the driver uses it.
+    void restore(const KeptByController& kept);
 
     // For the platform's entry point: a provider, or empty.
     std::shared_ptr<NSCam::Utils::SensorProvider> createProvider(const char* userName);

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "controllers/korva/flash.h"
 #include "controllers/korva/register_file.h"
 #include "controllers/lens_faults.h"
 #include "controllers/stabiliser.h"
@@ -59,20 +60,6 @@ struct KorvaTiming {
     int64_t eraseUs = 48000;         // flash, when a download opens
     int64_t blockUs = 11000;         // one block of a download
     int64_t verifyUs = 150000;       // of the image's check value
-};
-
-// What survives a loss of power.
-struct KorvaFlash {
-    static constexpr uint8_t kErased = 0xff;
-    static constexpr uint32_t kNewClockHz = 24000000;
-
-    std::vector<uint8_t> firmware = std::vector<uint8_t>(ois::kFirmwareImageSize, kErased);
-    bool firmwareGood = false;  // set when a download was verified
-    uint32_t firmwareVersion = 0;
-    std::vector<uint8_t> otherData;
-    std::array<int16_t, 2> gyroOffset{};
-    uint32_t clockHz = kNewClockHz;
-    uint32_t updatedClockHz = kNewClockHz;
 };
 
 class KorvaMachine {

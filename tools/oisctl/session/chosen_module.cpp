@@ -44,6 +44,11 @@ void requireMatchingKernel(const Settings& settings) {
                          ": keeps the simulated phone's files; with --kernel real it is --dump-folder and "
                          "--thermal-folder");
     }
+    if (settings.realKernel && !settings.state.empty()) {
+        throw InputError(
+            "--state " + settings.state.string() +
+            ": keeps what the simulated controller keeps; with --kernel real it keeps that itself");
+    }
     if (settings.realKernel && !settings.mediaGraph.empty()) {
         throw InputError("--media-graph " + settings.mediaGraph.string() +
                          ": is for the simulated kernel; with --kernel real it is this machine's own");

@@ -82,6 +82,7 @@ DriverSession::DriverSession(const Settings& settings, Narration narration)
             asInput("--media-graph: ", [&] { return phone::loadMediaDevices(settings.mediaGraph); }));
     }
     mPhone->fit(settings.sensorDev, mModule);
+    if (!settings.state.empty()) mState = std::make_unique<KeptState>(settings, mModule, *mPhone);
     setMotion(settings.motion.empty() ? "hand" : settings.motion);
     setProperties();
     if (mPhone->properties().getInt32("vendor.debug.ois.dump", 0) != 0)
@@ -202,10 +203,19 @@ bool DriverSession::channelIsUp() const {
 void DriverSession::close() {
     if (mOpen) {
         bringToRest();
-        mOpen = false;
-        run("Uninit", {}, [this] { return mDriver->Uninit(); });
+        uninit();
     }
     joinWorkers(*mDriver);
+}
+
+void DriverSession::closeAsItIs() {
+    if (mOpen && !onDevice()) uninit();
+    close();
+}
+
+void DriverSession::uninit() {
+    mOpen = false;
+    run("Uninit", {}, [this] { return mDriver->Uninit(); });
 }
 
 void DriverSession::bringToRest() {
@@ -264,6 +274,7 @@ std::optional<int32_t> DriverSession::run(const char* name, std::vector<phone::F
     event.received.assign(received.begin(), received.end());
     event.result = result.value_or(-1);
     mPhone->trace().record(std::move(event));
+    if (mState) mState->keep();
     return result;
 }
 

@@ -21,6 +21,7 @@
 #include "phone.h"
 #include "session/calls.h"
 #include "session/controller_orders.h"
+#include "session/kept_state.h"
 #include "session/settings.h"
 #include "session/tally.h"
 #include "session/trace_output.h"
@@ -96,6 +97,8 @@ class DriverSession {
     // Uninit, and the end of every worker. A controller on a sub-device is left with stabilisation off and no
     // target held, whatever it was told before.
     void close();
+    // The same, but a controller is left as it is, unless it is a real one.
+    void closeAsItIs();
     // Whether the sub-device went away meanwhile: nothing that is asked of it from then on gets through.
     bool deviceLost() const { return mTally.deviceLost(); }
     // Whether a job that goes on and on is to stop: a signal came, or the device went away.
@@ -125,8 +128,11 @@ class DriverSession {
     // Where the way to the controller ended; empty when a command was delivered.
     std::optional<WayEnd> wayEnd() const;
 
-    // Ends the trace's output. Throws JobError.
-    void finishTrace() { mTraceOutput.finish(); }
+    // Ends the trace's output, and what --state keeps. Throws JobError.
+    void finishTrace() {
+        mTraceOutput.finish();
+        if (mState) mState->finish();
+    }
 
   private:
     // Empty when it threw.
@@ -136,6 +142,7 @@ class DriverSession {
                                std::optional<std::span<const uint8_t>> answer = {});
     void setProperties();
     void bringToRest();
+    void uninit();
 
     const InterruptGuard mInterruptGuard;  // a procedure of the driver is always carried through
     const Settings mSettings;
@@ -149,6 +156,7 @@ class DriverSession {
     TraceOutput mTraceOutput;
     std::mutex mObserverMutex;  // events come on every thread of the driver
     std::list<std::function<void(const phone::Event&)>> mObservers;
+    std::unique_ptr<KeptState> mState;  // of --state; or null
     std::unique_ptr<phone::Phone> mPhone;
     OISDrv* mDriver = nullptr;
     Opening mOpening = Opening::kNotTried;

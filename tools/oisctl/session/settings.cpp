@@ -59,6 +59,10 @@ std::vector<Option> phoneOptions(Settings& settings) {
         value("--media-graph", "FILE",
               "Media devices and entities of the simulated kernel, a TOML file; otherwise the phone's own",
               &settings.mediaGraph),
+        value("--state", "DIR",
+              "Keep here what the simulated controller keeps without power: flash, gyro offset, gains, "
+              "firmware; the next run goes on with it",
+              &settings.state),
         value("--folder", "DIR", "Keep the phone's files here instead of in a temporary folder",
               &settings.folder),
     };

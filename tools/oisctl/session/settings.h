@@ -37,6 +37,7 @@ struct Settings {
     std::filesystem::path dumpFolder;
     std::filesystem::path thermalFolder;
     std::filesystem::path folder;
+    std::filesystem::path state;       // keeps what the controller keeps; empty: nothing does
     std::filesystem::path mediaGraph;  // of the simulated kernel; empty: the phone's own
 
     bool traceWanted = false;
