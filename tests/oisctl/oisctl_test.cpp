@@ -175,7 +175,7 @@ TEST_F(Oisctl, JsonHasTheKeysThatTheDocumentNames) {
         {"compare, of recordings",
          {"compare cut.txt ois_dump_tele_dw9786_status.txt",
           "compare ois_dump_tele_dw9786_status.txt other/ois_dump_tele_dw9786_status.txt"}},
-        {"replay", {"replay changed.jsonl", "replay c.jsonl"}},
+        {"replay", {"replay changed.jsonl", "replay c.jsonl", "replay c.jsonl --as-scenario c.toml"}},
         {"timeline", {"timeline c.jsonl", "timeline zoom-active-ois -m dw9786"}},
         {"probe", {"probe --kernel simulated"}},
         {"compliance", {"compliance --fault READ_STATUS:garbage=00"}},

@@ -104,4 +104,52 @@ TEST_F(Replay, PollsMayBeAsManyAsTimeAllows) {
     EXPECT_EQ(run("replay run.jsonl --polled READ_STATS").status, 2);
 }
 
+// A session with something that went wrong is told as a scenario, which passes; without what went wrong, or
+// with another call, it does not.
+TEST_F(Replay, AFieldProblemBecomesATest) {
+    for (const char* command :
+         {"session -m dw9786 --fault SET_MODE@3:errno=EIO --fault READ_GAIN@2-3:errno=EBUSY",
+          "session --scenario warming-phone --fault hub.SET_TEMPERATURE@2:lost",
+          "session --scenario fix-mode -m dw9781 --fault open./dev/media0:errno=EACCES --fault "
+          "GET_HALL@2:errno=EIO",
+          "session --set bypassen=0 --fault chip.never-idle",
+          "session --scenario near-focus -m dw9786 --fault thread:fail",
+          "session -m korvas4sw-subdev --scenario engineering --fault WRITE_GAIN:result=-22"}) {
+        run(std::string(command) + " --trace=run.jsonl -q");
+        const json told = runJson("replay run.jsonl --as-scenario field.toml");
+        EXPECT_GT(told["faults"], 0U) << command;
+        const Outcome played = run("session --scenario field.toml -q");
+        EXPECT_EQ(played.status, 0) << command << '\n' << played.out << played.err;
+        const std::string text = readFile(mFolder / "field.toml");
+        write("field.toml", std::regex_replace(text, std::regex("faults = \\[[^\\]]*\\]"), ""));
+        const Outcome without = run("session --scenario field.toml -q");
+        EXPECT_EQ(without.status, 1) << command << '\n' << without.out << without.err;
+        EXPECT_NE(without.out.find("expected "), std::string::npos) << without.out;
+    }
+}
+
+// Calls keep their times, and whatever is no scenario's is named.
+TEST_F(Replay, AScenarioKeepsTimesAndNamesWhatItCannotTell) {
+    run("session --scenario video-zoom -m dw9786 -q --trace=run.jsonl");
+    run("replay run.jsonl --as-scenario field.toml");
+    run("session --scenario field.toml -q --trace=again.jsonl");
+    const auto sent = [this](const char* file) {
+        std::vector<std::pair<int64_t, std::string>> all;
+        std::istringstream trace(readFile(mFolder / file));
+        for (std::string line; std::getline(trace, line);) {
+            const json event = json::parse(line);
+            if (event["kind"] == "sub-device") all.emplace_back(event["time_us"], event["name"]);
+        }
+        return all;
+    };
+    EXPECT_EQ(sent("again.jsonl"), sent("run.jsonl"));
+
+    run("samples --trace=run.jsonl");
+    const json told = runJson("replay run.jsonl --as-scenario field.toml");
+    EXPECT_NE(told["left_out"].dump().find("the motion samples"), std::string::npos) << told;
+    run("firmware-update --trace=run.jsonl");
+    EXPECT_NE(run("replay run.jsonl --as-scenario field.toml").err.find("no Init that ended"),
+              std::string::npos);
+}
+
 }  // namespace

@@ -4,13 +4,17 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <memory>
 
 #include "base/errors.h"
 #include "base/suggest.h"
 #include "capture/comparison_report.h"
 #include "commands/commands.h"
-#include "scenario/expectation.h"
+#include "replay/scenario_of_trace.h"
+#include "scenario/scenario.h"
 #include "session/settings.h"
 
 namespace oisctl {
@@ -20,6 +24,7 @@ namespace {
 struct Options {
     std::string trace;
     std::set<std::string> polled;
+    std::string scenario;  // the file to write; empty: none
     Settings settings;
 };
 
@@ -30,8 +35,34 @@ void takePolled(std::set<std::string>& polled, const std::string& word) {
     polled.insert(word);
 }
 
+// Writes the scenario instead of replaying.
+int writeScenario(const Options& options, const TraceFile& trace) {
+    const ToldScenario told = scenarioOf(trace, options.polled);
+    parseScenario(told.text, options.scenario);
+    std::ofstream file(options.scenario);
+    if (!file) {
+        throw InputError(
+            fmt::format("--as-scenario {}: cannot be written: {}", options.scenario, std::strerror(errno)));
+    }
+    file << told.text;
+    file.close();
+    if (!file)
+        throw JobError(fmt::format("--as-scenario {}: could not be written completely", options.scenario));
+    print({{"scenario", "scenario", options.scenario,
+            fmt::format("{}: {} calls, {} faults, {} expectations", options.scenario, told.calls, told.faults,
+                        told.expectations)},
+           {"calls", "", told.calls},
+           {"faults", "", told.faults},
+           {"expectations", "", told.expectations},
+           {"left_out", told.leftOut.empty() ? "" : "not told", told.leftOut, joined(told.leftOut, "\n"),
+            Style::kWarning}},
+          options.settings.json);
+    return kSuccess;
+}
+
 int run(const Options& options) {
     const TraceFile trace = loadTrace(options.trace);
+    if (!options.scenario.empty()) return writeScenario(options, trace);
     const Replay replayed = replay(trace, options.polled);
     const bool same = isEqual(replayed.compared) && !replayed.unanswered;
     const auto names = [](const std::set<phone::EventKind>& kinds) {
@@ -72,13 +103,20 @@ Command describeReplay() {
                           "sleeps, does not count",
                           [options](const std::string& word) { takePolled(options->polled, word); },
                           {.words = commandNames, .repeats = true, .commas = true}),
+                    value(
+                        "--as-scenario", "FILE",
+                        "Do not replay it: write a scenario that does and expects the same on the simulated "
+                        "phone",
+                        &options->scenario),
                     jsonOption(options->settings)},
         .notes =
             "The driver is called as recorded, and kernel, hub and platform answer as recorded. Exit "
             "status 1 when the\ndriver does anything else than it did then.\n",
         .examples = {{"oisctl session -m dw9786 --trace=run.jsonl"},
                      {"oisctl replay run.jsonl", "whether the driver still does the same"},
-                     {"oisctl replay field.jsonl --polled READ_STATUS"}},
+                     {"oisctl replay field.jsonl --polled READ_STATUS"},
+                     {"oisctl replay field.jsonl --as-scenario field.toml",
+                      "'oisctl session --scenario field.toml' is then a test"}},
         .run = [options] { return run(*options); },
     };
 }

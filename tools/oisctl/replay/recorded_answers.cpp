@@ -37,8 +37,20 @@ std::string commandName(const Event& event) {
     return std::string(info == nullptr ? phone::kUnknownRequest : info->name);
 }
 
-// The place at which the driver asked this; empty for what is no question.
-std::optional<std::pair<FaultPoint, std::string>> placeOf(const Event& event) {
+constexpr size_t kAddressSize = sizeof(uint64_t);
+bool sameAddress(const Event& event) {
+    return event.kind == EventKind::kSubDevice && event.code == ois::code(ois::Request::kReadFlash) &&
+           event.received.size() >= kAddressSize &&
+           phone::recordOf<uint64_t>(event.received) == phone::recordOf<uint64_t>(event.sent);
+}
+
+FaultEffect failure(int error) {
+    return {.kind = FaultEffect::Kind::kAnswer, .error = error};
+}
+
+}  // namespace
+
+std::optional<Asked> askedBy(const Event& event) {
     static const std::map<std::string_view, FaultPoint> kByName{
         {"open", FaultPoint::kOpen},
         {"fopen", FaultPoint::kOpen},
@@ -80,33 +92,20 @@ std::optional<std::pair<FaultPoint, std::string>> placeOf(const Event& event) {
     }
 }
 
-std::string_view what(FaultPoint point) {
+std::string_view placeName(FaultPoint point) {
     for (const phone::FaultPlace& place : phone::faultPlaces())
         if (place.point == point) return place.name;
     return "call";
 }
 
-constexpr size_t kAddressSize = sizeof(uint64_t);
-bool sameAddress(const Event& event) {
-    return event.kind == EventKind::kSubDevice && event.code == ois::code(ois::Request::kReadFlash) &&
-           event.received.size() >= kAddressSize &&
-           phone::recordOf<uint64_t>(event.received) == phone::recordOf<uint64_t>(event.sent);
-}
-
-FaultEffect failure(int error) {
-    return {.kind = FaultEffect::Kind::kAnswer, .error = error};
-}
-
-}  // namespace
-
 RecordedAnswers::RecordedAnswers(phone::Phone& phone, const TraceFile& trace,
                                  const std::set<std::string>& polled)
     : mPhone(phone), mPolled(polled) {
     for (const TracedEvent& traced : trace.events) {
-        const auto place = placeOf(traced.event);
+        const auto place = askedBy(traced.event);
         if (!place) continue;
-        mQueues[{traced.event.thread, place->first, place->second}].events.push_back(&traced);
-        mRecorded.insert(place->first);
+        mQueues[{traced.event.thread, place->point, place->key}].events.push_back(&traced);
+        mRecorded.insert(place->point);
     }
     mPhone.faults().setOverride([this](FaultPoint point, std::string_view key,
                                        std::span<const uint8_t> sent) { return answer(point, key, sent); });
@@ -136,7 +135,7 @@ const Event* RecordedAnswers::take(const Place& place) {
     if (queue.next < queue.events.size()) return &queue.events[queue.next++]->event;
     const auto& [thread, point, name] = place;
     if (!queue.events.empty() && mPolled.contains(name)) return &queue.events.back()->event;
-    if (!mUnanswered) mUnanswered = {thread, fmt::format("{} {}", what(point), name)};
+    if (!mUnanswered) mUnanswered = {thread, fmt::format("{} {}", placeName(point), name)};
     return nullptr;
 }
 

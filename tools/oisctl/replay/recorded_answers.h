@@ -17,6 +17,16 @@
 
 namespace oisctl {
 
+// What an event asks, named as faults name it.
+struct Asked {
+    phone::FaultPoint point;
+    std::string key;
+};
+// Empty for what is no question.
+std::optional<Asked> askedBy(const phone::Event& event);
+// How a fault at such a point begins: "request".
+std::string_view placeName(phone::FaultPoint point);
+
 // Something that the driver asked and the trace has no answer to.
 struct Unanswered {
     uint32_t thread = 0;

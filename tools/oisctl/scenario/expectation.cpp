@@ -262,7 +262,11 @@ struct ToText {
         return fmt::format("each {} {} s after {}", selected(), boundsText(what.seconds), what.after.text);
     }
     std::string operator()(const ExpectedOrder& what) const {
-        return "in this order: " + joined(namesIn(what.commands, &Selector::text));
+        constexpr size_t kShown = 8;
+        std::vector<std::string> names = namesIn(what.commands, &Selector::text);
+        const size_t more = names.size() - std::min(names.size(), kShown);
+        if (more > 1) names.resize(kShown);
+        return "in this order: " + joined(names) + (more > 1 ? fmt::format(", and {} more", more) : "");
     }
     std::string operator()(const ExpectedShake& what) const {
         return fmt::format("shake left {} {}", boundsText(what.value), what.relative ? "dB" : "deg");

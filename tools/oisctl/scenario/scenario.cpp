@@ -9,8 +9,11 @@
 
 #include "base/errors.h"
 #include "base/file_content.h"
+#include "base/number.h"
 #include "base/suggest.h"
 #include "base/toml_reader.h"
+#include "modules/module_description.h"
+#include "replay/driver_calls.h"
 #include "session/operations.h"
 
 namespace oisctl {
@@ -113,16 +116,57 @@ std::optional<Thermal> readThermal(TableReader& table) {
     return Thermal{Thermal::Kind::kHolds, *state};
 }
 
-Moment readMoment(TableReader& table, const Scenario& scenario, uint64_t seed) {
-    Moment moment;
+// Fields of a request, as a span has them.
+std::optional<std::vector<std::pair<const SpanField*, double>>> readRequest(TableReader& table) {
+    auto stated = table.table("request");
+    if (!stated) return std::nullopt;
+    std::vector<std::pair<const SpanField*, double>> values;
+    for (const SpanField& field : spanFields()) {
+        if (field.store == nullptr) continue;
+        if (const auto value = stated->number(field.name, {field.least, field.greatest, field.whole}))
+            values.emplace_back(&field, *value);
+    }
+    stated->finish();
+    return values;
+}
+
+// A call by its name, with its arguments as a trace has them: numbers by name, or a record's bytes.
+std::optional<phone::Event> readCall(TableReader& table) {
+    std::optional<phone::Event> call;
+    table.takeText("call", [&call](const std::string& name) {
+        const std::vector<std::string> names = driverCallNames();
+        if (std::ranges::find(names, name) == names.end())
+            throw std::invalid_argument(
+                fmt::format("\"{}\" is no call of the driver{}", name, suggestion(name, names)));
+        call = {.kind = phone::EventKind::kCall, .name = name};
+    });
+    if (!call) return call;
+    table.takeScalars("arguments", [&call](const std::string& name, const std::string& value) {
+        const auto number = numberOf<int64_t>(value);
+        if (!number) throw std::invalid_argument(fmt::format("is \"{}\"; it may be a whole number", value));
+        call->fields.push_back({name, *number});
+    });
+    table.takeText("record", [&call](const std::string& text) { call->sent = phone::bytesOfHex(text); });
+    return call;
+}
+
+std::vector<double> readTimes(TableReader& table, const Scenario& scenario) {
     table.require("s", "it says when, for example s = 1.5");
-    table.read("s", moment.atS, {0, scenario.durationS});
+    const phone::NumberRange times{0, scenario.durationS};
+    if (table.count("s") == 0) return {*table.number("s", times)};
+    return *table.numbers("s", times, 1, std::numeric_limits<uint16_t>::max());
+}
+
+Moment readMoment(TableReader& table, uint64_t seed) {
+    Moment moment;
     moment.stream = readStream(table);
     table.read("dynamic", moment.dynamic);
     table.read("sensor_mode", moment.sensorMode);
     table.read("mode", moment.mode);
     table.read("operation", moment.operation);
     table.read("check_status", moment.checkStatus);
+    moment.request = readRequest(table);
+    moment.call = readCall(table);
     moment.properties = readProperties(table, "set");
     moment.motion = readMotion(table, seed);
     moment.thermal = readThermal(table);
@@ -139,11 +183,23 @@ Scenario readScenario(TableReader table, uint64_t seed) {
     scenario.title = table.text("title").value_or("");
     table.read("frame_rate", scenario.frameRateHz, {1, kMaxFrameRate});
     table.read("duration_s", scenario.durationS, {1 / scenario.frameRateHz, kMaxDurationS});
+    table.takeText("module", [&](const std::string& name) {
+        scenario.module = name;
+        phone::moduleByName(name);
+    });
+    table.read("only_calls", scenario.onlyCalls);
     scenario.motion = readMotion(table, seed);
     scenario.properties = readProperties(table, "properties");
     scenario.faults = readFaults(table);
     for (TableReader& span : table.tables("span")) scenario.spans.push_back(readSpan(span, scenario));
-    for (TableReader& at : table.tables("at")) scenario.moments.push_back(readMoment(at, scenario, seed));
+    for (TableReader& at : table.tables("at")) {
+        const std::vector<double> times = readTimes(at, scenario);
+        Moment moment = readMoment(at, seed);
+        for (const double timeS : times) {
+            moment.atS = timeS;
+            scenario.moments.push_back(moment);
+        }
+    }
     for (TableReader& expect : table.tables("expect")) {
         const std::vector<Expectation> read = readExpectations(expect, scenario.durationS);
         scenario.expectations.insert(scenario.expectations.end(), read.begin(), read.end());
@@ -240,8 +296,19 @@ ois_params Scenario::requestAt(double timeS, int32_t sensorDev) const {
     return params;
 }
 
+ois_params Scenario::requestOf(const Moment& moment, int32_t sensorDev) {
+    ois_params params{};
+    for (const SpanField& field : spanFields()) {
+        if (field.store != nullptr) field.store(params, field.otherwise);
+    }
+    params.sensor_dev = sensorDev;
+    for (const auto& [field, value] : *moment.request) field->store(params, value);
+    return params;
+}
+
 bool Scenario::drivesStream() const {
-    return std::ranges::any_of(moments, [](const Moment& moment) { return moment.stream.has_value(); });
+    return onlyCalls ||
+           std::ranges::any_of(moments, [](const Moment& moment) { return moment.stream.has_value(); });
 }
 
 bool Scenario::setsTemperature() const {
@@ -253,14 +320,18 @@ bool Scenario::setsTemperature() const {
 
 std::set<int32_t> Scenario::operations() const {
     std::set<int32_t> all;
-    for (const Moment& moment : moments)
-        if (moment.operation) all.insert(*moment.operation);
-    for (uint64_t frame = 0; frame < frames(); ++frame) {
-        const double timeS = frameTimeS(frame);
-        if (!value("engineer_mode", timeS) || value("requests", timeS) == 0) continue;
-        const ois_params request = requestAt(timeS, 0);
+    const auto addRequested = [&all](const ois_params& request) {
         const bool runsOne = request.engineer_mode == kEngineeringMode;
         if (runsOne && request.engineer_operation != kNoOperation) all.insert(request.engineer_operation);
+    };
+    for (const Moment& moment : moments) {
+        if (moment.operation) all.insert(*moment.operation);
+        if (moment.request) addRequested(requestOf(moment, 0));
+    }
+    for (uint64_t frame = 0; frame < frames(); ++frame) {
+        const double timeS = frameTimeS(frame);
+        if (onlyCalls || !value("engineer_mode", timeS) || value("requests", timeS) == 0) continue;
+        addRequested(requestAt(timeS, 0));
     }
     return all;
 }

@@ -62,11 +62,13 @@ struct Thermal {
 struct Moment {
     double atS = 0;
     std::optional<bool> stream;
-    std::optional<int32_t> dynamic;     // EnableOis
-    std::optional<int32_t> sensorMode;  // SetOisCfgData
-    std::optional<int32_t> mode;        // SetMode
-    std::optional<int32_t> operation;   // SetOperation
-    bool checkStatus = false;           // CheckIcStatus
+    std::optional<int32_t> dynamic;                                           // EnableOis
+    std::optional<int32_t> sensorMode;                                        // SetOisCfgData
+    std::optional<int32_t> mode;                                              // SetMode
+    std::optional<int32_t> operation;                                         // SetOperation
+    bool checkStatus = false;                                                 // CheckIcStatus
+    std::optional<std::vector<std::pair<const SpanField*, double>>> request;  // SetOisParams
+    std::optional<phone::Event> call;                                         // any other, as traces have it
     std::vector<phone::Property> properties;
     std::shared_ptr<const phone::MotionSource> motion;  // or null
     std::optional<Thermal> thermal;
@@ -79,6 +81,8 @@ struct Scenario {
     std::string title;
     double frameRateHz = 30;
     double durationS = 0;
+    std::string module;      // goes behind --module; empty: none is named
+    bool onlyCalls = false;  // nothing is called but what the moments say, and times count from the opening
     std::shared_ptr<const phone::MotionSource> motion;  // or null
     std::vector<phone::Property> properties;            // set before the driver opens
     std::vector<phone::Fault> faults;                   // the same
@@ -93,6 +97,8 @@ struct Scenario {
     std::optional<double> value(std::string_view fieldName, double timeS) const;
     // The request of that moment. `sensorDev` is what its field holds where no span states one.
     ois_params requestAt(double timeS, int32_t sensorDev) const;
+    // The request that a moment states.
+    static ois_params requestOf(const Moment& moment, int32_t sensorDev);
     // Whether the timeline itself says when the camera streams; else it does from first to last frame.
     bool drivesStream() const;
     bool setsTemperature() const;

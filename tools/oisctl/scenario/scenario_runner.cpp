@@ -5,6 +5,7 @@
 #include "base/terminal.h"
 #include "kernel/file_tree.h"
 #include "motion/motion.h"
+#include "replay/driver_calls.h"
 #include "session/detector_run.h"
 #include "session/shake_meter.h"
 
@@ -25,13 +26,22 @@ class Player {
 
     Summary play() {
         const bool supported = mSession.open();
-        if (supported) mSession.waitForBringUp();
+        if (supported && !mScenario.onlyCalls) mSession.waitForBringUp();
         mFacts.places = places();
         if (supported && !mScenario.drivesStream()) setStream(true);
         // Without a channel nothing of it arrives, which takes time to find out where time is real.
-        if (mSession.channelIsUp() || !mSession.settings().realTime) playFrames();
-        if (mStreaming) setStream(false);
-        mSession.close();
+        mFacts.startS = mSession.nowS();
+        if (mScenario.onlyCalls) {
+            makeCalls();
+        } else if (mSession.channelIsUp() || !mSession.settings().realTime) {
+            playFrames();
+        }
+        if (mScenario.onlyCalls) {
+            mSession.closeAsItIs();
+        } else {
+            if (mStreaming) setStream(false);
+            mSession.close();
+        }
 
         mSummary.scenario = mScenario.name;
         mSummary.shake = mShake.result();
@@ -61,7 +71,6 @@ class Player {
 
     void playFrames() {
         const int64_t startUs = mSession.nowUs();
-        mFacts.startS = mSession.nowS();
         const uint64_t frames = mScenario.frames();
         Progress progress(mScenario.name, static_cast<double>(frames));
         for (mFrame = 0; mFrame < frames && !mSession.endsEarly(); ++mFrame) {
@@ -74,6 +83,23 @@ class Player {
             noteMode();
             progress.update(static_cast<double>(mFrame), "frame " + std::to_string(mFrame));
         }
+    }
+
+    void makeCalls() {
+        const int64_t startUs = mSession.nowUs();
+        const auto sleepUntil = [&](double timeS) {
+            const int64_t timeUs = startUs + std::llround(timeS * kMicrosPerSecond);
+            mShake.sleepUntil(timeUs);
+            // Threads of the driver that have something to do by then come first, also where that is now.
+            if (!mSession.endsEarly()) mSession.phone().clock().sleepUntilUs(timeUs);
+        };
+        for (const Moment& moment : mScenario.moments) {
+            sleepUntil(moment.atS);
+            if (mSession.endsEarly()) return;
+            apply(moment);
+            noteMode();
+        }
+        sleepUntil(mScenario.durationS);
     }
 
     void applyMoments(double timeS) {
@@ -100,6 +126,20 @@ class Player {
             });
         }
         if (moment.checkStatus) mSession.checkStatus();
+        if (moment.request) request(Scenario::requestOf(moment, mSession.settings().sensorDev));
+        if (moment.call) call(*moment.call);
+    }
+
+    void call(phone::Event event) {
+        std::vector<uint8_t> record = event.sent;
+        mSession.call(
+            event.name.c_str(), event.fields,
+            [&] {
+                makeCall(mSession.driver(), event);
+                if (event.received.size() == record.size()) record = event.received;
+                return static_cast<int32_t>(event.result.value_or(0));
+            },
+            record);
     }
 
     void applyTemperature(double timeS) {
@@ -142,8 +182,11 @@ class Player {
 
     void sendRequest(double timeS) {
         if (mScenario.value("requests", timeS) == 0) return;
+        request(mScenario.requestAt(timeS, mSession.settings().sensorDev));
+    }
+
+    void request(ois_params params) {
         ++mSummary.requests;
-        ois_params params = mScenario.requestAt(timeS, mSession.settings().sensorDev);
         carryOut(mSession, params.engineer_operation, [&] { mSession.setParams(params); });
         if (params.op_result_ptr != nullptr)
             mSummary.operations.push_back({params.engineer_operation, params.op_result});
@@ -178,6 +221,7 @@ class Player {
 }  // namespace
 
 Settings withScenario(Settings settings, const Scenario& scenario) {
+    if (settings.module.empty()) settings.module = scenario.module;
     settings.presets = scenario.properties;
     settings.faults.insert(settings.faults.begin(), scenario.faults.begin(), scenario.faults.end());
     return settings;
