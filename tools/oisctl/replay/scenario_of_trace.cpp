@@ -412,11 +412,13 @@ class Teller {
 
     // --- Expectations.
 
-    struct Outcome {
-        int64_t result;
-        int error;
-        auto operator<=>(const Outcome&) const = default;
-    };
+    using Outcome = std::pair<int64_t, int>;  // result, errno
+
+    // "result=0", or "error=EIO".
+    static std::string outcomeText(const Outcome& outcome) {
+        const auto& [result, error] = outcome;
+        return error != 0 ? "error=" + phone::errorName(error) : fmt::format("result={}", result);
+    }
 
     std::string expectationsText() {
         std::map<std::string, std::map<Outcome, uint64_t>> commands;
@@ -443,18 +445,13 @@ class Teller {
         const bool polled = mPolled.contains(name);
         const std::string head = fmt::format("command = \"{}\"\ncount = {}\n", name,
                                              polled ? std::string("\"1..\"") : fmt::to_string(count));
-        if (outcomes.size() == 1) {
-            const Outcome& outcome = outcomes.begin()->first;
-            return expectation(head + (outcome.error != 0
-                                           ? fmt::format("error = \"{}\"\n", phone::errorName(outcome.error))
-                                           : fmt::format("result = {}\n", outcome.result)));
-        }
+        if (outcomes.size() == 1)
+            return expectation(head + fmt::format("fields = \"{}\"\n", outcomeText(outcomes.begin()->first)));
         std::string text = expectation(head);
         for (const auto& [outcome, times] : outcomes) {
             if (polled) break;
-            const std::string which = outcome.error != 0 ? "error=" + phone::errorName(outcome.error)
-                                                         : fmt::format("result={}", outcome.result);
-            text += expectation(fmt::format("command = \"{} {}\"\ncount = {}\n", name, which, times));
+            text += expectation(
+                fmt::format("command = \"{} {}\"\ncount = {}\n", name, outcomeText(outcome), times));
         }
         return text;
     }
