@@ -13,7 +13,7 @@ declare -A NEEDS=(
     [report]="libjs-dygraphs:/usr/share/javascript/dygraphs/dygraph.min.js"
     [browser]="chromium:chromium python3:python3"
     [test]="libgtest-dev:/usr/include/gtest/gtest.h"
-    [bench]="libbenchmark-dev:/usr/include/benchmark/benchmark.h valgrind:valgrind"
+    [bench]="libbenchmark-dev:/usr/include/benchmark/benchmark.h valgrind:valgrind time:/usr/bin/time"
     [check]="clang-format:clang-format clang-tidy:clang-tidy python3:python3 pkg-config:pkg-config"
     [cross]="g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user:qemu-aarch64
              googletest:/usr/src/googletest/CMakeLists.txt"
