@@ -14,6 +14,7 @@
 #include "replay/recorded_answers.h"
 #include "scenario/scenario.h"
 #include "session/calls.h"
+#include "session/request_fields.h"
 #include "session/tally.h"
 #include "trace/decode.h"
 
@@ -62,23 +63,14 @@ std::string requestText(const ois_params& params, int32_t sensorDev) {
     Moment stating;
     stating.request.emplace();
     const ois_params usual = Scenario::requestOf(stating, sensorDev);
-    const auto add = [&text](std::string_view name, const auto& value, const auto& otherwise) {
-        if (value == otherwise) return;
-        text += fmt::format("{}{} = {}", text.empty() ? "" : ", ", name, value);
+    const auto add = [&text](const phone::Field& field) {
+        text += fmt::format("{}{} = {}", text.empty() ? "" : ", ", field.name, toText(field));
     };
-    add("ois_mode_from_tag", params.ois_mode_from_tag, usual.ois_mode_from_tag);
-    add("video_mode", params.video_mode, usual.video_mode);
-    add("engineer_mode", params.engineer_mode, usual.engineer_mode);
-    add("engineer_operation", params.engineer_operation, usual.engineer_operation);
-    add("act_scene", params.act_scene, usual.act_scene);
-    add("zoom_ratio", params.zoom_ratio, usual.zoom_ratio);
-    add("zoom_scale_en", params.zoom_scale_en, usual.zoom_scale_en);
-    add("extra_param", params.extra_param, usual.extra_param);
-    add("scenario", params.scenario, usual.scenario);
-    add("sensor_dev", params.sensor_dev, usual.sensor_dev);
-    add("capture_en", params.capture_en, usual.capture_en);
-    add("capture_value", params.capture_value, usual.capture_value);
-    add("scenario_flag", params.scenario_flag, usual.scenario_flag);
+    const std::vector<phone::Field> fields = allFieldsOf(params);
+    const std::vector<phone::Field> otherwise = allFieldsOf(usual);
+    for (size_t at = 0; at < fields.size(); ++at)
+        if (fields[at].value != otherwise[at].value) add(fields[at]);
+    if (params.sensor_dev != usual.sensor_dev) add({"sensor_dev", int64_t{params.sensor_dev}});
     return fmt::format("request = {{ {} }}\n", text);
 }
 
@@ -87,9 +79,9 @@ std::string genericText(const Event& call) {
     std::string arguments;
     if (!call.sent.empty()) text += fmt::format("record = \"{}\"\n", phone::hexOf(call.sent));
     for (const phone::Field& field : call.fields) {
-        // A record has it all.
-        const bool counts = field.name != "sensor" &&
-                            (call.sent.empty() || call.name == "ConfigOisTransfer" || field.name == "write");
+        // A record has it all, but for its lengths.
+        const bool counts =
+            field.name != "sensor" && (call.sent.empty() || findField(call, "output_length") != nullptr);
         if (!counts || std::holds_alternative<double>(field.value) ||
             std::holds_alternative<std::string>(field.value))
             continue;
