@@ -144,6 +144,11 @@ TEST_F(Replay, AScenarioKeepsTimesAndNamesWhatItCannotTell) {
         return all;
     };
     EXPECT_EQ(sent("again.jsonl"), sent("run.jsonl"));
+    // What a command says counts, too.
+    write("changed.jsonl",
+          changed(readFile(mFolder / "run.jsonl"), "SET_MODE", R"("sent":"03)", R"("sent":"05)"));
+    run("replay changed.jsonl --as-scenario other.toml");
+    EXPECT_EQ(run("session --scenario other.toml -q").status, 1);
 
     run("samples --trace=run.jsonl");
     const json told = runJson("replay run.jsonl --as-scenario field.toml");

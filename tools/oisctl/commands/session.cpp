@@ -109,7 +109,8 @@ class Tour {
         if (!mOperations.empty()) return;
         for (const OperationInfo& info : operations()) {
             if (info.number == kDetectDefect) continue;
-            if (info.writes && !mSession.mayWrite()) {
+            const bool isKept = !mSession.settings().state.empty() && !mSession.settings().allowWrite;
+            if (info.writes && (isKept || !mSession.mayWrite())) {
                 mSummary.leftOut.emplace_back(info.name);
             } else {
                 mOperations.push_back(info.number);

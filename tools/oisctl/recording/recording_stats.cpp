@@ -228,7 +228,7 @@ RecordingStats computeStats(const Recording& recording, const Known& known) {
 const std::vector<AxisFigure>& axisFigures() {
     static const std::vector<AxisFigure> kFigures = {
         {"target_rms_deg", "target, RMS", &AxisStats::targetRms},
-        {"target_peak_deg", "target, peak", &AxisStats::targetPeak},
+        {"target_peak_deg", "target, peak off mean", &AxisStats::targetPeak},
         {"tracking_error_rms_deg", "tracking error, RMS", &AxisStats::trackingErrorRms},
         {"tracking_error_peak_deg", "tracking error, peak", &AxisStats::trackingErrorPeak},
         {"tracking_error_mean_deg", "tracking error, mean", &AxisStats::trackingErrorMean},

@@ -13,7 +13,7 @@ namespace {
 
 constexpr AxisFigure kLimit{"limit_deg", "lens stops at", &AxisStats::limit};
 constexpr const char* kSamplesAtLimit = "samples at the limit";
-constexpr const char* kResidual = "residual shake, RMS";
+constexpr const char* kResidual = "residual 0.5-20 Hz, RMS";
 
 std::string suppressionLabel(const BandSuppression& band) {
     return "suppression, " + bandText(band);

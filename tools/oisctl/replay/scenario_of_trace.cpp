@@ -414,21 +414,39 @@ class Teller {
 
     std::string expectationsText() {
         std::map<std::string, std::map<Outcome, uint64_t>> commands;
-        std::vector<std::string> order;
+        std::vector<std::string> order, orderOfNames;
+        const auto append = [](std::vector<std::string>& to, const std::string& step) {
+            if (to.empty() || to.back() != step) to.push_back(step);
+        };
         for (const Event* event : mCommands) {
             const std::string name = phone::nameOf(*event);
             if (name.find(' ') != std::string::npos) continue;  // no command that has a name
             ++commands[name][{event->result.value_or(0), event->error}];
-            if (!mPolled.contains(name) && (order.empty() || order.back() != name)) order.push_back(name);
+            if (mPolled.contains(name)) continue;
+            append(orderOfNames, name);
+            append(order, stepText(*event, name));
         }
         std::string text;
         for (const auto& [name, outcomes] : commands) text += commandText(name, outcomes);
+        if (order.size() > kMostInOrder) order = std::move(orderOfNames);
         if (order.size() > kMostInOrder) {
             leaveOut(fmt::format("the order of its commands, which changes {} times", order.size()));
         } else if (order.size() > 1) {
             text += expectation("order = [\n" + listed(order) + "]\n");
         }
         return text + expectation(fmt::format("failures = {}\n", mTally.counts().failures));
+    }
+
+    // "SET_MODE mode=2": a command with what it says, as far as that is a number or two.
+    static std::string stepText(const Event& event, const std::string& name) {
+        constexpr size_t kMostFields = 2;
+        const std::vector<phone::Field> fields = phone::decode(event).fields;
+        std::string text = name;
+        if (fields.size() > kMostFields) return text;
+        for (const phone::Field& field : fields)
+            if (const auto* number = std::get_if<int64_t>(&field.value); number != nullptr && !field.hex)
+                text += fmt::format(" {}={}", field.name, *number);
+        return text;
     }
 
     std::string commandText(const std::string& name, const std::map<Outcome, uint64_t>& outcomes) {

@@ -111,7 +111,7 @@ class Ticks {
         const phone::Field* const level = phone::findField(traced.event, "level");
         if (level == nullptr || traced.event.name != mSink) return;
         const std::string name = toText(*level);
-        if (name == "error" || name == "warning") add(traced, {Lane::kMessage, name});
+        if (name == "error" || name == "warning") add(traced, {Lane::kMessage, name + " message"});
     }
 
     void add(const TracedEvent& traced, LaneName lane) {
