@@ -122,6 +122,8 @@ def check(oisctl, folder, pictures):
 
 
 def main():
+    if len(sys.argv) < 2 or not pathlib.Path(sys.argv[1]).is_file():
+        sys.exit("usage: check.py OISCTL [FOLDER for pictures]")
     if not shutil.which("chromium"):
         sys.exit("check.py: no chromium here; 'bash tools/setup.sh browser' installs it")
     with tempfile.TemporaryDirectory() as folder:
