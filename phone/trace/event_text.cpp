@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <utility>
 
 #include <fmt/format.h>
 #include <utf8/checked.h>
@@ -23,27 +24,6 @@ constexpr double kUsPerMs = 1000.0;
 // Longer values are cut short in text; JSON has them whole.
 constexpr size_t kTextValueLength = 120;
 
-// Without anything that a terminal would take for more than text.
-std::string printable(std::string_view text) {
-    std::string shown;
-    shown.reserve(text.size());
-    auto at = text.begin();
-    while (at != text.end()) {
-        const auto bad = utf8::find_invalid(at, text.end());
-        for (; at != bad; ++at) {
-            if (*at == '\n') {
-                shown += "\\n";
-            } else if (const auto byte = static_cast<unsigned char>(*at); byte < ' ' || byte == 0x7f) {
-                shown += fmt::format("\\x{:02x}", byte);
-            } else {
-                shown += *at;
-            }
-        }
-        if (at != text.end()) shown += fmt::format("\\x{:02x}", static_cast<unsigned char>(*at++));
-    }
-    return shown;
-}
-
 std::string hexText(uint64_t value) {
     return value <= UINT16_MAX ? fmt::format("0x{:04x}", value) : fmt::format("0x{:08x}", value);
 }
@@ -59,7 +39,7 @@ std::string stringValue(const std::string& value) {
 std::string fieldList(const std::vector<Field>& fields) {
     std::string text;
     for (const Field& field : fields) {
-        fmt::format_to(std::back_inserter(text), "{}{}={}", text.empty() ? "" : " ", field.name,
+        fmt::format_to(std::back_inserter(text), "{}{}={}", text.empty() ? "" : " ", printable(field.name),
                        toText(field));
     }
     return text;
@@ -139,7 +119,36 @@ std::string outcome(const Event& event, const Decoded& decoded) {
     return text;
 }
 
+// What steers a terminal, or turns the direction of writing.
+bool isControl(uint32_t point) {
+    constexpr std::pair<uint32_t, uint32_t> kControls[] = {
+        {0, 0x1f}, {0x7f, 0x9f}, {0x200e, 0x200f}, {0x202a, 0x202e}, {0x2066, 0x2069}};
+    return std::ranges::any_of(
+        kControls, [point](const auto& range) { return range.first <= point && point <= range.second; });
+}
+
 }  // namespace
+
+std::string printable(std::string_view text) {
+    std::string shown;
+    shown.reserve(text.size());
+    for (auto at = text.begin(); at != text.end();) {
+        const auto begin = at;
+        if (utf8::find_invalid(at, text.end()) == at) {
+            shown += fmt::format("\\x{:02x}", static_cast<unsigned char>(*at++));
+            continue;
+        }
+        const uint32_t point = utf8::next(at, text.end());
+        if (point == '\n') {
+            shown += "\\n";
+        } else if (isControl(point)) {
+            shown += point > UINT8_MAX ? fmt::format("\\u{:04x}", point) : fmt::format("\\x{:02x}", point);
+        } else {
+            shown.append(begin, at);
+        }
+    }
+    return shown;
+}
 
 std::string numberText(double value) {
     std::array<char, 32> text{};
@@ -157,10 +166,10 @@ std::string callText(const Event& event) {
     std::string text;
     for (const Field& field : event.fields) {
         if (!text.empty()) text += ", ";
-        if (event.fields.size() > 1) text += field.name + '=';
+        if (event.fields.size() > 1) text += printable(field.name) + '=';
         text += toText(field);
     }
-    return fmt::format("{}({})", event.name, text);
+    return fmt::format("{}({})", printable(event.name), text);
 }
 
 std::string errorName(int error) {

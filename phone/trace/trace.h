@@ -86,6 +86,8 @@ struct Event {
 // none.
 const Field* findField(const Event& event, std::string_view name);
 
+// Without anything that a terminal would take for more than text, on one line.
+std::string printable(std::string_view text);
 // A field's value as it stands in text: "16", "0x0558", "0.25".
 std::string toText(const Field& field);
 // "sub-device  SET_MODE(0x400456C2) mode=2 -> 0". `withHead` puts time and thread in front.

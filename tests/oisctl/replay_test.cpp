@@ -20,7 +20,8 @@ TEST_F(Replay, TheDriverDoesAsRecorded) {
           "session --scenario warming-phone", "session --scenario fix-mode -m dw9786", "calibrate", "samples",
           "firmware-update --fault chip.power-cut=57 --times 2", "detect-defect -m dw9786",
           "dump otp -m korvas4sw-hub", "op read-gain-x --fault READ_GAIN:result=-22 -m dw9786",
-          "registers --seconds 0.1", "session --sensor 3 --set ro.product.country.region=IN"}) {
+          "registers --seconds 0.1", "record --seconds 1",
+          "session --sensor 3 --set ro.product.country.region=IN"}) {
         run(std::string(command) + " --trace=run.jsonl");
         const auto replayed = run("replay run.jsonl");
         EXPECT_EQ(replayed.status, 0) << command << '\n' << replayed.out << replayed.err;
@@ -96,6 +97,23 @@ TEST_F(Replay, WhatTheProgramDoesBesideIsNoneOfTheDriversAffair) {
     EXPECT_NE(meanwhile.err.find("meanwhile.jsonl:3: a call begins while another thread's, of line 2"),
               std::string::npos)
         << meanwhile.err;
+}
+
+// What is known to be cut says nothing of what came then; a whole trace that is too short does.
+TEST_F(Replay, ATraceCountsAsFarAsItGoes) {
+    run("session -m dw9786 --trace=run.jsonl -q");
+    const std::string trace = readFile(mFolder / "run.jsonl");
+    write("cut.jsonl", trace.substr(0, trace.size() * 2 / 3));
+    const Outcome cut = run("replay cut.jsonl");
+    EXPECT_EQ(cut.status, 0) << cut.out;
+    EXPECT_NE(cut.out.find("as far as the trace goes"), std::string::npos) << cut.out;
+    EXPECT_NE(cut.err.find("the last line is cut"), std::string::npos) << cut.err;
+    EXPECT_EQ(run("compare cut.jsonl run.jsonl").status, 0);
+    const size_t lastNewline = trace.rfind('\n', trace.size() * 2 / 3);
+    write("short.jsonl", trace.substr(0, lastNewline + 1));
+    EXPECT_EQ(run("compare short.jsonl run.jsonl").status, 1);
+    EXPECT_EQ(run("replay run.jsonl --as-scenario run.jsonl").status, 2);
+    EXPECT_EQ(readFile(mFolder / "run.jsonl"), trace);
 }
 
 TEST_F(Replay, PollsMayBeAsManyAsTimeAllows) {

@@ -70,6 +70,13 @@ TEST_F(Report, LosesNothingThatItIsMadeOf) {
     }
     EXPECT_EQ(readFile(mFolder / "run.jsonl"), trace);
     EXPECT_EQ(run("report run.jsonl -o nowhere/page.html").status, 1);
+    fs::create_symlink("page.html", mFolder / "link.html");
+    run("report run.jsonl -o link.html");
+    EXPECT_TRUE(fs::is_symlink(mFolder / "link.html"));
+    EXPECT_TRUE(fs::is_regular_file(mFolder / "page.html"));
+    run("report run.jsonl -o pipe >/dev/null & cat pipe >copy", "mkfifo pipe;");
+    EXPECT_TRUE(fs::is_fifo(mFolder / "pipe"));
+    EXPECT_GT(fs::file_size(mFolder / "copy"), 10'000U);
 }
 
 }  // namespace

@@ -152,6 +152,9 @@ TEST_F(Oisctl, ATimelineSaysWhyACommandWasSent) {
     EXPECT_GT(lines(run("timeline t.jsonl --all").out), 700U);
     const json played = runJson("timeline video-zoom -m dw9786");
     EXPECT_EQ(played["episodes"], runJson("timeline t.jsonl")["episodes"]);
+    write("steering.jsonl",
+          "{\"kind\":\"call\",\"name\":\"Set\\u001b]0;x\\u0007\\u202eMode\",\"result\":0}\n");
+    EXPECT_EQ(run("timeline steering.jsonl").out.find_first_of("\x1b\xe2"), std::string::npos);
     for (const char* wrong : {"timeline t.jsonl -m dw9786", "timeline nothing.jsonl", "timeline"})
         EXPECT_EQ(run(wrong).status, 2) << wrong;
 }

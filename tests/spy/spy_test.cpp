@@ -128,6 +128,21 @@ TEST_F(Spy, ChildrenWriteTracesOfTheirOwn) {
     EXPECT_EQ(children, (std::multiset<uint32_t>{100, 101, 102}));
 }
 
+TEST_F(Spy, WhatStandsInItsPlaceIsNotLost) {
+    const std::string spy = OISCTL_COMMAND " spy -o t.jsonl -- ";
+    std::ofstream(mFolder / "t.jsonl") << "precious\n";
+    EXPECT_EQ(run(spy + "true").status, 2);
+    EXPECT_EQ(run("cat t.jsonl").out, "precious\n");
+    const std::string before = "{\"kind\":\"trace\",\"format\":1}\n";
+    std::ofstream(mFolder / "t.jsonl") << before;
+    run(spy + "./nonexistent");
+    run(spy + "true");
+    EXPECT_EQ(run("cat t.jsonl").out, before);
+    run("ASAN_OPTIONS=verify_asan_link_order=0 " + spy + OIS_SPIED_PROGRAM " results");
+    EXPECT_GT(modes(trace()).size(), 0U);
+    EXPECT_EQ(run("ls").out, "t.jsonl\n");
+}
+
 TEST_F(Spy, GoesOnWhenEveryDescriptorIsClosed) {
     EXPECT_EQ(spied("closes").out, "own file 0 \n");
     EXPECT_EQ(modes(trace()), upTo(kMany));
@@ -206,6 +221,7 @@ TEST_F(Spy, SeesOfTheDriverWhatTheSimulatedPhoneSees) {
         }
         EXPECT_TRUE(compared.commands.empty());
         EXPECT_GT(compared.compared, 5U);
+        EXPECT_EQ(run(OISCTL_COMMAND " compare s.jsonl t.jsonl").status, 0);
         const Outcome replayed = run(OISCTL_COMMAND " replay s.jsonl");
         EXPECT_EQ(replayed.status, 0) << replayed.out;
     }

@@ -1,12 +1,16 @@
 // oisctl: drives the OIS driver on a simulated phone, or on this machine's own kernel, and shows what passes.
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <string_view>
 
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "cli/command_line.h"
+#include "trace/trace.h"
 
 namespace {
 
@@ -24,6 +28,17 @@ int afterOutput(int status) {
     return signal != 0 ? kSignalBase + signal : status;
 }
 
+// Errors quote what they are about, which may be anything.
+void complain(std::string_view text) {
+    std::string shown = "oisctl: ";
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        shown += phone::printable(text.substr(begin, end - begin)) + '\n';
+        begin = end + 1;
+    }
+    std::fputs(shown.c_str(), stderr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -31,10 +46,10 @@ int main(int argc, char** argv) {
     try {
         return afterOutput(oisctl::runCommandLine(argc, argv));
     } catch (const oisctl::InputError& error) {
-        std::fprintf(stderr, "oisctl: %s\n", error.what());
+        complain(error.what());
         return oisctl::kWrongInput;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "oisctl: %s\n", error.what());
+        complain(error.what());
         return oisctl::kJobFailed;
     }
 }

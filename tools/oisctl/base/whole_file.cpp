@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "base/errors.h"
@@ -12,10 +13,37 @@ namespace oisctl {
 
 namespace fs = std::filesystem;
 
-WholeFile::WholeFile(fs::path file) : mFile(std::move(file)), mPart(mFile) {
+namespace {
+
+// What a link leads to, be it there or not.
+fs::path target(fs::path file) {
+    constexpr int kMostLinks = 40;  // as the kernel has it
+    std::error_code error;
+    for (int links = 0; links < kMostLinks && fs::is_symlink(fs::symlink_status(file, error)); ++links)
+        file = file.parent_path() / fs::read_symlink(file, error);
+    return file;
+}
+
+}  // namespace
+
+fs::path partOf(const fs::path& file) {
     std::error_code ignored;
-    const fs::file_status status = fs::status(mFile, ignored);
-    if (!fs::exists(status) || fs::is_regular_file(status)) mPart += ".part";
+    const fs::file_status status = fs::status(file, ignored);
+    fs::path part = target(file);
+    if (!fs::exists(status) || fs::is_regular_file(status)) part += ".part";
+    return part;
+}
+
+void requireOther(const fs::path& output, const std::vector<std::string>& sources) {
+    for (const std::string& source : sources) {
+        std::error_code ignored;
+        if (!source.empty() && fs::equivalent(source, output, ignored))
+            throw InputError(
+                fmt::format("{}: is what it would be made of; expected another file", output.string()));
+    }
+}
+
+WholeFile::WholeFile(fs::path file) : mFile(target(file)), mPart(partOf(file)) {
     mStream = std::fopen(mPart.c_str(), "wb");
     if (mStream == nullptr) fail(errno);
 }

@@ -66,8 +66,9 @@ Table commandTable(const std::map<std::string, CommandDifference>& commands) {
 Record comparisonReport(const TraceFile& a, const TraceFile& b, const TraceComparison& compared) {
     const bool equal = isEqual(compared);
     Record report{{"equal", "traces", equal,
-                   equal ? fmt::format("equal: {} events, {} of them commands", compared.compared,
-                                       compared.commandsCompared)
+                   equal ? fmt::format("equal{}: {} events, {} of them commands",
+                                       a.cut || b.cut ? " as far as both go, for one is cut" : "",
+                                       compared.compared, compared.commandsCompared)
                          : "not the same",
                    equal ? Style::kGood : Style::kBad},
                   {"events_alike", "", compared.compared},

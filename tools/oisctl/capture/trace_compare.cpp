@@ -201,7 +201,7 @@ std::optional<int64_t> shownAddress(const Event& event) {
 class Comparer {
   public:
     Comparer(const TraceFile& a, const TraceFile& b, const Aside& aside)
-        : mAside(aside), mA(byThread(a, aside)), mB(byThread(b, aside)) {
+        : mAside(aside), mCutA(a.cut), mCutB(b.cut), mA(byThread(a, aside)), mB(byThread(b, aside)) {
         for (const auto& [thread, events] : mA) {
             for (const auto number : {openedDescriptor, shownAddress})
                 mStandIns.merge(standInsOf(events, mB[thread], number));
@@ -219,6 +219,8 @@ class Comparer {
     // Up to the thread's first difference; of all threads' the one that stands first counts.
     void compareThread(uint32_t thread, const Events& a, const Events& b) {
         for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+            // A trace that is cut says nothing of what came then.
+            if ((i >= a.size() && mCutA) || (i >= b.size() && mCutB)) return;
             EventDifference difference{.thread = thread};
             if (i < a.size()) difference.a = a[i];
             if (i < b.size()) difference.b = b[i];
@@ -240,20 +242,27 @@ class Comparer {
     }
 
     void compareCommands() {
-        std::map<std::string, std::pair<Events, Events>> byName;
+        std::map<std::string, std::map<uint32_t, std::pair<Events, Events>>> byName;
         for (const auto& [threads, side] : {std::pair(&mA, 0), std::pair(&mB, 1)}) {
             for (const auto& [thread, events] : *threads) {
                 for (const TracedEvent* traced : events) {
                     if (!phone::isCommand(traced->event.kind)) continue;
-                    auto& [a, b] = byName[eventName(traced->event)];
+                    auto& [a, b] = byName[eventName(traced->event)][thread];
                     (side == 0 ? a : b).push_back(traced);
                 }
             }
         }
-        for (const auto& [name, sides] : byName) {
-            CommandDifference difference = compareCommand(sides.first, sides.second);
-            if (difference.a != difference.b || difference.other > 0)
-                mFound.commands.emplace(name, std::move(difference));
+        for (const auto& [name, threads] : byName) {
+            CommandDifference all;
+            for (const auto& [thread, sides] : threads) {
+                const CommandDifference difference = compareCommand(sides.first, sides.second);
+                all.a += difference.a;
+                all.b += difference.b;
+                all.other += difference.other;
+                if (!all.firstOther) all.firstOther = difference.firstOther;
+            }
+            const bool fewer = (all.a < all.b && !mCutA) || (all.b < all.a && !mCutB);
+            if (fewer || all.other > 0) mFound.commands.emplace(name, std::move(all));
         }
     }
 
@@ -270,6 +279,7 @@ class Comparer {
     }
 
     const Aside& mAside;
+    const bool mCutA, mCutB;
     std::map<uint32_t, Events> mA, mB;
     StandIns mStandIns;
     TraceComparison mFound;
@@ -304,6 +314,13 @@ std::vector<ValueDifference> differences(const Event& a, const Event& b, const A
         found.push_back({"error", text(a.error), text(b.error)});
     }
     return found;
+}
+
+std::set<EventKind> kindsNotIn(const TraceFile& trace) {
+    std::set<EventKind> kinds{EventKind::kMessage,  EventKind::kTelemetry, EventKind::kSleep,
+                              EventKind::kProperty, EventKind::kSensor,    EventKind::kCustomisation};
+    for (const TracedEvent& traced : trace.events) kinds.erase(traced.event.kind);
+    return kinds;
 }
 
 TraceComparison compareTraces(const TraceFile& a, const TraceFile& b, const Aside& aside) {

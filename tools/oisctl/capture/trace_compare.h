@@ -26,7 +26,7 @@ struct EventDifference {
     std::vector<ValueDifference> values{};
 };
 
-// Commands of one name, the first of one trace beside the first of the other, and so on.
+// Commands of one name, of each thread the first of one trace beside the first of the other, and so on.
 struct CommandDifference {
     uint64_t a = 0, b = 0;  // how many there are
     uint64_t other = 0;     // pairs that are not the same
@@ -50,6 +50,9 @@ struct Aside {
     std::set<std::string, std::less<>> fields{};
     std::set<std::string> commands{};
 };
+
+// Kinds of events that not every recorder looks at, as far as the trace has none of them.
+std::set<phone::EventKind> kindsNotIn(const TraceFile& trace);
 
 // Compares thread by thread, in order. Times, numbers of descriptors and addresses of memory do not count.
 TraceComparison compareTraces(const TraceFile& a, const TraceFile& b, const Aside& aside);

@@ -96,7 +96,7 @@ void appendPendingLines(const fs::path& path) {
 
 TraceFile loadTrace(const fs::path& path) {
     const std::string text = asInput("", [&] { return phone::readTextFile(path); }) + pendingLines(path);
-    TraceFile trace{path, {}, {}};
+    TraceFile trace{path, {}, {}, endsEarly(path)};
     size_t number = 0;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find('\n', at), text.size());
@@ -115,6 +115,7 @@ TraceFile loadTrace(const fs::path& path) {
             if (at > text.size()) {
                 printRemark(
                     fmt::format("oisctl: {}:{}: the last line is cut, and left out", path.string(), number));
+                trace.cut = true;
                 continue;
             }
             throw InputError(fmt::format("{}:{}: {}", path.string(), number, error.what()));

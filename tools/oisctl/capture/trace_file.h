@@ -20,6 +20,7 @@ struct TraceFile {
     std::filesystem::path path;
     std::vector<phone::Field> about;  // what its first line says; empty without one
     std::vector<TracedEvent> events;  // in order
+    bool cut = false;                 // more happened than could be written
 };
 
 // Numbers the threads anew: 0 is the one that calls the driver, or else the first; the others follow in the

@@ -64,15 +64,30 @@ void leaveAside(Aside& aside, const std::string& word) {
     aside.fields.insert(word);
 }
 
+std::string recorderOf(const TraceFile& trace) {
+    const auto recorder = std::ranges::find(trace.about, "recorder", &phone::Field::name);
+    return recorder == trace.about.end() ? "" : toText(*recorder);
+}
+
 int runOnTraces(const Options& options) {
     if (!options.plot.empty()) throw InputError("--plot: draws recordings; these are traces");
     const TraceFile a = loadTrace(options.a);
     const TraceFile b = loadTrace(options.b);
-    const TraceComparison compared = compareTraces(a, b, options.aside);
+    Aside aside = options.aside;
+    if (recorderOf(a) != recorderOf(b)) {
+        aside.kinds.merge(kindsNotIn(a));
+        aside.kinds.merge(kindsNotIn(b));
+        aside.kinds.insert(phone::EventKind::kNote);  // a recorder's own
+    }
+    const TraceComparison compared = compareTraces(a, b, aside);
     const bool equal = isEqual(compared);
     if (compared.compared == 0 && equal)
         throw InputError("nothing is left to compare; name fewer with --aside");
-    print(comparisonReport(a, b, compared), options.settings.json);
+    Record report = comparisonReport(a, b, compared);
+    const std::vector<std::string> left =
+        namesIn(aside.kinds, [](phone::EventKind kind) { return std::string(phone::name(kind)); });
+    report.push_back({"not_compared", left.empty() ? "" : "not compared", left});
+    print(report, options.settings.json);
     return equal ? kSuccess : kJobFailed;
 }
 
@@ -117,7 +132,8 @@ Command describeCompare() {
              jsonOption(options->settings)},
         .notes =
             "Traces are compared thread by thread. Times, numbers of descriptors and addresses of "
-            "memory do not count.\n"
+            "memory do not count;\nof two recorders, neither do the kinds of events that one of them has "
+            "none of.\n"
             "Recordings are equal when they have the same rows, each at the same time since the first row "
             "and "
             "with the same\nvalues. Figures, verdicts and what 'oisctl record' left beside them are shown "

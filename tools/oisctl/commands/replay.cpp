@@ -4,13 +4,11 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <memory>
 
 #include "base/errors.h"
 #include "base/suggest.h"
+#include "base/whole_file.h"
 #include "capture/comparison_report.h"
 #include "commands/commands.h"
 #include "replay/scenario_of_trace.h"
@@ -37,17 +35,12 @@ void takePolled(std::set<std::string>& polled, const std::string& word) {
 
 // Writes the scenario instead of replaying.
 int writeScenario(const Options& options, const TraceFile& trace) {
+    requireOther(options.scenario, {options.trace});
     const ToldScenario told = scenarioOf(trace, options.polled);
     parseScenario(told.text, options.scenario);
-    std::ofstream file(options.scenario);
-    if (!file) {
-        throw InputError(
-            fmt::format("--as-scenario {}: cannot be written: {}", options.scenario, std::strerror(errno)));
-    }
-    file << told.text;
-    file.close();
-    if (!file)
-        throw JobError(fmt::format("--as-scenario {}: could not be written completely", options.scenario));
+    WholeFile file(options.scenario);
+    file.write(told.text);
+    file.finish();
     print({{"scenario", "scenario", options.scenario,
             fmt::format("{}: {} calls, {} faults, {} expectations", options.scenario, told.calls, told.faults,
                         told.expectations)},
@@ -64,13 +57,14 @@ int run(const Options& options) {
     const TraceFile trace = loadTrace(options.trace);
     if (!options.scenario.empty()) return writeScenario(options, trace);
     const Replay replayed = replay(trace, options.polled);
-    const bool same = isEqual(replayed.compared) && !replayed.unanswered;
+    const bool same = isEqual(replayed.compared) && (!replayed.unanswered || trace.cut);
     const auto names = [](const std::set<phone::EventKind>& kinds) {
         return namesIn(kinds, [](phone::EventKind kind) { return std::string(phone::name(kind)); });
     };
     const std::vector<std::string> notRecorded = names(replayed.notRecorded);
     Record report{{"same", "the driver", same,
-                   same ? fmt::format("does as recorded: {} events, {} of them commands",
+                   same ? fmt::format("does as recorded{}: {} events, {} of them commands",
+                                      trace.cut ? ", as far as the trace goes, which is cut" : "",
                                       replayed.compared.compared, replayed.compared.commandsCompared)
                         : "does not do as recorded",
                    same ? Style::kGood : Style::kBad},

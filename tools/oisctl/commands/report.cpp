@@ -2,14 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <memory>
 
 #include "base/errors.h"
 #include "base/report.h"
 #include "base/terminal.h"
+#include "base/whole_file.h"
 #include "commands/commands.h"
 #include "report/page.h"
 #include "session/settings.h"
@@ -31,28 +29,8 @@ struct Options {
 
 fs::path outputOf(const Options& options) {
     if (options.output.empty()) return fs::path(options.trace).filename().replace_extension(".html");
-    for (const std::string& source : {options.trace, options.recording}) {
-        std::error_code ignored;
-        if (!source.empty() && fs::equivalent(source, options.output, ignored))
-            throw InputError(fmt::format("{}: is what the report is made of; expected another file",
-                                         options.output.string()));
-    }
+    requireOther(options.output, {options.trace, options.recording});
     return options.output;
-}
-
-// Replaces a report that stands there only by a finished one.
-void write(const fs::path& file, std::string_view page) {
-    const fs::path part = file.string() + ".part";
-    std::ofstream stream(part, std::ios::binary);
-    if (stream) stream << page << std::flush;
-    const int error = stream ? 0 : errno;
-    stream.close();
-    std::error_code renamed(error, std::generic_category());
-    if (error == 0) fs::rename(part, file, renamed);
-    if (!renamed) return;
-    std::error_code ignored;
-    fs::remove(part, ignored);
-    throw JobError(fmt::format("{}: cannot be written: {}", file.string(), renamed.message()));
 }
 
 int run(const Options& options) {
@@ -61,7 +39,9 @@ int run(const Options& options) {
     if (!options.recording.empty()) sources.recording = examine(options.recording, options.limitAngle);
     const std::optional<ChartLibrary> library = findChartLibrary(options.charts);
     const std::string page = reportPage(sources, library);
-    write(output, page);
+    WholeFile file(output);
+    file.write(page);
+    file.finish();
     const bool apart = sources.recording && !recordingBeginUs(sources);
     if (!library)
         printRemark(

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <fstream>
 #include <memory>
 #include <set>
 
@@ -96,22 +97,54 @@ Record reportOf(const std::vector<Captured>& all, const SpiedRun& run) {
             {"traces", "", traces}};
 }
 
-// The program begins a new trace in a new file; what stands there makes way, as for any command's output.
-void makeRoom(const fs::path& trace) {
-    std::error_code error;
-    const fs::file_status status = fs::status(trace, error);
+void requirePlace(const fs::path& trace) {
+    std::error_code ignored;
+    const fs::file_status status = fs::status(trace, ignored);
     if (fs::exists(status) && !fs::is_regular_file(status))
         throw InputError(fmt::format("-o {}: is no regular file; name one", trace.string()));
-    removeTrace(trace, error);
-    if (error) throw InputError(fmt::format("-o {}: {}", trace.string(), error.message()));
     const fs::path folder = fs::absolute(trace).parent_path();
     if (!fs::is_directory(folder))
         throw InputError(fmt::format("-o {}: there is no folder {}", trace.string(), folder.string()));
+    std::string line;
+    std::ifstream before(trace);
+    if (std::getline(before, line) && !line.starts_with(R"({"kind":"trace")"))
+        throw InputError(
+            fmt::format("-o {}: is no trace, and would be lost; name another file", trace.string()));
 }
+
+// The program begins a new trace in a new file. A trace that stands there is put aside, and back when nothing
+// came in its place.
+class MakeRoom {
+  public:
+    explicit MakeRoom(const fs::path& trace) : mTrace(trace), mBefore(trace.string() + ".before") {
+        requirePlace(trace);
+        std::error_code error;
+        if (fs::exists(trace)) {
+            appendPendingLines(trace);
+            fs::rename(trace, mBefore, error);
+        }
+        if (!error) removeTrace(trace, error);
+        if (error) throw InputError(fmt::format("-o {}: {}", trace.string(), error.message()));
+    }
+    ~MakeRoom() {
+        std::error_code ignored;
+        if (fs::exists(mTrace, ignored)) {
+            fs::remove(mBefore, ignored);
+        } else {
+            fs::rename(mBefore, mTrace, ignored);
+        }
+    }
+    MakeRoom(const MakeRoom&) = delete;
+    MakeRoom& operator=(const MakeRoom&) = delete;
+
+  private:
+    const fs::path mTrace;
+    const fs::path mBefore;
+};
 
 int run(const Options& options) {
     const fs::path trace = options.file;
-    makeRoom(trace);
+    const MakeRoom room(trace);
     const std::vector<fs::path> before = spiedTraces(trace);
     const SpiedRun run = runSpied(options.program, trace);
     std::vector<Captured> all;

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "base/errors.h"
+#include "base/whole_file.h"
 #include "recording/thinning.h"
 
 namespace oisctl {
@@ -268,15 +269,15 @@ WorstMoment worstMoment(const Recording& recording, const RecordingStats& stats)
 void drawPicture(const fs::path& out,
                  const std::function<std::string(std::string_view, const fs::path&)>& script) {
     const std::string_view terminal = terminalFor(out);
-    const fs::path part = out.string() + ".part";
+    const fs::path part = partOf(out);
     if (!std::ofstream(part)) throw JobError(out.string() + ": cannot be written: " + std::strerror(errno));
     std::error_code error;
     try {
         runGnuplot(script(terminal, part));
-        fs::rename(part, out, error);
+        if (part != out) fs::rename(part, part.parent_path() / part.stem(), error);
         if (error) throw JobError(out.string() + ": cannot be written: " + error.message());
     } catch (const JobError&) {
-        fs::remove(part, error);
+        if (part != out) fs::remove(part, error);
         throw;
     }
 }

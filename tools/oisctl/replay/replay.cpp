@@ -16,11 +16,6 @@ using phone::EventKind;
 
 namespace {
 
-// Not every recorder has these; what there is of the others, there is in every trace.
-constexpr EventKind kOptionalKinds[] = {EventKind::kMessage, EventKind::kTelemetry,
-                                        EventKind::kSleep,   EventKind::kProperty,
-                                        EventKind::kSensor,  EventKind::kCustomisation};
-
 // Beginnings of calls; the event that ends one has a result.
 std::vector<const TracedEvent*> callsIn(const TraceFile& trace) {
     std::vector<const TracedEvent*> calls;
@@ -34,16 +29,10 @@ std::vector<const TracedEvent*> callsIn(const TraceFile& trace) {
     return calls;
 }
 
-std::set<EventKind> kindsNotIn(const TraceFile& trace) {
-    std::set<EventKind> kinds(std::begin(kOptionalKinds), std::end(kOptionalKinds));
-    for (const TracedEvent& traced : trace.events) kinds.erase(traced.event.kind);
-    return kinds;
-}
-
 // Of the threads, those that call the driver and those that it started; the others are the program's own.
 // Whichever thread makes the calls, here one does.
 TraceFile ofDriver(const TraceFile& trace) {
-    TraceFile own{trace.path, trace.about, {}};
+    TraceFile own{trace.path, trace.about, {}, trace.cut};
     std::set<uint32_t> callers, started;
     std::map<uint32_t, size_t> open;  // by thread: the line of a call that has not ended
     for (const auto& [line, event] : trace.events) {
@@ -86,10 +75,12 @@ OISDrv& driverOf(const phone::Event& call) {
 // As at the time of the recording, the driver's threads are as far as they were when the call was made; not
 // waited for without end, for they may do otherwise now.
 void awaitThreads(phone::Phone& phone, const RecordedAnswers& answers, size_t line) {
-    constexpr int64_t kStepUs = 1000;
+    constexpr int64_t kLongestStepUs = 1000;
     constexpr int64_t kLimitUs = 10'000'000;
     const int64_t endUs = phone.clock().nowUs() + kLimitUs;
-    while (!answers.allGivenBefore(line) && phone.clock().nowUs() < endUs) phone.clock().sleepUs(kStepUs);
+    for (int64_t stepUs = 1; !answers.allGivenBefore(line) && phone.clock().nowUs() < endUs;
+         stepUs = std::min(2 * stepUs, kLongestStepUs))
+        phone.clock().sleepUs(stepUs);
 }
 
 void makeCalls(phone::Phone& phone, const TraceFile& trace, const RecordedAnswers& answers) {
@@ -100,7 +91,9 @@ void makeCalls(phone::Phone& phone, const TraceFile& trace, const RecordedAnswer
         for (OISDrv* driver : drivers) joinWorkers(*driver);
     };
     for (const TracedEvent* traced : calls) {
-        phone.clock().sleepUntilUs(traced->event.timeUs - startUs);
+        // In front of what a thread of the driver's does at that very moment, unless it stands before the
+        // call.
+        phone.clock().sleepUntilUs(traced->event.timeUs - startUs - 1);
         awaitThreads(phone, answers, traced->line);
         phone::Event event = traced->event;
         phone.trace().record(event);

@@ -127,8 +127,8 @@ std::string shakeText(const ShakeLeft& shake) {
         change ? fmt::format("{:.4f} of {:.4f} deg RMS ({})", shake.leftRms, shake.trueRms,
                              figure(*change, 1, " dB"))
                : fmt::format("{:.4f} deg RMS, where {:.4f} deg were to cancel", shake.leftRms, shake.trueRms);
-    text += fmt::format(", stabilisation on, {:.2f}-{:.2f} s", shake.stretches.front().fromS,
-                        shake.stretches.back().toS);
+    text += fmt::format(" behind the controller's high-pass, stabilisation on, {:.2f}-{:.2f} s",
+                        shake.stretches.front().fromS, shake.stretches.back().toS);
     if (shake.stretches.size() > 1)
         text += fmt::format(" in {} stretches, {} in all", shake.stretches.size(), duration(shake.seconds));
     return text;

@@ -25,7 +25,8 @@ std::string callsText(const Episode& episode) {
     std::vector<std::string> parts;
     for (const auto& [name, count] : episode.calls) {
         if (name == kRequests) continue;
-        parts.push_back(count == 1 ? name : fmt::format("{} {} times", name, grouped(count)));
+        const std::string shown = phone::printable(name);
+        parts.push_back(count == 1 ? shown : fmt::format("{} {} times", shown, grouped(count)));
     }
     if (episode.firstRequest) {
         const bool one = episode.firstRequest == episode.lastRequest;
@@ -38,8 +39,9 @@ std::string callsText(const Episode& episode) {
 }
 
 std::string threadText(const Episode& episode) {
-    return fmt::format("thread {}{}", episode.thread,
-                       episode.startedBy.empty() ? "" : ", started by " + episode.startedBy);
+    return fmt::format(
+        "thread {}{}", episode.thread,
+        episode.startedBy.empty() ? "" : ", started by " + phone::printable(episode.startedBy));
 }
 
 std::string headText(const Episode& episode) {
@@ -54,9 +56,9 @@ std::string headText(const Episode& episode) {
 }
 
 std::string changeText(const Change& change) {
-    std::string text = change.before.empty()
-                           ? fmt::format("{} {}", change.what, change.after)
-                           : fmt::format("{} {} -> {}", change.what, change.before, change.after);
+    const std::string what = phone::printable(change.what);
+    std::string text = change.before.empty() ? fmt::format("{} {}", what, change.after)
+                                             : fmt::format("{} {} -> {}", what, change.before, change.after);
     if (change.times > 1) text += fmt::format(" in {} steps", grouped(change.times));
     return text;
 }
