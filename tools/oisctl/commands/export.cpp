@@ -12,6 +12,7 @@
 #include "export/recording_export.h"
 #include "export/trace_events.h"
 #include "recording/sidecar.h"
+#include "recording/stats_report.h"
 #include "session/settings.h"
 
 namespace oisctl {
@@ -59,9 +60,7 @@ const FormInfo& formOf(const Options& options) {
 
 fs::path outputOf(const Options& options, const FormInfo& info) {
     if (options.output.empty()) return fs::path(options.file).filename().replace_extension(info.extension);
-    std::error_code ignored;
-    if (fs::equivalent(options.file, options.output, ignored))
-        throw InputError(fmt::format("-o {}: is the file that is exported", options.output));
+    requireOther(options.output, {options.file});
     return options.output;
 }
 
@@ -76,13 +75,17 @@ SensorScales scalesOf(const Options& options, const std::optional<FoundSidecar>&
     return {*gyro, options.accScale ? options.accScale : about.accCountsPerMS2};
 }
 
-// Gives how many rows or events there are.
-size_t exportTo(WholeFile& out, const Options& options, Form form) {
+struct Exported {
+    size_t count = 0;  // rows or events
+    size_t leftOut = 0;
+};
+
+Exported exportTo(WholeFile& out, const Options& options, Form form) {
     const auto put = [&out](std::string_view piece) { out.write(piece); };
     if (form == Form::kTraceEvents) {
         const TraceFile trace = loadTrace(options.file);
         exportTraceEvents(trace, put);
-        return trace.events.size();
+        return {trace.events.size(), 0};
     }
     const Recording recording = loadRecording(options.file);
     if (recording.rows() == 0) throw InputError(options.file + ": has no row with data");
@@ -92,19 +95,20 @@ size_t exportTo(WholeFile& out, const Options& options, Form form) {
     } else {
         exportCsv(recording, sidecar ? sidecar->known : Known(), put);
     }
-    return recording.rows();
+    return {recording.rows(), rowsLeftOut(recording)};
 }
 
 int run(const Options& options) {
     const FormInfo& info = formOf(options);
     const fs::path output = outputOf(options, info);
     WholeFile out(output);
-    const size_t count = exportTo(out, options, info.form);
+    const Exported done = exportTo(out, options, info.form);
     out.finish();
     const bool isTrace = info.from == FileKind::kTrace;
     print({{"file", "file", output.string()},
            {"form", "form", info.name},
-           {isTrace ? "events" : "rows", isTrace ? "events" : "rows", count, grouped(count)}},
+           {isTrace ? "events" : "rows", isTrace ? "events" : "rows", done.count, grouped(done.count)},
+           leftOutField(done.leftOut)},
           options.settings.json);
     return kSuccess;
 }

@@ -97,7 +97,10 @@ int runPlot(const Options& options) {
     std::filesystem::path output = options.output;
     if (output.empty()) output = std::filesystem::path(options.file).filename().replace_extension(".png");
     plotRecording(examined, output);
-    print({{"file", "file", output.string()}, sidecarField(examined.sidecar)}, options.settings.json);
+    print({{"file", "file", output.string()},
+           sidecarField(examined.sidecar),
+           leftOutField(rowsLeftOut(examined.recording))},
+          options.settings.json);
     return kSuccess;
 }
 

@@ -242,6 +242,11 @@ Recording loadRecording(const std::filesystem::path& file) {
     return StatusReader(file).read();
 }
 
+size_t rowsLeftOut(const Recording& recording) {
+    return recording.unanswered.rows + recording.repeated.rows + recording.outOfOrder.rows +
+           recording.unreadable.rows + (recording.cutLine != 0 ? 1 : 0);
+}
+
 Samples targetAngle(const Recording& recording, size_t axis) {
     Samples result = recording[kGyroTarget[axis]];
     const Samples& acc = recording[kAccTarget[axis]];

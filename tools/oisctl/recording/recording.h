@@ -93,6 +93,9 @@ struct Recording {
 // no status recording.
 Recording loadRecording(const std::filesystem::path& file);
 
+// Rows of the file that are in no column.
+size_t rowsLeftOut(const Recording& recording);
+
 // Target minus hall, row by row; axis 0 is x, 1 is y. The target is the gyro's and the accelerometer's
 // together.
 Samples targetAngle(const Recording& recording, size_t axis);

@@ -202,4 +202,9 @@ Record statsReport(const Examined& examined) {
     return report;
 }
 
+Field leftOutField(size_t rows) {
+    return {"rows_left_out", rows == 0 ? "" : "left out", rows,
+            grouped(rows) + " rows; 'oisctl stats' says which and why", Style::kWarning};
+}
+
 }  // namespace oisctl

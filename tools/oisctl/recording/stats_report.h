@@ -44,4 +44,7 @@ Field sidecarField(const std::optional<FoundSidecar>& sidecar);
 // "0.5-2 Hz".
 std::string bandText(const BandSuppression& band);
 
+// How many rows of a recording are not in what was made of it.
+Field leftOutField(size_t rows);
+
 }  // namespace oisctl
