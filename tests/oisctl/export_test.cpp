@@ -196,7 +196,7 @@ TEST_F(Oisctl, AnExportIsWholeOrNotThere) {
         {recording + " --as imu-log -o out.gcsv", 2, "--gyro-scale"},
         {recording + " --as trace-events -o out.gcsv", 2, "takes a trace"},
         {recording + " --as cvs -o out.gcsv", 2, "it may be: csv"},
-        {recording + " -o ./" + recording, 2, "is the file that is exported"},
+        {recording + " -o ./" + recording, 2, "is what it would be made of"},
         {recording + " -o absent/x.csv", 1, "No such file"},
         {recording + " -o /dev/full", 1, "No space left on device"},
     };
