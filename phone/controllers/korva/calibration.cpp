@@ -57,8 +57,8 @@ uint8_t KorvaMachine::measureOffset(int64_t doneUs, uint8_t forcedBits) {
     if ((bits | forcedBits) & ois::korva::kCalibrationErrorBits) return bits;
     const auto x = static_cast<int16_t>(std::lround(gyro.meanRaw[0]));
     const auto y = static_cast<int16_t>(std::lround(gyro.meanRaw[1]));
-    registers.set(Register::kGyroOffsetX, static_cast<uint16_t>(x));
-    registers.set(Register::kGyroOffsetY, static_cast<uint16_t>(y));
+    registers.set(Register::kGyroOffsetX, x);
+    registers.set(Register::kGyroOffsetY, y);
     stabiliser->advance(doneUs);
     stabiliser->setGyroOffset(x, y);
     return bits;

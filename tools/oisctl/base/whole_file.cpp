@@ -43,7 +43,7 @@ void requireOther(const fs::path& output, const std::vector<std::string>& source
     }
 }
 
-WholeFile::WholeFile(fs::path file) : mFile(target(file)), mPart(partOf(file)) {
+WholeFile::WholeFile(const fs::path& file) : mFile(target(file)), mPart(partOf(file)) {
     mStream = std::fopen(mPart.c_str(), "wb");
     if (mStream == nullptr) fail(errno);
 }

@@ -18,7 +18,7 @@ void requireOther(const std::filesystem::path& output, const std::vector<std::st
 class WholeFile {
   public:
     // Writes to its part first. Throws JobError "FILE: cannot be written: REASON"; so do the others.
-    explicit WholeFile(std::filesystem::path file);
+    explicit WholeFile(const std::filesystem::path& file);
     // Without finish() nothing is left, and what stood there before is untouched.
     ~WholeFile();
     WholeFile(const WholeFile&) = delete;

@@ -67,7 +67,7 @@ void numberThreads(TraceFile& trace) {
 }
 
 std::string pendingLines(const fs::path& path) {
-    const std::string lines = linesIn(pendingFile(path));
+    std::string lines = linesIn(pendingFile(path));
     std::ifstream trace(path, std::ios::binary | std::ios::ate);
     if (lines.empty() || !trace) return lines;
     // A process that is killed between writing them, or some of them, and forgetting them leaves them twice.

@@ -116,6 +116,7 @@ std::vector<SettingPair> settingPairs(const std::optional<FoundSidecar>& a,
     for (const auto& [name, value] : settingsOf(a->about)) pairs[name].a = value;
     for (const auto& [name, value] : settingsOf(b->about)) pairs[name].b = value;
     std::vector<SettingPair> result;
+    result.reserve(pairs.size());
     for (auto& [name, pair] : pairs) result.push_back({name, std::move(pair.a), std::move(pair.b)});
     return result;
 }
@@ -126,6 +127,7 @@ std::vector<VerdictPair> verdictPairs(const std::vector<RecordingVerdict>& a,
     for (const RecordingVerdict& verdict : a) pairs[{verdict.kind, verdict.axis}].a = &verdict;
     for (const RecordingVerdict& verdict : b) pairs[{verdict.kind, verdict.axis}].b = &verdict;
     std::vector<VerdictPair> result;
+    result.reserve(pairs.size());
     for (const auto& [kind, pair] : pairs) result.push_back(pair);
     return result;
 }
