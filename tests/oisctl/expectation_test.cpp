@@ -78,6 +78,7 @@ TEST_F(Expectations, ShippedScenariosDoWhatTheyShow) {
             for (const json& expectation : report["expectations"]) held += expectation["verdict"] == "held";
             EXPECT_GT(held, 0U) << scenario << module;
         }
+        EXPECT_EQ(run("session -q --motion rest -m dw9781 --scenario " + scenario).status, 0) << scenario;
     }
 }
 

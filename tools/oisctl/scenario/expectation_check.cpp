@@ -124,6 +124,7 @@ class Judge {
 
     void look(const ExpectedShake& what) {
         if (!mFacts.shakeKnown) return notLookedAt("no lens is there whose true motion is known");
+        if (!mFacts.ownMotion) return notLookedAt("--motion moves the phone otherwise than the scenario");
         if (!mFacts.shake) return failed("stabilisation was not on for long enough to tell", nullptr);
         const auto value = what.relative ? mFacts.shake->changeDb() : std::optional(mFacts.shake->leftRms);
         if (!value) return failed("nothing was there to cancel", nullptr);

@@ -22,6 +22,7 @@ struct SessionFacts {
     double startS = 0;                                     // the scenario's time 0
     std::optional<ShakeLeft> shake;                        // what was measured
     bool shakeKnown = false;                               // a simulated lens: its true motion is known
+    bool ownMotion = true;                                 // not another than the scenario's
     phone::LogLevel shownLevel = phone::LogLevel::kDebug;  // messages beyond it are in no trace
     uint64_t failures = 0;
 };

@@ -64,6 +64,7 @@ class Player {
         const bool logs = settings.debugLog || settings.unifiedLog;
         mFacts.shake = mSummary.shake;
         mFacts.shakeKnown = mSession.stabiliser() != nullptr;
+        mFacts.ownMotion = mScenario.motion == nullptr || mSession.settings().motion.empty();
         mFacts.shownLevel = logs ? settings.logLevel : phone::LogLevel::kOff;
         mFacts.failures = mSession.tally().counts().failures;
         return mFacts;
