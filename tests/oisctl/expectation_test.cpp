@@ -101,6 +101,9 @@ TEST_F(Expectations, JunitHasACaseForEach) {
                            "on = 'hub'\ncommand = 'INIT'\ncount = 5\n[[expect]]\nno_message_above = 'debug'");
     const auto result = run("session -m dw9786 --scenario mine.toml -q --junit x.xml --log-level error");
     EXPECT_EQ(result.status, 1) << result.out << result.err;
+    const std::string scenario = readFile(mFolder / "mine.toml");
+    EXPECT_EQ(run("session -m dw9786 --scenario mine.toml -q --junit ./mine.toml").status, 2);
+    EXPECT_EQ(readFile(mFolder / "mine.toml"), scenario);
     const std::string xml = readFile(mFolder / "x.xml");
     for (const char* part :
          {"<testsuite name=\"oisctl session, dw9786\" tests=\"4\" failures=\"1\" errors=\"0\" skipped=\"2\">",

@@ -188,6 +188,9 @@ TEST_F(Oisctl, AnExportIsWholeOrNotThere) {
     const std::string before = readFile(mFolder / "out.gcsv");
     EXPECT_NE(before.find("\nascale,"), std::string::npos);
     fs::remove(mFolder / (recording + ".about.json"));
+    write("cut.txt", readFile(mFolder / recording) + "2  0.");
+    for (const char* made : {"export cut.txt -o cut.csv", "plot cut.txt -o cut.png"})
+        EXPECT_EQ(runJson(made)["rows_left_out"], 1) << made;
     const struct {
         std::string arguments;
         int status;

@@ -9,6 +9,7 @@
 #include "base/errors.h"
 #include "base/junit.h"
 #include "base/terminal.h"
+#include "base/whole_file.h"
 #include "commands/commands.h"
 #include "scenario/scenario.h"
 #include "scenario/scenario_runner.h"
@@ -160,6 +161,7 @@ int run(const Options& options) {
         throw InputError(fmt::format("--junit {}: {} expects nothing; [[expect]] entries say what it shall",
                                      options.junit, options.scenario));
     }
+    requireOther(options.junit, {options.scenario});
     JunitFile junit(options.junit);
     DriverSession session(withScenario(options.settings, scenario), Narration::kCommands);
     requireMayRun(session, "--scenario " + options.scenario, scenario.operations());
