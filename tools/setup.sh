@@ -15,7 +15,7 @@ declare -A NEEDS=(
     [test]="libgtest-dev:/usr/include/gtest/gtest.h"
     [bench]="libbenchmark-dev:/usr/include/benchmark/benchmark.h valgrind:valgrind time:/usr/bin/time"
     [check]="clang-format:clang-format clang-tidy:clang-tidy python3:python3 pkg-config:pkg-config"
-    [cross]="g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user:qemu-aarch64
+    [cross]="clang:clang++ g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user:qemu-aarch64
              googletest:/usr/src/googletest/CMakeLists.txt"
     [coverage]="gcovr:gcovr"
     [fuzz]="clang:clang++ libclang-rt-dev:/usr/lib/llvm-14/lib/clang/14.0.6/include/fuzzer llvm:llvm-symbolizer"

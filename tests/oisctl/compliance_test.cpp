@@ -179,7 +179,7 @@ TEST_F(Oisctl, ANodeThatCannotBeReachedIsSaidOnce) {
     EXPECT_NE(readFile(mFolder / "x.xml").find("<failure message=\"/dev/v4l-subdev99"), std::string::npos);
     const Outcome told = run("compliance --json --kernel real --node /dev/v4l-subdev99");
     EXPECT_EQ(told.status, 1);
-    const json report = json::parse(told.out, nullptr, false);
+    const json report = parsed(told.out);
     EXPECT_EQ(report.value("good", true), false) << told.out;
     EXPECT_EQ("oisctl: " + report.value("error", "") + "\n", told.err);
 }

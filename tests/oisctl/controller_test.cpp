@@ -21,7 +21,7 @@ TEST_F(Oisctl, WritesToARealControllerAreRefusedUnlessAllowed) {
         EXPECT_EQ(refused.status, 2);
         EXPECT_EQ(refused.out, "");
         EXPECT_NE(refused.err.find("--allow-write"), std::string::npos) << refused.err;
-        const std::string allowed = std::regex_replace(line, std::regex("--kernel real"), "$& --allow-write");
+        const std::string allowed = replaced(line, "--kernel real", "$& --allow-write");
         EXPECT_EQ(run(allowed).status, 1) << "there is no such lens";
     }
 }
@@ -29,7 +29,7 @@ TEST_F(Oisctl, WritesToARealControllerAreRefusedUnlessAllowed) {
 TEST_F(Oisctl, TheTourOfARealControllerLeavesOutWhatWrites) {
     write("nowhere.toml", moduleOfNoDevice());
     const auto leftOut = [this](const std::string& options) {
-        return json::parse(run("session --json " + options).out)["left_out"];
+        return parsed(run("session --json " + options).out)["left_out"];
     };
     const json writing{"gyro-offset", "write-gain-x", "write-gain-y"};
     EXPECT_EQ(leftOut("-m nowhere.toml --kernel real"), writing);
@@ -41,7 +41,7 @@ TEST_F(Oisctl, ATourThatWritesNoGainNoticesOneThatChanged) {
     // The bring-up's reading comes first, then the tour's two of x and y, then two more.
     const Outcome changed =
         run("session -m dw9786 --operations on --json --fault READ_GAIN@4:garbage=00000010");
-    const json report = json::parse(changed.out);
+    const json report = parsed(changed.out);
     EXPECT_EQ(changed.status, 1);
     const std::string what = report["first_failures"].back()["what"];
     const std::string before = "0.6200";
@@ -117,12 +117,12 @@ TEST_F(Oisctl, ALostDeviceEndsTheJobOnce) {
         SCOPED_TRACE(std::string(c.command) + " " + c.fault);
         const Outcome outcome = run(std::string(c.command) + " -m dw9786 --json --fault " + c.fault);
         EXPECT_EQ(outcome.status, 1);
-        const json report = json::parse(outcome.out, nullptr, false);
+        const json report = parsed(outcome.out);
         ASSERT_TRUE(report.is_object()) << outcome.out << outcome.err;
         EXPECT_EQ(report["failures"], c.failures);
         EXPECT_TRUE(report.value("device_lost_s", json()).is_number());
         const json claim = report.value(json::json_pointer(std::string("/") + c.key), json("missing"));
-        EXPECT_EQ(claim.is_string() ? claim.get<std::string>() : claim.dump(), c.claim);
+        EXPECT_EQ(claim.is_string() ? claim.get<std::string>() : asText(claim), c.claim);
     }
 }
 
@@ -132,7 +132,7 @@ TEST_F(Oisctl, TroubleThatPassesIsNoLostDevice) {
          {std::string("session -m dw9786 --fault SET_MODE@2-5:errno=EIO"),
           std::string("mode 2 -m dw9786 --fault request:errno=EIO"),  // which was never there
           readBack + "--fault GET_HALL@2-6:errno=EIO --fault GET_HALL@8-12:errno=EIO"}) {
-        const json report = json::parse(run(options + " --json").out);
+        const json report = parsed(run(options + " --json").out);
         EXPECT_EQ(report.value("device_lost_s", json("missing")), json()) << options;
     }
 }
@@ -148,8 +148,7 @@ TEST_F(Oisctl, ALossIsSaidAsItWasSeen) {
 
 TEST_F(Oisctl, ARecordingThatIsRefusedEndsAndKeepsNothing) {
     for (const char* fault : {"READ_STATUS:errno=ENOTTY", "READ_STATUS:lost"}) {
-        const json report =
-            json::parse(run(std::string("record --seconds 1 -o out --json --fault ") + fault).out);
+        const json report = parsed(run(std::string("record --seconds 1 -o out --json --fault ") + fault).out);
         EXPECT_EQ(report["good"], false) << fault;
         EXPECT_EQ(report.value("file", json("missing")), json()) << fault;
         EXPECT_TRUE(fs::is_empty(mFolder / "out")) << fault;
@@ -170,7 +169,7 @@ TEST_F(Oisctl, AnUpdateIsJudgedByItsOwnRequest) {
         {"-m nowhere.toml --kernel real --allow-write", "not asked"},
     };
     for (const auto& [options, outcome] : cases) {
-        const json report = json::parse(run(std::string("firmware-update --json ") + options).out);
+        const json report = parsed(run(std::string("firmware-update --json ") + options).out);
         EXPECT_EQ(report["updates"][0]["outcome"], outcome) << options;
     }
 }
@@ -181,7 +180,7 @@ TEST_F(Oisctl, WhatADescriptionSaysIsNotCalledTheDevices) {
     EXPECT_EQ(dump.status, 2);
     EXPECT_NE(dump.err.find("the module's description"), std::string::npos) << dump.err;
     run("record --seconds 0.2");
-    const json about = json::parse(readFile(mFolder / "ois_dump_tele_dw9786_status.txt.about.json"));
+    const json about = parsed(readFile(mFolder / "ois_dump_tele_dw9786_status.txt.about.json"));
     EXPECT_EQ(about["limit_from"], "module description");
     EXPECT_TRUE(about["firmware_version"].is_number());
 }
@@ -199,11 +198,11 @@ TEST_F(Oisctl, ARecordingHasTheModesThatTheControllerTook) {
         {"--mode 0 --fault SET_MODE:lost", "[]", false},
     };
     for (const auto& c : cases) {
-        const json report = json::parse(run(std::string("record --seconds 2 --json ") + c.arguments).out);
-        const json about = json::parse(readFile(mFolder / "ois_dump_tele_dw9786_status.txt.about.json"));
+        const json report = parsed(run(std::string("record --seconds 2 --json ") + c.arguments).out);
+        const json about = parsed(readFile(mFolder / "ois_dump_tele_dw9786_status.txt.about.json"));
         json modes = json::array();
         for (const json& change : about["modes"]) modes.push_back(change["mode"]);
-        EXPECT_EQ(modes.dump(), c.modes) << c.arguments;
+        EXPECT_EQ(asText(modes), c.modes) << c.arguments;
         EXPECT_EQ(report["recording_good"], c.good) << c.arguments;
     }
 }
@@ -224,7 +223,7 @@ TEST_F(Oisctl, ADumpIsOneThatThisCallWrote) {
         fs::remove_all(mFolder / "out");
         const Outcome outcome = run(line + " --json --fault " + fault);
         EXPECT_EQ(outcome.status, 1);
-        EXPECT_EQ(json::parse(outcome.out).value("file", json()), json());
+        EXPECT_EQ(parsed(outcome.out).value("file", json()), json());
         EXPECT_TRUE(fs::is_empty(mFolder / "out"));
     }
 }
@@ -245,7 +244,7 @@ TEST_F(Oisctl, ADumpFolderThatIsNoneIsSaidBeforeAnythingOpens) {
 
 TEST_F(Oisctl, AStatusFileThatStopsGrowingEndsTheRecording) {
     const Outcome outcome = run("record --seconds 60 --json --fault READ_STATUS@101:slow=30s");
-    const json report = json::parse(outcome.out);
+    const json report = parsed(outcome.out);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(report["rows"], 101);
     EXPECT_LT(report["time_s"], 35);

@@ -166,7 +166,7 @@ TEST_F(Oisctl, ExportsWhatAViewerOpens) {
     run("session --set bypassen=0 --trace=hub.jsonl");
     for (const char* name : {"run", "hub"}) {
         ASSERT_EQ(run(std::string("export ") + name + ".jsonl").status, 0);
-        const json all = json::parse(readFile(mFolder / (std::string(name) + ".trace.json")), nullptr, false);
+        const json all = parsed(readFile(mFolder / (std::string(name) + ".trace.json")));
         ASSERT_TRUE(all.is_object());
         const auto counts = nested(all["traceEvents"]);
         for (const char* category :

@@ -51,7 +51,7 @@ TEST_F(KeptState, OfAnotherModuleOrInUseIsRefused) {
     refuses("--state kept -m dw9781", "state.toml:3: module is \"dw9786\", and this run is of dw9781");
     refuses("--state kept -m dw9786 --kernel real", "it keeps that itself");
     refuses("--state kept -m no-ois", "no controller that could keep anything");
-    write("kept/state.toml", std::regex_replace(good, std::regex("format = 1"), "format = 2"));
+    write("kept/state.toml", replaced(good, "format = 1", "format = 2"));
     refuses("--state kept -m dw9786", "state.toml:2: format is 2; this tool reads format 1");
     write("kept/state.toml", good.substr(0, good.size() / 2));
     refuses("--state kept -m dw9786", "state.toml:");
@@ -69,7 +69,7 @@ TEST_F(KeptState, AStateThatCannotBeWrittenIsSaid) {
     fs::create_directories(mFolder / "kept/state.toml.new/in the way");
     const Outcome result = run("op write-gain-x 0.8 -q --state kept -m dw9786 --json");
     EXPECT_EQ(result.status, 1) << result.out;
-    EXPECT_NE(json::parse(result.out)["error"].dump().find("--state kept: the controller's state could not"),
+    EXPECT_NE(asText(parsed(result.out)["error"]).find("--state kept: the controller's state could not"),
               std::string::npos)
         << result.out;
     EXPECT_EQ(runJson("op read-gain-x -q --state kept -m dw9786")["operations"][0]["result"], 7000);

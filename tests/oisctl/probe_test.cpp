@@ -32,8 +32,7 @@ TEST_F(Oisctl, ProbeShowsTheStepThatFails) {
     };
     for (const auto& c : cases) {
         const Outcome outcome = run("probe --kernel simulated --json " + c.arguments);
-        ASSERT_TRUE(json::accept(outcome.out)) << c.arguments << outcome.err;
-        EXPECT_EQ(json::parse(outcome.out).at(json::json_pointer("/" + std::string(c.key))), c.value)
+        EXPECT_EQ(parsed(outcome.out).at(json::json_pointer("/" + std::string(c.key))), c.value)
             << c.arguments << ' ' << c.key;
         EXPECT_EQ(outcome.status, c.status) << c.arguments;
     }

@@ -130,7 +130,7 @@ TEST_F(RecordingTest, SaysWhatIsWrongAndWhere) {
         {badHeader, ":1: column 13 is \"hole_x\", expected \"hall_x\"; this is no status recording"},
     };
     for (const auto& [content, failure] : kCases)
-        EXPECT_EQ(thrown([&] { read(content); }), mFile.string() + failure);
+        EXPECT_EQ(thrown([&, &content = content] { read(content); }), mFile.string() + failure);
     EXPECT_THROW(loadRecording(mFolder / "absent.txt"), InputError);
     EXPECT_THROW(statsOf(kHeader + row(1, {})), InputError);
 }
@@ -577,7 +577,7 @@ TEST_F(PlotTest, DrawsWhateverTheRecordingHolds) {
     const Examined longer = examine(mFile.string());
     read(contents[0]);
     for (const auto& [a, b] : {std::pair(examine(mFile.string()), longer), std::pair(longer, longer)}) {
-        EXPECT_EQ(thrown([&] { plotBoth(a, b, png); }), "");
+        EXPECT_EQ(thrown([&, &a = a, &b = b] { plotBoth(a, b, png); }), "");
         EXPECT_EQ(begin(png, 4), "\x89PNG");
     }
     EXPECT_EQ(plot(contents[0], mFolder / "b.svg"), "");

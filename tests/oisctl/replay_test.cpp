@@ -140,7 +140,7 @@ TEST_F(Replay, AFieldProblemBecomesATest) {
         const Outcome played = run("session --scenario field.toml -q");
         EXPECT_EQ(played.status, 0) << command << '\n' << played.out << played.err;
         const std::string text = readFile(mFolder / "field.toml");
-        write("field.toml", std::regex_replace(text, std::regex("faults = \\[[^\\]]*\\]"), ""));
+        write("field.toml", replaced(text, "faults = \\[[^\\]]*\\]", ""));
         const Outcome without = run("session --scenario field.toml -q");
         EXPECT_EQ(without.status, 1) << command << '\n' << without.out << without.err;
         EXPECT_NE(without.out.find("expected "), std::string::npos) << without.out;
@@ -156,7 +156,7 @@ TEST_F(Replay, AScenarioKeepsTimesAndNamesWhatItCannotTell) {
         std::vector<std::pair<int64_t, std::string>> all;
         std::istringstream trace(readFile(mFolder / file));
         for (std::string line; std::getline(trace, line);) {
-            const json event = json::parse(line);
+            const json event = parsed(line);
             if (event["kind"] == "sub-device") all.emplace_back(event["time_us"], event["name"]);
         }
         return all;
@@ -170,7 +170,7 @@ TEST_F(Replay, AScenarioKeepsTimesAndNamesWhatItCannotTell) {
 
     run("samples --trace=run.jsonl");
     const json told = runJson("replay run.jsonl --as-scenario field.toml");
-    EXPECT_NE(told["left_out"].dump().find("the motion samples"), std::string::npos) << told;
+    EXPECT_NE(asText(told["left_out"]).find("the motion samples"), std::string::npos) << told;
     run("firmware-update --trace=run.jsonl");
     EXPECT_NE(run("replay run.jsonl --as-scenario field.toml").err.find("no Init that ended"),
               std::string::npos);

@@ -24,8 +24,7 @@ size_t count(const std::string& text, const std::string& part) {
 
 TEST_F(Report, NothingThatItShowsEndsAScript) {
     write("hostile.jsonl",
-          std::regex_replace(readFile(mFolder / "run.jsonl"), std::regex("\"module\":\"[^\"]*\""),
-                             R"("module":"</script><b>")"));
+          replaced(readFile(mFolder / "run.jsonl"), "\"module\":\"[^\"]*\"", R"("module":"</script><b>")"));
     const Outcome result = run("report hostile.jsonl --charts charts");
     ASSERT_EQ(result.status, 0) << result.err;
     const std::string page = readFile(mFolder / "hostile.html");
@@ -36,7 +35,7 @@ TEST_F(Report, NothingThatItShowsEndsAScript) {
 
 TEST_F(Report, SaysWhatIsMissing) {
     const std::string later = readFile(mFolder / mRecording);
-    write("later.txt", std::regex_replace(later, std::regex("\n15  0\\."), "\n15  7."));
+    write("later.txt", replaced(later, "\n15  0\\.", "\n15  7."));
     struct Case {
         const char* arguments;
         bool charts, aligned;
@@ -55,7 +54,7 @@ TEST_F(Report, SaysWhatIsMissing) {
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(lines(result.err), *remark == 0 ? 0U : 1U) << result.err;
         EXPECT_NE(result.err.find(remark), std::string::npos) << result.err;
-        const json report = json::parse(result.out);
+        const json report = parsed(result.out);
         EXPECT_EQ(report["charts"], charts);
         EXPECT_EQ(report["aligned"], aligned);
     }

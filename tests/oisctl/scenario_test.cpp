@@ -116,7 +116,7 @@ TEST(Scenario, RefusesWhatCannotBePlayed) {
         {"duration_s = = 1", 1, ""},
     };
     for (const auto& [text, line, advice] : cases) {
-        const std::string said = test_support::thrown([&] { parse(text); });
+        const std::string said = test_support::thrown([&text = text] { parse(text); });
         EXPECT_TRUE(said.starts_with("test.toml:" + std::to_string(line) + ":")) << text << said;
         EXPECT_NE(said.find(advice), std::string::npos) << said;
         EXPECT_EQ(said.find('\n'), std::string::npos) << said;

@@ -14,8 +14,7 @@ class WayEnds : public Oisctl {
     void expect(const std::string& command, const Ending& ending) const {
         const Outcome outcome = run(command + ' ' + ending.arguments + " --json");
         SCOPED_TRACE(command + ' ' + ending.arguments);
-        ASSERT_TRUE(json::accept(outcome.out)) << outcome.out << outcome.err;
-        const json report = json::parse(outcome.out);
+        const json report = parsed(outcome.out);
         EXPECT_EQ(report["way_end"], ending.end);
         EXPECT_EQ(report["good"], false);
         EXPECT_EQ(outcome.status, 1);
@@ -59,7 +58,7 @@ TEST_F(WayEnds, WhereTheDriverSawThemBehindTheHub) {
 TEST_F(WayEnds, WhatGotThroughIsNoEnd) {
     EXPECT_EQ(runJson("mode 2 -m dw9786")["way_end"], nullptr);
     const Outcome failed = run("mode 2 -m dw9786 --fault SET_MODE:errno=EIO --json");
-    EXPECT_EQ(json::parse(failed.out)["way_end"], nullptr);
+    EXPECT_EQ(parsed(failed.out)["way_end"], nullptr);
     EXPECT_EQ(failed.status, 1);
 }
 
@@ -74,7 +73,7 @@ TEST_F(WayEnds, TheRealKernelSleepsReallyAndItsHubIsSaidToBeSimulated) {
         run("session -m korvas4sw-hub --kernel real --modes 2 --hold 0.2 --wall-time --json");
     EXPECT_EQ(outcome.err.substr(0, outcome.err.find('\n')).find("oisctl: korvas4sw-hub sits behind"), 0U);
     EXPECT_NE(outcome.err.find("simulated"), std::string::npos);
-    const json report = json::parse(outcome.out);
+    const json report = parsed(outcome.out);
     EXPECT_EQ(report["hub"], "simulated");
     EXPECT_EQ(report["kernel"], "real");
     EXPECT_GE(report["wall_s"], 0.2);

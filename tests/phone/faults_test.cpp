@@ -72,7 +72,7 @@ TEST(FaultText, ErrorsSayWhatWouldBeRight) {
         {"lens.stuck-z", "did you mean 'lens.stuck-"},
     };
     for (const auto& [text, expected] : lines) {
-        const std::string message = test_support::thrown([&] { parseFault(text); });
+        const std::string message = test_support::thrown([&text = text] { parseFault(text); });
         EXPECT_NE(message.find(expected), std::string::npos) << message;
         EXPECT_TRUE(message.starts_with("fault '" + std::string(text) + "'")) << message;
         EXPECT_EQ(message.find('\n'), std::string::npos);

@@ -50,7 +50,7 @@ TEST_F(ModulesTest, AWrongDescriptionIsRefusedWithLineAndReason) {
          "8: otp.address.SN is not in the memory, which reaches from 0 to 2111"},
     };
     for (const auto& [text, reason] : cases) {
-        const std::string said = thrown([&] { phone::parseModule(text, "x.toml"); });
+        const std::string said = thrown([&text = text] { phone::parseModule(text, "x.toml"); });
         EXPECT_EQ(said.find("x.toml:" + reason), 0U) << text << "\n-> " << said;
     }
 }
@@ -117,7 +117,8 @@ TEST_F(ModulesTest, DoubtfulValuesAreNamed) {
         change(module);
         const std::vector<std::string> doubts = phone::doubtsAbout(module);
         EXPECT_TRUE(std::ranges::any_of(
-            doubts, [&](const std::string& text) { return text.find(doubt) != std::string::npos; }))
+            doubts,
+            [&doubt = doubt](const std::string& text) { return text.find(doubt) != std::string::npos; }))
             << doubt << (doubts.empty() ? "" : "\n" + doubts[0]);
     }
 }
