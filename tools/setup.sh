@@ -81,6 +81,8 @@ build() {
     command -v ccache >/dev/null && export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
     # What ccache must overlook to store what uses a precompiled header.
     export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS:-pch_defines,time_macros}
+    # What is not in the cache is compiled at once, instead of preprocessed first.
+    export CCACHE_DEPEND=${CCACHE_DEPEND-1}
     mkdir -p "$folder"
     log=$folder/setup.log
     if [ ! -e "$folder/build.ninja" ]; then

@@ -114,9 +114,9 @@ std::optional<std::vector<Field>> traceHeadOfJson(std::string_view text) {
     Json json = Json::parse(text, nullptr, false);
     if (!json.is_object() || json.value("kind", Json()) != kTraceKind) return std::nullopt;
     const Json format = json.value("format", Json());
-    if (!format.is_number_integer() || format > kTraceFormat) {
+    if (!format.is_number_integer() || format < 1 || format > kTraceFormat) {
         throw std::invalid_argument(
-            fmt::format("is a trace of format {}; this tool reads up to {}", format.dump(), kTraceFormat));
+            fmt::format("is a trace of format {}; this tool reads 1 to {}", format.dump(), kTraceFormat));
     }
     json.erase("kind");
     json.erase("format");

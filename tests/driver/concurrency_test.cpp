@@ -12,11 +12,11 @@
 
 namespace {
 
+using driver_test::kSensor;
 using driver_test::linesOf;
 using driver_test::textOf;
 using phone::FlashAnswer;
 
-constexpr int32_t kSensor = 2;
 constexpr uint16_t kEndlessCoordinates = 65535;
 constexpr int kColumns = 22;
 constexpr const char* kSubDeviceModule = "dw9786";

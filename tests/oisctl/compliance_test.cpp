@@ -17,7 +17,7 @@
 namespace {
 
 using Names = std::set<std::string>;
-using oisctl::Verdict;
+using Verdict = oisctl::Finding::Verdict;
 using phone::FaultEffect;
 using phone::FaultPoint;
 

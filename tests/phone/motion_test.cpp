@@ -15,7 +15,7 @@ namespace {
 using namespace phone;
 using test_support::TemporaryFile;
 
-constexpr int64_t kSecondUs = 1000000;
+constexpr int64_t kOneSecondUs = 1000000;
 constexpr int64_t kPeriodUs = 4000;
 constexpr double kDegPerRad = 180 / std::numbers::pi;
 
@@ -148,7 +148,7 @@ struct Bench {
     std::array<Figures, 2> figures() {
         std::array<Figures, 2> axes;
         double count = 0;
-        for (int64_t us = 3 * kSecondUs; us < 13 * kSecondUs; us += kPeriodUs, ++count) {
+        for (int64_t us = 3 * kOneSecondUs; us < 13 * kOneSecondUs; us += kPeriodUs, ++count) {
             const StabiliserState s = stabiliser.stateAt(us);
             axes[0].add(s.gyroTargetX + s.accTargetX,
                         (s.hallX - settings.hallCenterX) / settings.hallPerAngleX);
@@ -202,7 +202,7 @@ TEST(Stabiliser, OnCancelsTheShakeAndNothingElse) {
     // Off, the lens stays in the centre while the shake is reported all the same.
     Bench off("hand", StabiliserMode::kOff);
     EXPECT_GT(off.figures()[0].shakeRms, 0.1);
-    EXPECT_EQ(off.stabiliser.stateAt(20 * kSecondUs).lensX, 0);
+    EXPECT_EQ(off.stabiliser.stateAt(20 * kOneSecondUs).lensX, 0);
 }
 
 TEST(Stabiliser, DefectsShow) {
@@ -246,7 +246,7 @@ TEST(Stabiliser, ActiveWorksAboutItsAngle) {
         EXPECT_NEAR(axis.residualRms, 0.4, 0.05);
     }
     bench.stabiliser.setActiveAngle(std::nan(""));
-    EXPECT_TRUE(std::isfinite(bench.stabiliser.stateAt(14 * kSecondUs).lensX));
+    EXPECT_TRUE(std::isfinite(bench.stabiliser.stateAt(14 * kOneSecondUs).lensX));
 }
 
 TEST(Stabiliser, LimitsHold) {
@@ -254,7 +254,7 @@ TEST(Stabiliser, LimitsHold) {
     Bench bench("rest");
     bench.motion.set(loadMotion(file.path));
     double reached = 0, wanted = 0;
-    for (int64_t us = 0; us < 3 * kSecondUs; us += kPeriodUs) {
+    for (int64_t us = 0; us < 3 * kOneSecondUs; us += kPeriodUs) {
         const StabiliserState state = bench.stabiliser.stateAt(us);
         reached = std::max({reached, std::abs(state.lensX), std::abs(state.lensY)});
         wanted = std::max(wanted, std::abs(state.gyroTargetX));
@@ -264,7 +264,7 @@ TEST(Stabiliser, LimitsHold) {
 
     // A pan is followed, not fought.
     Bench pan("pan");
-    for (int64_t us = 0; us < 15 * kSecondUs; us += kPeriodUs)
+    for (int64_t us = 0; us < 15 * kOneSecondUs; us += kPeriodUs)
         EXPECT_LT(std::abs(pan.stabiliser.stateAt(us).lensY), pan.settings.limitAngle);
 }
 
@@ -274,7 +274,7 @@ TEST(Stabiliser, SameSeedSameBytesHoweverOftenAsked) {
         settings.seed = seed;
         Bench bench("hand", StabiliserMode::kOn, settings);
         std::vector<double> result;
-        for (int64_t us = 0; us <= 2 * kSecondUs; us += periodUs) {
+        for (int64_t us = 0; us <= 2 * kOneSecondUs; us += periodUs) {
             const StabiliserState s = bench.stabiliser.stateAt(us);
             if (us % 100000 != 0) continue;
             result.insert(result.end(), {s.gyroRaw[0] + 0.0, s.accRaw[2] + 0.0, s.hallX + 0.0, s.hallY + 0.0,
@@ -291,8 +291,8 @@ TEST(Stabiliser, SameSeedSameBytesHoweverOftenAsked) {
 TEST(Stabiliser, LongGapsLeaveNoTrace) {
     Bench steady("hand"), rare("hand");
     for (Bench* bench : {&steady, &rare}) bench->stabiliser.setAccCompensation(true, 0.3);
-    constexpr int64_t kEndUs = 40 * kSecondUs;
-    for (int64_t us = 0; us < kEndUs; us += kSecondUs) steady.stabiliser.advance(us);
+    constexpr int64_t kEndUs = 40 * kOneSecondUs;
+    for (int64_t us = 0; us < kEndUs; us += kOneSecondUs) steady.stabiliser.advance(us);
     const StabiliserState expected = steady.stabiliser.stateAt(kEndUs),
                           state = rare.stabiliser.stateAt(kEndUs);
     EXPECT_EQ(state.gyroRaw, expected.gyroRaw);
@@ -307,14 +307,14 @@ TEST(Stabiliser, OffsetsRemoveTheBias) {
     settings.gyroBiasRadS = {0.01, -0.01, 0};
     Bench bench("rest", StabiliserMode::kOff, settings);
     const double drift = 0.01 / (2 * std::numbers::pi * settings.highPassHz) * kDegPerRad;
-    EXPECT_NEAR(bench.stabiliser.stateAt(8 * kSecondUs).gyroTargetX, -drift, 0.02);
-    const auto measured = bench.stabiliser.measureGyro(8 * kSecondUs, 500000);
+    EXPECT_NEAR(bench.stabiliser.stateAt(8 * kOneSecondUs).gyroTargetX, -drift, 0.02);
+    const auto measured = bench.stabiliser.measureGyro(8 * kOneSecondUs, 500000);
     EXPECT_LT(measured.deviationRaw[0], 1);
     bench.stabiliser.setGyroOffset(static_cast<int16_t>(std::lround(measured.meanRaw[0])),
                                    static_cast<int16_t>(std::lround(measured.meanRaw[1])));
-    EXPECT_NEAR(bench.stabiliser.stateAt(16 * kSecondUs).gyroTargetX, 0, 0.03);
-    EXPECT_NEAR(bench.stabiliser.stateAt(16 * kSecondUs).gyroTargetY, 0, 0.03);
-    EXPECT_GT(Bench("hand").stabiliser.measureGyro(8 * kSecondUs, 500000).deviationRaw[0], 5);
+    EXPECT_NEAR(bench.stabiliser.stateAt(16 * kOneSecondUs).gyroTargetX, 0, 0.03);
+    EXPECT_NEAR(bench.stabiliser.stateAt(16 * kOneSecondUs).gyroTargetY, 0, 0.03);
+    EXPECT_GT(Bench("hand").stabiliser.measureGyro(8 * kOneSecondUs, 500000).deviationRaw[0], 5);
 }
 
 // A camera that only shifts, by a sinusoid of 2 Hz and 1 m/s^2 along y.

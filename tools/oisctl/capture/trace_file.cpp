@@ -11,6 +11,7 @@
 #include "base/errors.h"
 #include "base/file_content.h"
 #include "base/terminal.h"
+#include "capture/file_kind.h"
 #include "trace/decode.h"
 
 namespace oisctl {
@@ -95,6 +96,9 @@ void appendPendingLines(const fs::path& path) {
 }
 
 TraceFile loadTrace(const fs::path& path) {
+    if (fs::is_regular_file(path) && kindOf(path) != FileKind::kTrace)
+        throw InputError(path.string() +
+                         ": is a status recording; a trace is wanted, of --trace=FILE or oisctl spy");
     const std::string text = asInput("", [&] { return phone::readTextFile(path); }) + pendingLines(path);
     TraceFile trace{path, {}, {}, endsEarly(path)};
     size_t number = 0;
@@ -106,6 +110,8 @@ TraceFile loadTrace(const fs::path& path) {
         if (line.empty()) continue;
         try {
             if (auto about = phone::traceHeadOfJson(line)) {
+                if (!trace.about.empty() || !trace.events.empty())
+                    throw std::invalid_argument("another trace begins here; put each into a file of its own");
                 trace.about = std::move(*about);
             } else {
                 trace.events.push_back({number, phone::eventOfJson(line)});

@@ -39,24 +39,24 @@ struct Shown {
     JunitCase::Outcome outcome;
 };
 
-Shown shown(Verdict verdict) {
+Shown shown(Finding::Verdict verdict) {
     switch (verdict) {
-        case Verdict::kOk:
+        case Finding::Verdict::kOk:
             return {"ok", "OK", Style::kGood, JunitCase::Outcome::kPassed};
-        case Verdict::kFailed:
+        case Finding::Verdict::kFailed:
             return {"failed", "FAIL", Style::kBad, JunitCase::Outcome::kFailed};
-        case Verdict::kNotAsked:
+        case Finding::Verdict::kNotAsked:
             break;
     }
     return {"not asked", "NOT ASKED", Style::kDim, JunitCase::Outcome::kSkipped};
 }
 
 std::string sentence(const Finding& finding) {
-    if (finding.verdict != Verdict::kFailed) return finding.seen;
+    if (finding.verdict != Finding::Verdict::kFailed) return finding.seen;
     return fmt::format("{}; expected {}", finding.seen, finding.expected);
 }
 
-int64_t count(const std::vector<Result>& results, Verdict verdict) {
+int64_t count(const std::vector<Result>& results, Finding::Verdict verdict) {
     return std::ranges::count(results, verdict, [](const Result& result) { return result.finding.verdict; });
 }
 
@@ -77,7 +77,7 @@ Record report(const Subject& subject, bool realKernel, const std::vector<Result>
     for (const Result& result : results) {
         const Finding& finding = result.finding;
         const Shown how = shown(finding.verdict);
-        const bool asked = finding.verdict != Verdict::kNotAsked;
+        const bool asked = finding.verdict != Finding::Verdict::kNotAsked;
         all.push_back({{"group", "", result.group},
                        {"name", "", result.name},
                        {"verdict", "", how.key},
@@ -92,9 +92,10 @@ Record report(const Subject& subject, bool realKernel, const std::vector<Result>
     }
     fields.push_back({"checks", "", all});
     for (auto& [name, table] : groups) fields.push_back({"", "", table});
-    fields.push_back(total("ok", "OK", count(results, Verdict::kOk), Style::kGood));
-    fields.push_back(total("failed", "FAIL", count(results, Verdict::kFailed), Style::kBad));
-    fields.push_back(total("not_asked", "NOT ASKED", count(results, Verdict::kNotAsked), Style::kPlain));
+    fields.push_back(total("ok", "OK", count(results, Finding::Verdict::kOk), Style::kGood));
+    fields.push_back(total("failed", "FAIL", count(results, Finding::Verdict::kFailed), Style::kBad));
+    fields.push_back(
+        total("not_asked", "NOT ASKED", count(results, Finding::Verdict::kNotAsked), Style::kPlain));
     return fields;
 }
 
@@ -190,7 +191,7 @@ int run(const Options& options) {
     phone.trace().setListener(nullptr);
     trace.finish();
     junit.write(suite, junitCases(results));
-    const bool good = count(results, Verdict::kFailed) == 0;
+    const bool good = count(results, Finding::Verdict::kFailed) == 0;
     Record fields = report(subject, settings.realKernel, results);
     fields.push_back({"good", "", good});
     fields.push_back({"interrupted", "", interrupted()});

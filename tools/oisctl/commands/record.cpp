@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/errors.h"
+#include "base/units.h"
 #include "commands/commands.h"
 #include "motion/motion.h"
 #include "recording/sidecar.h"
@@ -22,7 +23,6 @@ namespace oisctl {
 
 namespace {
 
-constexpr double kMicrosPerSecond = 1e6;
 constexpr int32_t kModeOn = 2;
 constexpr int64_t kStepUs = 250'000;  // between two looks at the clock; each costs two changes of thread
 

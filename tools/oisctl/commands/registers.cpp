@@ -9,6 +9,7 @@
 #include "base/interrupt.h"
 #include "base/number.h"
 #include "base/suggest.h"
+#include "base/units.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/register_access.h"
@@ -19,7 +20,6 @@ namespace oisctl {
 
 namespace {
 
-constexpr double kMicrosPerSecond = 1e6;
 constexpr unsigned kBitsPerByte = 8;
 
 struct Write {

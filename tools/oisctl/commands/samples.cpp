@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "base/interrupt.h"
+#include "base/units.h"
 #include "commands/commands.h"
 #include "session/driver_session.h"
 #include "session/summary.h"
@@ -13,7 +14,6 @@ namespace oisctl {
 
 namespace {
 
-constexpr double kMicrosPerSecond = 1e6;
 constexpr double kNanosPerSecond = 1e9;
 
 struct Options {

@@ -9,6 +9,7 @@
 #include "base/errors.h"
 #include "base/junit.h"
 #include "base/terminal.h"
+#include "base/units.h"
 #include "base/whole_file.h"
 #include "commands/commands.h"
 #include "scenario/scenario.h"
@@ -22,8 +23,6 @@
 namespace oisctl {
 
 namespace {
-
-constexpr double kMicrosPerSecond = 1e6;
 
 struct Options {
     Settings settings;

@@ -18,10 +18,6 @@ namespace {
 constexpr int32_t kUnknown = -ENOTTY;
 constexpr unsigned kNumbers = 32;  // from the first private one on, those of the requests among them
 
-bool any(const RequestInfo&) {
-    return true;
-}
-
 // What a code is answered with, if not as it should be.
 std::string askUnknown(Examination& examination, SubDevice& device, const RequestInfo& request,
                        uint32_t code) {
@@ -49,7 +45,7 @@ Finding otherNumbers(Examination& examination) {
 
 Finding otherSizes(Examination& examination) {
     return examination.overRequests(
-        any, "ENOTTY", [&](SubDevice& device, const RequestInfo& request) -> std::string {
+        anyRequest, "ENOTTY", [&](SubDevice& device, const RequestInfo& request) -> std::string {
             for (const uint32_t step : {uint32_t{0} - 1, uint32_t{1}}) {
                 const uint32_t code = _IOC(_IOC_DIR(request.code), ois::kRequestType, _IOC_NR(request.code),
                                            (_IOC_SIZE(request.code) + step) & _IOC_SIZEMASK);
@@ -62,7 +58,7 @@ Finding otherSizes(Examination& examination) {
 
 Finding otherDirections(Examination& examination) {
     return examination.overRequests(
-        any, "ENOTTY", [&](SubDevice& device, const RequestInfo& request) -> std::string {
+        anyRequest, "ENOTTY", [&](SubDevice& device, const RequestInfo& request) -> std::string {
             for (const uint32_t direction : {_IOC_NONE, _IOC_WRITE, _IOC_READ, _IOC_READ | _IOC_WRITE}) {
                 const uint32_t code =
                     _IOC(direction, ois::kRequestType, _IOC_NR(request.code), _IOC_SIZE(request.code));

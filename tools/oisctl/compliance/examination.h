@@ -13,6 +13,10 @@
 
 namespace oisctl {
 
+inline bool anyRequest(const phone::RequestInfo&) {
+    return true;
+}
+
 class Examination {
   public:
     explicit Examination(const Subject& subject) : mSubject(subject) {}

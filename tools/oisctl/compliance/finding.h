@@ -6,22 +6,22 @@
 
 namespace oisctl {
 
-enum class Verdict { kOk, kFailed, kNotAsked };
-
 struct Finding {
+    enum class Verdict { kOk, kFailed, kNotAsked };
+
     Verdict verdict = Verdict::kOk;
     std::string seen{};      // of a check that was not asked: why
     std::string expected{};  // of one that failed
 };
 
 inline Finding passed(std::string seen = {}) {
-    return {Verdict::kOk, std::move(seen), {}};
+    return {Finding::Verdict::kOk, std::move(seen), {}};
 }
 inline Finding failed(std::string seen, std::string expected) {
-    return {Verdict::kFailed, std::move(seen), std::move(expected)};
+    return {Finding::Verdict::kFailed, std::move(seen), std::move(expected)};
 }
 inline Finding notAsked(std::string why) {
-    return {Verdict::kNotAsked, std::move(why), {}};
+    return {Finding::Verdict::kNotAsked, std::move(why), {}};
 }
 
 }  // namespace oisctl

@@ -111,7 +111,7 @@ Finding gainsKept(Examination& examination) {
     examination.setUp(device);
     GainCheck check(device, examination.subject().module->custInfo.gainFormat);
     for (const ois::Axis axis : {ois::kAxisX, ois::kAxisY})
-        if (Finding finding = check.run(axis); finding.verdict != Verdict::kOk) return finding;
+        if (Finding finding = check.run(axis); finding.verdict != Finding::Verdict::kOk) return finding;
     return passed("written, read and put back");
 }
 

@@ -15,9 +15,6 @@ using Behind = PageEnd::Behind;
 
 namespace {
 
-bool any(const RequestInfo&) {
-    return true;
-}
 bool comesBack(const RequestInfo& request) {
     return (_IOC_DIR(request.code) & _IOC_READ) != 0;
 }
@@ -52,7 +49,7 @@ Finding withRecordBeyond(Examination& examination, bool (*chosen)(const RequestI
 constexpr size_t kWhole = ~size_t{0};
 
 Finding nullPointer(Examination& examination) {
-    return examination.overRequests(any, "EFAULT", [](SubDevice& device, const RequestInfo& request) {
+    return examination.overRequests(anyRequest, "EFAULT", [](SubDevice& device, const RequestInfo& request) {
         return unless(kBadAddress, device.askAt(request.code, nullptr));
     });
 }
@@ -129,13 +126,13 @@ std::vector<Check> recordChecks() {
         return [=](Examination& e) { return withRecordBeyond(e, chosen, behind, bytes); };
     };
     return {
-        {"records", "all of it goes in", beyond(any, Behind::kNothing, 1)},
+        {"records", "all of it goes in", beyond(anyRequest, Behind::kNothing, 1)},
         {"records", "all of it comes back", beyond(repeatedlyComesBack, Behind::kReadOnly, 1)},
         {"records", "nothing outside it is touched", nothingOutside},
         {"records", "what only goes in is left alone", callersRecordKept},
         {"records", "reserved bytes", reservedKept},
         {"pointers", "null", nullPointer},
-        {"pointers", "unmapped memory", beyond(any, Behind::kNothing, kWhole)},
+        {"pointers", "unmapped memory", beyond(anyRequest, Behind::kNothing, kWhole)},
         {"pointers", "read-only memory for an answer",
          beyond(repeatedlyComesBack, Behind::kReadOnly, kWhole)},
     };

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "base/suggest.h"
+#include "base/units.h"
 #include "device/way_end.h"
 #include "kernel/media_graph.h"
 
@@ -12,8 +13,6 @@ namespace {
 
 using Candidates = std::vector<Candidate>;
 using Devices = std::vector<WalkedDevice>;
-
-constexpr double kMicro = 1e-6;
 
 Value errorValue(int error) {
     return error == 0 ? Value() : phone::errorName(error);
@@ -225,7 +224,7 @@ Table requestTable(const Candidate& candidate) {
         const bool asDescribed = met || answer.error != 0;
         table.push_back(
             {{"request", "request", answer.request->name, {}, Style::kName},
-             {"time_us", "time", answer.timeUs, duration(static_cast<double>(answer.timeUs) * kMicro)},
+             {"time_us", "time", answer.timeUs, duration(static_cast<double>(answer.timeUs) * kSecondsPerUs)},
              {"error", "", errorValue(answer.error)},
              {"flash_came", "", answer.flash == FlashAnswer::kNone ? Value() : flashWord(answer.flash)},
              {"answer", "", fields},

@@ -38,7 +38,7 @@ struct Drawn {
         }
     }
 
-    Layer layer(std::vector<Curve> curves) const {
+    Layer layer(std::vector<PlottedCurve> curves) const {
         return {&recording.timeS, &stats.segments, std::move(curves)};
     }
     const Samples* hall(size_t axis) const { return &hallAngle(recording, axis); }
@@ -88,7 +88,7 @@ class Picture {
 
     void addGyro() {
         PlotRange range;
-        std::vector<Curve> curves;
+        std::vector<PlottedCurve> curves;
         const Column columns[] = {Column::kGyroRawX, Column::kGyroRawY, Column::kGyroRawZ};
         const char* const names[] = {"x", "y", "z"};
         for (size_t i = 0; i < std::size(columns); ++i) {

@@ -144,7 +144,7 @@ std::vector<std::string> PlotScript::addData(const std::vector<Layer>& layers, T
         names.push_back(rows.size() == 0 ? "" : fmt::format("data_{}", ++mBlocks));
         if (rows.size() == 0) continue;
         std::vector<const Samples*> series;
-        for (const Curve& curve : layer.curves) series.push_back(curve.values);
+        for (const PlottedCurve& curve : layer.curves) series.push_back(curve.values);
         add("${} << END_OF_DATA\n", names.back());
         appendThinned(mText, *layer.timeS, *layer.segments, rows, series, kPanelColumns);
         add("END_OF_DATA\n");
@@ -157,7 +157,7 @@ void PlotScript::plotCurves(const std::vector<Layer>& layers, TimeSpan span, dou
     setRange('x', {span.beginS, span.endS});
     std::string_view before = "plot";
     for (size_t i = 0; i < layers.size(); ++i) {
-        const std::vector<Curve>& curves = layers[i].curves;
+        const std::vector<PlottedCurve>& curves = layers[i].curves;
         for (size_t c = 0; c < curves.size() && !names[i].empty(); ++c) {
             add("{} ${} using 1:{} with lines linecolor rgb '{}' linewidth {} title '{}'", before, names[i],
                 c + 2, curves[c].colour, curves[c].width, curves[c].name);
@@ -177,7 +177,7 @@ void PlotScript::addPanels(const std::string& title, const char* yLabel, const s
     for (const Layer& layer : layers) {
         endS = std::max(endS, layer.timeS->back());
         const RowRange rows = rowsIn(*layer.timeS, mCloseUp);
-        for (const Curve& curve : layer.curves) near.include(*curve.values, rows.begin, rows.end);
+        for (const PlottedCurve& curve : layer.curves) near.include(*curve.values, rows.begin, rows.end);
     }
     setRange('y', range);
     place(row(kLeft, 0.60), title, "time [s]", yLabel);

@@ -44,7 +44,7 @@ struct TimeSpan {
     double endS = 0;
 };
 
-struct Curve {
+struct PlottedCurve {
     const char* name;
     const char* colour;
     double width;
@@ -55,7 +55,7 @@ struct Curve {
 struct Layer {
     const std::vector<double>* timeS;
     const std::vector<RowRange>* segments;
-    std::vector<Curve> curves;
+    std::vector<PlottedCurve> curves;
 };
 
 // Two series of one recording against each other.

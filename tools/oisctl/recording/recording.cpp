@@ -11,6 +11,7 @@
 #include "base/errors.h"
 #include "base/file_content.h"
 #include "base/number.h"
+#include "base/units.h"
 #include "recording/line_reader.h"
 #include "recording/row_order.h"
 
@@ -25,7 +26,6 @@ constexpr const char* kHeader =
 constexpr size_t kTimestampColumn = static_cast<size_t>(Column::kTimestamp);
 constexpr size_t kFirstAngleColumn = static_cast<size_t>(Column::kAngleGyroTargetX);
 constexpr int64_t kUsPerSecond = 1'000'000;
-constexpr double kSecondsPerUs = 1e-6;
 constexpr uint64_t kMostSeconds = 1'000'000'000'000;
 // A time that jumps ahead by more and stays there is another stretch: nobody looks at the pause between them.
 constexpr int64_t kFarUs = 600 * kUsPerSecond;
@@ -173,10 +173,16 @@ class StatusReader {
         for (size_t row = 0; row < fates.size(); ++row) {
             const size_t line = mRecording.lines[row];
             if (fates[row] == RowFate::kRepeated) mRecording.repeated.add(line);
-            if (fates[row] == RowFate::kOutOfOrder) mRecording.outOfOrder.add(line);
+            const int64_t timeUs = mTimesUs[row];
+            const auto onItsLine = [&] {
+                return mShift + static_cast<double>(timeUs - mShiftUs) * kSecondsPerUs;
+            };
+            if (fates[row] == RowFate::kOutOfOrder) {
+                mRecording.outOfOrder.add(line);
+                mRecording.outOfOrderS.push_back(onItsLine());
+            }
             if (fates[row] == RowFate::kRepeated || fates[row] == RowFate::kOutOfOrder) continue;
             const size_t kept = timeS.size();
-            const int64_t timeUs = mTimesUs[row];
             const bool begins = fates[row] == RowFate::kBegins;
             if (begins || timeUs - beforeUs > kFarUs) {
                 mRecording.stretches.push_back(
@@ -184,10 +190,11 @@ class StatusReader {
                 mShift = timeS.empty() ? 0 : timeS.back() + Recording::kBetweenStretchesS;
                 mShiftUs = timeUs;
             }
-            timeS.push_back(mShift + static_cast<double>(timeUs - mShiftUs) * kSecondsPerUs);
+            timeS.push_back(onItsLine());
             beforeUs = timeUs;
             if (kept != row) move(row, kept);
         }
+        std::ranges::sort(mRecording.outOfOrderS);
         mRecording.lines.resize(timeS.size());
         for (Samples& column : mRecording.columns)
             if (!column.empty()) column.resize(timeS.size());
@@ -214,10 +221,6 @@ class StatusReader {
     int64_t mShiftUs = 0;  // its first row's time
     Recording mRecording;
 };
-
-constexpr std::array kGyroTarget = {Column::kAngleGyroTargetX, Column::kAngleGyroTargetY};
-constexpr std::array kAccTarget = {Column::kAngleAccTargetX, Column::kAngleAccTargetY};
-constexpr std::array kHall = {Column::kAngleHallX, Column::kAngleHallY};
 
 }  // namespace
 

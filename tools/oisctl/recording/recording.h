@@ -25,6 +25,10 @@ enum class Column : size_t {
     kAngleHallY,
 };
 constexpr size_t kColumnCount = 22;
+// By axis: x, y.
+constexpr std::array kGyroTarget = {Column::kAngleGyroTargetX, Column::kAngleGyroTargetY};
+constexpr std::array kAccTarget = {Column::kAngleAccTargetX, Column::kAngleAccTargetY};
+constexpr std::array kHall = {Column::kAngleHallX, Column::kAngleHallY};
 std::string_view columnName(size_t column);  // "hall_x": as the file's header has it
 
 // The recorder writes whole numbers of 16 bits and angles of six digits: a float holds both as they stand.
@@ -75,6 +79,7 @@ struct Recording {
     Places unanswered;  // all zero: polls that the controller did not answer
     Places repeated;    // the time of a row before
     Places outOfOrder;
+    std::vector<double> outOfOrderS;  // their times, increasing, as timeS has them
     Places unreadable;
     std::string whyUnreadable;  // of the first one
     size_t cutLine = 0;         // the last line, if it was cut while being written

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "base/suggest.h"
+#include "base/units.h"
 #include "session/operations.h"
 
 namespace oisctl {
@@ -44,9 +45,8 @@ class RowComparer {
 
   private:
     static int64_t timeUs(const Recording& recording, size_t row) {
-        constexpr double kUsPerSecond = 1e6;
         if (row >= recording.rows()) return std::numeric_limits<int64_t>::max();
-        return std::llround(recording.timeS[row] * kUsPerSecond);
+        return std::llround(recording.timeS[row] * kMicrosPerSecond);
     }
 
     void comparePair(size_t a, size_t b) {

@@ -26,8 +26,6 @@ constexpr double kMinTravelPart = 0.1;  // of the target's; a lens that moves le
 // What hands do is in these; the last one is all of them.
 constexpr std::array<std::array<double, 2>, 4> kBandsHz = {{{0.5, 2}, {2, 8}, {8, 20}, {0.5, 20}}};
 
-constexpr std::array kAccTarget = {Column::kAngleAccTargetX, Column::kAngleAccTargetY};
-
 double largest(const Samples& values) {
     double result = 0;
     for (const float value : values)
@@ -71,6 +69,13 @@ double medianPeriod(const Recording& recording) {
     return *middle;
 }
 
+// Rows that belong in front of this one, and stand elsewhere in the file.
+size_t rowsElsewhere(const Recording& recording, size_t row) {
+    const std::vector<double>& timesS = recording.outOfOrderS;
+    const auto first = std::ranges::upper_bound(timesS, recording.timeS[row - 1]);
+    return static_cast<size_t>(std::ranges::lower_bound(first, timesS.end(), recording.timeS[row]) - first);
+}
+
 void addTiming(const Recording& recording, RecordingStats& stats) {
     const std::vector<double>& timeS = recording.timeS;
     const double median = medianPeriod(recording);
@@ -83,7 +88,8 @@ void addTiming(const Recording& recording, RecordingStats& stats) {
         const bool isGap = !isBreak && period > kGapPeriods * median;
         if (!isBreak) stats.durationS += period;
         if (isGap) {
-            const auto missing = static_cast<size_t>(std::max(1.0, std::round(period / median) - 1));
+            const auto wanted = static_cast<size_t>(std::max(1.0, std::round(period / median) - 1));
+            const size_t missing = wanted - std::min(wanted, rowsElsewhere(recording, row));
             stats.gaps.add(recording.linesOf(row - 1, row), missing);
             stats.lost += missing;
             stats.longestGapS = std::max(stats.longestGapS, period);

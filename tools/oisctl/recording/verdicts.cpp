@@ -12,7 +12,6 @@ namespace oisctl {
 namespace {
 
 constexpr std::array kGyroRaw = {Column::kGyroRawX, Column::kGyroRawY, Column::kGyroRawZ};
-constexpr std::array kGyroTarget = {Column::kAngleGyroTargetX, Column::kAngleGyroTargetY};
 
 // A lens that moves less than this part of its target, where that moves at all, does not follow it.
 constexpr double kStillPart = 0.1;
@@ -245,7 +244,7 @@ class Judge {
     }
 
     void addRows(VerdictKind kind, const Places& places, bool fault) {
-        if (places.empty()) return;
+        if (places.rows == 0) return;
         const double usual = std::floor(kUsualPart * static_cast<double>(mRecording.rows()));
         const auto rows = static_cast<double>(places.rows);
         mVerdicts.push_back({kind, 0, places, rows, usual, fault || rows > usual});

@@ -125,7 +125,7 @@ Make withIds(int32_t (OISDrv::*operation)(int32_t, int32_t)) {
     };
 }
 
-const std::map<std::string_view, Make>& operations() {
+const std::map<std::string_view, Make>& makers() {
     static const std::map<std::string_view, Make> all{
         {"Init", withIds(&OISDrv::Init)},
         {"Uninit", plain(&OISDrv::Uninit)},
@@ -183,12 +183,12 @@ const std::map<std::string_view, Make>& operations() {
 }  // namespace
 
 std::vector<std::string> driverCallNames() {
-    return namesIn(operations(), [](const auto& operation) { return std::string(operation.first); });
+    return namesIn(makers(), [](const auto& operation) { return std::string(operation.first); });
 }
 
 void makeCall(OISDrv& driver, Event& call) {
-    const auto found = operations().find(call.name);
-    if (found == operations().end())
+    const auto found = makers().find(call.name);
+    if (found == makers().end())
         throw InputError(fmt::format("{}: no operation of the driver that can be called again", call.name));
     try {
         call.result = found->second(driver, call);

@@ -26,7 +26,7 @@ using phone::FaultPoint;
 
 namespace {
 
-constexpr int64_t kMicrosPerSecond = 1'000'000;
+constexpr int64_t kSecondUs = 1'000'000;
 constexpr int64_t kFrameRate = 1000;  // the highest: the shortest session that there can be
 constexpr size_t kMostInOrder = 400;  // beyond it a list of commands tells nobody anything
 
@@ -38,7 +38,7 @@ std::string textIn(const Event& event, std::string_view name) {
 
 // The number nearest to what is written.
 double secondsOf(int64_t timeUs) {
-    return static_cast<double>(timeUs) / static_cast<double>(kMicrosPerSecond);
+    return static_cast<double>(timeUs) / static_cast<double>(kSecondUs);
 }
 
 // As TOML has it.
@@ -376,9 +376,8 @@ class Teller {
             fmt::format("title = {}\n", tomlText("Recorded in " + mTrace.path.filename().string()));
         for (const std::string& left : mLeftOut) text += fmt::format("# Not told: {}\n", left);
         if (!mModule.empty()) text += fmt::format("module = {}\n", tomlText(mModule));
-        return text +
-               fmt::format("frame_rate = {}\nduration_s = {}\nonly_calls = true\n", kFrameRate,
-                           phone::numberText(secondsOf(std::max(mEndUs, kMicrosPerSecond / kFrameRate))));
+        return text + fmt::format("frame_rate = {}\nduration_s = {}\nonly_calls = true\n", kFrameRate,
+                                  phone::numberText(secondsOf(std::max(mEndUs, kSecondUs / kFrameRate))));
     }
 
     std::string faultsText() const {

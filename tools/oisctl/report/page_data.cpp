@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/file_content.h"
+#include "base/units.h"
 #include "modules/customisation_fields.h"
 #include "report/packed_column.h"
 #include "report/trace_ticks.h"
@@ -26,7 +27,6 @@ using Json = nlohmann::ordered_json;
 using phone::Event;
 using phone::EventKind;
 
-constexpr double kMicrosPerSecond = 1e6;
 constexpr double kAngleSteps = 1e6;  // of a degree
 
 constexpr const char* styleKey(Style style) {

@@ -99,6 +99,31 @@ Selector parseCommand(const std::string& text) {
     return parseSelector(text, commandNames(), "request and no hub command");
 }
 
+// Whether no field can be as both say.
+bool contradict(const FieldValue& one, const FieldValue& other) {
+    if (one.name != other.name) return false;
+    const auto* const a = std::get_if<Bounds>(&one.value);
+    const auto* const b = std::get_if<Bounds>(&other.value);
+    if (a == nullptr || b == nullptr)
+        return one.value.index() != other.value.index() || one.value != other.value;
+    return a->greatest < b->least || b->greatest < a->least;
+}
+
+// What each of the commands selected shall be, and yet none can; empty when they can.
+std::string contradictionIn(std::vector<FieldValue> fields, const std::vector<FieldValue>& further) {
+    fields.insert(fields.end(), further.begin(), further.end());
+    for (size_t i = 0; i < fields.size(); ++i)
+        for (size_t k = 0; k < i; ++k)
+            if (contradict(fields[i], fields[k]))
+                return fields[i].name + " is stated twice, and cannot be both";
+    const auto named = [&fields](const char* name) {
+        return std::ranges::find(fields, name, &FieldValue::name);
+    };
+    const auto result = named(kResultField);
+    if (named(kErrorField) == fields.end() || result == fields.end()) return "";
+    return std::get<Bounds>(result->value).least < 0 ? "" : "what has an error has a result below 0";
+}
+
 // --- Entries.
 
 std::optional<Bounds> readBounds(TableReader& table, const char* key, double least = 0) {
@@ -147,6 +172,8 @@ class CommandReader {
             fields = {text, parseFields(mCommon.selector->name, parts)};
         });
         readOutcome(mTable, *mCommon.selector, fields);
+        const std::string contradiction = contradictionIn(mCommon.selector->fields, fields.fields);
+        if (!contradiction.empty()) mTable.fail(contradiction);
         if (!fields.fields.empty()) add(std::move(fields));
         for (const bool sent : {true, false}) {
             mTable.takeText(sent ? "sent" : "received", [&](const std::string& text) {
@@ -190,6 +217,8 @@ std::vector<Expectation> readOthers(TableReader& table, const Expectation& commo
     std::vector<Selector> order;
     table.takeTexts("order", [&](const std::string& text) { order.push_back(parseCommand(text)); });
     if (table.has("order") && order.size() < 2) table.fail("order", "needs two commands or more");
+    if (const auto twice = std::ranges::adjacent_find(order, {}, &Selector::text); twice != order.end())
+        table.fail("order", fmt::format("has {} twice in a row, which counts as one", twice->text));
     if (!order.empty()) add(ExpectedOrder{std::move(order)});
     if (const auto bounds = readBounds(table, "shake_left_deg")) add(ExpectedShake{false, *bounds});
     if (const auto bounds = readBounds(table, "shake_left_db", Bounds().least))

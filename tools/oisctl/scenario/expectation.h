@@ -20,6 +20,7 @@ struct Bounds {
     double least = -std::numeric_limits<double>::infinity();
     double greatest = std::numeric_limits<double>::infinity();
     bool hold(double value) const { return value >= least && value <= greatest; }
+    bool operator==(const Bounds&) const = default;
 };
 
 // A field of a command's record, and what it shall be.

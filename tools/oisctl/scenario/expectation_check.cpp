@@ -7,19 +7,17 @@
 
 #include "base/suggest.h"
 #include "base/terminal.h"
+#include "base/units.h"
 #include "session/calls.h"
 
 namespace oisctl {
 
 using phone::Event;
-using Verdict = Judgement::Verdict;
 
 namespace {
 
-constexpr double kMicro = 1e-6;
-
 double secondsOf(const Event& event) {
-    return static_cast<double>(event.timeUs) * kMicro;
+    return static_cast<double>(event.timeUs) * kSecondsPerUs;
 }
 
 // An event with what its bytes mean.
@@ -99,7 +97,7 @@ class Judge {
             const auto next = std::ranges::find_if(before, isLater);
             if (next == before.begin()) return failed("none before it", seen.event);
             const double delayS = secondsOf(*seen.event) - secondsOf(*std::prev(next)->event);
-            constexpr double kRounding = kMicro / 2;
+            constexpr double kRounding = kSecondsPerUs / 2;
             const Bounds bounds{what.seconds.least - kRounding, what.seconds.greatest + kRounding};
             if (!bounds.hold(delayS)) return failed(fmt::format("{:.6f} s after it", delayS), seen.event);
         }
@@ -161,12 +159,12 @@ class Judge {
     }
 
     void failed(std::string seen, const Event* event) {
-        mJudgement.verdict = Verdict::kFailed;
+        mJudgement.verdict = Judgement::Verdict::kFailed;
         mJudgement.seen = std::move(seen);
         if (event != nullptr) mJudgement.event = *event;
     }
     void notLookedAt(std::string why) {
-        mJudgement.verdict = Verdict::kNotLookedAt;
+        mJudgement.verdict = Judgement::Verdict::kNotLookedAt;
         mJudgement.seen = std::move(why);
     }
 
@@ -190,8 +188,10 @@ std::string seenText(const Judgement& judgement) {
                        shortened(phone::toText(event, false)), secondsOf(event), lineOf(event));
 }
 
-std::string_view keyOf(Verdict verdict) {
-    return verdict == Verdict::kHeld ? "held" : verdict == Verdict::kFailed ? "failed" : "not looked at";
+std::string_view keyOf(Judgement::Verdict verdict) {
+    return verdict == Judgement::Verdict::kHeld     ? "held"
+           : verdict == Judgement::Verdict::kFailed ? "failed"
+                                                    : "not looked at";
 }
 
 void addNames(std::set<std::string>& names, const Expectation& expectation) {
@@ -236,20 +236,21 @@ std::vector<Judgement> ExpectationCheck::judge(const SessionFacts& facts) const 
 }
 
 bool allHold(const std::vector<Judgement>& judgements) {
-    return std::ranges::none_of(
-        judgements, [](const Judgement& judgement) { return judgement.verdict == Verdict::kFailed; });
+    return std::ranges::none_of(judgements, [](const Judgement& judgement) {
+        return judgement.verdict == Judgement::Verdict::kFailed;
+    });
 }
 
 bool judgesFailures(const std::vector<Judgement>& judgements) {
     return std::ranges::any_of(judgements, [](const Judgement& judgement) {
-        return judgement.verdict != Verdict::kNotLookedAt &&
+        return judgement.verdict != Judgement::Verdict::kNotLookedAt &&
                std::holds_alternative<ExpectedFailures>(judgement.expectation->what);
     });
 }
 
 Record expectationFields(const std::vector<Judgement>& judgements) {
     Table table;
-    std::map<Verdict, size_t> counts;
+    std::map<Judgement::Verdict, size_t> counts;
     std::string failures;
     for (const Judgement& judgement : judgements) {
         const std::string expected = toText(*judgement.expectation);
@@ -261,24 +262,24 @@ Record expectationFields(const std::vector<Judgement>& judgements) {
                          {"event", "", event ? Value(phone::toText(*event, false)) : Value()},
                          {"time_s", "", event ? Value(secondsOf(*event)) : Value()},
                          {"trace_line", "", event ? Value(lineOf(*event)) : Value()}});
-        if (judgement.verdict == Verdict::kFailed)
+        if (judgement.verdict == Judgement::Verdict::kFailed)
             failures += fmt::format("\nexpected {}\n  seen   {}", expected, seenText(judgement));
     }
-    std::string text = fmt::format("{} of {} as expected", counts[Verdict::kHeld],
-                                   counts[Verdict::kHeld] + counts[Verdict::kFailed]);
-    if (const size_t others = counts[Verdict::kNotLookedAt])
+    std::string text = fmt::format("{} of {} as expected", counts[Judgement::Verdict::kHeld],
+                                   counts[Judgement::Verdict::kHeld] + counts[Judgement::Verdict::kFailed]);
+    if (const size_t others = counts[Judgement::Verdict::kNotLookedAt])
         text += fmt::format(", {} not looked at here", others);
     return {{"expectations", judgements.empty() ? "" : "expected", table, text + failures,
-             counts[Verdict::kFailed] == 0 ? Style::kGood : Style::kBad}};
+             counts[Judgement::Verdict::kFailed] == 0 ? Style::kGood : Style::kBad}};
 }
 
 std::vector<JunitCase> junitCases(const std::string& scenario, const std::vector<Judgement>& judgements) {
     using Outcome = JunitCase::Outcome;
     std::vector<JunitCase> cases;
     for (const Judgement& judgement : judgements) {
-        const Outcome outcome = judgement.verdict == Verdict::kHeld     ? Outcome::kPassed
-                                : judgement.verdict == Verdict::kFailed ? Outcome::kFailed
-                                                                        : Outcome::kSkipped;
+        const Outcome outcome = judgement.verdict == Judgement::Verdict::kHeld     ? Outcome::kPassed
+                                : judgement.verdict == Judgement::Verdict::kFailed ? Outcome::kFailed
+                                                                                   : Outcome::kSkipped;
         const std::string expected = toText(*judgement.expectation);
         const bool failed = outcome == Outcome::kFailed;
         cases.push_back(

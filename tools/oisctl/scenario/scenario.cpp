@@ -29,8 +29,6 @@ constexpr double kMaxFrameRate = 1000;
 constexpr double kMaxDurationS = 86400;
 constexpr double kMaxDiopter = 100;
 constexpr int32_t kMaxSensorDev = 7;
-// Frame times are computed, span ends are typed: a frame on the border must not miss it by rounding.
-constexpr double kSlack = 1e-9;
 
 using phone::NumberRange;
 using phone::TableReader;
@@ -48,7 +46,7 @@ std::optional<Curve> readCurve(TableReader& span, const SpanField& field, double
     }
     auto points = span.points(field.name, {0, kMaxDurationS}, range);
     if (!points) return std::nullopt;
-    if (const double last = points->back().first; last > spanS + kSlack) {
+    if (const double last = points->back().first; last > spanS + kFrameSlackS) {
         span.fail(field.name, fmt::format("has a point at {} s; its span is {} s long", last, spanS));
     }
     return Curve(std::move(*points));
@@ -271,7 +269,7 @@ double Scenario::frameTimeS(uint64_t frame) const {
 
 std::optional<double> Scenario::value(const SpanField& field, double timeS) const {
     for (auto span = spans.rbegin(); span != spans.rend(); ++span) {
-        if (timeS < span->fromS - kSlack || timeS >= span->toS - kSlack) continue;
+        if (timeS < span->fromS - kFrameSlackS || timeS >= span->toS - kFrameSlackS) continue;
         for (const auto& [stated, curve] : span->values) {
             if (stated != &field) continue;
             const double value = curve.at(timeS - span->fromS);

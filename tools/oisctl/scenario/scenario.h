@@ -19,6 +19,9 @@
 
 namespace oisctl {
 
+// Frame times are computed, span ends are typed: a frame on the border must not miss it by rounding.
+constexpr double kFrameSlackS = 1e-9;
+
 // A value over time: linear between its points, held before the first and after the last. Seconds count from
 // the span's start.
 class Curve {

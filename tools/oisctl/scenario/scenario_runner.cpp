@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "base/terminal.h"
+#include "base/units.h"
 #include "kernel/file_tree.h"
 #include "motion/motion.h"
 #include "replay/driver_calls.h"
@@ -12,8 +13,6 @@
 namespace oisctl {
 
 namespace {
-
-constexpr double kMicrosPerSecond = 1e6;
 
 class Player {
   public:
@@ -104,9 +103,8 @@ class Player {
     }
 
     void applyMoments(double timeS) {
-        constexpr double kSlack = 1e-9;
         while (mNextMoment < mScenario.moments.size() &&
-               mScenario.moments[mNextMoment].atS <= timeS + kSlack) {
+               mScenario.moments[mNextMoment].atS <= timeS + kFrameSlackS) {
             apply(mScenario.moments[mNextMoment++]);
         }
     }

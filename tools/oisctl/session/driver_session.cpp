@@ -13,6 +13,7 @@
 #include "base/errors.h"
 #include "base/suggest.h"
 #include "base/terminal.h"
+#include "base/units.h"
 #include "controllers/controller.h"
 #include "controllers/korva/chip.h"
 #include "faults/faults.h"
@@ -31,7 +32,6 @@ namespace oisctl {
 
 namespace {
 
-constexpr double kMicro = 1e-6;
 constexpr int64_t kBringUpPollUs = 1000;
 constexpr int64_t kBringUpLimitUs = 2'000'000;
 
@@ -362,7 +362,7 @@ std::optional<WayEnd> DriverSession::wayEnd() const {
 }
 
 double DriverSession::nowS() {
-    return static_cast<double>(nowUs()) * kMicro;
+    return static_cast<double>(nowUs()) * kSecondsPerUs;
 }
 
 double DriverSession::wallSeconds() const {

@@ -29,7 +29,7 @@ constexpr const char* kFile = "state.toml";
 constexpr int64_t kFormat = 1;
 constexpr size_t kMostHexDigits = 1 << 20;
 
-std::string gainText(const ois::OisGain& gain) {
+std::string gainToml(const ois::OisGain& gain) {
     return fmt::format("\n[gain]\nvalueXf = {}\nvalueYf = {}\nvalueXi = {}\nvalueYi = {}\n", gain.valueXf,
                        gain.valueYf, gain.valueXi, gain.valueYi);
 }
@@ -50,7 +50,7 @@ std::string textOf(const std::string& module, bool behindHub, const KeptByContro
     if (behindHub) text += "\n[flash]\n" + flashText(kept.flash);
     if (!behindHub && kept.gyroOffset)
         text += fmt::format("gyro_offset = [{}, {}]\n", (*kept.gyroOffset)[0], (*kept.gyroOffset)[1]);
-    return text + gainText(kept.gain);
+    return text + gainToml(kept.gain);
 }
 
 std::optional<std::array<int16_t, 2>> readOffset(TableReader& table) {

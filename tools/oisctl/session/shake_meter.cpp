@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "base/interrupt.h"
+#include "base/units.h"
 #include "session/driver_session.h"
 
 namespace oisctl {
@@ -15,7 +16,6 @@ constexpr int64_t kBreakUs = 4 * kLookUs;  // not looked at for so long, a stret
 constexpr int64_t kSettleUs = 100'000;     // a lens needs that after a change of the mode
 constexpr uint64_t kLeastLooks = 20;
 constexpr double kLeastDeg = 1e-6;  // less than this no lens can show
-constexpr double kSecondsPerUs = 1e-6;
 
 }  // namespace
 

@@ -5,14 +5,13 @@
 #include "base/errors.h"
 #include "base/interrupt.h"
 #include "base/suggest.h"
+#include "base/units.h"
 #include "session/driver_session.h"
 #include "session/operations.h"
 
 namespace oisctl {
 
 namespace {
-
-constexpr double kMicro = 1e-6;
 
 // `start`, and the entries behind it, in lines of the usual width of a terminal.
 std::string wrapped(std::string line, const std::vector<std::string>& entries) {
@@ -191,7 +190,7 @@ Field faultField(const std::vector<phone::Faults::Count>& faults) {
 }
 
 double secondsOf(const phone::Event& event) {
-    return static_cast<double>(event.timeUs) * kMicro;
+    return static_cast<double>(event.timeUs) * kSecondsPerUs;
 }
 
 std::string lossText(const Tally::Counts& counts) {

@@ -2,15 +2,12 @@
 
 #include <utility>
 
+#include "base/units.h"
 #include "trace/decode.h"
 
 namespace oisctl {
 
-namespace {
-
-constexpr double kMicro = 1e-6;
-
-}  // namespace
+namespace {}  // namespace
 
 std::string toText(const Failure& failure) {
     return failure.event ? phone::toText(*failure.event, false) : failure.remark;
@@ -40,7 +37,7 @@ void Tally::count(const phone::Event& event, const std::optional<EndedCall>& end
         ++mCounts.byName[phone::nameOf(event)];
     }
     if (deviceLost()) return;
-    if (isFailure(event)) keepFailure({static_cast<double>(event.timeUs) * kMicro, event, {}});
+    if (isFailure(event)) keepFailure({static_cast<double>(event.timeUs) * kSecondsPerUs, event, {}});
     mLoss.take(event);
     mCounts.loss = mLoss.evidence();
     mDeviceLost = mCounts.loss.has_value();

@@ -7,6 +7,7 @@
 
 #include "base/errors.h"
 #include "base/terminal.h"
+#include "base/units.h"
 #include "session/tally.h"
 
 namespace oisctl {
@@ -16,11 +17,11 @@ using phone::EventKind;
 
 namespace {
 
-constexpr double kMicro = 1e-6;
 constexpr size_t kTimeColumns = 10;
 
 std::string timeColumn(int64_t timeUs) {
-    return styled(Style::kDim, fmt::format("{:{}.4f} s", static_cast<double>(timeUs) * kMicro, kTimeColumns));
+    return styled(Style::kDim,
+                  fmt::format("{:{}.4f} s", static_cast<double>(timeUs) * kSecondsPerUs, kTimeColumns));
 }
 
 bool failed(const Event& event) {

@@ -21,7 +21,7 @@ constexpr std::array<std::string_view, 3> kOfEveryFrame{kRequest, "SetAccParam",
 constexpr size_t kLongestPattern = 12;
 constexpr uint64_t kFewestRepeats = 3;
 
-bool failed(const Event& event) {
+bool hasFailed(const Event& event) {
     return event.error != 0 || event.fault != nullptr || event.result.value_or(0) < 0;
 }
 
@@ -36,10 +36,10 @@ bool isStep(const Event& event) {
         case EventKind::kNote:
             return true;
         case EventKind::kThread:
-            return event.name == "pthread_create" || failed(event);
+            return event.name == "pthread_create" || hasFailed(event);
         case EventKind::kMedia:
         case EventKind::kFile:
-            return failed(event);
+            return hasFailed(event);
         case EventKind::kProperty:
         case EventKind::kMessage:
         case EventKind::kCustomisation:
@@ -51,7 +51,7 @@ bool isStep(const Event& event) {
 
 bool sameShape(const Event& a, const Event& b) {
     return a.kind == b.kind && a.code == b.code && a.name == b.name && a.phase == b.phase &&
-           a.error == b.error && failed(a) == failed(b);
+           a.error == b.error && hasFailed(a) == hasFailed(b);
 }
 
 bool sameShape(const Step& a, const Step& b, bool sameBytes) {

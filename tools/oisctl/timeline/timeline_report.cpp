@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "base/terminal.h"
+#include "base/units.h"
 
 namespace oisctl {
 
@@ -12,12 +13,11 @@ using phone::Event;
 
 namespace {
 
-constexpr double kMicro = 1e-6;
-constexpr int kTimeColumns = 10;
+constexpr int kTimeWidth = 10;
 constexpr std::string_view kRequests = "SetOisParams";
 
 std::string timeText(int64_t timeUs) {
-    return fmt::format("{:.4f} s", static_cast<double>(timeUs) * kMicro);
+    return fmt::format("{:.4f} s", static_cast<double>(timeUs) * kSecondsPerUs);
 }
 
 // "1 request", "12 calls of SetMode"
@@ -84,12 +84,13 @@ void printStep(const Step& step, bool each) {
 }
 
 void printEpisode(const Episode& episode) {
-    printLine(styled(Style::kDim,
-                     fmt::format("{:>{}.4f} s", static_cast<double>(episode.fromUs) * kMicro, kTimeColumns)) +
-              "  " +
-              (episode.sentNothing() && episode.callCount() > 1 ? headText(episode)
-                                                                : styled(Style::kBold, headText(episode))) +
-              (episode.sentNothing() ? styled(Style::kDim, ": nothing sent") : ""));
+    printLine(
+        styled(Style::kDim,
+               fmt::format("{:>{}.4f} s", static_cast<double>(episode.fromUs) * kSecondsPerUs, kTimeWidth)) +
+        "  " +
+        (episode.sentNothing() && episode.callCount() > 1 ? headText(episode)
+                                                          : styled(Style::kBold, headText(episode))) +
+        (episode.sentNothing() ? styled(Style::kDim, ": nothing sent") : ""));
     for (const Change& change : episode.changes)
         printLine("              " + styled(Style::kName, changeText(change)));
     if (!episode.reason.empty()) printLine("              " + styled(Style::kDim, episode.reason));
