@@ -26,6 +26,9 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
     write("bad_properties", "vendor.debug.ois.dump=none\n");
     write("trace.jsonl", "\n {}\n");
     write("status.txt", "chose sys_timestamp\n");
+    write("twice.jsonl",
+          "{\"kind\":\"trace\",\"format\":1,\"kernel\":\"real\"}\n{\"kind\":\"trace\",\"format\":1}\n");
+    write("old.jsonl", "{\"kind\":\"trace\",\"format\":0}\n");
     struct Case {
         const char* arguments;
         const char* says;
@@ -72,6 +75,9 @@ TEST_F(Oisctl, WrongInputIsOneLineThatSaysWhatWouldBeRight) {
         {"compare trace.jsonl trace.jsonl --plot both.png", "--plot"},
         {"compare status.txt status.txt --aside message", "--aside"},
         {"compare . status.txt", ".: cannot be read: Is a directory"},
+        {"replay status.txt", "status.txt: is a status recording"},
+        {"timeline twice.jsonl", "twice.jsonl:2: another trace begins here"},
+        {"report old.jsonl -o old.html", "old.jsonl:1: is a trace of format 0"},
         {"compliance -m korvas4sw-hub", "these are: korvas4sw-subdev"},
         {"compliance --node /dev/v4l-subdev10", "goes with --kernel real"},
         {"probe --fault lens.stuck-x", "simulated lens"},

@@ -26,9 +26,9 @@ enum class Column : size_t {
 };
 constexpr size_t kColumnCount = 22;
 // By axis: x, y.
-constexpr std::array kGyroTarget = {Column::kAngleGyroTargetX, Column::kAngleGyroTargetY};
-constexpr std::array kAccTarget = {Column::kAngleAccTargetX, Column::kAngleAccTargetY};
-constexpr std::array kHall = {Column::kAngleHallX, Column::kAngleHallY};
+inline constexpr std::array kGyroTarget = {Column::kAngleGyroTargetX, Column::kAngleGyroTargetY};
+inline constexpr std::array kAccTarget = {Column::kAngleAccTargetX, Column::kAngleAccTargetY};
+inline constexpr std::array kHall = {Column::kAngleHallX, Column::kAngleHallY};
 std::string_view columnName(size_t column);  // "hall_x": as the file's header has it
 
 // The recorder writes whole numbers of 16 bits and angles of six digits: a float holds both as they stand.
