@@ -136,6 +136,7 @@ TEST(Expectation, RefusesWhatCanNotBe) {
         {"call = 'SetMood', count = 1", "did you mean 'SetMode'"},
         {"call = 'SetMode mode=1', count = 1", "SetMode has no field mode"},
         {"command = 'SET_MODE', result = 0, error = 'EIO'", "a result below 0"},
+        {"command = 'SET_MODE error=EIO', error = 'EBUSY'", "error is stated twice"},
         {"command = 'SET_MODE mode=2', fields = 'mode=3..5'", "mode is stated twice"},
         {"order = ['SET_MODE']", "two commands or more"},
         {"order = ['GET_HALL', 'SET_MODE', 'SET_MODE']", "SET_MODE twice in a row"},

@@ -104,8 +104,7 @@ bool contradict(const FieldValue& one, const FieldValue& other) {
     if (one.name != other.name) return false;
     const auto* const a = std::get_if<Bounds>(&one.value);
     const auto* const b = std::get_if<Bounds>(&other.value);
-    if (a == nullptr || b == nullptr)
-        return one.value.index() != other.value.index() || one.value != other.value;
+    if (a == nullptr || b == nullptr) return one.value != other.value;
     return a->greatest < b->least || b->greatest < a->least;
 }
 

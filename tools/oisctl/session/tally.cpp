@@ -7,8 +7,6 @@
 
 namespace oisctl {
 
-namespace {}  // namespace
-
 std::string toText(const Failure& failure) {
     return failure.event ? phone::toText(*failure.event, false) : failure.remark;
 }
