@@ -365,11 +365,12 @@ TEST_F(RecordingTest, WhatIsWrongIsNamedWithItsLines) {
         {"two files in one", [] { return Good().text() + Good().text(); }, {"second_session 3003-3003"}},
         {"rows that changed places",
          [] {
-             Good good;
+             // And later one is lost, which no row elsewhere stands for.
+             Good good([](size_t line, double& t, Angles&, Gyro&) { t += line >= 1500 ? 0.004 : 0; });
              good.swap(700, 701);
              return good.text();
          },
-         {"samples_out_of_order 701-701?"}},
+         {"samples_lost 1499-1500?", "samples_out_of_order 701-701?"}},
         {"a row twice, a torn one, one of zeros, a cut one",
          [] {
              Good good;
