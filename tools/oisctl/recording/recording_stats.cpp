@@ -90,9 +90,11 @@ void addTiming(const Recording& recording, RecordingStats& stats) {
         if (isGap) {
             const auto wanted = static_cast<size_t>(std::max(1.0, std::round(period / median) - 1));
             const size_t missing = wanted - std::min(wanted, rowsElsewhere(recording, row));
-            stats.gaps.add(recording.linesOf(row - 1, row), missing);
-            stats.lost += missing;
-            stats.longestGapS = std::max(stats.longestGapS, period);
+            if (missing > 0) {
+                stats.gaps.add(recording.linesOf(row - 1, row), missing);
+                stats.lost += missing;
+                stats.longestGapS = std::max(stats.longestGapS, period);
+            }
         }
         if (isGap || isBreak) {
             stats.segments.push_back({row, row + 1});

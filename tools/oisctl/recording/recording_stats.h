@@ -69,7 +69,7 @@ struct RecordingStats {
     double durationS = 0;  // that was recorded, gaps included, the time between stretches not
     double rateHz = 0;     // of the median period
     double medianPeriodS = 0;
-    Places gaps;      // periods above 1.5 times the median; the lines around them
+    Places gaps;      // periods above 1.5 times the median that lack rows; the lines around them
     size_t lost = 0;  // rows that are missing there
     double longestGapS = 0;
     std::vector<RowRange> segments;      // between gaps
