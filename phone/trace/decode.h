@@ -135,7 +135,8 @@ int64_t integerField(const Decoded& decoded, std::string_view name);
 template <typename Record>
 Record recordOf(std::span<const uint8_t> bytes) {
     Record record{};
-    std::memcpy(&record, bytes.data(), std::min(sizeof record, bytes.size()));
+    std::ranges::copy(bytes.first(std::min(sizeof record, bytes.size())),
+                      reinterpret_cast<uint8_t*>(&record));
     return record;
 }
 

@@ -65,6 +65,8 @@ TEST_F(Replay, OneChangedByteIsFoundAndNamed) {
         {R"("kind":"trace")", R"("format":1)", R"("format":2)", 2, "changed.jsonl:1: is a trace of format 2"},
         {R"("name":"NotifyStream")", R"("sent":"0100000000000000")", R"("sent":"")", 2,
          "changed.jsonl:23: NotifyStream: the trace has 0 bytes"},
+        {R"("kind":"customisation")", R"(,"received":")", R"(,"sent":")", 2,
+         "has 0 bytes of the customisation"},
         {R"("kind":"call")", "", "", 2, "holds no call"},
         {R"("kind":"call")", R"("name":"SetMode")", R"("name":"SetMood")", 2, "SetMood"},
     };

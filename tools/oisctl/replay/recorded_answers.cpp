@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/errors.h"
 #include "trace/decode.h"
 
 namespace oisctl {
@@ -101,7 +102,16 @@ std::string_view placeName(FaultPoint point) {
 RecordedAnswers::RecordedAnswers(phone::Phone& phone, const TraceFile& trace,
                                  const std::set<std::string>& polled)
     : mPhone(phone), mPolled(polled) {
+    constexpr size_t kCustomisationSize =
+        sizeof phone::ModuleDescription::custInfo + sizeof phone::ModuleDescription::otpAddresses;
     for (const TracedEvent& traced : trace.events) {
+        const phone::Event& event = traced.event;
+        if (event.kind == EventKind::kCustomisation && event.result == 1 &&
+            event.received.size() < kCustomisationSize) {
+            throw InputError(fmt::format(
+                "{}:{}: {}: the trace has {} bytes of the customisation, not {}; an earlier version wrote it",
+                trace.path.string(), traced.line, event.name, event.received.size(), kCustomisationSize));
+        }
         const auto place = askedBy(traced.event);
         if (!place) continue;
         mQueues[{traced.event.thread, place->point, place->key}].events.push_back(&traced);
@@ -206,9 +216,9 @@ void RecordedAnswers::fitModule(const Event& event) {
     module.driverName = textIn(event, "driver_name");
     std::span<const uint8_t> rest(event.received);
     const auto fill = [&rest](auto& block) {
-        const size_t size = std::min(sizeof block, rest.size());
-        std::memcpy(&block, rest.data(), size);
-        rest = rest.subspan(size);
+        const std::span<const uint8_t> part = rest.first(std::min(sizeof block, rest.size()));
+        std::ranges::copy(part, reinterpret_cast<uint8_t*>(&block));
+        rest = rest.subspan(part.size());
     };
     fill(module.custInfo);
     fill(module.otpAddresses);
