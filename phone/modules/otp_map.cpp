@@ -42,7 +42,7 @@ std::vector<OtpField> allFields() {
         {"SN", kSerialFirst, kSerialLast, 0, true},
         {"fuse_id", kFuseIdFirst, kFuseIdLast, 0, true},
     };
-    for (const Field& field : kCalibrationFields) {
+    for (const auto& field : kCalibrationFields) {
         fields.push_back({field.name, field.firstEntry, field.secondEntry, field.firstCount});
     }
     for (const WordTable& table : kWordTables) {

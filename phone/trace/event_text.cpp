@@ -68,10 +68,9 @@ std::string propertyText(const Event& event) {
 std::string messageText(const Event& event) {
     std::string_view text = event.text;
     while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-    const Field* level = findField(event, "level");
-    const auto* levelName = level == nullptr ? nullptr : std::get_if<std::string>(&level->value);
-    if (levelName == nullptr || levelName->empty()) return printable(text);
-    return fmt::format("{} {}", static_cast<char>(std::toupper(levelName->front())), printable(text));
+    const std::string level = textIn(event, "level");
+    if (level.empty()) return printable(text);
+    return fmt::format("{} {}", static_cast<char>(std::toupper(level.front())), printable(text));
 }
 
 std::string body(const Event& event, const Decoded& decoded) {

@@ -24,6 +24,12 @@ const Field* findField(const Event& event, std::string_view name) {
     return nullptr;
 }
 
+std::string textIn(const Event& event, std::string_view name) {
+    const Field* field = findField(event, name);
+    const auto* text = field == nullptr ? nullptr : std::get_if<std::string>(&field->value);
+    return text == nullptr ? std::string() : *text;
+}
+
 Trace::Trace(Clock& clock) : mClock(clock) {}
 
 void Trace::setEnabled(bool enabled) {

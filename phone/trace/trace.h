@@ -85,6 +85,8 @@ struct Event {
 // The field of that name among those that the event itself carries, what came back first; null when there is
 // none.
 const Field* findField(const Event& event, std::string_view name);
+// Its text; empty when it is none.
+std::string textIn(const Event& event, std::string_view name);
 
 // Without anything that a terminal would take for more than text, on one line.
 std::string printable(std::string_view text);

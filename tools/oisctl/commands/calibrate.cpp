@@ -177,7 +177,7 @@ Field offsetField(const char* key, const char* label, const std::optional<Offset
     return byAxis(key, label, (*offsets)[0], (*offsets)[1], " (raw counts)");
 }
 
-int run(Settings settings) {
+int runCalibrate(Settings settings) {
     // The hub's own calibration would tell nothing; the family parser goes through the registers.
     settings.presets.push_back(phone::knownProperty("bypassen", "0"));
     DriverSession session(settings, Narration::kIfVerbose);
@@ -223,7 +223,7 @@ Command describeCalibrate() {
                      {"oisctl calibrate --fault chip.never-idle",
                       "skipped, which the driver's status does not tell"},
                      {"oisctl calibrate -m dw9786", "on the sub-device: one request"}},
-        .run = [settings] { return run(*settings); },
+        .run = [settings] { return runCalibrate(*settings); },
     };
 }
 

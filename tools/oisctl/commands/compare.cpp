@@ -21,7 +21,7 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct CompareOptions {
     std::string a, b;
     Aside aside;
     std::string plot;
@@ -69,7 +69,7 @@ std::string recorderOf(const TraceFile& trace) {
     return recorder == trace.about.end() ? "" : toText(*recorder);
 }
 
-int runOnTraces(const Options& options) {
+int runOnTraces(const CompareOptions& options) {
     if (!options.plot.empty()) throw InputError("--plot: draws recordings; these are traces");
     const TraceFile a = loadTrace(options.a);
     const TraceFile b = loadTrace(options.b);
@@ -91,7 +91,7 @@ int runOnTraces(const Options& options) {
     return equal ? kSuccess : kJobFailed;
 }
 
-int runOnRecordings(const Options& options) {
+int runOnRecordings(const CompareOptions& options) {
     if (!options.aside.kinds.empty() || !options.aside.fields.empty())
         throw InputError("--aside: leaves parts of traces out; these are recordings");
     const Examined a = examine(options.a);
@@ -105,7 +105,7 @@ int runOnRecordings(const Options& options) {
     return isEqual(compared) ? kSuccess : kJobFailed;
 }
 
-int run(const Options& options) {
+int runCompare(const CompareOptions& options) {
     const FileKind a = kindOf(options.a);
     const FileKind b = kindOf(options.b);
     if (a != b)
@@ -117,7 +117,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeCompare() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<CompareOptions>();
     return {
         .options =
             {value("a", "FILE", "A trace, as --trace=FILE writes it, or a status recording", &options->a,
@@ -143,7 +143,7 @@ Command describeCompare() {
                      {"oisctl compare a.jsonl b.jsonl", "exit status 1 when they differ"},
                      {"oisctl compare a.jsonl b.jsonl --aside message --aside hall_x,hall_y"},
                      {"oisctl compare last-week.txt today.txt --plot both.png"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runCompare(*options); },
     };
 }
 

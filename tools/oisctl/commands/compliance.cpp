@@ -26,7 +26,7 @@ namespace {
 
 constexpr int32_t kSensor = 0;  // where the simulated phone has its module
 
-struct Options {
+struct ComplianceOptions {
     Settings settings;
     std::string node;
     std::string junit;
@@ -109,7 +109,7 @@ std::vector<JunitCase> junitCases(const std::vector<Result>& results) {
 }
 
 // As for any command; a node that is named needs none.
-std::optional<phone::ModuleDescription> examinedModule(const Options& options) {
+std::optional<phone::ModuleDescription> examinedModule(const ComplianceOptions& options) {
     const Settings& settings = options.settings;
     if (!options.node.empty() && !settings.realKernel) {
         throw InputError("--node " + options.node +
@@ -134,7 +134,8 @@ void endAt(const WayEnd& end) {
     throw JobError(fmt::format("{}; {}", text.what, text.advice));
 }
 
-std::string examinedNode(const Options& options, const std::optional<phone::ModuleDescription>& module) {
+std::string examinedNode(const ComplianceOptions& options,
+                         const std::optional<phone::ModuleDescription>& module) {
     if (!options.node.empty()) return options.node;
     const std::vector<WalkedDevice> devices = walkMedia();
     const WalkedEntity* const entity = choiceOf(devices, module->driverName).entity;
@@ -150,20 +151,13 @@ void requireOpening(const std::string& node) {
     endAt({.place = EndPlace::kNode, .step = {node, error}});
 }
 
-phone::PhoneOptions phoneOptions(const Settings& settings) {
-    phone::PhoneOptions options;
-    options.kernel = settings.realKernel ? phone::KernelKind::kReal : phone::KernelKind::kSimulated;
-    const bool realTime = settings.realTime || settings.realKernel;
-    options.clock = realTime ? phone::ClockMode::kRealTime : phone::ClockMode::kSimulated;
-    options.trace = settings.traceWanted;
-    return options;
-}
-
-int run(const Options& options) {
+int runCompliance(const ComplianceOptions& options) {
     const Settings& settings = options.settings;
     const InterruptGuard interruptGuard;
     TraceOutput trace(settings, Narration::kNothing);
-    phone::Phone phone(phoneOptions(settings));
+    phone::PhoneOptions setup = phoneSetup(settings);
+    setup.trace = settings.traceWanted;
+    phone::Phone phone(setup);
     trace.begin({});
     phone.trace().setKeep(false);
     phone.trace().setListener([&trace](const phone::Event& event) { trace.show(event, std::nullopt); });
@@ -203,7 +197,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeCompliance() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ComplianceOptions>();
     options->settings.simulatedModule = shippedOnSubDevice().front().name;
     return {
         .options = withSomePhoneOptions(
@@ -224,7 +218,7 @@ Command describeCompliance() {
                       "gains are written, read and put back"},
                      {"oisctl compliance --fault READ_STATUS:garbage=00", "a check that fails"},
                      {"oisctl compliance --json --junit compliance.xml"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runCompliance(*options); },
     };
 }
 

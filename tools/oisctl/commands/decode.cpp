@@ -11,13 +11,13 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct DecodeOptions {
     std::vector<std::string> inputs;
     std::string file;
     Settings settings;
 };
 
-int decode(const Options& options) {
+int decode(const DecodeOptions& options) {
     const std::optional<std::string> file = options.file.empty() ? std::nullopt : std::optional(options.file);
     return runDecode(options.inputs, file, options.settings.json, std::cin, std::cout, std::cerr);
 }
@@ -25,7 +25,7 @@ int decode(const Options& options) {
 }  // namespace
 
 Command describeDecode() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<DecodeOptions>();
     return {
         .options = {value("-f,--file", "FILE", "Lines from this file", &options->file),
                     value("input", "HEX", "Request codes and records; none: lines from standard input",

@@ -30,8 +30,8 @@ std::vector<std::string> defectWords() {
 constexpr Verdict kGood{"good", "good", true};
 constexpr Verdict kGoodSoFar{"good so far", "good so far", true};
 constexpr Verdict kNotExamined{"not examined", "not examined"};
-constexpr Verdict kNotTold{"not told", "not told: no hall position was read back"};
-constexpr Verdict kPartlyTold{"not told", "not told: some hall positions were not read back"};
+constexpr Verdict kNothingRead{"not told", "not told: no hall position was read back"};
+constexpr Verdict kPartlyRead{"not told", "not told: some hall positions were not read back"};
 constexpr Verdict kTooFarAtOnce{"defective", "defective: too far off at one position"};
 constexpr Verdict kTooFarInSum{"defective", "defective: too far off in sum"};
 
@@ -40,10 +40,10 @@ const Verdict& judge(const DetectorRun& seen, size_t axis, const ois::OisCustInf
     const AxisErrors& errors = seen.axes.at(axis);
     const bool wholeRun = seen.positions >= info.coordinateNum;
     if (seen.positions == 0) return kNotExamined;
-    if (seen.hallsRead == 0) return kNotTold;
+    if (seen.hallsRead == 0) return kNothingRead;
     if (errors.tooFarAtOnce(info)) return kTooFarAtOnce;
     if (errors.tooFarInSum(info)) return kTooFarInSum;
-    if (!seen.complete()) return kPartlyTold;
+    if (!seen.complete()) return kPartlyRead;
     return wholeRun ? kGood : kGoodSoFar;
 }
 
@@ -81,7 +81,7 @@ bool hasTestPositions(const phone::ModuleDescription& module) {
     return module.custInfo.actuatorDetectSupport != 0 && module.custInfo.coordinateNum != 0;
 }
 
-int run(const Settings& settings) {
+int runDetectDefect(const Settings& settings) {
     DriverSession session(settings, Narration::kIfVerbose);
     session.requireModule("detect-defect", "with test positions", hasTestPositions);
     if (!session.openFor()) return conclude(session, Record());
@@ -123,7 +123,7 @@ Command describeDetectDefect() {
                      {"oisctl detect-defect --defect stuck-x"},
                      {"oisctl detect-defect --defect sluggish-x,off-centre-y --json"},
                      {"oisctl detect-defect --real-time", "with a progress bar"}},
-        .run = [settings] { return run(*settings); },
+        .run = [settings] { return runDetectDefect(*settings); },
     };
 }
 

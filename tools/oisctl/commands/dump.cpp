@@ -15,13 +15,13 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct DumpOptions {
     Settings settings;
     std::string what;
     std::string folder;  // empty: standard output
 };
 
-Record report(const std::optional<std::filesystem::path>& file, const Options& options) {
+Record report(const std::optional<std::filesystem::path>& file, const DumpOptions& options) {
     const bool kept = !options.folder.empty();
     if (!file && kept) return {{"file", "file", {}, "none"}};
     if (!file) return {{"file", "", {}}, {"text", "", {}}};
@@ -57,7 +57,7 @@ void requireMemory(const DriverSession& session) {
         "the image in the module's description");
 }
 
-int run(Options options) {
+int runDump(DumpOptions options) {
     const bool otp = options.what == "otp";
     if (!options.folder.empty()) requireFolder(options.folder);
     options.settings.properties.push_back(
@@ -79,7 +79,7 @@ int run(Options options) {
 }  // namespace
 
 Command describeDump() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<DumpOptions>();
     options->settings.simulatedModule = "dw9786";
     return {
         .options = withPhoneOptions(
@@ -88,7 +88,7 @@ Command describeDump() {
              value("-o,--output", "DIR", "Folder to keep the file in; else it is shown", &options->folder)},
             options->settings),
         .examples = {{"oisctl dump otp -m korvas4sw-hub"}, {"oisctl dump flash -m dw9786 -o out"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runDump(*options); },
     };
 }
 

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
+struct ExportOptions {
     std::string file;
     std::string form;
     std::string output;
@@ -46,7 +46,7 @@ std::vector<std::string> formNames() {
 }
 
 // The first that the file's kind can become, unless one is named.
-const FormInfo& formOf(const Options& options) {
+const FormInfo& formOf(const ExportOptions& options) {
     const FileKind kind = kindOf(options.file);
     for (const FormInfo& info : kForms) {
         if (options.form.empty() ? info.from != kind : options.form != info.name) continue;
@@ -58,13 +58,13 @@ const FormInfo& formOf(const Options& options) {
         fmt::format("--as {}: no such form{}", options.form, suggestion(options.form, formNames())));
 }
 
-fs::path outputOf(const Options& options, const FormInfo& info) {
+fs::path outputOf(const ExportOptions& options, const FormInfo& info) {
     if (options.output.empty()) return fs::path(options.file).filename().replace_extension(info.extension);
     requireOther(options.output, {options.file});
     return options.output;
 }
 
-SensorScales scalesOf(const Options& options, const std::optional<FoundSidecar>& sidecar) {
+SensorScales scalesOf(const ExportOptions& options, const std::optional<FoundSidecar>& sidecar) {
     const Sidecar about = sidecar && sidecar->whyNot.empty() ? sidecar->about : Sidecar();
     const auto gyro = options.gyroScale ? options.gyroScale : about.gyroCountsPerRadS;
     if (!gyro)
@@ -80,7 +80,7 @@ struct Exported {
     size_t leftOut = 0;
 };
 
-Exported exportTo(WholeFile& out, const Options& options, Form form) {
+Exported exportTo(WholeFile& out, const ExportOptions& options, Form form) {
     const auto put = [&out](std::string_view piece) { out.write(piece); };
     if (form == Form::kTraceEvents) {
         const TraceFile trace = loadTrace(options.file);
@@ -98,7 +98,7 @@ Exported exportTo(WholeFile& out, const Options& options, Form form) {
     return {recording.rows(), rowsLeftOut(recording)};
 }
 
-int run(const Options& options) {
+int runExport(const ExportOptions& options) {
     const FormInfo& info = formOf(options);
     const fs::path output = outputOf(options, info);
     WholeFile out(output);
@@ -116,7 +116,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeExport() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ExportOptions>();
     return {
         .options = {value("file", "FILE", "A status recording or a trace", &options->file,
                           {.required = true}),
@@ -142,7 +142,7 @@ Command describeExport() {
                      {"oisctl export status.txt --as imu-log --gyro-scale 939.65",
                       "of a phone whose gyro says 16.4 counts per degree/s"},
                      {"oisctl export run.jsonl -o run.json", "a timeline to open in a viewer"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runExport(*options); },
     };
 }
 

@@ -23,7 +23,7 @@ std::string grammar(const phone::FaultPlace& place) {
     return text;
 }
 
-int show(const Settings& settings) {
+int showFaults(const Settings& settings) {
     Table table;
     Table examples;
     for (const phone::FaultPlace& place : phone::faultPlaces()) {
@@ -54,7 +54,7 @@ Command describeFaults() {
         .examples = {{"oisctl session --fault SET_MODE@3:errno=EIO", "the third SET_MODE fails"},
                      {"oisctl calibrate --fault chip.never-idle"},
                      {"oisctl detect-defect --fault lens.stuck-x"}},
-        .run = [settings] { return show(*settings); },
+        .run = [settings] { return showFaults(*settings); },
     };
 }
 

@@ -23,7 +23,7 @@ namespace {
 using ois::korva::address;
 using ois::korva::Register;
 
-struct Options {
+struct FirmwareUpdateOptions {
     Settings settings;
     std::string image;
     std::optional<uint32_t> imageVersion;
@@ -31,7 +31,7 @@ struct Options {
     int32_t times = 1;
 };
 
-phone::FirmwareImage loadImage(const Options& options) {
+phone::FirmwareImage loadImage(const FirmwareUpdateOptions& options) {
     phone::FirmwareImage image =
         options.image.empty()
             ? phone::FirmwareImage::generate(*options.imageVersion)
@@ -174,13 +174,13 @@ Update updateOnSubDevice(DriverSession& session) {
     return update;
 }
 
-void prepareHub(DriverSession& session, const Options& options) {
+void prepareHub(DriverSession& session, const FirmwareUpdateOptions& options) {
     phone::SensorHub& hub = session.phone().hub();
     if (!options.image.empty() || options.imageVersion) hub.setFirmware(loadImage(options));
     if (options.from) hub.chip().held()->install(phone::FirmwareImage::generate(*options.from));
 }
 
-int run(const Options& options) {
+int runFirmwareUpdate(const FirmwareUpdateOptions& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
     session.requireModule("firmware-update", "with OIS", hasOis);
     session.requireMayWrite("firmware-update", "an update");
@@ -205,7 +205,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeFirmwareUpdate() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<FirmwareUpdateOptions>();
     return {
         .options = withPhoneOptions(
             {value("--image", "FILE", "Image that the hub holds; else one is made up for a newer version",
@@ -222,7 +222,7 @@ Command describeFirmwareUpdate() {
                       "repairs what a power cut left"},
                      {"oisctl firmware-update -m dw9786",
                       "on the sub-device: one request to the kernel driver"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runFirmwareUpdate(*options); },
     };
 }
 

@@ -21,7 +21,7 @@ namespace {
 
 using phone::ModuleDescription;
 
-struct Options {
+struct ModulesOptions {
     std::string name;
     bool toml = false;
     Settings settings;
@@ -119,7 +119,7 @@ void showList(bool json) {
     print({{"modules", "", table}}, json);
 }
 
-void showOne(const Options& options) {
+void showOne(const ModulesOptions& options) {
     const ModuleDescription module = phone::moduleByName(options.name);
     Record fields = fieldsOf(module);
     if (options.toml) {
@@ -133,7 +133,7 @@ void showOne(const Options& options) {
     }
 }
 
-int show(const Options& options) {
+int showModules(const ModulesOptions& options) {
     if (options.toml && options.name.empty()) throw InputError("modules --toml: needs a module's name");
     asInput(fmt::format("modules {}: ", options.name),
             [&] { options.name.empty() ? showList(options.settings.json) : showOne(options); });
@@ -143,7 +143,7 @@ int show(const Options& options) {
 }  // namespace
 
 Command describeModules() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ModulesOptions>();
     return {
         .options = {value("name", "NAME|FILE", "A shipped module, or a TOML file, which is checked",
                           &options->name, {.words = moduleNames}),
@@ -154,7 +154,7 @@ Command describeModules() {
                      {"oisctl modules dw9786 --toml > mine.toml", "a start for one of your own"},
                      {"oisctl modules ./mine.toml", "checks a description of your own"},
                      {"oisctl modules --json | jq '.modules[].name'"}},
-        .run = [options] { return show(*options); },
+        .run = [options] { return showModules(*options); },
     };
 }
 

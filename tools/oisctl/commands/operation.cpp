@@ -14,7 +14,7 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct OperationOptions {
     Settings settings;
     int32_t operation = 0;
     std::optional<double> gain;
@@ -37,7 +37,7 @@ int runOnce(DriverSession& session, const Work& work) {
     return conclude(session, summary);
 }
 
-int runOperation(const Options& options) {
+int runOperation(const OperationOptions& options) {
     const int32_t operation =
         options.gain ? gainOperation(options.operation, *options.gain) : options.operation;
     DriverSession session(options.settings, Narration::kCalls);
@@ -50,7 +50,7 @@ int runOperation(const Options& options) {
     });
 }
 
-int runMode(const Options& options) {
+int runMode(const OperationOptions& options) {
     DriverSession session(options.settings, Narration::kCalls);
     return runOnce(session, [&](std::vector<OperationResult>&) { session.setMode(options.mode); });
 }
@@ -71,7 +71,7 @@ std::string modeList() {
 }  // namespace
 
 Command describeOperation() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<OperationOptions>();
     return {
         .options = withPhoneOptions(
             {value("operation", "NAME|NUMBER", "Operation by name or number",
@@ -90,7 +90,7 @@ Command describeOperation() {
 }
 
 Command describeMode() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<OperationOptions>();
     return {
         .options = withPhoneOptions(
             {value("mode", "N", "Mode", &options->mode, {.words = modeNumbers, .required = true})},

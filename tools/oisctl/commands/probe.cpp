@@ -28,15 +28,6 @@ ModuleDescription namedModule(const std::string& name) {
                                  joined(namesIn(shippedOnSubDevice(), &ModuleDescription::name))));
 }
 
-phone::PhoneOptions phoneOptions(const Settings& settings) {
-    phone::PhoneOptions options;
-    options.trace = settings.traceWanted;
-    if (!settings.realKernel) return options;
-    options.kernel = phone::KernelKind::kReal;
-    options.clock = phone::ClockMode::kRealTime;
-    return options;
-}
-
 std::vector<Candidate> findLenses(const std::vector<ModuleDescription>& modules,
                                   const std::vector<WalkedDevice>& devices, const Settings& settings,
                                   phone::Clock& clock) {
@@ -52,12 +43,14 @@ std::vector<Candidate> findLenses(const std::vector<ModuleDescription>& modules,
     return candidates;
 }
 
-int run(const Settings& settings) {
+int runProbe(const Settings& settings) {
     std::vector<ModuleDescription> modules = shippedOnSubDevice();
     if (!settings.module.empty()) modules = {namedModule(settings.module)};
     requireMeaning(settings, modules.front());
     TraceOutput trace(settings, Narration::kNothing);
-    phone::Phone phone(phoneOptions(settings));
+    phone::PhoneOptions setup = phoneSetup(settings);
+    setup.trace = settings.traceWanted;
+    phone::Phone phone(setup);
     trace.begin({});
     phone.trace().setKeep(false);
     phone.trace().setListener([&trace](const phone::Event& event) { trace.show(event, std::nullopt); });
@@ -90,7 +83,7 @@ Command describeProbe() {
                      {"oisctl probe -m mine.toml", "beside a description of your own"},
                      {"oisctl probe --kernel simulated", "what it looks like when all is well"},
                      {"oisctl probe --json | jq '.modules[] | select(.usable).node'"}},
-        .run = [settings] { return run(*settings); },
+        .run = [settings] { return runProbe(*settings); },
     };
 }
 

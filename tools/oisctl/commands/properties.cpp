@@ -15,7 +15,7 @@ namespace {
 // In the order of phone::PropertyType.
 constexpr const char* kTypeNames[] = {"switch", "integer", "text"};
 
-int show(const Settings& settings) {
+int showProperties(const Settings& settings) {
     Table table;
     for (const auto& property : phone::knownProperties()) {
         const bool known = !property.defaultValue.empty();
@@ -42,7 +42,7 @@ Command describeProperties() {
         .examples = {{"oisctl session --set vendor.debug.ois.bypassen=0"},
                      {"oisctl session --set fixmode=1 --set gethall=1"},
                      {"oisctl session --properties FILE", "one PROPERTY=VALUE a line"}},
-        .run = [settings] { return show(*settings); },
+        .run = [settings] { return showProperties(*settings); },
     };
 }
 

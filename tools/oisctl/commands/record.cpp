@@ -30,7 +30,7 @@ constexpr int kFailedRow = 8;  // status requests in a row: more than a moment's
 
 constexpr int64_t kStalledUs = 2'000'000;  // without a row; the longest interval is 255 ms
 
-struct Options {
+struct RecordOptions {
     Settings settings;
     double seconds = 10;
     int32_t intervalMs = 4;
@@ -112,7 +112,7 @@ void waitWhileRecording(DriverSession& session, const Watch& watch, double secon
     }
 }
 
-Sidecar aboutSession(const DriverSession& session, const Options& options,
+Sidecar aboutSession(const DriverSession& session, const RecordOptions& options,
                      const std::vector<Sidecar::ModeChange>& modes) {
     const phone::ModuleDescription& module = session.module();
     const Settings& settings = session.settings();
@@ -160,7 +160,7 @@ Record reportOn(DriverSession& session, const Recording& recording, const Sideca
 }
 
 // Keeps what the driver wrote, if it is a recording, and tells of it.
-Record keepAndReport(DriverSession& session, const std::filesystem::path& file, const Options& options,
+Record keepAndReport(DriverSession& session, const std::filesystem::path& file, const RecordOptions& options,
                      const std::vector<Sidecar::ModeChange>& modes) {
     Recording recording;
     try {
@@ -174,7 +174,7 @@ Record keepAndReport(DriverSession& session, const std::filesystem::path& file, 
     return reportOn(session, recording, aboutSession(session, options, modes));
 }
 
-int run(Options options) {
+int runRecord(RecordOptions options) {
     requireFolder(options.folder);
     std::vector<phone::Property>& properties = options.settings.properties;
     properties.push_back(phone::knownProperty("dump", std::to_string(kDumpOtp)));
@@ -203,7 +203,7 @@ int run(Options options) {
 }  // namespace
 
 Command describeRecord() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RecordOptions>();
     options->settings.simulatedModule = "dw9786";
     return {
         .options = withPhoneOptions(
@@ -219,7 +219,7 @@ Command describeRecord() {
                       "what a recorded motion does to the picture"},
                      {"oisctl record --mode 0", "the same lens, held"},
                      {"oisctl plot out/*_status.txt -o shake.png", "and what it looks like"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runRecord(*options); },
     };
 }
 

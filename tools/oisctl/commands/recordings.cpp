@@ -18,7 +18,7 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct RecordingsOptions {
     std::string file;                // that plot draws
     std::vector<std::string> files;  // that stats looks at
     std::string output;
@@ -29,7 +29,7 @@ struct Options {
 };
 
 // `recording`: which, or which ones.
-std::vector<Option> recordingOptions(Options& options, Option recording) {
+std::vector<Option> recordingOptions(RecordingsOptions& options, Option recording) {
     return {std::move(recording),
             value("--limit", "DEGREES",
                   "The lens's travel either way; else what stands beside the recording, or estimated",
@@ -53,7 +53,7 @@ void takeLimit(Limits& limits, const std::string& word) {
     limits[name] = *greatest;
 }
 
-std::vector<Option> statsOptions(Options& options) {
+std::vector<Option> statsOptions(RecordingsOptions& options) {
     std::vector<Option> all =
         recordingOptions(options, value("files", "STATUS_FILE...", "Status recordings", &options.files,
                                         {.required = true, .repeats = true}));
@@ -64,7 +64,7 @@ std::vector<Option> statsOptions(Options& options) {
     return all;
 }
 
-std::vector<Option> plotOptions(Options& options) {
+std::vector<Option> plotOptions(RecordingsOptions& options) {
     std::vector<Option> all = recordingOptions(
         options, value("file", "STATUS_FILE", "Status recording", &options.file, {.required = true}));
     all.push_back(value("-o,--output", "FILE",
@@ -74,7 +74,7 @@ std::vector<Option> plotOptions(Options& options) {
 }
 
 // Of many files one that cannot be used is no reason to say nothing of the others.
-int runStats(const Options& options) {
+int runStats(const RecordingsOptions& options) {
     const bool mustBeGood = options.requireGood || !options.limits.empty();
     int status = kSuccess;
     for (const std::string& file : options.files) {
@@ -92,7 +92,7 @@ int runStats(const Options& options) {
     return status;
 }
 
-int runPlot(const Options& options) {
+int runPlot(const RecordingsOptions& options) {
     const Examined examined = examine(options.file, options.limitAngle);
     std::filesystem::path output = options.output;
     if (output.empty()) output = std::filesystem::path(options.file).filename().replace_extension(".png");
@@ -107,7 +107,7 @@ int runPlot(const Options& options) {
 }  // namespace
 
 Command describeStats() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RecordingsOptions>();
     return {
         .options = statsOptions(*options),
         .notes =
@@ -127,7 +127,7 @@ Command describeStats() {
 }
 
 Command describePlot() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RecordingsOptions>();
     return {
         .options = plotOptions(*options),
         .notes = "Works on recordings from a real phone as well.\n",

@@ -27,7 +27,7 @@ struct Write {
     uint32_t value;
 };
 
-struct Options {
+struct RegistersOptions {
     Settings settings;
     bool watch = false;
     double intervalS = 0.5;
@@ -125,7 +125,7 @@ void printChanges(DriverSession& session, const Values& values, const Values& be
 }
 
 // The last values.
-Values watch(DriverSession& session, const Options& options, Values before) {
+Values watch(DriverSession& session, const RegistersOptions& options, Values before) {
     const double endS = session.nowS() + options.seconds.value_or(0);
     while (!interrupted() && (!options.seconds || session.nowS() < endS)) {
         session.sleepUs(static_cast<int64_t>(options.intervalS * kMicrosPerSecond));
@@ -140,7 +140,7 @@ Values watch(DriverSession& session, const Options& options, Values before) {
     return before;
 }
 
-int run(Options options) {
+int runRegisters(RegistersOptions options) {
     // Somebody watches: the time is theirs, unless an end is given.
     if (options.watch && !options.seconds) options.settings.realTime = true;
     DriverSession session(options.settings, Narration::kNothing);
@@ -172,7 +172,7 @@ int run(Options options) {
 }  // namespace
 
 Command describeRegisters() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RegistersOptions>();
     return {
         .options = withPhoneOptions(
             {flag("-w,--watch", "Go on, and show what changes, until Ctrl-C or --seconds", &options->watch),
@@ -189,7 +189,7 @@ Command describeRegisters() {
                      {"oisctl registers --write CONTROL=0 --watch --seconds 0.1 --interval 0.004",
                       "how it becomes idle"},
                      {"oisctl registers --json | jq '.registers[] | select(.name==\"CLOCK\").value'"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runRegisters(*options); },
     };
 }
 

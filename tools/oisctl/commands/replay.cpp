@@ -19,7 +19,7 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct ReplayOptions {
     std::string trace;
     std::set<std::string> polled;
     std::string scenario;  // the file to write; empty: none
@@ -34,7 +34,7 @@ void takePolled(std::set<std::string>& polled, const std::string& word) {
 }
 
 // Writes the scenario instead of replaying.
-int writeScenario(const Options& options, const TraceFile& trace) {
+int writeScenario(const ReplayOptions& options, const TraceFile& trace) {
     requireOther(options.scenario, {options.trace});
     const ToldScenario told = scenarioOf(trace, options.polled);
     parseScenario(told.text, options.scenario);
@@ -53,7 +53,7 @@ int writeScenario(const Options& options, const TraceFile& trace) {
     return kSuccess;
 }
 
-int run(const Options& options) {
+int runReplay(const ReplayOptions& options) {
     const TraceFile trace = loadTrace(options.trace);
     if (!options.scenario.empty()) return writeScenario(options, trace);
     const Replay replayed = replay(trace, options.polled);
@@ -88,7 +88,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeReplay() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ReplayOptions>();
     return {
         .options = {value("trace", "TRACE", "A trace with the driver's calls", &options->trace,
                           {.required = true}),
@@ -111,7 +111,7 @@ Command describeReplay() {
                      {"oisctl replay field.jsonl --polled READ_STATUS"},
                      {"oisctl replay field.jsonl --as-scenario field.toml",
                       "'oisctl session --scenario field.toml' is then a test"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runReplay(*options); },
     };
 }
 

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
+struct ReportOptions {
     std::string trace;
     std::string recording;
     fs::path output;
@@ -27,13 +27,13 @@ struct Options {
     Settings settings;
 };
 
-fs::path outputOf(const Options& options) {
+fs::path outputOf(const ReportOptions& options) {
     if (options.output.empty()) return fs::path(options.trace).filename().replace_extension(".html");
     requireOther(options.output, {options.trace, options.recording});
     return options.output;
 }
 
-int run(const Options& options) {
+int runReport(const ReportOptions& options) {
     const fs::path output = outputOf(options);
     ReportSources sources{loadTrace(options.trace), std::nullopt};
     if (!options.recording.empty()) sources.recording = examine(options.recording, options.limitAngle);
@@ -65,7 +65,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeReport() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ReportOptions>();
     return {
         .options = {value("trace", "TRACE", "A trace of the session", &options->trace, {.required = true}),
                     value("recording", "STATUS_FILE", "What the recorder wrote meanwhile",
@@ -86,7 +86,7 @@ Command describeReport() {
         .examples = {{"oisctl record --trace=run.jsonl -o out"},
                      {"oisctl report run.jsonl out/ois_dump_..._status.txt -o report.html"},
                      {"oisctl report spy.jsonl", "the trace alone"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runReport(*options); },
     };
 }
 

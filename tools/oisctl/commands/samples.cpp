@@ -16,7 +16,7 @@ namespace {
 
 constexpr double kNanosPerSecond = 1e9;
 
-struct Options {
+struct SamplesOptions {
     Settings settings;
     double seconds = 0.1;
     double everyS = 0.033;
@@ -37,7 +37,7 @@ Record report(const OISDrv& driver) {
     return {{"samples", "", table}};
 }
 
-int run(const Options& options) {
+int runSamples(const SamplesOptions& options) {
     DriverSession session(options.settings, Narration::kIfVerbose);
     session.requireModule("samples", "behind the sensor hub", onHub);
     if (!session.openFor()) return conclude(session, Record());
@@ -64,7 +64,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeSamples() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SamplesOptions>();
     return {
         .options = withPhoneOptions({value("--seconds", "S", "How long, in seconds", &options->seconds,
                                            {.range = Range{0.001, 86400}}),
@@ -75,7 +75,7 @@ Command describeSamples() {
             "The columns are the driver's six sample values, with what this phone's hub puts there: rad/s "
             "and m/s^2.\n",
         .examples = {{"oisctl samples --motion walk"}, {"oisctl samples --seconds 5 --json > samples.json"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runSamples(*options); },
     };
 }
 

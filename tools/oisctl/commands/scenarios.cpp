@@ -14,7 +14,7 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct ScenariosOptions {
     std::string name;
     bool fields = false;
     Settings settings;
@@ -48,7 +48,7 @@ std::string textOf(const Scenario& scenario, const std::string& name) {
                        scenario.durationS);
 }
 
-int show(const Options& options) {
+int show(const ScenariosOptions& options) {
     const bool json = options.settings.json;
     Table table;
     if (options.fields) {
@@ -72,7 +72,7 @@ int show(const Options& options) {
 }  // namespace
 
 Command describeScenarios() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ScenariosOptions>();
     return {
         .options = {value("name", "NAME|FILE", "Show this shipped scenario's text, or check this file",
                           &options->name, {.words = scenarioNames}),

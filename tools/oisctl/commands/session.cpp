@@ -24,7 +24,7 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct SessionOptions {
     Settings settings;
     std::string scenario;
     std::string junit;
@@ -36,7 +36,7 @@ struct Options {
 // Goes through modes and operations, and looks at the lens meanwhile.
 class Tour {
   public:
-    Tour(DriverSession& session, const Options& options)
+    Tour(DriverSession& session, const SessionOptions& options)
         : mSession(session),
           mOptions(options),
           mShake(session),
@@ -128,7 +128,7 @@ class Tour {
     }
 
     DriverSession& mSession;
-    const Options& mOptions;
+    const SessionOptions& mOptions;
     ShakeMeter mShake;
     std::vector<int32_t> mOperations;
     Progress mProgress;
@@ -141,7 +141,7 @@ void requireMayRun(const DriverSession& session, const std::string& option, cons
         if (writesCalibration(operation)) session.requireMayWrite(option, findOperation(operation)->name);
 }
 
-int run(const Options& options) {
+int runSession(const SessionOptions& options) {
     if (options.scenario.empty()) {
         if (!options.junit.empty())
             throw InputError("--junit " + options.junit +
@@ -175,7 +175,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeSession() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SessionOptions>();
     return {
         .options = withPhoneOptions(
             {value("--scenario", "NAME|FILE", "Play a timeline of 3A requests instead ('oisctl scenarios')",
@@ -204,7 +204,7 @@ Command describeSession() {
                       "the third SET_MODE fails; exit status 1"},
                      {"oisctl session -m mine.toml --kernel real --dump-folder /tmp/dump",
                       "this machine's own sub-device"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runSession(*options); },
     };
 }
 

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
+struct SpyOptions {
     std::vector<std::string> program;
     std::string file = "spy.jsonl";
     Settings settings;
@@ -59,7 +59,7 @@ uint64_t sumOf(const std::vector<Captured>& all, uint64_t Captured::*count) {
     return sum;
 }
 
-std::string sentence(const Options& options, const std::vector<Captured>& all, const SpiedRun& run) {
+std::string sentence(const SpyOptions& options, const std::vector<Captured>& all, const SpiedRun& run) {
     if (all.empty()) {
         return fmt::format(
             "oisctl spy: captured nothing: {} made no private request that the library could see; it "
@@ -142,7 +142,7 @@ class MakeRoom {
     const fs::path mBefore;
 };
 
-int run(const Options& options) {
+int runSpy(const SpyOptions& options) {
     const fs::path trace = options.file;
     const MakeRoom room(trace);
     const std::vector<fs::path> before = spiedTraces(trace);
@@ -171,7 +171,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeSpy() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SpyOptions>();
     return {
         .options = {value("-o,--output", "FILE",
                           "The trace; further processes' stand beside it, with their numbers",
@@ -186,7 +186,7 @@ Command describeSpy() {
         .examples = {{"oisctl spy -- v4l2-ctl -d /dev/v4l-subdev3 --all"},
                      {"oisctl spy -o camera.jsonl -- ./camera-service --once"},
                      {"oisctl decode --file camera.jsonl", "the same in words"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runSpy(*options); },
     };
 }
 

@@ -18,7 +18,7 @@ namespace oisctl {
 
 namespace {
 
-struct Options {
+struct TimelineOptions {
     Settings settings;
     std::string input;
     bool all = false;
@@ -44,7 +44,7 @@ std::vector<phone::Event> recorded(const std::string& path) {
     return events;
 }
 
-int run(const Options& options) {
+int runTimeline(const TimelineOptions& options) {
     const Settings& settings = options.settings;
     const std::vector<std::string> scenarios = scenarioNames();
     const bool isScenario = std::ranges::find(scenarios, options.input) != scenarios.end() ||
@@ -64,7 +64,7 @@ int run(const Options& options) {
 }  // namespace
 
 Command describeTimeline() {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<TimelineOptions>();
     return {
         .options = withSomePhoneOptions(
             {value("input", "TRACE|SCENARIO", "A trace, or a scenario to be played", &options->input,
@@ -79,7 +79,7 @@ Command describeTimeline() {
                      {"oisctl timeline run.jsonl"},
                      {"oisctl timeline video-zoom -m dw9786", "the scenario, played"},
                      {"oisctl timeline run.jsonl --all"}},
-        .run = [options] { return run(*options); },
+        .run = [options] { return runTimeline(*options); },
     };
 }
 

@@ -21,7 +21,6 @@ constexpr useconds_t kFlashSettleUs = 2000;  // the driver waits so long for a b
 constexpr useconds_t kSampleUs = 4000;  // between two samples of a recording, unless it is told otherwise
 constexpr int kSamples = 20;
 constexpr uint8_t kDumpLevel = 15;  // all that the controller has
-constexpr uint64_t kFractionEnd = 1000000;
 
 Finding sampleTimes(Examination& examination) {
     SubDevice device(examination.subject());
@@ -58,7 +57,7 @@ FlashAnswer readFlash(const SubDevice& device) {
     PageEnd page(PageEnd::Behind::kNothing);  // what reaches behind the room is refused
     std::byte* const buffer = page.put(room, 0);
     std::vector<std::byte> record = room;
-    std::ranges::copy(bytesOf(buffer), record.begin());
+    std::ranges::copy(copyOf(buffer), record.begin());
     const std::vector<std::byte> sent = record;
     FlashAnswer answer;
     answer.result = device.ask(ois::code(Request::kReadFlash), record);
@@ -102,7 +101,7 @@ Finding badFlashAddress(Examination& examination) {
     const std::vector<std::byte> room(sizeof(ois::OisFlashRecord));
     const std::byte* const unmapped = page.put(room, room.size());
     std::vector<std::byte> record = room;
-    std::ranges::copy(bytesOf(unmapped), record.begin());
+    std::ranges::copy(copyOf(unmapped), record.begin());
     const int32_t result = device.ask(ois::code(Request::kReadFlash), record);
     return result == -EFAULT ? passed() : failed(resultText(result), "EFAULT");
 }
@@ -120,7 +119,7 @@ Finding customisation(Examination& examination) {
                       fmt::format("at most {}", ois::kCoordinateCapacity));
     if (!std::isfinite(block.angleAmplitude) || !std::isfinite(block.max_error_threshold))
         return failed("angleAmplitude or max_error_threshold came back as no number", "numbers");
-    const bool changed = bytesOf(block) != bytesOf(examination.subject().module->custInfo);
+    const bool changed = copyOf(block) != copyOf(examination.subject().module->custInfo);
     return passed(changed ? "came back changed" : "came back as it was sent");
 }
 

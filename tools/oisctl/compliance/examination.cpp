@@ -87,29 +87,29 @@ void Examination::setUp(const SubDevice& device) const {
 std::vector<std::byte> Examination::harmlessRecord(const SubDevice& device, const RequestInfo& request) {
     switch (Request{request.code}) {
         case Request::kSetCustomisation:
-            return bytesOf(mSubject.module->custInfo);
+            return copyOf(mSubject.module->custInfo);
         case Request::kUpdateFirmware: {
             ois::OisCameraType type{};
             std::ranges::copy(mSubject.module->custInfo.cameraTypeName, type.name);
-            return bytesOf(type);
+            return copyOf(type);
         }
         case Request::kEndSession:
-            return bytesOf(int32_t{-1});
+            return copyOf(int32_t{-1});
         case Request::kWriteGain: {
             ois::OisGain gain{};
             device.ask(Request::kReadGain, gain);
-            return bytesOf(gain);
+            return copyOf(gain);
         }
         case Request::kSetFixMode: {
             ois::OisHallInfo hall{};
             if (device.ask(Request::kReadHallInfo, hall) < 0) hall = {};
-            return bytesOf(ois::OisFixMode{0, 0, hall.centerX, hall.centerY, 0, 0});
+            return copyOf(ois::OisFixMode{0, 0, hall.centerX, hall.centerY, 0, 0});
         }
         case Request::kSetActiveOis:
-            return bytesOf(ois_act_parameters{0, 1});
+            return copyOf(ois_act_parameters{0, 1});
         case Request::kReadFlash: {
-            auto record = bytesOf(ois::OisFlashRecord{});
-            const auto address = bytesOf(&mFlashRoom);
+            auto record = copyOf(ois::OisFlashRecord{});
+            const auto address = copyOf(&mFlashRoom);
             std::ranges::copy(address, record.begin());
             return record;
         }

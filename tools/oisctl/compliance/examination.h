@@ -1,6 +1,7 @@
 #pragma once
 // A run of the checks over one node.
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -12,6 +13,9 @@
 #include "wire/records.h"
 
 namespace oisctl {
+
+// Behind the greatest fraction of a second in a status, in microseconds.
+constexpr uint64_t kFractionEnd = 1'000'000;
 
 inline bool anyRequest(const phone::RequestInfo&) {
     return true;

@@ -32,7 +32,7 @@ std::vector<Check> requestChecks() {
              .name = std::string(request.name),
              .run = [&request](Examination& e) { return isAnswered(e, request); },
              .needsModule = code == Request::kSetCustomisation || code == Request::kUpdateFirmware,
-             .writes = writesCalibration(request.code)});
+             .writes = requestWritesCalibration(request.code)});
         // What is there already is written.
         if (code == Request::kWriteGain) checks.back().needs = {Request::kReadGain};
     }

@@ -23,7 +23,6 @@ constexpr size_t kReaders = 4;
 constexpr int kReads = 50;
 constexpr useconds_t kPauseUs = 100;  // between the reads of one
 constexpr int kOpenings = 1000;
-constexpr uint64_t kFractionEnd = 1000000;
 
 Finding twoSessions(Examination& examination) {
     SubDevice first(examination.subject());
@@ -74,7 +73,7 @@ class Reader {
     void readHallInfo() {
         ois::OisHallInfo hall{};
         if (!asked("READ_HALL_INFO", Request::kReadHallInfo, hall)) return;
-        if (bytesOf(hall) != bytesOf(mHall)) mWrong = "READ_HALL_INFO with another calibration";
+        if (copyOf(hall) != copyOf(mHall)) mWrong = "READ_HALL_INFO with another calibration";
     }
     // A target is kept, or overwritten with the controller's; never with that of another session.
     void readHall() {

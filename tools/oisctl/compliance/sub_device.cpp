@@ -14,7 +14,7 @@ namespace oisctl {
 
 using ois::Request;
 
-bool writesCalibration(uint32_t request) {
+bool requestWritesCalibration(uint32_t request) {
     for (const Request writing : {Request::kSetGyroOffset, Request::kUpdateFirmware, Request::kWriteGain})
         if (_IOC_NR(request) == _IOC_NR(ois::code(writing))) return true;
     return false;
@@ -38,7 +38,7 @@ int32_t SubDevice::ask(uint32_t request, std::span<std::byte> record) const {
 }
 
 int32_t SubDevice::askAt(uint32_t request, void* record) const {
-    if (writesCalibration(request) && !mAllowWrite)
+    if (requestWritesCalibration(request) && !mAllowWrite)
         throw std::logic_error("a request that writes calibration was about to be sent unasked");
     const int result = ioctl(mDescriptor, static_cast<unsigned long>(request), record);
     if (result >= 0) return result;

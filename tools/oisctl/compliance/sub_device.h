@@ -22,7 +22,7 @@ struct Subject {
 };
 
 // Whether a request of that number changes calibration or keeps it, whatever its size and direction.
-bool writesCalibration(uint32_t request);
+bool requestWritesCalibration(uint32_t request);
 
 // The node could not be opened, or what is behind it has gone.
 struct NodeLost {
@@ -65,7 +65,7 @@ constexpr bool isGuard(std::byte byte) {
 }
 
 template <typename Record>
-std::vector<std::byte> bytesOf(const Record& record) {
+std::vector<std::byte> copyOf(const Record& record) {
     const auto* const begin = reinterpret_cast<const std::byte*>(&record);
     return {begin, begin + sizeof(Record)};  // NOLINT(bugprone-sizeof-expression): an address is a record too
 }

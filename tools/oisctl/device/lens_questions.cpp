@@ -29,7 +29,7 @@ constexpr uint8_t kStatusLevel = 15;      // what the driver asks for, unless a 
 ois::OisFlashRecord gFlash;
 
 template <typename Record>
-Bytes bytesOf(const Record& record) {
+Bytes copyOf(const Record& record) {
     const auto* begin = reinterpret_cast<const uint8_t*>(&record);
     return {begin, begin + sizeof record};
 }
@@ -59,7 +59,7 @@ Expected expectedGain(const ModuleDescription& module) {
 
 Expected expectedHallInfo(const ModuleDescription& module) {
     Expected expected;
-    const Bytes bytes = bytesOf(module.hallInfo);
+    const Bytes bytes = copyOf(module.hallInfo);
     for (const phone::Field& field :
          phone::decodeRecord(*phone::findRequest(ois::code(Request::kReadHallInfo))->record, bytes)) {
         std::visit(
@@ -87,10 +87,10 @@ std::vector<Question> questionsFor(const ModuleDescription& module) {
     const void* const pointer = &gFlash;
     std::memcpy(flash.data(), &pointer, sizeof pointer);
     return {{Request::kCheckStatus, Bytes(sizeof(uint8_t)), {}},
-            {Request::kReadGain, bytesOf(ois::OisGain{}), expectedGain(module)},
-            {Request::kReadHallInfo, bytesOf(ois::OisHallInfo{}), expectedHallInfo(module)},
-            {Request::kGetHall, bytesOf(hall), withinTravel(module)},
-            {Request::kReadStatus, bytesOf(status), withinTravel(module)},
+            {Request::kReadGain, copyOf(ois::OisGain{}), expectedGain(module)},
+            {Request::kReadHallInfo, copyOf(ois::OisHallInfo{}), expectedHallInfo(module)},
+            {Request::kGetHall, copyOf(hall), withinTravel(module)},
+            {Request::kReadStatus, copyOf(status), withinTravel(module)},
             {Request::kReadFlash,
              flash,
              {exactly("length", static_cast<double>(module.flashData.size())),
@@ -101,7 +101,7 @@ std::vector<Question> questionsFor(const ModuleDescription& module) {
 FlashAnswer settleFlash(const Bytes& sent, Bytes& record, phone::Clock& clock) {
     if (record != sent) return FlashAnswer::kInPlace;
     clock.sleepUs(kFlashSettleUs);
-    const Bytes followed = bytesOf(gFlash);
+    const Bytes followed = copyOf(gFlash);
     if (std::ranges::all_of(followed, [](uint8_t byte) { return byte == 0; })) return FlashAnswer::kNone;
     record = followed;
     return FlashAnswer::kThroughPointer;

@@ -18,12 +18,6 @@ using phone::FaultPoint;
 
 namespace {
 
-std::string textIn(const Event& event, std::string_view name) {
-    const phone::Field* field = findField(event, name);
-    const auto* text = field == nullptr ? nullptr : std::get_if<std::string>(&field->value);
-    return text == nullptr ? std::string() : *text;
-}
-
 int64_t numberIn(const Event& event, std::string_view name) {
     return phone::integerField({.fields = event.fields, .answer = event.answer}, name);
 }

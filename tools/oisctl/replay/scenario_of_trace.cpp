@@ -30,12 +30,6 @@ constexpr int64_t kSecondUs = 1'000'000;
 constexpr int64_t kFrameRate = 1000;  // the highest: the shortest session that there can be
 constexpr size_t kMostInOrder = 400;  // beyond it a list of commands tells nobody anything
 
-std::string textIn(const Event& event, std::string_view name) {
-    const phone::Field* field = findField(event, name);
-    const auto* text = field == nullptr ? nullptr : std::get_if<std::string>(&field->value);
-    return text == nullptr ? std::string() : *text;
-}
-
 // The number nearest to what is written.
 double secondsOf(int64_t timeUs) {
     return static_cast<double>(timeUs) / static_cast<double>(kSecondUs);

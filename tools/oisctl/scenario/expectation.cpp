@@ -328,10 +328,10 @@ bool isAsExpected(const FieldValue& expected, const phone::Event& event, const p
         if (field == fields->end()) continue;
         return std::visit(
             [&](const auto& value) {
-                using Value = std::decay_t<decltype(value)>;
-                if constexpr (std::is_same_v<Value, std::string>) {
+                using Alternative = std::decay_t<decltype(value)>;
+                if constexpr (std::is_same_v<Alternative, std::string>) {
                     return bounds == nullptr && value == std::get<std::string>(expected.value);
-                } else if constexpr (std::is_same_v<Value, double>) {
+                } else if constexpr (std::is_same_v<Alternative, double>) {
                     // It came as a float: 0.1 is what reads back as the same one.
                     return bounds != nullptr && value >= static_cast<float>(bounds->least) &&
                            value <= static_cast<float>(bounds->greatest);

@@ -32,7 +32,7 @@ class Player {
         mFacts.startS = mSession.nowS();
         if (mScenario.onlyCalls) {
             makeCalls();
-        } else if (mSession.channelIsUp() || !mSession.settings().realTime) {
+        } else if (mSession.channelIsUp() || !mSession.settings().inRealTime()) {
             playFrames();
         }
         if (mScenario.onlyCalls) {

@@ -35,34 +35,19 @@ namespace {
 constexpr int64_t kBringUpPollUs = 1000;
 constexpr int64_t kBringUpLimitUs = 2'000'000;
 
-phone::PhoneOptions phoneOptions(const Settings& settings) {
-    phone::PhoneOptions options;
-    options.kernel = settings.realKernel ? phone::KernelKind::kReal : phone::KernelKind::kSimulated;
-    options.clock = settings.realTime ? phone::ClockMode::kRealTime : phone::ClockMode::kSimulated;
-    options.folder = settings.folder;
-    options.dumpFolder = settings.dumpFolder;
-    options.thermalFolder = settings.thermalFolder;
-    return options;
-}
-
 // What another thread of the driver may write at the same time.
 template <typename T>
 T shared(T& field) {
     return std::atomic_ref<T>(field).load();
 }
 
-Settings withRealTime(Settings settings) {
-    settings.realTime = settings.realTime || settings.realKernel;  // hardware needs the time it is given
-    return settings;
-}
-
 }  // namespace
 
 DriverSession::DriverSession(const Settings& settings, Narration narration)
-    : mSettings(withRealTime(settings)), mModule(chosenModule(settings)), mTraceOutput(settings, narration) {
+    : mSettings(settings), mModule(chosenModule(settings)), mTraceOutput(settings, narration) {
     requireMeaning(settings, mModule);
     mPhone = asInput(settings.folder.empty() ? "" : "--folder: ",
-                     [&] { return std::make_unique<phone::Phone>(phoneOptions(mSettings)); });
+                     [&] { return std::make_unique<phone::Phone>(phoneSetup(mSettings)); });
     mTraceOutput.begin({{"module", mModule.name}, {"sensor", int64_t{settings.sensorDev}}});
     mPhone->trace().setKeep(false);
     mPhone->trace().setListener([this](const phone::Event& event) {

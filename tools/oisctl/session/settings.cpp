@@ -94,6 +94,16 @@ std::vector<Option> outputOptions(Settings& settings) {
 
 }  // namespace
 
+phone::PhoneOptions phoneSetup(const Settings& settings) {
+    phone::PhoneOptions options;
+    options.kernel = settings.realKernel ? phone::KernelKind::kReal : phone::KernelKind::kSimulated;
+    options.clock = settings.inRealTime() ? phone::ClockMode::kRealTime : phone::ClockMode::kSimulated;
+    options.folder = settings.folder;
+    options.dumpFolder = settings.dumpFolder;
+    options.thermalFolder = settings.thermalFolder;
+    return options;
+}
+
 std::vector<std::string> moduleNames() {
     return namesIn(phone::shippedModules(), &phone::ModuleDescription::name);
 }

@@ -11,6 +11,7 @@
 #include "cli/command.h"
 #include "faults/faults.h"
 #include "modules/module_description.h"
+#include "phone.h"
 #include "services/log_service.h"
 #include "services/property_store.h"
 
@@ -49,6 +50,9 @@ struct Settings {
     phone::LogLevel logLevel = phone::LogLevel::kDebug;
     bool debugLog = false;
     bool unifiedLog = true;
+
+    // Hardware needs the time it is given.
+    bool inRealTime() const { return realTime || realKernel; }
 };
 
 // The options that fill `settings`, which must outlive them, behind a command's `own`.
@@ -57,6 +61,9 @@ std::vector<Option> withPhoneOptions(std::vector<Option> own, Settings& settings
 std::vector<Option> withSomePhoneOptions(std::vector<Option> own, Settings& settings,
                                          const std::vector<std::string>& names);
 Option jsonOption(Settings& settings);
+
+// The kernel, clock and folders that the settings ask for.
+phone::PhoneOptions phoneSetup(const Settings& settings);
 
 // What options of several commands may be.
 std::vector<std::string> moduleNames();

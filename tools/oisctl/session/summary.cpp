@@ -212,7 +212,7 @@ Field wayEndField(const std::optional<WayEnd>& end) {
 
 Record endFields(DriverSession& session, const Tally::Counts& counts, bool good) {
     const Settings& settings = session.settings();
-    std::string time = duration(session.nowS()) + (settings.realTime ? " (real time)" : " simulated");
+    std::string time = duration(session.nowS()) + (settings.inRealTime() ? " (real time)" : " simulated");
     if (settings.wallTime) time += fmt::format(", {} wall", duration(session.wallSeconds()));
     Record fields{{"good", "", good},
                   wayEndField(session.wayEnd()),

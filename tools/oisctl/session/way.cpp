@@ -59,20 +59,17 @@ void Way::takeMedia(const Event& event) {
 }
 
 void Way::takeFile(const Event& event) {
-    const phone::Field* const field = phone::findField(event, "path");
-    if (field == nullptr) return;
-    const auto* const path = std::get_if<std::string>(&field->value);
-    if (path == nullptr) return;
-    if (event.name == "readlink" && event.error != 0) mSeen.link = {*path, event.error};
-    if (event.name != "open" || !path->starts_with(kDevFolder)) return;
-    if (!path->starts_with(kMediaPath)) {
-        mSeen.node = {*path, event.error};
+    const std::string path = textIn(event, "path");
+    if (event.name == "readlink" && event.error != 0) mSeen.link = {path, event.error};
+    if (event.name != "open" || !path.starts_with(kDevFolder)) return;
+    if (!path.starts_with(kMediaPath)) {
+        mSeen.node = {path, event.error};
         return;
     }
-    if (*path == "/dev/media0") mSeen = {.tried = true};  // a new attempt begins
-    mMediaPath = *path;
+    if (path == "/dev/media0") mSeen = {.tried = true};  // a new attempt begins
+    mMediaPath = path;
     if (event.error != 0 && event.error != ENOENT && mSeen.refusedMedia.error == 0)
-        mSeen.refusedMedia = {*path, event.error};
+        mSeen.refusedMedia = {path, event.error};
 }
 
 WayEnd Way::end(const std::string& driverName) const {

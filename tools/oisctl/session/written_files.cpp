@@ -6,21 +6,11 @@
 
 namespace oisctl {
 
-namespace {
-
-std::string textOf(const phone::Event& event, std::string_view name) {
-    const phone::Field* field = phone::findField(event, name);
-    const auto* text = field == nullptr ? nullptr : std::get_if<std::string>(&field->value);
-    return text == nullptr ? "" : *text;
-}
-
-}  // namespace
-
 void WrittenFiles::take(const phone::Event& event) {
     if (event.kind != phone::EventKind::kFile) return;
     const std::lock_guard lock(mMutex);
-    const std::string path = textOf(event, "path");
-    if (event.name == "fopen" && textOf(event, "mode").starts_with('w')) {
+    const std::string path = textIn(event, "path");
+    if (event.name == "fopen" && textIn(event, "mode").starts_with('w')) {
         const bool lost = event.fault && event.fault->effect.kind == phone::FaultEffect::Kind::kLost;
         mFiles.push_back({.path = path, .openError = event.error, .lost = lost});
     } else if (event.name == "fclose" && event.error != 0) {
