@@ -97,6 +97,17 @@ Event read(const Json& json) {
     return event;
 }
 
+TraceHead readHead(Json json) {
+    const Json format = json.value("format", Json());
+    if (!format.is_number_integer() || format < 1 || format > kTraceFormat) {
+        throw std::invalid_argument(
+            fmt::format("is a trace of format {}; this tool reads 1 to {}", format.dump(), kTraceFormat));
+    }
+    json.erase("kind");
+    json.erase("format");
+    return {fieldsOf(json)};
+}
+
 std::string dumped(const Json& json) {
     // Bytes that are no UTF-8 become U+FFFD: a garbled record must not end the trace.
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -108,19 +119,6 @@ std::string traceHead(const std::vector<Field>& about) {
     Json head{{"kind", kTraceKind}, {"format", kTraceFormat}};
     head.update(toJson(about));
     return dumped(head);
-}
-
-std::optional<std::vector<Field>> traceHeadOfJson(std::string_view text) {
-    Json json = Json::parse(text, nullptr, false);
-    if (!json.is_object() || json.value("kind", Json()) != kTraceKind) return std::nullopt;
-    const Json format = json.value("format", Json());
-    if (!format.is_number_integer() || format < 1 || format > kTraceFormat) {
-        throw std::invalid_argument(
-            fmt::format("is a trace of format {}; this tool reads 1 to {}", format.dump(), kTraceFormat));
-    }
-    json.erase("kind");
-    json.erase("format");
-    return fieldsOf(json);
 }
 
 std::string toJson(const Event& event, bool inTrace) {
@@ -150,9 +148,11 @@ std::string toJson(const Event& event, bool inTrace) {
     return dumped(object);
 }
 
-Event eventOfJson(std::string_view text) {
+std::variant<TraceHead, Event> traceLineOfJson(std::string_view text) {
     try {
-        return read(Json::parse(text));
+        Json json = Json::parse(text);
+        if (json.at("kind") == kTraceKind) return readHead(std::move(json));
+        return read(json);
     } catch (const Json::parse_error& error) {
         throw std::invalid_argument(fmt::format("is no JSON behind character {}", error.byte));
     } catch (const Json::exception&) {

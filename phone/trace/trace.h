@@ -96,19 +96,19 @@ std::string toText(const Field& field);
 std::string toText(const Event& event, bool withHead = true);
 // A call as it would be written: "SetMode(2 on)".
 std::string callText(const Event& event);
-// One JSON object, no newline. The bytes of a command stand beside what they mean, so that eventOfJson gets
-// all of it back. Without `inTrace` it says nothing of when and where.
+// One JSON object, no newline. The bytes of a command stand beside what they mean, so that traceLineOfJson
+// gets all of it back. Without `inTrace` it says nothing of when and where.
 std::string toJson(const Event& event, bool inTrace = true);
-// Throws std::invalid_argument that says what is missing or wrong.
-Event eventOfJson(std::string_view text);
 
 // Raised when a key of a line changes its name or its meaning, or goes away.
 constexpr int64_t kTraceFormat = 1;
 // A trace in JSON begins with a line that says what it is: its format, and who recorded what (`about`).
 std::string traceHead(const std::vector<Field>& about);
-// What the head says; empty for any other line. Throws std::invalid_argument for a format that is newer than
-// this one.
-std::optional<std::vector<Field>> traceHeadOfJson(std::string_view text);
+struct TraceHead {
+    std::vector<Field> about;
+};
+// Throws std::invalid_argument that says what is missing or wrong, or that the format is newer than this one.
+std::variant<TraceHead, Event> traceLineOfJson(std::string_view text);
 
 class Trace {
   public:

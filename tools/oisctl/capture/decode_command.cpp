@@ -313,10 +313,11 @@ std::string decodeMessage(const Item& item, bool json) {
 
 std::string decodeEvent(const Item& item, bool json) {
     try {
-        if (phone::traceHeadOfJson(item.text)) throw NotOurs();
-        const phone::Event event = phone::eventOfJson(item.text);
-        const bool inTrace = event.sequence != 0;
-        return json ? phone::toJson(event, inTrace) : phone::toText(event, inTrace);
+        const auto line = phone::traceLineOfJson(item.text);
+        const auto* const event = std::get_if<phone::Event>(&line);
+        if (event == nullptr) throw NotOurs();
+        const bool inTrace = event->sequence != 0;
+        return json ? phone::toJson(*event, inTrace) : phone::toText(*event, inTrace);
     } catch (const std::invalid_argument& error) {
         throw BadItem(error.what());
     }

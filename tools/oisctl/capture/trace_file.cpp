@@ -109,12 +109,13 @@ TraceFile loadTrace(const fs::path& path) {
         ++number;
         if (line.empty()) continue;
         try {
-            if (auto about = phone::traceHeadOfJson(line)) {
+            auto read = phone::traceLineOfJson(line);
+            if (auto* const head = std::get_if<phone::TraceHead>(&read)) {
                 if (!trace.about.empty() || !trace.events.empty())
                     throw std::invalid_argument("another trace begins here; put each into a file of its own");
-                trace.about = std::move(*about);
+                trace.about = std::move(head->about);
             } else {
-                trace.events.push_back({number, phone::eventOfJson(line)});
+                trace.events.push_back({number, std::get<phone::Event>(std::move(read))});
             }
         } catch (const std::invalid_argument& error) {
             if (isReport(line)) continue;
