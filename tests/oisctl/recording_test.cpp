@@ -297,6 +297,31 @@ class Good {
     std::vector<std::string> mLines;
 };
 
+// What is not found, because it could not be, is not what is not there.
+TEST_F(RecordingTest, WhatIsNotToldIsNamed) {
+    const auto untold = [this](const std::string& content) {
+        const Recording recording = read(content);
+        std::vector<std::string> all;
+        for (const NotTold& one : notTold(recording, computeStats(recording))) all.push_back(toText(one));
+        return all;
+    };
+    const auto still = [&](double seconds) {
+        return untold(rows(seconds, 0.004, [&](double t) { return Angles{sine(t, 2, 0.5), 0, 0, 0, 0, 0}; }));
+    };
+    const std::vector<std::string> nothingMoves{"targets_frozen x: the gyro does not move",
+                                                "lens_still y: the target does not move",
+                                                "targets_frozen y: the gyro does not move"};
+    EXPECT_EQ(still(2), nothingMoves);
+    const std::vector<std::string> whole = untold(Good().text());
+    EXPECT_EQ(whole, std::vector<std::string>{});
+    const std::vector<std::string> brief = still(0.2);
+    for (const char* text :
+         {"hall_frozen: shorter than 0.25 s or 20 rows", "at_limit: shorter than 0.5 s or 20 rows",
+          "targets_frozen: shorter than 1 s or 20 rows", "gyro_frozen: shorter than 1 s or 20 rows",
+          "gyro_bias: fewer than 320 rows", "rate_off: fewer than 65 rows"})
+        EXPECT_EQ(std::ranges::count(brief, text), 1) << text;
+}
+
 bool among(size_t line, size_t first, size_t last) {
     return line >= first && line <= last;
 }

@@ -87,6 +87,10 @@ Record suppressionFields(const std::optional<Suppression>& suppression) {
     return lines;
 }
 
+Value axisValue(char axis) {
+    return axis == 0 ? Value() : Value(std::string(1, axis));
+}
+
 Field verdictsField(const std::vector<RecordingVerdict>& verdicts) {
     Table table;
     for (const RecordingVerdict& verdict : verdicts) {
@@ -94,7 +98,7 @@ Field verdictsField(const std::vector<RecordingVerdict>& verdicts) {
         for (const LineRange& range : verdict.places.ranges)
             lines.push_back({{"first", "", range.first}, {"last", "", range.last}});
         table.push_back({{"verdict", "", keyOf(verdict.kind)},
-                         {"axis", "", verdict.axis == 0 ? Value() : Value(std::string(1, verdict.axis))},
+                         {"axis", "", axisValue(verdict.axis)},
                          {"fault", "", verdict.fault},
                          {"value", "", verdict.value},
                          {"limit", "", verdict.limit},
@@ -104,6 +108,16 @@ Field verdictsField(const std::vector<RecordingVerdict>& verdicts) {
                          {"text", "", toText(verdict)}});
     }
     return {"verdicts", "", table};
+}
+
+void addNotTold(const std::vector<NotTold>& all, Record& report) {
+    Table table;
+    for (const NotTold& one : all) {
+        table.push_back(
+            {{"verdict", "", keyOf(one.kind)}, {"axis", "", axisValue(one.axis)}, {"why", "", one.why}});
+    }
+    report.push_back({"not_told", "", table});
+    for (const NotTold& one : all) report.push_back({"", "not told", Value(), toText(one), Style::kWarning});
 }
 
 // One under the other, the label before the first.
@@ -129,6 +143,7 @@ Examined examine(const std::string& file, std::optional<double> limitAngle, cons
     if (limitAngle) examined.known.limitAngle = limitAngle;
     examined.stats = computeStats(examined.recording, examined.known);
     examined.verdicts = judge(examined.recording, examined.stats, examined.known, limits);
+    examined.notTold = notTold(examined.recording, examined.stats);
     return examined;
 }
 
@@ -199,6 +214,7 @@ Record statsReport(const Examined& examined) {
     const Record suppression = suppressionFields(stats.suppression);
     report.insert(report.end(), suppression.begin(), suppression.end());
     addVerdicts(examined.verdicts, report);
+    addNotTold(examined.notTold, report);
     return report;
 }
 

@@ -18,6 +18,7 @@ struct Examined {
     Known known{};
     RecordingStats stats{};
     std::vector<RecordingVerdict> verdicts{};
+    std::vector<NotTold> notTold{};
 };
 
 // Reads the recording and what stands beside it. `limitAngle` wins over the sidecar's. Throws InputError.

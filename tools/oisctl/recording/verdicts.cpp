@@ -91,6 +91,33 @@ class Judge {
         return std::move(mVerdicts);
     }
 
+    std::vector<NotTold> findNotTold() const {
+        std::vector<NotTold> all;
+        const auto needs = [&](VerdictKind kind, bool told, std::string why, char axis = 0) {
+            if (!told) all.push_back({kind, axis, std::move(why)});
+        };
+        const auto needsTime = [&](VerdictKind kind, double s) {
+            needs(kind, mStats.durationS >= s && mRecording.rows() >= kLeastRun,
+                  fmt::format("shorter than {:g} s or {} rows", s, kLeastRun));
+        };
+        needsTime(VerdictKind::kHallFrozen, kHallFrozenS);
+        needsTime(VerdictKind::kAtLimit, kAtLimitS);
+        needsTime(VerdictKind::kTargetsFrozen, kTargetFrozenS);
+        needsTime(VerdictKind::kGyroFrozen, kTargetFrozenS);
+        for (size_t axis = 0; axis < mStats.axes.size(); ++axis) {
+            needs(VerdictKind::kLensStill, mStats.axes[axis].targetPeak >= movesDeg(axis),
+                  "the target does not move", axisName(axis));
+            needs(VerdictKind::kTargetsFrozen,
+                  extent(mRecording[kGyroRaw[axis]], {0, mRecording.rows()}).size() >= kGyroMoves,
+                  "the gyro does not move", axisName(axis));
+        }
+        needs(VerdictKind::kGyroBias, mRecording.rows() >= kBiasParts * kRateRows,
+              fmt::format("fewer than {} rows", kBiasParts * kRateRows));
+        needs(VerdictKind::kRateOff, mRecording.rows() > kRateRows,
+              fmt::format("fewer than {} rows", kRateRows + 1));
+        return all;
+    }
+
   private:
     static char axisName(size_t axis) { return axis == 0 ? 'x' : 'y'; }
 
@@ -127,17 +154,22 @@ class Judge {
             mVerdicts.push_back({kind, axisName(axis), std::move(places), value, limit, fault});
     }
 
+    // From where on a target counts as moving.
+    double movesDeg(size_t axis) const {
+        return std::max(kMovesDeg, kResolutions * resolution(hallAngle(mRecording, axis)));
+    }
+
     void lookAtLens(size_t axis, const Samples& target) {
         const Samples& hall = hallAngle(mRecording, axis);
         const double stepDeg = resolution(hall);
-        const double movesDeg = std::max(kMovesDeg, kResolutions * stepDeg);
+        const double leastMoveDeg = movesDeg(axis);
         const double limitDeg = kAtLimitPart * mStats.axes[axis].limit;
         Places frozen, atLimit;
         double frozenS = 0, atLimitS = 0;
         forRuns([&](size_t row) { return hall[row] == hall[row - 1]; },
                 [&](RowRange run) {
                     const bool stopped = std::abs(hall[run.begin]) >= limitDeg;
-                    if (stopped || seconds(run) < kHallFrozenS || extent(target, run).size() < movesDeg)
+                    if (stopped || seconds(run) < kHallFrozenS || extent(target, run).size() < leastMoveDeg)
                         return;
                     frozen.add(mRecording.linesOf(run.begin, run.end - 1), run.size());
                     frozenS = std::max(frozenS, seconds(run));
@@ -151,7 +183,7 @@ class Judge {
                 });
         const double hallRms = spread(hall).rms;
         const double leastRms = kStillPart * mStats.axes[axis].targetRms;
-        const bool moves = mStats.axes[axis].targetPeak >= movesDeg;
+        const bool moves = mStats.axes[axis].targetPeak >= leastMoveDeg;
         if (stepDeg > 0 && moves && hallRms < leastRms)
             add(VerdictKind::kLensStill, axis, whole(), hallRms, leastRms, !mKnown.lensHeld);
         add(VerdictKind::kHallFrozen, axis, std::move(frozen), frozenS, kHallFrozenS);
@@ -367,6 +399,10 @@ std::vector<RecordingVerdict> judge(const Recording& recording, const RecordingS
     return Judge(recording, stats, known).find(limits);
 }
 
+std::vector<NotTold> notTold(const Recording& recording, const RecordingStats& stats) {
+    return Judge(recording, stats, {}).findNotTold();
+}
+
 const char* keyOf(VerdictKind kind) {
     return textOf(kind).key;
 }
@@ -379,6 +415,11 @@ std::string toText(const RecordingVerdict& verdict) {
     text += ", " + fmt::format(fmt::runtime(about.measure), verdict.value, verdict.limit);
     if (verdict.kind == VerdictKind::kUnreadable) text += fmt::format(" (the first: {})", verdict.about);
     return text + "; " + linesText(verdict.places);
+}
+
+std::string toText(const NotTold& notTold) {
+    const std::string axis = notTold.axis == 0 ? "" : fmt::format(" {}", notTold.axis);
+    return fmt::format("{}{}: {}", keyOf(notTold.kind), axis, notTold.why);
 }
 
 bool isGood(const std::vector<RecordingVerdict>& verdicts) {

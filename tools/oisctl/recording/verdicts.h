@@ -45,9 +45,19 @@ using Limits = std::map<std::string, double>;
 std::vector<RecordingVerdict> judge(const Recording& recording, const RecordingStats& stats,
                                     const Known& known, const Limits& limits = {});
 
+// What the recording does not show either way.
+struct NotTold {
+    VerdictKind kind;
+    char axis = 0;
+    std::string why;  // "the target does not move"
+};
+std::vector<NotTold> notTold(const Recording& recording, const RecordingStats& stats);
+
 // "lens_still": for programs, and one line for people.
 const char* keyOf(VerdictKind kind);
 std::string toText(const RecordingVerdict& verdict);
+
+std::string toText(const NotTold& notTold);
 
 // Whether none of them is a fault.
 bool isGood(const std::vector<RecordingVerdict>& verdicts);

@@ -188,7 +188,10 @@ Json recordingJson(const Examined& examined, int64_t beginUs) {
     Json limits = Json::array();
     for (const AxisStats& axis : examined.stats.axes)
         limits.push_back(std::isfinite(axis.limit) ? Json(axis.limit) : Json());
+    Json untold = Json::array();
+    for (const NotTold& one : examined.notTold) untold.push_back(toText(one));
     return {{"good", isGood(examined.verdicts)},
+            {"not_told", untold},
             {"verdicts", verdictsJson(examined, static_cast<double>(beginUs) / kMicrosPerSecond)},
             {"figures", rowsOf(statsReport(examined))},
             {"limits_deg", limits},

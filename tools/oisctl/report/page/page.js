@@ -649,7 +649,7 @@ function addVerdicts() {
   const first = ticks.failed.indexOf(1);
   if (first >= 0) session.append(chooseButton("show the first", first));
   if (!data.recording) return;
-  const {good, verdicts} = data.recording;
+  const {good, verdicts, not_told: untold} = data.recording;
   const faults = verdicts.filter(verdict => verdict.fault).length;
   const card = verdictCard("Verdict on the recording", good ? "good" : "bad",
                            good ? "good" : `${faults} ${faults === 1 ? "fault" : "faults"} found`);
@@ -662,6 +662,7 @@ function addVerdicts() {
     }
     card.append(line);
   }
+  for (const text of untold) card.append(element("p", "", `not told: ${text}`));
 }
 
 function showPlace(from, to) {
