@@ -143,6 +143,7 @@ Values watch(DriverSession& session, const RegistersOptions& options, Values bef
 int runRegisters(RegistersOptions options) {
     // Somebody watches: the time is theirs, unless an end is given.
     if (options.watch && !options.seconds) options.settings.realTime = true;
+    options.watch = options.watch || options.seconds;
     DriverSession session(options.settings, Narration::kNothing);
     session.requireModule("registers", "behind the sensor hub", onHub);
     if (!session.openFor()) return conclude(session, Record());
@@ -175,10 +176,10 @@ Command describeRegisters() {
     auto options = std::make_shared<RegistersOptions>();
     return {
         .options = withPhoneOptions(
-            {flag("-w,--watch", "Go on, and show what changes, until Ctrl-C or --seconds", &options->watch),
+            {flag("-w,--watch", "Go on, and show what changes, until Ctrl-C", &options->watch),
              value("--interval", "S", "Seconds between two looks", &options->intervalS,
                    {.range = Range{0.001, 3600}}),
-             value("--seconds", "S", "End the watch after so many seconds", &options->seconds,
+             value("--seconds", "S", "Watch for so many seconds", &options->seconds,
                    {.range = Range{0, 86400}}),
              value("-W,--write", "REGISTER=VALUE", "Write a register first; repeatable",
                    [options](const std::string& word) { options->writes.push_back(parseWrite(word)); },
@@ -186,7 +187,7 @@ Command describeRegisters() {
             options->settings),
         .examples = {{"oisctl registers", "every register by name"},
                      {"oisctl registers --write STABILISATION_MODE=16"},
-                     {"oisctl registers --write CONTROL=0 --watch --seconds 0.1 --interval 0.004",
+                     {"oisctl registers --write CONTROL=0 --seconds 0.1 --interval 0.004",
                       "how it becomes idle"},
                      {"oisctl registers --json | jq '.registers[] | select(.name==\"CLOCK\").value'"}},
         .run = [options] { return runRegisters(*options); },
