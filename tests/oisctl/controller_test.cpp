@@ -207,6 +207,17 @@ TEST_F(Oisctl, ARecordingHasTheModesThatTheControllerTook) {
     }
 }
 
+// The driver believes in a mode that was refused, by whatever command.
+TEST_F(Oisctl, ASessionSaysWhichModesTheControllerTook) {
+    for (const char* arguments : {"-m dw9786 --fault SET_MODE@2:errno=EIO", "--fault hub.SET_MODE@2:lost",
+                                  "--set bypassen=0 --fault WRITE_REGISTER@2:lost"}) {
+        json taken = json::array();
+        const json report = parsed(run(std::string("session --scenario video-zoom --json ") + arguments).out);
+        for (const json& span : report["modes"]) taken.push_back(span["taken"]);
+        EXPECT_EQ(asText(taken), "[true,false,true]") << arguments;
+    }
+}
+
 // Where a dump stands already, only a new one counts.
 TEST_F(Oisctl, ADumpIsOneThatThisCallWrote) {
     const std::pair<const char*, const char*> cases[] = {

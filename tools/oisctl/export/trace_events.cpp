@@ -103,18 +103,10 @@ class Slicer {
 
 // The mode that a delivered command sets.
 std::optional<std::string> modeSet(const Event& event) {
-    if (!phone::isCommand(event.kind) || !wasDelivered(event)) return std::nullopt;
-    if (const auto access = registerAccess(event)) {
-        if (!access->writes || access->address != address(ois::korva::Register::kStabilisationMode))
-            return std::nullopt;
+    if (!setsMode(event) || !wasDelivered(event)) return std::nullopt;
+    if (const auto access = registerAccess(event))
         return access->value == ois::korva::kModeOn ? "on, by register" : "off, by register";
-    }
-    const phone::Decoded decoded = phone::decode(event);
-    const bool setsMode = event.kind == EventKind::kSubDevice
-                              ? event.code == ois::code(ois::Request::kSetMode)
-                              : event.code == ois::idByte(ois::HubCommand::kSetMode);
-    if (!setsMode) return std::nullopt;
-    const auto mode = static_cast<int32_t>(phone::integerField(decoded, "mode"));
+    const auto mode = static_cast<int32_t>(phone::integerField(phone::decode(event), "mode"));
     return fmt::format("{} {}", mode, modeMeaning(mode));
 }
 

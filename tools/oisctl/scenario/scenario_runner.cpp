@@ -1,5 +1,6 @@
 #include "scenario/scenario_runner.h"
 
+#include <atomic>
 #include <cmath>
 
 #include "base/terminal.h"
@@ -7,6 +8,7 @@
 #include "kernel/file_tree.h"
 #include "motion/motion.h"
 #include "replay/driver_calls.h"
+#include "session/calls.h"
 #include "session/detector_run.h"
 #include "session/shake_meter.h"
 
@@ -18,7 +20,10 @@ class Player {
   public:
     Player(DriverSession& session, const Scenario& scenario)
         : mSession(session), mScenario(scenario), mShake(session), mCheck(scenario.expectations) {
-        mObservation = session.observe([this](const phone::Event& event) { mCheck.take(event); });
+        mObservation = session.observe([this](const phone::Event& event) {
+            mCheck.take(event);
+            if (setsMode(event)) mModeTaken = wasDelivered(event);
+        });
     }
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
@@ -195,7 +200,9 @@ class Player {
         if (mSession.driver().mIsOisSupport == 0) return;
         const int32_t mode = mSession.driver().mOisMode;
         std::vector<ModeSpan>& modes = mSummary.modes;
-        if (modes.empty() || modes.back().mode != mode) modes.push_back({mode, mFrame, mFrame});
+        const bool taken = mModeTaken;
+        if (modes.empty() || modes.back().mode != mode || modes.back().taken != taken)
+            modes.push_back({mode, taken, mFrame, mFrame});
         modes.back().lastFrame = mFrame;
     }
 
@@ -210,6 +217,7 @@ class Player {
     size_t mNextMoment = 0;
     uint64_t mFrame = 0;
     bool mStreaming = false;
+    std::atomic<bool> mModeTaken{true};  // the last one that was asked for
     std::optional<long> mTemperature;
     ExpectationCheck mCheck;
     SessionFacts mFacts;

@@ -5,6 +5,10 @@
 #include <utility>
 
 #include "faults/faults.h"
+#include "session/register_access.h"
+#include "wire/hub_commands.h"
+#include "wire/registers.h"
+#include "wire/requests.h"
 
 namespace oisctl {
 
@@ -14,6 +18,14 @@ bool wasDelivered(const phone::Event& command) {
     const bool lost =
         command.fault != nullptr && command.fault->effect.kind == phone::FaultEffect::Kind::kLost;
     return !lost && command.error == 0 && command.result.value_or(0) >= 0;
+}
+
+bool setsMode(const phone::Event& event) {
+    if (event.kind == EventKind::kSubDevice) return event.code == ois::code(ois::Request::kSetMode);
+    if (event.kind != EventKind::kHub) return false;
+    const auto access = registerAccess(event);
+    if (!access) return event.code == ois::idByte(ois::HubCommand::kSetMode);
+    return access->writes && access->address == address(ois::korva::Register::kStabilisationMode);
 }
 
 bool wentNowhere(const phone::Event& command) {

@@ -13,6 +13,9 @@ namespace oisctl {
 // Whether a command reached its target, as far as its sender can tell: neither refused nor lost on the way.
 bool wasDelivered(const phone::Event& command);
 
+// Whether a command asks for a mode, by its name or by its register.
+bool setsMode(const phone::Event& event);
+
 // Whether a command went to a sub-device that is not open: two requests go to the descriptor in any case,
 // and that one refuses them is no failure.
 bool wentNowhere(const phone::Event& command);

@@ -70,12 +70,14 @@ Field modeField(const std::vector<ModeSpan>& modes) {
     std::vector<std::string> lines;
     for (const ModeSpan& span : modes) {
         table.push_back({{"mode", "", span.mode},
+                         {"taken", "", span.taken},
                          {"first_frame", "", span.firstFrame},
                          {"last_frame", "", span.lastFrame}});
         const std::string range = span.firstFrame == span.lastFrame
                                       ? fmt::format("frame {}", span.firstFrame)
                                       : fmt::format("frames {}-{}", span.firstFrame, span.lastFrame);
-        lines.push_back(fmt::format("{:18}mode {}  {}", range, span.mode, modeMeaning(span.mode)));
+        lines.push_back(fmt::format("{:18}mode {}  {}{}", range, span.mode, modeMeaning(span.mode),
+                                    span.taken ? "" : ": the controller did not take it"));
     }
     return {"modes", modes.empty() ? "" : "modes", table, joined(lines, "\n")};
 }

@@ -16,7 +16,8 @@ namespace oisctl {
 
 // Frames in one mode, without a break.
 struct ModeSpan {
-    int32_t mode = 0;
+    int32_t mode = 0;   // that the driver is in
+    bool taken = true;  // the command for it got through
     uint64_t firstFrame = 0;
     uint64_t lastFrame = 0;
 };
