@@ -57,7 +57,9 @@ std::vector<Option> statsOptions(RecordingsOptions& options) {
     std::vector<Option> all =
         recordingOptions(options, value("files", "STATUS_FILE...", "Status recordings", &options.files,
                                         {.required = true, .repeats = true}));
-    all.push_back(value("--max", "FIGURE=NUMBER", "The greatest that it may be on either axis; repeatable",
+    all.push_back(value("--max", "FIGURE=NUMBER",
+                        fmt::format("The greatest that it may be on either axis; repeatable. FIGURE: {}",
+                                    fmt::join(figureNames(), ", ")),
                         [&options](const std::string& word) { takeLimit(options.limits, word); },
                         {.words = figureNames, .repeats = true}));
     all.push_back(flag("--require-good", "Exit status 1 when a verdict is bad", &options.requireGood));
