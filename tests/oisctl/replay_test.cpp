@@ -135,6 +135,7 @@ TEST_F(Replay, AFieldProblemBecomesATest) {
           "session --set bypassen=0 --fault chip.never-idle",
           "session --scenario near-focus -m dw9786 --fault thread:fail",
           "registers --seconds 0.05 --fault READ_REGISTER@3:result=-5",
+          "record --seconds 1 --fault READ_STATUS@5:errno=EIO",
           "session -m korvas4sw-subdev --scenario engineering --fault WRITE_GAIN:result=-22"}) {
         run(std::string(command) + " --trace=run.jsonl -q");
         const json told = runJson("replay run.jsonl --as-scenario field.toml");

@@ -148,10 +148,6 @@ Field sideField(const char* key, const char* label, const Examined& examined) {
             text};
 }
 
-Value axisValue(char axis) {
-    return axis == 0 ? Value() : Value(std::string(1, axis));
-}
-
 Value lineValue(size_t line) {
     return line == 0 ? Value() : Value(line);
 }

@@ -87,10 +87,6 @@ Record suppressionFields(const std::optional<Suppression>& suppression) {
     return lines;
 }
 
-Value axisValue(char axis) {
-    return axis == 0 ? Value() : Value(std::string(1, axis));
-}
-
 Field verdictsField(const std::vector<RecordingVerdict>& verdicts) {
     Table table;
     for (const RecordingVerdict& verdict : verdicts) {
@@ -131,6 +127,10 @@ void addVerdicts(const std::vector<RecordingVerdict>& verdicts, Record& report) 
 }
 
 }  // namespace
+
+Value axisValue(char axis) {
+    return axis == 0 ? Value() : Value(std::string(1, axis));
+}
 
 std::string bandText(const BandSuppression& band) {
     return fmt::format("{:g}-{:g} Hz", band.fromHz, band.toHz);

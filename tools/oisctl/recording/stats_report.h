@@ -42,6 +42,9 @@ Record statsReport(const Examined& examined);
 // What was read beside the recording, and whether it was used; nothing where there is none.
 Field sidecarField(const std::optional<FoundSidecar>& sidecar);
 
+// "x"; nothing for 0.
+Value axisValue(char axis);
+
 // "0.5-2 Hz".
 std::string bandText(const BandSuppression& band);
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "base/errors.h"
@@ -17,6 +18,7 @@
 #include "session/request_fields.h"
 #include "session/tally.h"
 #include "trace/decode.h"
+#include "wire/requests.h"
 
 namespace oisctl {
 
@@ -173,13 +175,20 @@ class Teller {
                 break;
         }
         takeFault(traced);
-        if (phone::isCommand(event.kind) && !wentNowhere(event)) mCommands.push_back(&event);
+        if (!phone::isCommand(event.kind) || wentNowhere(event)) return;
+        mCommands.push_back(&event);
+        const bool isStatus =
+            event.kind == EventKind::kSubDevice && event.code == ois::code(ois::Request::kReadStatus);
+        if (!isStatus || mCallers.contains(event.thread)) return;
+        mPolled.insert(phone::nameOf(event));
+        leaveOut("how often the driver's recorder reads the status, and between what else");
     }
 
     // --- The timeline.
 
     void takeCall(const TracedEvent& traced) {
         const Event& event = traced.event;
+        mCallers.insert(event.thread);
         const bool begins = !event.result;
         const bool says = findField(event, "sensor") != nullptr;
         const int64_t sensor =
@@ -471,7 +480,8 @@ class Teller {
     }
 
     const TraceFile& mTrace;
-    const std::set<std::string>& mPolled;
+    std::set<std::string> mPolled;
+    std::set<uint32_t> mCallers;        // threads
     bool mSimulated = false;            // what failed there without a fault fails again
     std::optional<int64_t> mSensorDev;  // the one whose driver the scenario is of
     std::optional<int64_t> mOpenedUs;
