@@ -651,8 +651,9 @@ function addVerdicts() {
   if (!data.recording) return;
   const {good, verdicts, not_told: untold} = data.recording;
   const faults = verdicts.filter(verdict => verdict.fault).length;
+  const praise = untold.length === 0 ? "good" : "good, as far as it tells";
   const card = verdictCard("Verdict on the recording", good ? "good" : "bad",
-                           good ? "good" : `${faults} ${faults === 1 ? "fault" : "faults"} found`);
+                           good ? praise : `${faults} ${faults === 1 ? "fault" : "faults"} found`);
   for (const verdict of verdicts) {
     const line = element("p", "", (verdict.fault ? "" : "remark: ") + verdict.text);
     for (const [from, to] of verdict.ranges.slice(0, 5)) {
