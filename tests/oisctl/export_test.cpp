@@ -1,6 +1,7 @@
 // Recordings and traces in forms that other programs read: what was written is read again.
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <set>
 
@@ -152,8 +153,9 @@ std::map<std::string, size_t> nested(const json& events) {
         if (event["ph"] != "X") continue;
         ++counts[event["cat"]];
         std::vector<int64_t>& open = ends[event["tid"]];
-        const int64_t from = event["ts"], until = from + event["dur"].get<int64_t>();
-        EXPECT_GE(until, from) << event;
+        const int64_t from = std::llround(event["ts"].get<double>() * 1000);
+        const int64_t until = from + std::llround(event["dur"].get<double>() * 1000);
+        EXPECT_GT(until, from) << "without length, begin and end have no order: " << event;
         while (!open.empty() && open.back() <= from) open.pop_back();
         EXPECT_TRUE(open.empty() || until <= open.back()) << event;
         open.push_back(until);

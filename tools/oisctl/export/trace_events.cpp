@@ -110,6 +110,58 @@ std::optional<std::string> modeSet(const Event& event) {
     return fmt::format("{} {}", mode, modeMeaning(mode));
 }
 
+// Where slices are drawn. What happens at one microsecond, as nearly all does on a simulated clock, is set
+// apart by nanoseconds: viewers that go by begin and end lose the order of slices without length.
+class Layout {
+  public:
+    explicit Layout(const std::vector<Slice>& slices) {
+        mDrawn.reserve(slices.size());
+        for (const Slice& slice : slices) place(slice);
+        for (auto& [number, track] : mTracks)
+            while (!track.open.empty()) close(track);
+    }
+    double fromUs(size_t slice) const { return static_cast<double>(mDrawn[slice].fromNs) / kNsPerUs; }
+    double lengthUs(size_t slice) const {
+        return static_cast<double>(mDrawn[slice].untilNs - mDrawn[slice].fromNs) / kNsPerUs;
+    }
+
+  private:
+    static constexpr int64_t kNsPerUs = 1000;
+    struct Drawn {
+        const Slice* slice;
+        int64_t fromNs, untilNs;
+    };
+    struct Track {
+        int64_t doneNs = std::numeric_limits<int64_t>::min();
+        std::vector<size_t> open;
+    };
+
+    void place(const Slice& slice) {
+        Track& track = mTracks[slice.traced->event.thread];
+        while (!track.open.empty() && !holds(*mDrawn[track.open.back()].slice, slice)) close(track);
+        const int64_t fromNs = std::max(slice.fromUs * kNsPerUs, track.doneNs);
+        track.open.push_back(mDrawn.size());
+        mDrawn.push_back({&slice, fromNs, fromNs});
+        track.doneNs = fromNs + 1;
+    }
+
+    // A call that ended stands at its end, in the trace behind all that it holds.
+    static bool holds(const Slice& outer, const Slice& inner) {
+        const Event& event = outer.traced->event;
+        return event.kind == EventKind::kCall && (!event.result || inner.traced->line < outer.traced->line);
+    }
+
+    void close(Track& track) {
+        Drawn& drawn = mDrawn[track.open.back()];
+        track.open.pop_back();
+        drawn.untilNs = std::max(drawn.slice->untilUs * kNsPerUs, track.doneNs);
+        track.doneNs = drawn.untilNs + 1;
+    }
+
+    std::map<uint32_t, Track> mTracks;
+    std::vector<Drawn> mDrawn;
+};
+
 // --- JSON.
 
 // Threads of a trace are numbered from 0.
@@ -131,16 +183,21 @@ class Writer {
         mPut(fmt::format("{{\"displayTimeUnit\":\"ms\",\"otherData\":{},\n\"traceEvents\":[", dumped(about)));
         nameTracks();
         std::set<const TracedEvent*> inSlices;
-        for (const Slice& slice : slicesOf(mTrace)) {
-            put(event("X", slice.traced->event, slice.fromUs),
-                {{"dur", slice.untilUs - slice.fromUs}, {"args", arguments(*slice.traced)}});
-            inSlices.insert(slice.traced);
+        const std::vector<Slice> slices = slicesOf(mTrace);
+        const Layout layout(slices);
+        for (size_t i = 0; i < slices.size(); ++i) {
+            const TracedEvent& traced = *slices[i].traced;
+            put(event("X", traced.event, layout.fromUs(i)),
+                {{"dur", layout.lengthUs(i)}, {"args", arguments(traced)}});
+            inSlices.insert(&traced);
         }
         for (const TracedEvent& traced : mTrace.events) {
             if (traced.event.kind == EventKind::kCall || inSlices.contains(&traced)) continue;
-            put(event("i", traced.event, traced.event.timeUs), {{"s", "t"}, {"args", arguments(traced)}});
+            put(event("i", traced.event, static_cast<double>(traced.event.timeUs)),
+                {{"s", "t"}, {"args", arguments(traced)}});
         }
         for (const ModeSlice& mode : modesOf(mTrace)) {
+            if (mode.untilUs == mode.fromUs) continue;  // nothing to draw
             Json json = item("X", mode.name, kModeTrack);
             json["cat"] = "mode";
             json["ts"] = mode.fromUs;
@@ -158,7 +215,7 @@ class Writer {
         return {{"ph", phase}, {"name", name}, {"pid", mProcess}, {"tid", thread}};
     }
 
-    Json event(const char* phase, const Event& event, int64_t timeUs) const {
+    Json event(const char* phase, const Event& event, double timeUs) const {
         const std::string name = phone::nameOf(event);
         Json json = item(phase, name.empty() ? phone::name(event.kind) : name, event.thread);
         json["cat"] = phone::name(event.kind);
