@@ -302,7 +302,7 @@ TEST_F(RecordingTest, WhatIsNotToldIsNamed) {
     const auto untold = [this](const std::string& content) {
         const Recording recording = read(content);
         std::vector<std::string> all;
-        for (const NotTold& one : notTold(recording, computeStats(recording))) all.push_back(toText(one));
+        for (const NotTold& one : notTold(recording, computeStats(recording), {})) all.push_back(toText(one));
         return all;
     };
     const auto still = [&](double seconds) {
@@ -320,6 +320,10 @@ TEST_F(RecordingTest, WhatIsNotToldIsNamed) {
           "targets_frozen: shorter than 1 s or 20 rows", "gyro_frozen: shorter than 1 s or 20 rows",
           "gyro_bias: fewer than 320 rows", "rate_off: fewer than 65 rows"})
         EXPECT_EQ(std::ranges::count(brief, text), 1) << text;
+    // An interval that is known tells the rate of any recording.
+    const Recording few = read(rows(0.2, 0.004, [](double) { return Angles{}; }));
+    for (const NotTold& one : notTold(few, computeStats(few), {.intervalS = 0.004}))
+        EXPECT_NE(one.kind, VerdictKind::kRateOff);
 }
 
 bool among(size_t line, size_t first, size_t last) {

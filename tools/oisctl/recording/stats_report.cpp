@@ -143,7 +143,7 @@ Examined examine(const std::string& file, std::optional<double> limitAngle, cons
     if (limitAngle) examined.known.limitAngle = limitAngle;
     examined.stats = computeStats(examined.recording, examined.known);
     examined.verdicts = judge(examined.recording, examined.stats, examined.known, limits);
-    examined.notTold = notTold(examined.recording, examined.stats);
+    examined.notTold = notTold(examined.recording, examined.stats, examined.known);
     return examined;
 }
 

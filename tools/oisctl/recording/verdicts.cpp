@@ -113,7 +113,7 @@ class Judge {
         }
         needs(VerdictKind::kGyroBias, mRecording.rows() >= kBiasParts * kRateRows,
               fmt::format("fewer than {} rows", kBiasParts * kRateRows));
-        needs(VerdictKind::kRateOff, mRecording.rows() > kRateRows,
+        needs(VerdictKind::kRateOff, mRecording.rows() > kRateRows || mKnown.intervalS,
               fmt::format("fewer than {} rows", kRateRows + 1));
         return all;
     }
@@ -399,8 +399,8 @@ std::vector<RecordingVerdict> judge(const Recording& recording, const RecordingS
     return Judge(recording, stats, known).find(limits);
 }
 
-std::vector<NotTold> notTold(const Recording& recording, const RecordingStats& stats) {
-    return Judge(recording, stats, {}).findNotTold();
+std::vector<NotTold> notTold(const Recording& recording, const RecordingStats& stats, const Known& known) {
+    return Judge(recording, stats, known).findNotTold();
 }
 
 const char* keyOf(VerdictKind kind) {

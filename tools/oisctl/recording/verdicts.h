@@ -51,7 +51,7 @@ struct NotTold {
     char axis = 0;
     std::string why;  // "the target does not move"
 };
-std::vector<NotTold> notTold(const Recording& recording, const RecordingStats& stats);
+std::vector<NotTold> notTold(const Recording& recording, const RecordingStats& stats, const Known& known);
 
 // "lens_still": for programs, and one line for people.
 const char* keyOf(VerdictKind kind);
