@@ -158,6 +158,7 @@ std::map<std::string, size_t> nested(const json& events) {
         EXPECT_GT(until, from) << "without length, begin and end have no order: " << event;
         while (!open.empty() && open.back() <= from) open.pop_back();
         EXPECT_TRUE(open.empty() || until <= open.back()) << event;
+        EXPECT_TRUE(open.empty() || event["cat"] != "call") << "these follow each other: " << event;
         open.push_back(until);
     }
     return counts;
