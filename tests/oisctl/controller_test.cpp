@@ -215,7 +215,7 @@ TEST_F(Oisctl, ASessionSaysWhichModesTheControllerTook) {
         {"video-zoom -m dw9786 --fault SET_MODE@2:errno=EIO", "[true,false,true]"},
         {"video-zoom --fault hub.SET_MODE@2:lost", "[true,false,true]"},
         {"video-zoom --set bypassen=0 --fault WRITE_REGISTER@2:lost", "[true,false,true]"},
-        {"engineering --set bypassen=0 --fault WRITE_REGISTER@2:lost", "[true]"},  // of another register
+        {"engineering --set bypassen=0 --fault WRITE_REGISTER@3:lost", "[true]"},  // of another register
     };
     for (const auto& [arguments, expected] : cases) {
         json taken = json::array();
